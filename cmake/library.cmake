@@ -1,0 +1,24 @@
+# All modules' objects, and the shared library made of them. Object libraries are not transitive:
+# whoever wants the library's code (libtavo.so, every unit test) links tavo_objects.
+add_library(tavo_objects INTERFACE)
+foreach(module forge src)
+  target_sources(tavo_objects INTERFACE $<TARGET_OBJECTS:tavo_${module}>)
+endforeach()
+target_link_libraries(tavo_objects INTERFACE Qt5::Core)
+
+if(TAVO_RUNTIME_MANAGER)
+  set(runtime_manager ${TAVO_RUNTIME_MANAGER})
+elseif(TAVO_DESK)
+  set(runtime_manager runtimemanager)
+else()
+  return()  # Nothing to link against: only the tests over the fake platform can be built.
+endif()
+
+add_library(tavo SHARED)
+target_link_libraries(tavo PRIVATE tavo_objects ${runtime_manager})
+target_include_directories(tavo INTERFACE ${CMAKE_SOURCE_DIR})
+set_target_properties(tavo PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tavo.map)
+target_link_options(tavo PRIVATE
+  -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/tavo.map
+  -Wl,-z,nodelete  # Callbacks may be pending when the last table goes.
+  $<$<NOT:$<BOOL:${TAVO_SANITIZE}>>:-Wl,-z,defs>)

@@ -1,0 +1,46 @@
+/* Types that every C table shares: result codes and the view of a byte buffer.
+ *
+ * A structure that crosses the C interface starts with its declared size in bytes. A field counts
+ * only if the declared size reaches its end; what lies beyond is neither read nor written.
+ * Structures grow only at the end. */
+#ifndef FORGE_FORGE_CAPI_H_
+#define FORGE_FORGE_CAPI_H_
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The result of a loader or of a table entry: one of the FORGE_RESULT_ values. */
+typedef unsigned int ForgeResult;
+
+#define FORGE_RESULT_OK 0u
+#define FORGE_RESULT_INVALID_ARGUMENT 2u /* A null table or structure, an argument out of range. \
+                                          */
+#define FORGE_RESULT_WRONG_STATE 3u      /* An unknown handle, or not now. */
+
+/* Does the declared size `size` of a `type` reach the end of `field`? */
+#define FORGE_COVERS(type, field, size) \
+  ((size) >= offsetof(type, field) + sizeof(((type*)NULL)->field))
+
+/* Bytes that belong to somebody else. */
+typedef struct ForgeBufferView {
+  uint32_t struct_size; /* The size of this structure as its owner knows it, in bytes. */
+  const uint8_t* data;  /* Null: no data. */
+  size_t size;          /* In bytes. */
+} ForgeBufferView;
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(ForgeBufferView) == 12, "The 32-bit layout is fixed");
+#endif
+static_assert(offsetof(ForgeBufferView, data) == 1 * sizeof(void*), "The layout is fixed");
+static_assert(offsetof(ForgeBufferView, size) == 2 * sizeof(void*), "The layout is fixed");
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* FORGE_FORGE_CAPI_H_ */

@@ -1,0 +1,22 @@
+// What the platform reports of an operation that may fail.
+#pragma once
+
+#include <QString>
+
+namespace RuntimeManager {
+
+class Error {
+ public:
+  Error();                                  // No error.
+  Error(int code, const QString& message);  // An error unless `code` is 0.
+
+  explicit operator bool() const;  // Is there an error?
+  int code() const;                // 0: none.
+  QString message() const;         // Empty when there is none.
+
+ private:
+  int code_;
+  QString message_;
+};
+
+}  // namespace RuntimeManager

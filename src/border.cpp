@@ -1,0 +1,27 @@
+#include "src/border.h"
+
+#include "forge/logger.h"
+
+namespace tavo::details {
+namespace {
+
+std::string DescribeCurrentException() {
+  try {
+    throw;
+  } catch (const std::exception& exception) {
+    return exception.what();
+  } catch (...) {
+    return "not a standard exception";
+  }
+}
+
+}  // namespace
+
+void ReportStrayException(const char* place) noexcept {
+  try {
+    FORGE_LOG(kError) << "Stray exception in " << place << ": " << DescribeCurrentException();
+  } catch (...) {  // Not even a log line can be made; the exception still ends here.
+  }
+}
+
+}  // namespace tavo::details

@@ -1,0 +1,100 @@
+#include "src/manager.h"
+
+#include <utility>
+
+#include "forge/logger.h"
+#include "forge/signals.h"
+#include "src/border.h"
+
+namespace tavo::details {
+
+Manager::Manager(PrivateTag) : Object(forge::IDispatcher::CreateEmpty()) {}
+
+std::shared_ptr<Manager> Manager::Create() {
+  auto manager = CreateOrNull([] { return Object::Create(PrivateTag{}); });
+  if (!manager) FORGE_LOG(kError) << "Could not create Runtime Manager on API side.";
+  return manager;
+}
+
+_TAVOManagerRef* Manager::HandleInitialize() {
+  _TAVOManagerRef* ref = nullptr;
+  Fence("Initialize", [&ref] {
+    static const std::shared_ptr<Manager> manager = Create();
+    if (manager) ref = manager->GetRef();
+  });
+  return ref;
+}
+
+void Manager::HandleRelease(_TAVOManagerRef* ref) {
+  Fence("Release", [ref] {
+    if (const auto manager = FromRef(ref)) manager->Release();
+  });
+}
+
+_TAVOIntentManagerRef* Manager::HandleGetIntentManager(_TAVOManagerRef* ref) {
+  Fence("GetIntentManager", [ref] {
+    FORGE_LOG(kError) << (FromRef(ref) ? "Could not create Intent Manager on API side."
+                                       : "Runtime Manager is not initialized.");
+  });
+  return nullptr;
+}
+
+_TAVORpcClientRef* Manager::HandleCreateRpcClient(_TAVOManagerRef* ref) {
+  _TAVORpcClientRef* client = nullptr;
+  Fence("CreateRpcClient", [ref, &client] {
+    const auto manager = FromRef(ref);
+    if (!manager) {
+      FORGE_LOG(kError) << "Runtime Manager is not initialized.";
+      return;
+    }
+    client = manager->CreateRpcClient();
+  });
+  return client;
+}
+
+_TAVORpcServerRef* Manager::HandleGetRpcServer(_TAVOManagerRef* ref) {
+  _TAVORpcServerRef* server = nullptr;
+  Fence("GetRpcServer", [ref, &server] {
+    if (const auto manager = FromRef(ref)) server = manager->GetRpcServer();
+  });
+  return server;
+}
+
+void Manager::Release() {
+  // Out of the members first: the callbacks of what is dropped may come back here.
+  auto clients = std::exchange(clients_, {});
+  auto server = std::exchange(server_, nullptr);
+  while (!clients.empty()) clients.pop_front();
+  server.reset();
+}
+
+_TAVORpcClientRef* Manager::CreateRpcClient() {
+  const auto listener = std::make_shared<forge::CppStyleListener<_TAVORpcClientRef*>>(
+      [ref = GetRef()](_TAVORpcClientRef* client) {
+        if (const auto manager = FromRef(ref)) manager->RemoveClient(client);
+      });
+  const auto client = RpcClientImpl::Create(listener);
+  if (!client) {
+    FORGE_LOG(kError) << "Could not create Task Worker on API side.";
+    return nullptr;
+  }
+  clients_.push_back(client);
+  return client->GetRef();
+}
+
+void Manager::RemoveClient(_TAVORpcClientRef* client) {
+  // Dropped only when the list is whole again: the client's callbacks may come back here.
+  std::list<std::shared_ptr<RpcClientImpl>> removed;
+  for (auto entry = clients_.begin(); entry != clients_.end();) {
+    const auto next = std::next(entry);
+    if ((*entry)->GetRef() == client) removed.splice(removed.end(), clients_, entry);
+    entry = next;
+  }
+}
+
+_TAVORpcServerRef* Manager::GetRpcServer() {
+  if (!server_) server_ = RpcServerImpl::Create();
+  return server_ ? server_->GetRef() : nullptr;
+}
+
+}  // namespace tavo::details

@@ -1,0 +1,43 @@
+// The process's manager: owns the services that the top table hands out.
+//
+// Threads: the fields are not locked: the caller keeps Initialize, Release, the getters and
+//          CreateRpcClient on one thread, where its clients stop, too.
+#pragma once
+
+#include <list>
+#include <memory>
+
+#include "forge/object.h"
+#include "src/rpc_client_impl.h"
+#include "src/rpc_server_impl.h"
+#include "src/tavo_capi.h"
+
+namespace tavo::details {
+
+class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
+  struct PrivateTag {};
+
+ public:
+  explicit Manager(PrivateTag);
+
+  // The entries of the top table; their contract is the C header's.
+  static _TAVOManagerRef* HandleInitialize();
+  static void HandleRelease(_TAVOManagerRef* ref);
+  static _TAVOIntentManagerRef* HandleGetIntentManager(_TAVOManagerRef* ref);
+  static _TAVORpcClientRef* HandleCreateRpcClient(_TAVOManagerRef* ref);
+  static _TAVORpcServerRef* HandleGetRpcServer(_TAVOManagerRef* ref);
+
+ private:
+  // Null (and an error line) on failure.
+  static std::shared_ptr<Manager> Create();
+
+  void Release();
+  _TAVORpcClientRef* CreateRpcClient();
+  void RemoveClient(_TAVORpcClientRef* client);
+  _TAVORpcServerRef* GetRpcServer();
+
+  std::list<std::shared_ptr<RpcClientImpl>> clients_;  // In the order of their creation.
+  std::shared_ptr<RpcServerImpl> server_;              // Null until asked for.
+};
+
+}  // namespace tavo::details

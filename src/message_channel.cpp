@@ -1,0 +1,44 @@
+#include "src/message_channel.h"
+
+#include <utility>
+
+#include <QString>
+
+#include "src/border.h"
+
+namespace tavo::details {
+namespace {
+
+QString DataKey() { return QStringLiteral("data"); }
+
+}  // namespace
+
+MessageChannel::MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> messaging,
+                               Handler handler)
+    : messaging_(std::move(messaging)) {
+  connection_ =
+      QObject::connect(messaging_.get(), &RuntimeManager::TaskMessaging::messageReceived,
+                       [handler = std::move(handler)](const QJsonObject& message) {
+                         Fence("message handler", [&handler, &message] { handler(message); });
+                       });
+}
+
+MessageChannel::~MessageChannel() { Close(); }
+
+void MessageChannel::Send(const std::string& text) {
+  messaging_->sendMessage(
+      {{DataKey(), QString::fromUtf8(text.data(), static_cast<int>(text.size()))}});
+}
+
+void MessageChannel::Close() {
+  QObject::disconnect(connection_);
+  messaging_->disconnect();
+}
+
+std::optional<std::string> MessageChannel::TextOf(const QJsonObject& message) {
+  const QJsonValue data = message.value(DataKey());
+  if (!data.isString()) return std::nullopt;
+  return data.toString().toStdString();
+}
+
+}  // namespace tavo::details

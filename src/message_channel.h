@@ -1,0 +1,61 @@
+// Texts over the platform's task messaging: each is a JSON object {"data": text}.
+//
+// Threads: made on the thread whose event loop reads the messages, where the handler runs too;
+//          Send and Close may be called from any. The messaging object dies on its own thread.
+// Errors:  whatever the handler throws ends here as an error line.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QJsonObject>
+#include <QObject>
+
+#include "forge/resources_cache.h"
+#include "platform/runtime_manager/task_messaging.h"
+
+namespace tavo::details {
+
+class MessageChannel {
+ public:
+  using Handler = std::function<void(const QJsonObject& message)>;
+
+  MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> messaging, Handler handler);
+  ~MessageChannel();
+  MessageChannel(const MessageChannel&) = delete;
+  MessageChannel& operator=(const MessageChannel&) = delete;
+
+  void Send(const std::string& text);
+
+  // No message that arrives later reaches the handler.
+  void Close();
+
+  // The text that a message carries, UTF-8; none if "data" is no string.
+  static std::optional<std::string> TextOf(const QJsonObject& message);
+
+ private:
+  const std::shared_ptr<RuntimeManager::TaskMessaging> messaging_;
+  QMetaObject::Connection connection_;
+};
+
+// Lends a text to a callback, which gets (text, chunk id). `returnable` is asked after the
+// callback: when the chunk cannot be given back any more, it is freed. False, and no call, when
+// no chunk can be had.
+template <typename Callback, typename Returnable>
+bool LendText(forge::ResourcesCache& cache, const std::string& text, Callback&& callback,
+              Returnable&& returnable) {
+  const uint32_t chunk_id = cache.CreateChunk();
+  if (chunk_id == 0) return false;
+  try {
+    callback(cache.AppendStr(chunk_id, text), chunk_id);
+  } catch (...) {
+    cache.RemoveChunkIfOpen(chunk_id);
+    throw;
+  }
+  if (!returnable()) cache.RemoveChunkIfOpen(chunk_id);
+  return true;
+}
+
+}  // namespace tavo::details

@@ -1,0 +1,212 @@
+#include "src/rpc_client_impl.h"
+
+#include <utility>
+
+#include <QString>
+#include <QStringList>
+
+#include "forge/logger.h"
+#include "src/border.h"
+#include "src/qt_ownership.h"
+
+namespace tavo {
+namespace {
+
+constexpr int kInternalError = -32603;  // As JSON-RPC numbers it.
+
+}  // namespace
+
+RpcClientImpl::RpcClientImpl(PrivateTag) : Object(forge::IDispatcher::CreateEmpty()) {}
+
+RpcClientImpl::~RpcClientImpl() {
+  details::Fence("client destruction", [this] {
+    Unregister();
+    TakeStopListener();  // Dropped unfired: nobody waits for the end of a destroyed client.
+    CleanupMessaging();
+    CleanupTask();
+    Release();
+  });
+}
+
+std::shared_ptr<RpcClientImpl> RpcClientImpl::Create(
+    const std::shared_ptr<StopListener>& stop_listener) {
+  auto client = details::CreateOrNull([] { return Object::Create(PrivateTag{}); });
+  if (!client) {
+    FORGE_LOG(kError) << "Could not create Task Worker.";
+    return nullptr;
+  }
+  client->stop_listener_ = stop_listener;
+  return client;
+}
+
+ForgeResult RpcClientImpl::ProcTableLoad(TAVORpcClientProcTable* table, unsigned int size) {
+  if (!table) {
+    FORGE_LOG(kError) << "Null table specified.";
+    return FORGE_RESULT_INVALID_ARGUMENT;
+  }
+  return details::FillTable(
+      table, size,
+      {sizeof *table, HandleStartTask, RpcUnlockResourcesImpl, HandleSendMessage, HandleRelease});
+}
+
+ForgeResult RpcClientImpl::HandleStartTask(_TAVORpcClientRef* ref, const char* name,
+                                           const char* libs_path, TAVORpcClientSlots* slots) {
+  return details::FenceEntry("StartTask", [=]() -> ForgeResult {
+    const std::string name_text = details::RequireText(name);
+    const std::string path_text = details::RequireText(libs_path);
+    if (name_text.empty() || path_text.empty()) return FORGE_RESULT_INVALID_ARGUMENT;
+    const auto client = FromRef(ref);
+    if (!client) return FORGE_RESULT_INVALID_ARGUMENT;
+    return client->StartTask(name_text, path_text, slots);
+  });
+}
+
+void RpcClientImpl::RpcUnlockResourcesImpl(_TAVORpcClientRef* ref, unsigned int chunk_id) {
+  details::Fence("UnlockResources", [=] {
+    const auto client = FromRef(ref);
+    if (client && chunk_id != 0) client->cache_.RemoveChunk(chunk_id);
+  });
+}
+
+ForgeResult RpcClientImpl::HandleSendMessage(_TAVORpcClientRef* ref, const char* text) {
+  return details::FenceEntry("SendMessage", [=]() -> ForgeResult {
+    const auto client = FromRef(ref);
+    if (!client || !text) return FORGE_RESULT_WRONG_STATE;
+    return client->SendMessage(text) ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
+  });
+}
+
+void RpcClientImpl::HandleRelease(_TAVORpcClientRef* ref) {
+  details::Fence("Release", [=] {
+    const auto client = FromRef(ref);
+    if (!client) return;
+    client->Unregister();
+    client->Release();
+  });
+}
+
+bool RpcClientImpl::Move(State from, State to) {
+  uint32_t expected = from;
+  return state_.compare_exchange_strong(expected, to);
+}
+
+ForgeResult RpcClientImpl::StartTask(const std::string& name, const std::string& libs_path,
+                                     const TAVORpcClientSlots* slots) {
+  if (!Move(kIdle, kStarting)) return FORGE_RESULT_WRONG_STATE;
+  try {
+    slots_ = RpcClientListener::Create(slots);
+    LaunchTask(name, libs_path);
+  } catch (...) {
+    AbandonStart();
+    throw;
+  }
+  return FORGE_RESULT_OK;
+}
+
+void RpcClientImpl::LaunchTask(const std::string& name, const std::string& libs_path) {
+  task_ = details::MakeQtShared<RuntimeManager::Task>(QString::fromStdString(name), nullptr);
+  task_->withIpcSocket(true);
+  task_->withArguments({QStringLiteral("--libs-path"), QString::fromStdString(libs_path)});
+  task_->start([weak = weak_from_this()](const RuntimeManager::Error& error) {
+    details::Fence("start callback", [&weak, &error] {
+      if (const auto client = weak.lock()) client->OnTaskStarted(error);
+    });
+  });
+}
+
+void RpcClientImpl::AbandonStart() {
+  if (slots_) slots_->Forget();  // The caller learns of a failure and keeps its slots.
+  slots_.reset();
+  CleanupTask();
+  state_ = kIdle;
+}
+
+void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
+  if (error) {
+    if (Move(kStarting, kStopped)) OnTaskFailed(error.message().toStdString());
+  } else {
+    if (Move(kStarting, kRunning)) OpenChannel();
+  }
+}
+
+void RpcClientImpl::OnTaskFailed(const std::string& message) {
+  FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message;
+  const auto slots = slots_;
+  if (!slots->HasOnStarted()) return;
+  const bool lent = details::LendText(
+      cache_, message,
+      [&slots](const char* text, uint32_t chunk_id) {
+        slots->OnStarted(kInternalError, text, chunk_id);
+      },
+      [this] { return FromRef(GetRef()) != nullptr; });
+  if (!lent) slots->OnStarted(kInternalError, message.c_str(), 0);
+}
+
+void RpcClientImpl::OpenChannel() {
+  const auto slots = slots_;
+  const auto channel = std::make_shared<details::MessageChannel>(
+      details::MakeQtShared<RuntimeManager::TaskMessaging>(task_->socketPath(), nullptr),
+      [weak = weak_from_this()](const QJsonObject& message) {
+        if (const auto client = weak.lock()) client->OnMessageReceived(message);
+      });
+  std::atomic_store(&channel_, channel);
+  // Release may have come from another thread before there was a channel to take down.
+  if (state_ != kRunning) return DropChannel();
+  slots->OnStarted(0, "", 0);
+}
+
+bool RpcClientImpl::SendMessage(const std::string& text) {
+  const auto channel = std::atomic_load(&channel_);
+  if (!channel) return false;
+  channel->Send(text);
+  return true;
+}
+
+void RpcClientImpl::OnMessageReceived(const QJsonObject& message) {
+  const auto slots = slots_;
+  const auto text = details::MessageChannel::TextOf(message);
+  if (!text || !slots || !slots->HasOnMessage()) return;
+  details::LendText(
+      cache_, *text,
+      [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
+      [this] { return FromRef(GetRef()) != nullptr; });
+}
+
+void RpcClientImpl::Release() {
+  if (!Move(kRunning, kStopping)) return;
+  CleanupMessaging();
+  if (!task_) return OnStop();
+  task_->stop({}, [self = shared_from_this()](const RuntimeManager::Error& error) {
+    details::Fence("stop callback", [&self, &error] {
+      if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();
+      self->OnStop();
+    });
+  });
+}
+
+void RpcClientImpl::OnStop() {
+  state_ = kStopped;
+  if (const auto listener = TakeStopListener()) listener->InvokeOnce(GetRef());
+}
+
+std::shared_ptr<RpcClientImpl::StopListener> RpcClientImpl::TakeStopListener() {
+  return std::exchange(stop_listener_, nullptr);
+}
+
+void RpcClientImpl::CleanupMessaging() {
+  if (const auto slots = slots_) slots->OnDisconnect(0, "", 0);
+  DropChannel();
+}
+
+void RpcClientImpl::CleanupTask() {
+  if (!task_) return;
+  task_->disconnect();
+  task_.reset();
+}
+
+void RpcClientImpl::DropChannel() {
+  const auto channel = std::atomic_exchange(&channel_, {});
+  if (channel) channel->Close();
+}
+
+}  // namespace tavo

@@ -1,0 +1,82 @@
+// The service's half of an RPC client: starts a task, carries texts to and from it, stops it.
+//
+// States: idle -StartTask-> starting -started-> running -Release-> stopping -stopped-> stopped;
+//         starting -failed-> stopped. Transitions are compare-and-swap: whoever moves the state on
+//         does the work of the step, everybody else does nothing.
+// Threads: the entries run on the caller's thread, the platform's callbacks on the event loop. The
+//          slots and the task are stored before the state says running, and read by other threads
+//          only after; the channel may be taken down by any thread and is loaded atomically.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <QJsonObject>
+
+#include "forge/object.h"
+#include "forge/resources_cache.h"
+#include "forge/signals.h"
+#include "platform/runtime_manager/error.h"
+#include "platform/runtime_manager/task.h"
+#include "src/message_channel.h"
+#include "src/rpc_client_listener.h"
+#include "src/tavo_capi.h"
+
+namespace tavo {
+
+class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRef*> {
+  struct PrivateTag {};
+
+ public:
+  using StopListener = forge::IListener<_TAVORpcClientRef*>;
+
+  explicit RpcClientImpl(PrivateTag);
+  ~RpcClientImpl() override;
+
+  // The listener is fired once, with the client's handle, when the client has stopped; never when
+  // it is destroyed before. Null (and an error line) on failure.
+  static std::shared_ptr<RpcClientImpl> Create(const std::shared_ptr<StopListener>& stop_listener);
+
+  // The entries of the client table; their contract is the C header's.
+  static ForgeResult HandleStartTask(_TAVORpcClientRef* ref, const char* name,
+                                     const char* libs_path, TAVORpcClientSlots* slots);
+  static void RpcUnlockResourcesImpl(_TAVORpcClientRef* ref, unsigned int chunk_id);
+  static ForgeResult HandleSendMessage(_TAVORpcClientRef* ref, const char* text);
+  static void HandleRelease(_TAVORpcClientRef* ref);
+
+  static ForgeResult ProcTableLoad(TAVORpcClientProcTable* table, unsigned int size);
+
+ private:
+  enum State : uint32_t { kIdle = 0, kStarting = 1, kRunning = 2, kStopping = 3, kStopped = 4 };
+
+  bool Move(State from, State to);
+
+  ForgeResult StartTask(const std::string& name, const std::string& libs_path,
+                        const TAVORpcClientSlots* slots);
+  void LaunchTask(const std::string& name, const std::string& libs_path);
+  void AbandonStart();
+  void OnTaskStarted(const RuntimeManager::Error& error);
+  void OnTaskFailed(const std::string& message);
+  void OpenChannel();
+
+  bool SendMessage(const std::string& text);
+  void OnMessageReceived(const QJsonObject& message);
+
+  void Release();
+  void OnStop();
+  std::shared_ptr<StopListener> TakeStopListener();
+  void CleanupMessaging();
+  void CleanupTask();
+  void DropChannel();
+
+  forge::ResourcesCache cache_;
+  std::shared_ptr<RuntimeManager::Task> task_;
+  std::shared_ptr<details::MessageChannel> channel_;  // Only through the atomic free functions.
+  std::shared_ptr<RpcClientListener> slots_;
+  std::atomic<uint32_t> state_{kIdle};
+  std::shared_ptr<StopListener> stop_listener_;
+};
+
+}  // namespace tavo

@@ -1,0 +1,27 @@
+// The callbacks of whoever uses a task client.
+#pragma once
+
+#include <memory>
+
+#include "src/slot_holder.h"
+#include "src/tavo_capi.h"
+
+namespace tavo {
+
+class RpcClientListener final : public details::SlotHolder<TAVORpcClientSlots> {
+  struct PrivateTag {};
+
+ public:
+  RpcClientListener(const TAVORpcClientSlots* slots, PrivateTag) : SlotHolder(slots) {}
+
+  // Null slots: no callback is there.
+  static std::shared_ptr<RpcClientListener> Create(const TAVORpcClientSlots* slots) {
+    return std::make_shared<RpcClientListener>(slots, PrivateTag{});
+  }
+
+  void OnDisconnect(int code, const char* text, unsigned int chunk_id) const {
+    Call("OnDisconnect", &TAVORpcClientSlots::OnDisconnect, code, text, chunk_id);
+  }
+};
+
+}  // namespace tavo

@@ -1,0 +1,79 @@
+#include "src/rpc_server_impl.h"
+
+#include "forge/logger.h"
+#include "platform/runtime_manager/runtime_dispatcher.h"
+#include "src/border.h"
+#include "src/qt_ownership.h"
+
+namespace tavo {
+
+RpcServerImpl::RpcServerImpl(PrivateTag) : Object(forge::IDispatcher::CreateEmpty()) {}
+
+RpcServerImpl::~RpcServerImpl() {
+  details::Fence("server destruction", [this] {
+    Unregister();
+    const auto channel = std::atomic_exchange(&channel_, {});
+    if (channel) channel->Close();
+  });
+}
+
+std::shared_ptr<RpcServerImpl> RpcServerImpl::Create() {
+  return details::CreateOrNull([] { return Object::Create(PrivateTag{}); });
+}
+
+ForgeResult RpcServerImpl::ProcTableLoad(TAVORpcServerProcTable* table, unsigned int size) {
+  if (!table) {
+    FORGE_LOG(kError) << "Null table specified.";
+    return FORGE_RESULT_INVALID_ARGUMENT;
+  }
+  return details::FillTable(table, size,
+                            {sizeof *table, HandleRun, HandleUnlockResources, HandleSendMessage});
+}
+
+void RpcServerImpl::HandleRun(_TAVORpcServerRef* ref, TAVORpcServerSlots* slots) {
+  details::Fence("Run", [=] {
+    if (const auto server = FromRef(ref)) server->Run(slots);
+  });
+}
+
+void RpcServerImpl::HandleUnlockResources(_TAVORpcServerRef* ref, unsigned int chunk_id) {
+  details::Fence("UnlockResources", [=] {
+    if (const auto server = FromRef(ref)) server->cache_.RemoveChunk(chunk_id);
+  });
+}
+
+ForgeResult RpcServerImpl::HandleSendMessage(_TAVORpcServerRef* ref, const char* text) {
+  return details::FenceEntry("SendMessage", [=]() -> ForgeResult {
+    const auto server = FromRef(ref);
+    const auto channel = server ? std::atomic_load(&server->channel_) : nullptr;
+    if (!channel) return FORGE_RESULT_WRONG_STATE;
+    channel->Send(details::RequireText(text));
+    return FORGE_RESULT_OK;
+  });
+}
+
+void RpcServerImpl::Run(const TAVORpcServerSlots* slots) {
+  if (std::atomic_load(&channel_)) return;  // The first Run wins.
+  const auto listener = RpcServerListener::Create(slots);
+  slots_ = listener;
+  const auto channel = std::make_shared<details::MessageChannel>(
+      details::MakeQtShared<RuntimeManager::TaskMessaging>(
+          RuntimeManager::RuntimeDispatcher::instance()->localServerSocket(), nullptr),
+      [ref = GetRef()](const QJsonObject& message) {
+        if (const auto server = FromRef(ref)) server->OnMessageReceived(message);
+      });
+  std::atomic_store(&channel_, channel);
+  listener->OnStarted(0, "", 0);
+}
+
+void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {
+  const auto slots = slots_;
+  const auto text = details::MessageChannel::TextOf(message);
+  if (!text || !slots || !slots->HasOnMessage()) return;
+  details::LendText(
+      cache_, *text,
+      [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
+      [this] { return FromRef(GetRef()) != nullptr; });
+}
+
+}  // namespace tavo

@@ -1,0 +1,286 @@
+/* The C interface of libtavo.so: TAVOProcTableLoad and every structure that it leads to.
+ *
+ *   TAVOProcTable table = {0};
+ *   TAVOProcTableLoad(&table, sizeof table);
+ *   _TAVOManagerRef* manager = table.Initialize();
+ *   table.RpcClientProcTableLoad(&client_table, sizeof client_table);
+ *   _TAVORpcClientRef* client = table.CreateRpcClient(manager);
+ *
+ * Sizes. Every structure starts with its size in bytes as the caller knows it. A loader clears the
+ * declared bytes, stores the size (also when it is below 4) and fills a field only if the size
+ * reaches the field's end; slots are read by the same rule. Test an entry for null before use:
+ * the loaded library may be older. Structures grow only at the end.
+ *
+ * Handles are opaque numbers, never addresses. An unknown, null or stale handle is never an error
+ * of the process: the entry tells what it returns then.
+ *
+ * Threads, as the tags name them:
+ *   [any thread]       may be called from any thread.
+ *   [platform thread]  one thread of the caller's choice; these calls must not run side by side.
+ *   [event loop]       the thread whose Qt event loop runs. Callbacks arrive there, so the entries
+ *                      that set them up are called there too. A host without Qt needs such a loop
+ *                      from somewhere (on a desk: desk/runtime_manager/event_loop.h).
+ * Callbacks are called on the event loop, or, where an entry says so, within that entry. Any entry
+ * may be called from within a callback.
+ *
+ * Ownership. Arguments are borrowed until the entry returns. Texts handed to callbacks are NUL-
+ * terminated UTF-8, borrowed until their chunk id is given back through UnlockResources, or, with
+ * chunk id 0, until the callback returns. A chunk that can no longer be given back (the handle was
+ * released, or the slots hold no such callback) is freed right after the callback.
+ *
+ * Errors. Entries return a FORGE_RESULT_ value or a null handle and write a line to the log. No
+ * C++ exception leaves an entry or a callback, but for one: a null text given to StartTask, or to
+ * SendMessage of a running server, throws std::logic_error. A C++ caller may catch it; a C caller
+ * built without unwind tables (the default on ARM) is terminated. */
+#ifndef TAVO_TAVO_CAPI_H_
+#define TAVO_TAVO_CAPI_H_
+
+#include <assert.h>
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "forge/forge_capi.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct _TAVOManagerRef _TAVOManagerRef;
+typedef struct _TAVOIntentManagerRef _TAVOIntentManagerRef;
+typedef struct _TAVORpcClientRef _TAVORpcClientRef;
+typedef struct _TAVORpcServerRef _TAVORpcServerRef;
+
+/* ---- Slots: callbacks that the caller gives ------------------------------------------------- */
+
+/* Given to StartTask. Every callback may be null. */
+typedef struct TAVORpcClientSlots {
+  uint32_t size;
+
+  /* The task has started (code 0, empty text) or could not be (code -32603, the cause). */
+  void (*OnStarted)(void* user_data, int code, const char* text, unsigned int chunk_id);
+
+  /* The channel was taken down; code 0, empty text, chunk 0. Comes at Release and again when the
+   * client is destroyed, also after a failed start: tolerate repeats. [within Release, too] */
+  void (*OnDisconnect)(void* user_data, int code, const char* text, unsigned int chunk_id);
+
+  /* A message of the task. */
+  void (*OnMessage)(void* user_data, const char* text, unsigned int chunk_id);
+
+  /* The last call: user_data is not used any more. Called once, when the client is destroyed. */
+  void (*Release)(void* user_data);
+
+  void* user_data;
+} TAVORpcClientSlots;
+
+/* Given to Run. Every callback may be null. */
+typedef struct TAVORpcServerSlots {
+  uint32_t size;
+
+  /* The channel is open; code 0, empty text, chunk 0. [within Run] */
+  void (*OnStarted)(void* user_data, int code, const char* text, unsigned int chunk_id);
+
+  /* A message of an application that started this one. */
+  void (*OnMessage)(void* user_data, const char* text, unsigned int chunk_id);
+
+  /* The last call: user_data is not used any more. Called once, when the server is destroyed. */
+  void (*Release)(void* user_data);
+
+  void* user_data;
+} TAVORpcServerSlots;
+
+/* Given to OpenUri; one-shot: callback once, then release once. */
+typedef struct TAVOOpenUriSlot {
+  uint32_t size;
+  void (*callback)(void* user_data, bool success);
+  void (*release)(void* user_data);
+  void* user_data;
+} TAVOOpenUriSlot;
+
+/* Made by the library for one invocation of a registered intent. The structure lives only during
+ * the callback; its fields stay usable until `release`, which must be called exactly once. */
+typedef struct TAVOReplyIntentSlot {
+  uint32_t size;
+
+  /* Answers with one value in the standard codec's encoding, a map. Null context: nothing. */
+  void (*reply)(void* context, const uint8_t* data, unsigned int length);
+
+  void (*release)(void* context);
+  void* context;
+} TAVOReplyIntentSlot;
+
+/* Given to RegisterIntent; the callback is called at each invocation of the intent. */
+typedef struct TAVORegisterIntentSlot {
+  uint32_t size;
+  void (*callback)(void* user_data, TAVOReplyIntentSlot* reply);
+  void (*release)(void* user_data);
+  void* user_data;
+} TAVORegisterIntentSlot;
+
+/* ---- Tables: what the library offers -------------------------------------------------------- */
+
+typedef struct TAVOIntentManagerProcTable {
+  uint32_t size;
+
+  /* Asks the platform to open a URI. 0: queued, and the slot was taken over. 2: a null argument.
+   * 3: unknown handle. [any thread] */
+  ForgeResult (*OpenUri)(_TAVOIntentManagerRef* manager, const char* uri, TAVOOpenUriSlot* slot);
+
+  /* Offers an intent to other applications, for good. 0: registered. 2: a null argument.
+   * 3: unknown handle. [event loop] */
+  ForgeResult (*RegisterIntent)(_TAVOIntentManagerRef* manager, const char* name,
+                                TAVORegisterIntentSlot* slot);
+} TAVOIntentManagerProcTable;
+
+typedef struct TAVORpcClientProcTable {
+  uint32_t size;
+
+  /* Starts the application `name` with the arguments "--libs-path" and `libs_path`; the outcome
+   * comes to OnStarted, never within this call. 0: accepted, the slots were copied. 2: an empty
+   * text, or an unknown handle. 3: this client was started before. A null text throws
+   * std::logic_error. [event loop] [one-shot] */
+  ForgeResult (*StartTask)(_TAVORpcClientRef* client, const char* name, const char* libs_path,
+                           TAVORpcClientSlots* slots);
+
+  /* Gives a chunk back, which frees its texts. 0 and an unknown handle are ignored.
+   * [any thread] */
+  void (*UnlockResources)(_TAVORpcClientRef* client, unsigned int chunk_id);
+
+  /* Sends a text to the task. 0: handed to the channel. 3: unknown handle, null text, or no
+   * channel is open. [any thread] */
+  ForgeResult (*SendMessage)(_TAVORpcClientRef* client, const char* message);
+
+  /* Makes the handle unknown at once and, if the task runs, stops it; the client is destroyed when
+   * it has stopped. A client that is idle, starting or failed stays, with its slots, until the
+   * manager's Release. [any thread] [one-shot] */
+  void (*Release)(_TAVORpcClientRef* client);
+} TAVORpcClientProcTable;
+
+/* No Release: the server lives as long as the manager holds it. */
+typedef struct TAVORpcServerProcTable {
+  uint32_t size;
+
+  /* Serves the socket that this application was started with. The first call wins; a later one
+   * does nothing, and its slots' Release is never called. [event loop] */
+  void (*Run)(_TAVORpcServerRef* server, TAVORpcServerSlots* slots);
+
+  /* As for the client. [any thread] */
+  void (*UnlockResources)(_TAVORpcServerRef* server, unsigned int chunk_id);
+
+  /* Sends a text to whoever started this application. 0: handed to the channel. 3: unknown
+   * handle, or no channel yet. A null text throws std::logic_error. [any thread] */
+  ForgeResult (*SendMessage)(_TAVORpcServerRef* server, const char* message);
+} TAVORpcServerProcTable;
+
+typedef struct TAVOProcTable {
+  uint32_t size;
+
+  /* The process's one manager; the same handle at each call. Null: it could not be created, and
+   * never will be. [platform thread] */
+  _TAVOManagerRef* (*Initialize)(void);
+
+  /* Drops the clients in the order of their creation, then the server, then the intent service.
+   * The manager stays usable and makes new ones. [platform thread] */
+  void (*Release)(_TAVOManagerRef* manager);
+
+  /* The intent service, the same handle until Release; null: unknown handle, or it could not be
+   * created. [platform thread] [event loop] */
+  _TAVOIntentManagerRef* (*GetIntentManager)(_TAVOManagerRef* manager);
+  ForgeResult (*IntentManagerProcTableLoad)(TAVOIntentManagerProcTable* table, unsigned int size);
+
+  /* A new client at each call; null: unknown handle, or it could not be created.
+   * [platform thread] */
+  _TAVORpcClientRef* (*CreateRpcClient)(_TAVOManagerRef* manager);
+  ForgeResult (*RpcClientProcTableLoad)(TAVORpcClientProcTable* table, unsigned int size);
+
+  /* The server, the same handle until Release; null, silently: unknown handle.
+   * [platform thread] */
+  _TAVORpcServerRef* (*GetRpcServer)(_TAVOManagerRef* manager);
+  ForgeResult (*RpcServerProcTableLoad)(TAVORpcServerProcTable* table, unsigned int size);
+} TAVOProcTable;
+
+/* Fills the top table. 0, or 2 (and a log line) when `table` is null. The other tables' loaders
+ * are alike. [any thread] */
+__attribute__((visibility("default"))) ForgeResult TAVOProcTableLoad(TAVOProcTable* table,
+                                                                     uint32_t size);
+
+/* ---- The layout is fixed --------------------------------------------------------------------- */
+
+#define TAVO_FIELD_IS(type, field, index) \
+  static_assert(offsetof(type, field) == (index) * sizeof(void*), #type "." #field " moved")
+#define TAVO_FIELDS_ARE(type, count) \
+  static_assert(sizeof(type) == (count) * sizeof(void*), #type " changed its size")
+
+TAVO_FIELD_IS(TAVORpcClientSlots, OnStarted, 1);
+TAVO_FIELD_IS(TAVORpcClientSlots, OnDisconnect, 2);
+TAVO_FIELD_IS(TAVORpcClientSlots, OnMessage, 3);
+TAVO_FIELD_IS(TAVORpcClientSlots, Release, 4);
+TAVO_FIELD_IS(TAVORpcClientSlots, user_data, 5);
+TAVO_FIELDS_ARE(TAVORpcClientSlots, 6);
+
+TAVO_FIELD_IS(TAVORpcServerSlots, OnStarted, 1);
+TAVO_FIELD_IS(TAVORpcServerSlots, OnMessage, 2);
+TAVO_FIELD_IS(TAVORpcServerSlots, Release, 3);
+TAVO_FIELD_IS(TAVORpcServerSlots, user_data, 4);
+TAVO_FIELDS_ARE(TAVORpcServerSlots, 5);
+
+TAVO_FIELD_IS(TAVOOpenUriSlot, callback, 1);
+TAVO_FIELD_IS(TAVOOpenUriSlot, release, 2);
+TAVO_FIELD_IS(TAVOOpenUriSlot, user_data, 3);
+TAVO_FIELDS_ARE(TAVOOpenUriSlot, 4);
+
+TAVO_FIELD_IS(TAVOReplyIntentSlot, reply, 1);
+TAVO_FIELD_IS(TAVOReplyIntentSlot, release, 2);
+TAVO_FIELD_IS(TAVOReplyIntentSlot, context, 3);
+TAVO_FIELDS_ARE(TAVOReplyIntentSlot, 4);
+
+TAVO_FIELD_IS(TAVORegisterIntentSlot, callback, 1);
+TAVO_FIELD_IS(TAVORegisterIntentSlot, release, 2);
+TAVO_FIELD_IS(TAVORegisterIntentSlot, user_data, 3);
+TAVO_FIELDS_ARE(TAVORegisterIntentSlot, 4);
+
+TAVO_FIELD_IS(TAVOIntentManagerProcTable, OpenUri, 1);
+TAVO_FIELD_IS(TAVOIntentManagerProcTable, RegisterIntent, 2);
+TAVO_FIELDS_ARE(TAVOIntentManagerProcTable, 3);
+
+TAVO_FIELD_IS(TAVORpcClientProcTable, StartTask, 1);
+TAVO_FIELD_IS(TAVORpcClientProcTable, UnlockResources, 2);
+TAVO_FIELD_IS(TAVORpcClientProcTable, SendMessage, 3);
+TAVO_FIELD_IS(TAVORpcClientProcTable, Release, 4);
+TAVO_FIELDS_ARE(TAVORpcClientProcTable, 5);
+
+TAVO_FIELD_IS(TAVORpcServerProcTable, Run, 1);
+TAVO_FIELD_IS(TAVORpcServerProcTable, UnlockResources, 2);
+TAVO_FIELD_IS(TAVORpcServerProcTable, SendMessage, 3);
+TAVO_FIELDS_ARE(TAVORpcServerProcTable, 4);
+
+TAVO_FIELD_IS(TAVOProcTable, Initialize, 1);
+TAVO_FIELD_IS(TAVOProcTable, Release, 2);
+TAVO_FIELD_IS(TAVOProcTable, GetIntentManager, 3);
+TAVO_FIELD_IS(TAVOProcTable, IntentManagerProcTableLoad, 4);
+TAVO_FIELD_IS(TAVOProcTable, CreateRpcClient, 5);
+TAVO_FIELD_IS(TAVOProcTable, RpcClientProcTableLoad, 6);
+TAVO_FIELD_IS(TAVOProcTable, GetRpcServer, 7);
+TAVO_FIELD_IS(TAVOProcTable, RpcServerProcTableLoad, 8);
+TAVO_FIELDS_ARE(TAVOProcTable, 9);
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(TAVOProcTable) == 36, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVOIntentManagerProcTable) == 12, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVORpcClientProcTable) == 20, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVORpcServerProcTable) == 16, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVORpcClientSlots) == 24, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVORpcServerSlots) == 20, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVOOpenUriSlot) == 16, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVORegisterIntentSlot) == 16, "The 32-bit layout is fixed");
+static_assert(sizeof(TAVOReplyIntentSlot) == 16, "The 32-bit layout is fixed");
+#endif
+
+#undef TAVO_FIELD_IS
+#undef TAVO_FIELDS_ARE
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TAVO_TAVO_CAPI_H_ */

@@ -1,0 +1,87 @@
+#include "forge/buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/test_base.h"
+
+namespace {
+
+using forge::Buffer;
+
+class BufferTest : public test::TestBase {};
+
+TEST_F(BufferTest, EmptyBufferHasNoDataWhateverIsReserved) {
+  const uint8_t byte = 1;
+  Buffer buffer(nullptr, 5);
+  buffer.WriteBytes(nullptr, 3);
+  buffer.WriteBytes(&byte, 0);
+  buffer.Reserve(100);
+  EXPECT_EQ(nullptr, buffer.GetData());
+  EXPECT_EQ(nullptr, buffer.Extract());
+  EXPECT_EQ(Buffer(), buffer);
+  EXPECT_EQ("", buffer.ToBase64());
+}
+
+TEST_F(BufferTest, ExtractLeavesTheBufferEmpty) {
+  Buffer buffer(std::vector<uint8_t>{1, 2});
+  EXPECT_NE(Buffer(), buffer);
+  EXPECT_EQ((std::vector<uint8_t>{1, 2}), *buffer.Extract());
+  EXPECT_EQ(0u, buffer.GetSize());
+}
+
+TEST_F(BufferTest, AlignmentCountsFromTheFirstByte) {
+  const struct {
+    size_t before;
+    uint8_t alignment;
+    size_t after;
+  } rows[] = {{9, 8, 16}, {16, 8, 16}, {0, 8, 0}, {5, 0, 5}, {5, 1, 5}, {5, 3, 6}, {1, 255, 255}};
+  for (const auto& row : rows) {
+    Buffer buffer(std::vector<uint8_t>(row.before, 0xFF));
+    buffer.WriteAlignment(row.alignment);
+    ASSERT_EQ(row.after, buffer.GetSize());
+    for (size_t i = row.before; i < row.after; ++i) EXPECT_EQ(0, buffer.GetData()[i]);
+  }
+}
+
+// Declared sizes from 0 to past the structure: whole fields appear exactly at their boundary, the
+// declared bytes are cleared, and nothing beyond them (but the size itself) changes.
+TEST_F(BufferTest, ViewIsWrittenWithinItsDeclaredSize) {
+  const Buffer buffer(std::vector<uint8_t>{1, 2, 3});
+  constexpr size_t kRoom = sizeof(ForgeBufferView) + 16;
+  for (uint32_t size = 0; size <= kRoom; ++size) {
+    SCOPED_TRACE(size);
+    alignas(ForgeBufferView) uint8_t memory[kRoom + 8];
+    std::memset(memory, 0xA5, sizeof memory);
+    auto* view = reinterpret_cast<ForgeBufferView*>(memory);
+    ASSERT_EQ(FORGE_RESULT_OK, buffer.ToCAPI(view, size));
+    EXPECT_EQ(size, view->struct_size);
+    if (size >= 2 * sizeof(void*)) {
+      EXPECT_EQ(buffer.GetData(), view->data);
+    }
+    if (size >= 3 * sizeof(void*)) {
+      EXPECT_EQ(3u, view->size);
+    }
+    for (size_t i = std::max<size_t>(size, 4); i < sizeof memory; ++i) {
+      ASSERT_EQ(0xA5, memory[i]) << i;
+    }
+  }
+}
+
+TEST_F(BufferTest, ViewIsReadWithinItsDeclaredSize) {
+  const uint8_t bytes[] = {1, 2, 3};
+  for (uint32_t size = 0; size <= sizeof(ForgeBufferView); ++size) {
+    ForgeBufferView view{size, bytes, 3};
+    EXPECT_EQ(size == sizeof view ? Buffer(bytes, 3) : Buffer(), Buffer::FromCAPI(&view));
+  }
+  EXPECT_EQ(Buffer(), Buffer::FromCAPI(nullptr));
+}
+
+TEST_F(BufferTest, NullViewIsRefusedWithALine) {
+  test::LogCapture log;
+  EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, Buffer().ToCAPI(nullptr, 12));
+  EXPECT_EQ("[error] Structure pointer is null", log.TakeLine());
+}
+
+}  // namespace

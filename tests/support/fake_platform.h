@@ -1,0 +1,59 @@
+// The platform's library, played: nothing runs, a test sees each call and decides each answer.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+#include "platform/runtime_manager/task.h"
+#include "platform/runtime_manager/task_messaging.h"
+
+namespace test {
+
+struct FakeTask {
+  QString name;
+  bool ipc_socket = false;
+  QStringList arguments;
+  RuntimeManager::Task::StopFlags stop_flags;
+  RuntimeManager::Task::Callback start;
+  RuntimeManager::Task::Callback stop;
+  bool alive = true;
+
+  // The platform's answers. Each takes the callback out, as the platform would.
+  void Started(const RuntimeManager::Error& error = {});
+  void Stopped(const RuntimeManager::Error& error = {});
+};
+
+struct FakeMessaging {
+  QString path;
+  int descriptor = -1;
+  RuntimeManager::TaskMessaging* object = nullptr;  // Null when it was deleted.
+  std::vector<QJsonObject> sent;                    // Guarded by the platform's mutex.
+
+  void Receive(const QJsonObject& message);
+  void ReceiveText(const QString& text);
+};
+
+// One per test; it is the platform while it lives.
+class FakePlatform {
+ public:
+  FakePlatform();
+  ~FakePlatform();
+  static FakePlatform& Get();
+
+  FakeTask& Task(size_t index = 0) { return *tasks.at(index); }
+  FakeMessaging& Messaging(size_t index = 0) { return *messagings.at(index); }
+  std::vector<std::string> SentTexts(size_t index = 0);  // The "data" of each message sent.
+
+  std::mutex mutex;
+  std::vector<std::shared_ptr<FakeTask>> tasks;            // In the order of their creation.
+  std::vector<std::shared_ptr<FakeMessaging>> messagings;  // Likewise.
+  bool fail_start = false;  // Task::start throws, as on a machine without memory.
+};
+
+}  // namespace test

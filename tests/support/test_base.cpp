@@ -1,0 +1,47 @@
+#include "tests/support/test_base.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/support/deadline.h"
+
+namespace test {
+namespace {
+
+int CountEntries(const char* directory) {
+  return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory),
+                                        std::filesystem::directory_iterator()));
+}
+
+}  // namespace
+
+void TestBase::SetUp() {
+  alarm(static_cast<unsigned>(5 * kDeadline.count()));
+  std::thread([] {}).join();  // A sanitizer's own thread starts with the first one.
+  descriptors_ = CountDescriptors();
+  threads_ = CountThreads();
+}
+
+void TestBase::TearDown() {
+  EXPECT_EQ(descriptors_, CountDescriptors()) << "A descriptor was left open.";
+  // A thread that was joined may be listed a moment longer.
+  EXPECT_TRUE(WaitUntil([this] { return CountThreads() == threads_; }))
+      << "A thread was left running.";
+  EXPECT_FALSE(HasChildren()) << "A child process was left.";
+  alarm(0);
+}
+
+int TestBase::CountDescriptors() { return CountEntries("/proc/self/fd"); }
+
+int TestBase::CountThreads() { return CountEntries("/proc/self/task"); }
+
+bool TestBase::HasChildren() {
+  siginfo_t info{};
+  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
+}
+
+}  // namespace test
