@@ -18,9 +18,10 @@ extern "C" {
 typedef unsigned int ForgeResult;
 
 #define FORGE_RESULT_OK 0u
-#define FORGE_RESULT_INVALID_ARGUMENT 2u /* A null table or structure, an argument out of range. \
-                                          */
-#define FORGE_RESULT_WRONG_STATE 3u      /* An unknown handle, or not now. */
+#define FORGE_RESULT_INVALID_ARGUMENT                                                       \
+  2u                                /* A null table or structure, an argument out of range. \
+                                     */
+#define FORGE_RESULT_WRONG_STATE 3u /* An unknown handle, or not now. */
 
 /* Does the declared size `size` of a `type` reach the end of `field`? */
 #define FORGE_COVERS(type, field, size) \

@@ -1,0 +1,37 @@
+#include "platform/runtime_manager/runtime_dispatcher.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QtGlobal>
+
+namespace RuntimeManager {
+namespace {
+
+constexpr int kFirstPassedDescriptor = 3;
+
+// Sockets are passed from descriptor 3 on, announced to one process id. A debugger's server that
+// wraps the task is that process, and forks the task: its children may take the socket, too.
+int TakePassedSocket() {
+  const pid_t announced = qEnvironmentVariableIntValue("LISTEN_PID");
+  const bool passed = qEnvironmentVariableIntValue("LISTEN_FDS") >= 1 &&
+                      (announced == getpid() || announced == getppid());
+  for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) unsetenv(name);
+  if (!passed || fcntl(kFirstPassedDescriptor, F_SETFD, FD_CLOEXEC) != 0) return -1;
+  return kFirstPassedDescriptor;
+}
+
+}  // namespace
+
+RuntimeDispatcher* RuntimeDispatcher::instance() {
+  static RuntimeDispatcher dispatcher;
+  return &dispatcher;
+}
+
+int RuntimeDispatcher::localServerSocket() {
+  static const int descriptor = TakePassedSocket();
+  return descriptor;
+}
+
+}  // namespace RuntimeManager

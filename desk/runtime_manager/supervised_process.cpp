@@ -1,0 +1,131 @@
+#include "desk/runtime_manager/supervised_process.h"
+
+#include <cerrno>
+#include <cstring>
+#include <signal.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include <QFile>
+
+extern "C" char** environ;
+
+namespace desk {
+namespace {
+
+QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// The starter's environment with the socket's announcement in place of an earlier one. The last
+// entry has room for the digits of the task's process id.
+constexpr char kListenPid[] = "LISTEN_PID=";
+
+std::vector<std::string> EnvironmentFor(const TaskSocket* socket) {
+  std::vector<std::string> entries;
+  for (char** entry = environ; *entry; ++entry) {
+    if (std::strncmp(*entry, "LISTEN_", 7) != 0) entries.emplace_back(*entry);
+  }
+  if (socket) entries.insert(entries.end(), {"LISTEN_FDS=1", "LISTEN_FDNAMES=tavo"});
+  entries.push_back(kListenPid + std::string(kListenPidDigits, '\0'));
+  return entries;
+}
+
+// Two forks: the supervisor becomes nobody's child, so that there is nothing to reap for the
+// starter but the first one, which ends at once. No signal handler of the starter runs in between.
+int ForkSupervisor(const Launch& launch, int link) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const pid_t child = _Fork();
+  if (child == 0) {
+    const pid_t supervisor = _Fork();
+    if (supervisor == 0) RunSupervisor(launch, link);
+    _exit(supervisor < 0 ? errno : 0);
+  }
+  const int fork_error = child < 0 ? errno : 0;
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (fork_error != 0) return fork_error;
+  int status = 0;
+  pid_t reaped = -1;
+  do {
+    reaped = waitpid(child, &status, 0);
+  } while (reaped < 0 && errno == EINTR);
+  return reaped == child && WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+}
+
+}  // namespace
+
+std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& application,
+                                                            TaskSocket* socket, QString* error) {
+  std::vector<std::string> command;
+  for (const QString& word : application.command) {
+    command.push_back(QFile::encodeName(word).toStdString());
+  }
+  std::vector<std::string> environment = EnvironmentFor(socket);
+  const std::vector<char*> command_pointers = Pointers(command);
+  std::vector<char*> environment_pointers = Pointers(environment);
+  char* listen_pid = environment.back().data() + std::strlen(kListenPid);
+  if (!socket) environment_pointers[environment.size() - 1] = nullptr;
+  const QByteArray directory = QFile::encodeName(application.directory);
+  const auto null_if_empty = [](const QByteArray& text) {
+    return text.isEmpty() ? nullptr : text.constData();
+  };
+
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    *error = ErrnoText(errno);
+    return nullptr;
+  }
+  const Launch launch{command_pointers.data(),
+                      environment_pointers.data(),
+                      listen_pid,
+                      null_if_empty(directory),
+                      socket ? socket->GetDescriptor() : -1,
+                      socket ? socket->GetPath().constData() : nullptr,
+                      socket ? null_if_empty(socket->GetPrivateDirectory()) : nullptr};
+  const int fork_error = ForkSupervisor(launch, ends[1]);
+  close(ends[1]);
+  std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0]));
+  if (fork_error != 0) {
+    *error = ErrnoText(fork_error);
+    return nullptr;
+  }
+  if (socket) socket->HandOver();
+  return process;
+}
+
+SupervisedProcess::~SupervisedProcess() { close(link_); }
+
+SupervisedProcess::News SupervisedProcess::ReadNews(QString* error) {
+  LaunchReport report{};
+  const ssize_t size = recv(link_, &report, sizeof report, MSG_DONTWAIT);
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return News::kNone;
+  if (size != sizeof report) return News::kEnded;  // Reports are written at once, whole.
+  switch (report.step) {
+    case LaunchReport::kRunning:
+      return News::kRunning;
+    case LaunchReport::kDirectory:
+      *error = QStringLiteral("its directory: ") + ErrnoText(report.error);
+      return News::kFailed;
+    default:
+      *error = ErrnoText(report.error);
+      return News::kFailed;
+  }
+}
+
+void SupervisedProcess::Send(Command command) {
+  while (send(link_, &command, sizeof command, MSG_NOSIGNAL) < 0 && errno == EINTR) {
+  }
+}
+
+}  // namespace desk

@@ -1,0 +1,128 @@
+#include "platform/runtime_manager/task.h"
+
+#include <cerrno>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <QFile>
+#include <QSocketNotifier>
+
+#include "desk/runtime_manager/application.h"
+#include "desk/runtime_manager/supervised_process.h"
+#include "desk/runtime_manager/task_socket.h"
+
+namespace RuntimeManager {
+
+struct Task::Private {
+  Task* const task;
+  const QString name;
+  bool ipc_socket = false;
+  QStringList arguments;
+  QString socket_path;
+
+  std::mutex mutex;
+  std::unique_ptr<desk::SupervisedProcess> process;  // Guarded by mutex: stop uses it anywhere.
+
+  // On the task's thread only.
+  bool launched = false;
+  Callback on_started;
+  std::vector<Callback> on_stopped;
+  std::unique_ptr<QSocketNotifier> notifier;
+
+  Private(Task* owner, const QString& task_name) : task(owner), name(task_name) {}
+
+  Error Failure(const QString& cause) const {
+    return {EINVAL, QStringLiteral("Application \"%1\" could not be started: %2").arg(name, cause)};
+  }
+
+  // Callbacks never run within start or stop.
+  void Post(std::function<void()> work) {
+    QMetaObject::invokeMethod(task, std::move(work), Qt::QueuedConnection);
+  }
+
+  bool Launch(QString* error) {
+    auto application = desk::FindApplication(name, error);
+    if (!application) return false;
+    application->command += arguments;
+    std::unique_ptr<desk::TaskSocket> socket;
+    if (ipc_socket && !(socket = desk::TaskSocket::Listen(name, error))) return false;
+    auto started = desk::SupervisedProcess::Start(*application, socket.get(), error);
+    if (!started) return false;
+    if (socket) socket_path = QFile::decodeName(socket->GetPath());
+    Watch(std::move(started));
+    return launched = true;
+  }
+
+  void Watch(std::unique_ptr<desk::SupervisedProcess> started) {
+    notifier = std::make_unique<QSocketNotifier>(started->GetDescriptor(), QSocketNotifier::Read);
+    QObject::connect(notifier.get(), &QSocketNotifier::activated, task, [this] { OnNews(); });
+    const std::lock_guard lock(mutex);
+    process = std::move(started);
+  }
+
+  void OnNews() {
+    QString cause;
+    switch (process->ReadNews(&cause)) {
+      case desk::SupervisedProcess::News::kNone:
+        return;
+      case desk::SupervisedProcess::News::kRunning:
+        return TellStarted({});
+      case desk::SupervisedProcess::News::kFailed:
+        return TellStarted(Failure(cause));
+      case desk::SupervisedProcess::News::kEnded:
+        return OnEnded();
+    }
+  }
+
+  // The callbacks may delete the task: nothing of it is touched afterwards.
+  void OnEnded() {
+    notifier.release()->deleteLater();  // It is the one that is calling.
+    {
+      const std::lock_guard lock(mutex);
+      process.reset();
+    }
+    const auto stopped = std::exchange(on_stopped, {});
+    TellStarted(Failure(QStringLiteral("it ended at once")));
+    for (const Callback& callback : stopped) callback({});
+  }
+
+  // Does nothing when the outcome is known already.
+  void TellStarted(const Error& error) {
+    if (const Callback callback = std::exchange(on_started, nullptr)) callback(error);
+  }
+};
+
+Task::Task(const QString& name, QObject* parent) : QObject(parent), d_(new Private(this, name)) {}
+
+Task::~Task() = default;
+
+void Task::withIpcSocket(bool enabled) { d_->ipc_socket = enabled; }
+
+void Task::withArguments(const QStringList& arguments) { d_->arguments = arguments; }
+
+void Task::start(Callback callback) {
+  QString error = QStringLiteral("it was started before");
+  if (!d_->launched && d_->Launch(&error)) {
+    d_->on_started = std::move(callback);
+    return;
+  }
+  d_->Post([callback = std::move(callback), failure = d_->Failure(error)] { callback(failure); });
+}
+
+void Task::stop(StopFlags flags, Callback callback) {
+  {
+    const std::lock_guard lock(d_->mutex);
+    if (d_->process) {
+      d_->process->Send(flags & Force ? desk::Command::kKill : desk::Command::kTerminate);
+    }
+  }
+  d_->Post([d = d_.get(), callback = std::move(callback)] {
+    if (!d->process) return callback({});
+    d->on_stopped.push_back(callback);
+  });
+}
+
+QString Task::socketPath() const { return d_->socket_path; }
+
+}  // namespace RuntimeManager

@@ -1,0 +1,162 @@
+#include "platform/runtime_manager/task_messaging.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include <QJsonDocument>
+#include <QSocketNotifier>
+#include <QThread>
+#include <QTimer>
+
+#include "desk/runtime_manager/message_peer.h"
+
+namespace RuntimeManager {
+namespace {
+
+constexpr int kAcceptRetryMs = 100;
+
+bool IsListening(int descriptor) {
+  int listening = 0;
+  socklen_t size = sizeof listening;
+  return getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening;
+}
+
+}  // namespace
+
+struct TaskMessaging::Private {
+  TaskMessaging* const owner;
+
+  // On the owner's thread only.
+  std::vector<desk::MessagePeer*> peers;  // Children of the owner.
+  bool waits_for_first_peer = true;       // Until then messages are kept for it.
+  int listener = -1;                      // Our own copy of the descriptor; -1: a client.
+  std::unique_ptr<QSocketNotifier> acceptor;
+
+  std::mutex mutex;
+  std::vector<QByteArray> outbox;  // Guarded by mutex, as the next two.
+  qint64 outbox_bytes = 0;
+  bool overflowed = false;
+
+  explicit Private(TaskMessaging* messaging) : owner(messaging) {}
+  ~Private() {
+    acceptor.reset();
+    if (listener >= 0) close(listener);
+  }
+
+  void Serve(int descriptor) {
+    if (!IsListening(descriptor)) {
+      return desk::Complain(QStringLiteral("descriptor %1 is no listening socket: the application "
+                                           "was not started as a task")
+                                .arg(descriptor));
+    }
+    listener = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
+    acceptor = std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read);
+    QObject::connect(acceptor.get(), &QSocketNotifier::activated, owner, [this] { Accept(); });
+  }
+
+  void Accept() {
+    for (;;) {
+      const int descriptor = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+      if (descriptor >= 0) {
+        Add(new desk::MessagePeer(qintptr{descriptor}, owner));
+      } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+        return PauseAccepting();
+      } else if (errno != EINTR && errno != ECONNABORTED) {
+        return;
+      }
+    }
+  }
+
+  // The connection stays pending, so the notifier would fire without end.
+  void PauseAccepting() {
+    desk::Complain(QStringLiteral("a launcher has to wait: %1")
+                       .arg(QString::fromLocal8Bit(std::strerror(errno))));
+    acceptor->setEnabled(false);
+    QTimer::singleShot(kAcceptRetryMs, owner, [this] { acceptor->setEnabled(true); });
+  }
+
+  void Add(desk::MessagePeer* peer) {
+    if (peer->IsClosed()) return;
+    peers.push_back(peer);
+    QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
+                     &TaskMessaging::messageReceived);
+    QObject::connect(peer, &desk::MessagePeer::connected, owner, [this] { Flush(); });
+    QObject::connect(peer, &desk::MessagePeer::closed, owner, [this, peer] { Remove(peer); });
+    if (peer->IsConnected()) Flush();
+  }
+
+  void Remove(desk::MessagePeer* peer) {
+    peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
+    if (listener < 0) waits_for_first_peer = false;  // A client does not connect again.
+  }
+
+  void Put(const QByteArray& line) {
+    const std::lock_guard lock(mutex);
+    if (outbox_bytes + line.size() > desk::kMostUnsent) {
+      overflowed = true;
+      return;
+    }
+    outbox.push_back(line);
+    outbox_bytes += line.size();
+  }
+
+  // On the owner's thread: hands what waits to every peer that is there.
+  void Flush() {
+    const bool connected = std::any_of(peers.begin(), peers.end(),
+                                       [](desk::MessagePeer* peer) { return peer->IsConnected(); });
+    std::unique_lock lock(mutex);
+    if (!connected && waits_for_first_peer && !overflowed) return;
+    waits_for_first_peer = waits_for_first_peer && !connected;
+    const auto lines = std::exchange(outbox, {});
+    outbox_bytes = 0;
+    const bool drop = std::exchange(overflowed, false);
+    lock.unlock();
+    const auto receivers = peers;  // Sending may drop one.
+    for (desk::MessagePeer* peer : receivers) {
+      for (const QByteArray& line : lines) peer->Send(line);
+      if (drop) peer->Drop(QStringLiteral("too many messages wait to be sent"));
+    }
+    if (drop && receivers.empty()) {
+      desk::Complain(QStringLiteral("messages dropped: nobody is there to read them"));
+    }
+  }
+};
+
+TaskMessaging::TaskMessaging(const QString& socket_path, QObject* parent)
+    : QObject(parent), d_(new Private(this)) {
+  d_->Add(new desk::MessagePeer(socket_path, this));
+}
+
+TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)
+    : QObject(parent), d_(new Private(this)) {
+  d_->Serve(socket_descriptor);
+}
+
+TaskMessaging::~TaskMessaging() = default;
+
+void TaskMessaging::sendMessage(const QJsonObject& message) {
+  const QByteArray line = QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n';
+  if (line.size() - 1 > desk::kLargestFrame) {
+    return desk::Complain(
+        QStringLiteral("message dropped: it has %1 bytes, at most %2 are possible")
+            .arg(line.size() - 1)
+            .arg(desk::kLargestFrame));
+  }
+  d_->Put(line);
+  if (QThread::currentThread() == thread()) {
+    d_->Flush();
+  } else {
+    QMetaObject::invokeMethod(
+        this, [this] { d_->Flush(); }, Qt::QueuedConnection);
+  }
+}
+
+}  // namespace RuntimeManager

@@ -1,0 +1,92 @@
+#include "desk/runtime_manager/task_socket.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+
+namespace desk {
+namespace {
+
+constexpr int kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
+
+// Only a directory that nobody else can reach will do.
+bool IsPrivateDirectory(const QByteArray& path) {
+  struct stat status {};
+  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
+}
+
+}  // namespace
+
+std::unique_ptr<TaskSocket> TaskSocket::Listen(const QString& task, QString* error) {
+  static std::atomic<unsigned> counter{0};
+  std::unique_ptr<TaskSocket> socket(new TaskSocket);
+  QByteArray directory;
+  if (!socket->PrepareDirectory(&directory, error)) return nullptr;
+  socket->path_ = directory + '/' + QFile::encodeName(task) + '-' + QByteArray::number(getpid()) +
+                  '-' + QByteArray::number(++counter);
+  return socket->Bind(error) ? std::move(socket) : nullptr;
+}
+
+TaskSocket::~TaskSocket() {
+  if (descriptor_ >= 0) close(descriptor_);
+  if (!owns_files_) return;
+  if (descriptor_ >= 0) unlink(path_.constData());
+  if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
+}
+
+bool TaskSocket::PrepareDirectory(QByteArray* directory, QString* error) {
+  const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+  if (runtime.startsWith('/') && QDir(QFile::decodeName(runtime)).exists()) {
+    *directory = runtime + "/tavo";
+    if ((mkdir(directory->constData(), 0700) == 0 || errno == EEXIST) &&
+        IsPrivateDirectory(*directory)) {
+      return true;
+    }
+    *error = QStringLiteral("%1 is no directory of this user with mode 0700")
+                 .arg(QFile::decodeName(*directory));
+    return false;
+  }
+  QByteArray name = QFile::encodeName(QDir::tempPath()) + "/tavo-XXXXXX";
+  if (!mkdtemp(name.data())) {
+    *error =
+        QStringLiteral("no private directory %1: %2").arg(QFile::decodeName(name), ErrnoText());
+    return false;
+  }
+  *directory = private_directory_ = name;
+  return true;
+}
+
+bool TaskSocket::Bind(QString* error) {
+  const QString shown = QFile::decodeName(path_);
+  if (path_.size() > kLongestPath) {
+    *error = QStringLiteral("the socket path %1 has %2 bytes, at most %3 are possible")
+                 .arg(shown)
+                 .arg(path_.size())
+                 .arg(kLongestPath);
+    return false;
+  }
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path_.constData(), static_cast<size_t>(path_.size()));
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (descriptor >= 0 &&
+      bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    descriptor_ = descriptor;
+    if (listen(descriptor, SOMAXCONN) == 0) return true;
+  }
+  *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());
+  if (descriptor >= 0 && descriptor_ < 0) close(descriptor);
+  return false;
+}
+
+}  // namespace desk
