@@ -48,8 +48,8 @@ void MessagePeer::Watch() {
   connect(&socket_, &QLocalSocket::readyRead, this, &MessagePeer::OnReadable);
   connect(&socket_, &QLocalSocket::disconnected, this, &MessagePeer::OnClosed);
   connect(&socket_, &QLocalSocket::errorOccurred, this, [this](QLocalSocket::LocalSocketError) {
-    if (socket_.state() != QLocalSocket::UnconnectedState) return;
-    if (!ready_ && !closed_) Complain(QStringLiteral("no connection: ") + socket_.errorString());
+    if (ready_ || closed_) return;  // The end of a connection is told by itself.
+    Complain(QStringLiteral("no connection: ") + socket_.errorString());
     OnClosed();
   });
 }
@@ -90,7 +90,6 @@ void MessagePeer::OnReadable() {
   } while (socket_.bytesAvailable() > 0);
 }
 
-// The state is whole before a line is delivered: the handler may run an event loop and come back.
 bool MessagePeer::TakeLine(QByteArray* line) {
   const int newline = received_.indexOf('\n', searched_);
   if (newline < 0) {

@@ -2,7 +2,8 @@
 //
 // A line has at most kLargestFrame bytes, and at most kMostUnsent bytes wait for a peer that does
 // not read; a peer that breaks a limit, or that is another user's process, is dropped with a line
-// on standard error. A line that is no JSON object is reported there and skipped.
+// on standard error. A line that is no JSON object is reported there and skipped. Messages come one
+// after the other: while a handler runs an event loop of its own, the next ones wait.
 #pragma once
 
 #include <QByteArray>

@@ -28,7 +28,7 @@ struct Task::Private {
   bool launched = false;
   Callback on_started;
   std::vector<Callback> on_stopped;
-  std::unique_ptr<QSocketNotifier> notifier;
+  QSocketNotifier* notifier = nullptr;  // A child of the task: it moves between threads with it.
 
   Private(Task* owner, const QString& task_name) : task(owner), name(task_name) {}
 
@@ -55,8 +55,8 @@ struct Task::Private {
   }
 
   void Watch(std::unique_ptr<desk::SupervisedProcess> started) {
-    notifier = std::make_unique<QSocketNotifier>(started->GetDescriptor(), QSocketNotifier::Read);
-    QObject::connect(notifier.get(), &QSocketNotifier::activated, task, [this] { OnNews(); });
+    notifier = new QSocketNotifier(started->GetDescriptor(), QSocketNotifier::Read, task);
+    QObject::connect(notifier, &QSocketNotifier::activated, task, [this] { OnNews(); });
     const std::lock_guard lock(mutex);
     process = std::move(started);
   }
@@ -77,7 +77,8 @@ struct Task::Private {
 
   // The callbacks may delete the task: nothing of it is touched afterwards.
   void OnEnded() {
-    notifier.release()->deleteLater();  // It is the one that is calling.
+    notifier->setEnabled(false);
+    std::exchange(notifier, nullptr)->deleteLater();  // It is the one that is calling.
     {
       const std::lock_guard lock(mutex);
       process.reset();
@@ -95,7 +96,9 @@ struct Task::Private {
 
 Task::Task(const QString& name, QObject* parent) : QObject(parent), d_(new Private(this, name)) {}
 
-Task::~Task() = default;
+Task::~Task() {
+  delete d_->notifier;  // Before the descriptor that it watches is closed.
+}
 
 void Task::withIpcSocket(bool enabled) { d_->ipc_socket = enabled; }
 

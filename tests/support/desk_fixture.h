@@ -1,0 +1,71 @@
+// A desk of its own for each test: directories for applications and sockets, an event loop.
+#pragma once
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include "tests/support/deadline.h"
+#include "tests/support/test_base.h"
+
+namespace test {
+
+inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
+
+class DeskTest : public TestBase {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(QDir(directory_.path()).mkpath(QStringLiteral("apps")));
+    apps_ = directory_.filePath(QStringLiteral("apps"));
+    qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" TAVO_TEST_TASKS);
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory_.path()));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(directory_.path()));
+    qunsetenv("TAVO_DESK_WRAPPER");
+    app_ = std::make_unique<QCoreApplication>(argc_, argv_);
+    QCoreApplication::processEvents();
+    TestBase::SetUp();
+  }
+
+  void TearDown() override {
+    EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); })) << "A socket file was left.";
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    TestBase::TearDown();
+    app_.reset();
+  }
+
+  // An application of the test's own; by default a script.
+  QString Write(const QString& name, const QByteArray& content, mode_t mode = 0755) {
+    const QString path = QDir(apps_).filePath(name);
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+    file.close();
+    chmod(QFile::encodeName(path).constData(), mode);
+    return path;
+  }
+
+  QStringList Sockets() const {
+    return QDir(directory_.filePath(QStringLiteral("tavo")))
+        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+  }
+
+  QTemporaryDir directory_;
+  QString apps_;
+
+ private:
+  char name_[5] = "test";
+  char* argv_[2] = {name_, nullptr};
+  int argc_ = 1;
+  std::unique_ptr<QCoreApplication> app_;
+};
+
+}  // namespace test

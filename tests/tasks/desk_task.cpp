@@ -1,0 +1,141 @@
+// A task application for tests of the desk: it does what each message says.
+//   {"do": "describe"}         tells its arguments, directory, environment and descriptors
+//   {"do": "echo", ...}        sends the message back
+//   {"do": "fork"}             makes a child in its process group that ignores SIGTERM; tells its
+//   pid
+//   {"do": "ignore-term"}      ignores SIGTERM from now on, and says so
+//   {"do": "start", "name"}    starts a task of its own, describes it, and relays the answer
+//   {"do": "half-frame"}       is killed in the middle of a frame
+//   {"do": "odd"}              sends messages without a "data" text, and one with
+//   {"do": "exit"}             ends
+// Over the service the words come as {"data": "half-frame"}.
+#include <cstdlib>
+#include <dirent.h>
+#include <memory>
+#include <signal.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
+
+#include "platform/runtime_manager/runtime_dispatcher.h"
+#include "platform/runtime_manager/task.h"
+#include "platform/runtime_manager/task_messaging.h"
+
+namespace {
+
+using RuntimeManager::Error;
+using RuntimeManager::Task;
+using RuntimeManager::TaskMessaging;
+
+QJsonArray OpenDescriptors() {
+  QJsonArray descriptors;
+  DIR* directory = opendir("/proc/self/fd");
+  while (const dirent* entry = readdir(directory)) {
+    if (entry->d_name[0] != '.' && atoi(entry->d_name) != dirfd(directory)) {
+      descriptors.append(atoi(entry->d_name));
+    }
+  }
+  closedir(directory);
+  return descriptors;
+}
+
+QJsonObject Environment() {
+  QJsonObject environment;
+  for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES", "MARK"}) {
+    if (qEnvironmentVariableIsSet(name)) {
+      environment.insert(QLatin1String(name), qEnvironmentVariable(name));
+    }
+  }
+  return environment;
+}
+
+class DeskTask : public QObject {
+ public:
+  explicit DeskTask(const QJsonArray& descriptors)
+      : descriptors_(descriptors),
+        environment_(Environment()),
+        messaging_(RuntimeManager::RuntimeDispatcher::instance()->localServerSocket()) {
+    connect(&messaging_, &TaskMessaging::messageReceived, this, &DeskTask::Do);
+  }
+
+ private:
+  void Do(const QJsonObject& message) {
+    const QString data = QStringLiteral("data");
+    const QString what =
+        message.value(QStringLiteral("do")).toString(message.value(data).toString());
+    if (what == QStringLiteral("describe")) return Describe();
+    if (what == QStringLiteral("fork")) return Fork();
+    if (what == QStringLiteral("start")) return Start(message.value(QStringLiteral("name")));
+    if (what == QStringLiteral("half-frame")) return DieInAFrame();
+    if (what == QStringLiteral("odd")) {
+      for (const QJsonObject& odd :
+           {QJsonObject{{data, 5}}, QJsonObject{{data, QJsonValue::Null}}, QJsonObject{},
+            QJsonObject{{data, QJsonArray{data}}}, QJsonObject{{data, QStringLiteral("text")}}}) {
+        messaging_.sendMessage(odd);
+      }
+      return;
+    }
+    if (what == QStringLiteral("exit")) _exit(0);
+    if (what == QStringLiteral("ignore-term")) signal(SIGTERM, SIG_IGN);
+    messaging_.sendMessage(message);
+  }
+
+  void Describe() {
+    messaging_.sendMessage({{QStringLiteral("pid"), getpid()},
+                            {QStringLiteral("group"), getpgrp()},
+                            {QStringLiteral("arguments"),
+                             QJsonArray::fromStringList(QCoreApplication::arguments().mid(1))},
+                            {QStringLiteral("directory"), QDir::currentPath()},
+                            {QStringLiteral("descriptors"), descriptors_},
+                            {QStringLiteral("environment"), environment_},
+                            {QStringLiteral("environment now"), Environment()},
+                            {QStringLiteral("again"),
+                             RuntimeManager::RuntimeDispatcher::instance()->localServerSocket()}});
+  }
+
+  void Fork() {
+    const pid_t child = fork();
+    if (child == 0) {
+      signal(SIGTERM, SIG_IGN);
+      for (;;) pause();
+    }
+    messaging_.sendMessage({{QStringLiteral("pid"), child}});
+  }
+
+  void Start(const QJsonValue& name) {
+    task_ = std::make_unique<Task>(name.toString());
+    task_->withIpcSocket(true);
+    task_->start([this](const Error& error) {
+      if (error) return messaging_.sendMessage({{QStringLiteral("error"), error.message()}});
+      inner_ = std::make_unique<TaskMessaging>(task_->socketPath());
+      connect(inner_.get(), &TaskMessaging::messageReceived, &messaging_,
+              &TaskMessaging::sendMessage);
+      inner_->sendMessage({{QStringLiteral("do"), QStringLiteral("describe")}});
+    });
+  }
+
+  void DieInAFrame() {
+    // The connection's descriptor is the newest socket; a frame without its end goes out raw.
+    for (int descriptor = 255; descriptor > 2; --descriptor) {
+      if (write(descriptor, "{\"data\":\"half", 13) == 13) raise(SIGKILL);
+    }
+  }
+
+  const QJsonArray descriptors_;
+  const QJsonObject environment_;
+  TaskMessaging messaging_;
+  std::unique_ptr<Task> task_;
+  std::unique_ptr<TaskMessaging> inner_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const QJsonArray descriptors = OpenDescriptors();  // Before Qt has its own.
+  const QCoreApplication application(argc, argv);
+  const DeskTask task(descriptors);
+  return QCoreApplication::exec();
+}
