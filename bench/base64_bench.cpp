@@ -2,8 +2,9 @@
 // that is there already. Every codec allocates its result, as callers get it. A benchmark's name is
 // operation/who/bytes of data; rates are bytes of text a second.
 #include <benchmark/benchmark.h>
-#include <cstring>
 #include <modp_b64.h>
+
+#include <cstring>
 #include <string>
 #include <vector>
 

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -21,6 +22,7 @@ enum { kOk = 0, kSomeFilesFailed = 1, kCannotRun = 2 };
 
 typedef struct Launcher {
   const char* libs_path;
+  unsigned int timeout; /* Seconds without an answer; then the task counts as dead. */
   TAVOProcTable top;
   TAVORpcClientProcTable table;
   _TAVOManagerRef* manager;
@@ -133,6 +135,14 @@ static void Leave(Launcher* self, int exit_code) {
   TAVODeskLeaveLoop(self->exit_code);
 }
 
+/* Nothing tells a caller that a task has died. The desk ends it, if it lives, with this process. */
+static void OnAlarm(int signal_number) {
+  static const char kText[] = "c_launcher: the task does not answer\n";
+  (void)signal_number;
+  if (write(STDERR_FILENO, kText, sizeof kText - 1) < 0) _exit(kCannotRun);
+  _exit(kCannotRun);
+}
+
 static void SendMore(Launcher* self) {
   while (self->sent < self->path_count && self->sent < self->printed + kWindow) {
     char* request = RequestFor(self->sent, self->paths[self->sent]);
@@ -168,6 +178,7 @@ static void OnStarted(void* user_data, int code, const char* text, unsigned int 
     Leave(self, kCannotRun);
     return;
   }
+  alarm(self->timeout);
   SendMore(self);
 }
 
@@ -179,6 +190,7 @@ static void OnMessage(void* user_data, const char* text, unsigned int chunk_id) 
     self->answers[number] = OrDie(strdup(answer + 1));
   }
   self->table.UnlockResources(self->client, chunk_id);
+  alarm(self->timeout);
   PrintAnswers(self);
   SendMore(self);
   if (self->printed == self->path_count) self->table.Release(self->client); /* Stops the task. */
@@ -230,25 +242,43 @@ static void Free(Launcher* self) {
 
 static int Usage(FILE* stream, int exit_code) {
   fputs(
-      "usage: c_launcher --libs-path DIRECTORY PATH...\n"
+      "usage: c_launcher --libs-path DIRECTORY [--timeout SECONDS] [--] PATH...\n"
       "\n"
       "Prints the SHA-256 digest of each file, as sha256sum does; a directory means the files\n"
       "below it. DIRECTORY holds libtavo.so; the task application \"digest\" is found through\n"
-      "TAVO_DESK_PATH.\n"
+      "TAVO_DESK_PATH. A task that gives no answer for SECONDS (60) counts as dead.\n"
       "\n"
       "Ends with 0, 1 when a file could not be read, 2 when the task or the library is missing.\n",
       stream);
   return exit_code;
 }
 
+/* Returns the index of the first path; 0 when the options make no sense. */
+static int ReadOptions(Launcher* self, int argc, char** argv) {
+  int at = 1;
+  for (; at + 1 < argc && strncmp(argv[at], "--", 2) == 0 && argv[at][2]; at += 2) {
+    if (strcmp(argv[at], "--libs-path") == 0) {
+      self->libs_path = argv[at + 1];
+    } else if (strcmp(argv[at], "--timeout") == 0) {
+      self->timeout = (unsigned int)strtoul(argv[at + 1], NULL, 10);
+    } else {
+      return 0;
+    }
+  }
+  if (at < argc && strcmp(argv[at], "--") == 0) ++at;
+  return self->libs_path && self->timeout > 0 && at < argc ? at : 0;
+}
+
 int main(int argc, char** argv) {
   if (argc == 2 && strcmp(argv[1], "--help") == 0) return Usage(stdout, kOk);
-  if (argc < 4 || strcmp(argv[1], "--libs-path") != 0) return Usage(stderr, kCannotRun);
-  Launcher launcher = {.libs_path = argv[2]};
-  for (int i = 3; i < argc; ++i) AddPath(&launcher, argv[i]);
+  Launcher launcher = {.timeout = 60};
+  const int first = ReadOptions(&launcher, argc, argv);
+  if (first == 0) return Usage(stderr, kCannotRun);
+  for (int i = first; i < argc; ++i) AddPath(&launcher, argv[i]);
   launcher.answers = OrDie(calloc(launcher.path_count + 1, sizeof *launcher.answers));
   int exit_code = launcher.exit_code;
   if (launcher.path_count > 0) {
+    signal(SIGALRM, OnAlarm);
     exit_code = BindLibrary(&launcher) ? TAVODeskRunLoop(Begin, &launcher) : kCannotRun;
     if (launcher.manager) launcher.top.Release(launcher.manager);
   }

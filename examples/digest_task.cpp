@@ -3,30 +3,48 @@
 // It is started by c_launcher, loads libtavo.so from the directory that --libs-path names, and
 // serves through the server table. A request is "<number> <path>", the answer "<number> ok <hex>"
 // or "<number> error <cause>". Paths are percent-encoded, so that any file name can be sent.
-#include <cstdio>
 #include <dlfcn.h>
-#include <string>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFile>
-#include <QFileInfo>
 
 #include "src/tavo_capi.h"
 
 namespace {
 
+struct CloseFile {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+
+// The hexadecimal digest, or nothing with the cause in `error`. Plain stdio, since a file's name
+// is any bytes.
+QByteArray DigestOf(const QByteArray& path, QByteArray* error) {
+  const std::unique_ptr<FILE, CloseFile> file(std::fopen(path.constData(), "rbe"));
+  QCryptographicHash hash(QCryptographicHash::Sha256);
+  std::vector<char> block(1 << 16);
+  size_t size = 0;
+  while (file && (size = std::fread(block.data(), 1, block.size(), file.get())) > 0) {
+    hash.addData(block.data(), static_cast<int>(size));
+  }
+  if (file && !std::ferror(file.get())) return hash.result().toHex();
+  *error = std::strerror(errno);
+  return {};
+}
+
 QByteArray AnswerTo(const QByteArray& request) {
   const int blank = request.indexOf(' ');
-  const QByteArray number = request.left(blank);
-  QFile file(QFile::decodeName(QByteArray::fromPercentEncoding(request.mid(blank + 1))));
-  if (QFileInfo(file).isDir()) return number + " error Is a directory";
-  QCryptographicHash hash(QCryptographicHash::Sha256);
-  if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file)) {
-    return number + " error " + file.errorString().toUtf8();
-  }
-  return number + " ok " + hash.result().toHex();
+  QByteArray error;
+  const QByteArray digest =
+      DigestOf(QByteArray::fromPercentEncoding(request.mid(blank + 1)), &error);
+  return request.left(blank) + (digest.isEmpty() ? " error " + error : " ok " + digest);
 }
 
 class DigestServer {

@@ -1,7 +1,8 @@
 #include "forge/base64.h"
 
-#include <cstring>
 #include <endian.h>
+
+#include <cstring>
 
 namespace forge::base64 {
 namespace {

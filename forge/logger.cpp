@@ -1,9 +1,10 @@
 #include "forge/logger.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <iostream>
 #include <string>
-#include <unistd.h>
 
 namespace forge::logger::details {
 namespace {

@@ -1,6 +1,7 @@
 #include "desk/runtime_manager/application.h"
 
 #include <glib.h>
+
 #include <memory>
 
 #include <QDir>

@@ -1,8 +1,9 @@
 #include "desk/runtime_manager/message_peer.h"
 
-#include <cstdio>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 #include <QJsonDocument>
 #include <QPointer>

@@ -1,8 +1,9 @@
 #include "platform/runtime_manager/runtime_dispatcher.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 #include <QtGlobal>
 

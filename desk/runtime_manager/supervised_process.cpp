@@ -1,12 +1,13 @@
 #include "desk/runtime_manager/supervised_process.h"
 
-#include <cerrno>
-#include <cstring>
 #include <signal.h>
-#include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
 #include <vector>
 
 #include <QFile>

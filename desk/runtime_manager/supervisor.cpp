@@ -1,8 +1,6 @@
 #include "desk/runtime_manager/supervisor.h"
 
-#include <cerrno>
 #include <fcntl.h>
-#include <initializer_list>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -11,6 +9,9 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
 
 namespace desk {
 namespace {

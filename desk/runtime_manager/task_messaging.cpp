@@ -1,12 +1,13 @@
 #include "platform/runtime_manager/task_messaging.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <mutex>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 

@@ -1,12 +1,13 @@
 #include "desk/runtime_manager/task_socket.h"
 
-#include <atomic>
-#include <cerrno>
-#include <cstring>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
 
 #include <QDir>
 #include <QFile>

@@ -1,11 +1,12 @@
 #include "platform/runtime_manager/task_messaging.h"
 
-#include <atomic>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include <QLocalSocket>
 
@@ -228,7 +229,7 @@ TEST_F(TaskMessagingTest, ProcessOfAnotherUserIsNotServed) {
     qstrncpy(address.sun_path, QFile::encodeName(path_).constData(), sizeof address.sun_path);
     const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
     if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) _exit(3);
-    if (write(descriptor, "{\"n\":1}\n", 8) != 8) _exit(0);
+    if (send(descriptor, "{\"n\":1}\n", 8, MSG_NOSIGNAL) != 8) _exit(0);
     char byte = 0;
     _exit(read(descriptor, &byte, 1) <= 0 ? 0 : 4);
   }

@@ -1,8 +1,9 @@
 #include "forge/logger.h"
 
 #include <pty.h>
-#include <string>
 #include <unistd.h>
+
+#include <string>
 
 #include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"

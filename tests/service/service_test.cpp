@@ -1,8 +1,9 @@
 // libtavo.so as its callers meet it: loaded by path, over the desk, with tasks in processes of
 // their own.
-#include <cstdlib>
 #include <dlfcn.h>
 #include <sys/resource.h>
+
+#include <cstdlib>
 
 #include "src/tavo_capi.h"
 #include "tests/support/desk_fixture.h"
@@ -175,6 +176,39 @@ TEST_F(ServiceTest, ReleasedManagerEndsItsTasks) {
   top_.Release(manager_);
   EXPECT_EQ(1, client_.releases);
   EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
+}
+
+// The process may end at any time; the sanitizers watch how it does.
+TEST_F(ServiceTest, ProcessMayExitWithinACallback) {
+  EXPECT_EXIT(
+      {
+        Start(client_, "service_task");
+        Client leaving;
+        leaving.table = &table_;
+        leaving.ref = top_.CreateRpcClient(manager_);
+        TAVORpcClientSlots slots{};
+        slots.size = sizeof slots;
+        slots.OnStarted = [](void*, int, const char*, unsigned int) { exit(9); };
+        table_.StartTask(leaving.ref, "service_task", TAVO_TEST_LIBS, &slots);
+        WaitUntil([] { return false; });
+      },
+      testing::ExitedWithCode(9), "");
+}
+
+TEST_F(ServiceTest, ProcessMayExitWithLivingClientsAndAServer) {
+  EXPECT_EXIT(
+      {
+        auto& client = *new Client;  // Told of the end, after all statics of this program.
+        Start(client, "service_task");
+        client.Send("text");
+        client.Holds(1);
+        TAVORpcServerProcTable server_table{};
+        top_.RpcServerProcTableLoad(&server_table, sizeof server_table);
+        server_table.Run(top_.GetRpcServer(manager_), nullptr);
+        StopApplication();
+        exit(7);
+      },
+      testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -1,11 +1,12 @@
 // A desk of its own for each test: directories for applications and sockets, an event loop.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <csignal>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 #include <QCoreApplication>
@@ -57,6 +58,9 @@ class DeskTest : public TestBase {
     return QDir(directory_.filePath(QStringLiteral("tavo")))
         .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
   }
+
+  // From here on the process has no application object, hence no event loop.
+  void StopApplication() { app_.reset(); }
 
   QTemporaryDir directory_;
   QString apps_;

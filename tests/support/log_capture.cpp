@@ -2,10 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <iostream>
-#include <sstream>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include <iostream>
+#include <sstream>
 
 namespace test {
 

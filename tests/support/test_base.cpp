@@ -1,11 +1,12 @@
 #include "tests/support/test_base.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <iterator>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "tests/support/deadline.h"
 

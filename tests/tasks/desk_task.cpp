@@ -9,11 +9,12 @@
 //   {"do": "odd"}              sends messages without a "data" text, and one with
 //   {"do": "exit"}             ends
 // Over the service the words come as {"data": "half-frame"}.
-#include <cstdlib>
 #include <dirent.h>
-#include <memory>
 #include <signal.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
 
 #include <QCoreApplication>
 #include <QDir>
@@ -97,11 +98,10 @@ class DeskTask : public QObject {
   }
 
   void Fork() {
+    signal(SIGTERM, SIG_IGN);  // Inherited: the child must never obey.
     const pid_t child = fork();
-    if (child == 0) {
-      signal(SIGTERM, SIG_IGN);
-      for (;;) pause();
-    }
+    while (child == 0) pause();
+    signal(SIGTERM, SIG_DFL);
     messaging_.sendMessage({{QStringLiteral("pid"), child}});
   }
 

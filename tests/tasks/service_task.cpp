@@ -1,7 +1,8 @@
 // A task application for tests of the service: serves through the tables of the libtavo.so that
 // --libs-path names, and echoes texts. "flood N" is answered with N numbered texts.
-#include <cstring>
 #include <dlfcn.h>
+
+#include <cstring>
 #include <string>
 
 #include <QCoreApplication>

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# The library exports what it promises: one C symbol and our four namespaces, nothing else.
+# Usage: exports_test.sh LIBTAVO
+set -euo pipefail
+
+library=$1
+exported=$(nm -D --defined-only --format=posix "$library" | cut -d ' ' -f 1 | sed 's/@.*//')
+
+c_symbols=$(grep -v '^_Z' <<<"$exported" || true)
+[[ "$c_symbols" == TAVOProcTableLoad ]] || { echo "C symbols: $c_symbols"; exit 1; }
+
+ours='^_Z(T[VISTC]|Th[n0-9]+_|Tv[n0-9_]+_)?N?K?N?K?(5forge|5flrpc|2cw|4tavo)'
+if foreign=$(grep '^_Z' <<<"$exported" | grep -vE "$ours"); then
+  echo "Foreign symbols:"; c++filt <<<"$foreign"; exit 1
+fi
+
+# What hidden visibility or a wrong pattern of the map would lose first.
+for symbol in _ZTVN5forge11IDispatcherE _ZTIN5forge11IDispatcherE _ZTSN5forge11IDispatcherE \
+              _ZNK5forge6Buffer8ToBase64B5cxx11Ev _ZN5forge6Buffer9WriteByteEh; do
+  grep -qx "$symbol" <<<"$exported" || { echo "Not exported: $symbol"; exit 1; }
+done
+
+# Service internals stay inside.
+if internal=$(grep -E 'RpcClientImpl|MessageChannel|details7Manager' <<<"$exported"); then
+  echo "Internals are exported:"; c++filt <<<"$internal"; exit 1
+fi
+
+readelf -d "$library" | grep -q NODELETE || { echo "The library may be unloaded"; exit 1; }

@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# The C example end to end: its output is sha256sum's, its errors are sentences, and it leaves no
+# process, socket or file behind.
+# Usage: c_launcher_test.sh BUILD_DIRECTORY
+set -euo pipefail
+
+build=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export XDG_RUNTIME_DIR=$work/run TAVO_DESK_PATH=$build/tasks
+unset TAVO_DESK_WRAPPER
+mkdir -m 0700 "$XDG_RUNTIME_DIR"
+
+fail() { echo "FAILED: $*"; exit 1; }
+launch() { "$build/bin/c_launcher" --libs-path "$build/lib" "$@"; }
+nothing_is_left() {
+  for _ in $(seq 2000); do
+    [[ -z "$(ls "$XDG_RUNTIME_DIR/tavo")" ]] && ! pgrep -f "libs-path $build/lib" >/dev/null && return
+    read -rt 0.01 <> <(:) || true
+  done
+  fail "something is left: $(ls "$XDG_RUNTIME_DIR/tavo"; pgrep -af "libs-path $build/lib")"
+}
+
+# Names of every kind, below a directory and given by themselves, relative and absolute.
+mkdir -p "$work/data/deep/er" "$work/data/empty"
+cd "$work"
+printf 'x' >'data/plain'
+printf '' >'data/nothing'
+printf '1' >'data/blank and % percent'
+printf '2' >$'data/line\nbreak\rand\\backslash'
+printf '3' >$'data/not-utf8-\xff\xfe'
+printf '4' >'data/deep/er/--option'
+head -c 3000000 /dev/zero >'data/deep/large'
+for i in $(seq 100); do echo "$i" >"data/deep/file$i"; done
+ln -s plain data/link
+
+find data -type f -print0 | LC_ALL=C sort -z | xargs -0 sha256sum >expected
+launch data >actual || fail "exit code $?"
+diff <(LC_ALL=C sort expected) <(LC_ALL=C sort actual) || fail "digests differ"
+launch -- data/link "$work/data/plain" >actual
+sha256sum data/link "$work/data/plain" | diff - actual || fail "digests of single files differ"
+nothing_is_left
+
+# A file that cannot be read: the others are done, the code says so.
+code=0
+launch data/missing data/plain >actual 2>errors || code=$?
+[[ $code -eq 1 ]] || fail "exit code $code for a missing file"
+[[ "$(cat errors)" == "c_launcher: data/missing: No such file or directory" ]] || fail "$(cat errors)"
+sha256sum data/plain | diff - actual || fail "the other file was not done"
+
+# No task, no library, a task that never answers.
+expect_code_2() {
+  local expected=$1 code=0
+  shift
+  "$@" >actual 2>errors || code=$?
+  [[ $code -eq 2 ]] || fail "exit code $code: $*"
+  grep -qF "$expected" errors || fail "$(cat errors)"
+}
+TAVO_DESK_PATH=$work expect_code_2 'Application "digest" could not be started' launch data/plain
+expect_code_2 'libtavo.so: cannot open' "$build/bin/c_launcher" --libs-path "$work" data/plain
+expect_code_2 'usage:' "$build/bin/c_launcher" --unknown option
+mkdir dumb
+printf '#!/bin/sh\nexec sleep 1000\n' >dumb/digest
+chmod +x dumb/digest
+TAVO_DESK_PATH=$work/dumb expect_code_2 'the task does not answer' launch --timeout 1 data/plain
+nothing_is_left
