@@ -20,5 +20,7 @@ target_include_directories(tavo INTERFACE ${CMAKE_SOURCE_DIR})
 set_target_properties(tavo PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tavo.map)
 target_link_options(tavo PRIVATE
   -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/tavo.map
-  -Wl,-z,nodelete  # Callbacks may be pending when the last table goes.
-  $<$<NOT:$<BOOL:${TAVO_SANITIZE}>>:-Wl,-z,defs>)
+  -Wl,-z,nodelete)  # Callbacks may be pending when the last table goes.
+if(NOT TAVO_SANITIZE)  # A sanitizer's own symbols come from the program.
+  target_link_options(tavo PRIVATE -Wl,-z,defs)
+endif()

@@ -54,11 +54,8 @@ QStringList WithoutFieldCodes(const QStringList& words) {
   for (const QString& word : words) {
     QString clean;
     for (int i = 0; i < word.size(); ++i) {
-      if (word[i] != QLatin1Char('%')) {
-        clean += word[i];
-      } else if (++i < word.size() && word[i] == QLatin1Char('%')) {
-        clean += word[i];
-      }
+      const QLatin1Char percent('%');
+      if (word[i] != percent || (++i < word.size() && word[i] == percent)) clean += word[i];
     }
     if (!clean.isEmpty() || word.isEmpty()) result << clean;
   }

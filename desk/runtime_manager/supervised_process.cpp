@@ -21,6 +21,7 @@ QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;

@@ -178,7 +178,7 @@ class Watch {
     terminating_ = true;
     kill(-task_, SIGTERM);
     kill(-task_, SIGCONT);  // A stopped process could not obey.
-    kill_at_ms_ = NowMs() + kTermGraceSeconds * 1000;
+    kill_at_ms_ = NowMs() + int64_t{kTermGraceSeconds} * 1000;
   }
 
   void Kill() {

@@ -103,6 +103,7 @@ TEST_F(RpcClientImplTest, NothingIsSentWithoutAChannel) {
   client_table_.Release(client);
   EXPECT_EQ(3u, client_table_.SendMessage(client, "late"));
   EXPECT_EQ(Events{}, platform_.SentTexts());
+  platform_.Task().Stopped();
 }
 
 TEST_F(RpcClientImplTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
