@@ -41,3 +41,6 @@ if(TAVO_SANITIZE)
 endif()
 
 include_directories(${CMAKE_SOURCE_DIR})
+if(TAVO_RUNTIME_MANAGER_INCLUDE)  # The device's declarations hide ours.
+  include_directories(BEFORE ${TAVO_RUNTIME_MANAGER_INCLUDE})
+endif()

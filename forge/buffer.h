@@ -54,7 +54,9 @@ class FORGE_EXPORT Buffer {
   // bits zero. Anything else gives an empty buffer.
   static Buffer FromBase64(const std::string& text);
 
-  friend bool operator==(const Buffer& a, const Buffer& b) { return a.bytes_ == b.bytes_; }
+  friend bool operator==(const Buffer& a, const Buffer& b) {
+    return &a == &b || a.bytes_ == b.bytes_;
+  }
   friend bool operator!=(const Buffer& a, const Buffer& b) { return !(a == b); }
 
  private:

@@ -28,7 +28,7 @@ std::string Sequence(const char* sequence) { return isatty(STDOUT_FILENO) ? sequ
 
 std::string Coloured(const char* colour, std::string_view text) {
   std::string piece = Sequence(colour);
-  piece += text;
+  piece += std::string(text);  // Throws for a null text with a length.
   piece += Sequence(kReset);
   return piece;
 }

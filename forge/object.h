@@ -11,7 +11,7 @@
 //   };
 //
 // Threads: any. Each registry and each object's dispatcher has its own reader-writer lock; no code
-//          holds both, and neither is held while foreign code runs.
+//          holds both. No task runs under them; only a dispatcher that is dropped dies there.
 // Errors:  an unknown, null or stale handle gives null; the caller reports it in its own words.
 #pragma once
 

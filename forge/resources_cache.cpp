@@ -14,8 +14,10 @@ uint32_t ResourcesCache::CreateChunk() {
     return 0;
   }
   if (!chunk) chunk = &chunks_.emplace_back();
-  chunk->id = DrawId();
-  return chunk->id;
+  uint32_t id = DrawId();
+  while (FindChunkUnsafe(id)) id = DrawId();  // Taken still, after the counter wrapped.
+  chunk->id = id;
+  return id;
 }
 
 const char* ResourcesCache::AppendStr(uint32_t chunk_id, std::string_view text) {
@@ -52,9 +54,11 @@ void ResourcesCache::RemoveChunk(uint32_t chunk_id) {
   RemoveUnsafe(GetChunkUnsafe(chunk_id));
 }
 
-void ResourcesCache::RemoveChunkIfOpen(uint32_t chunk_id) {
+bool ResourcesCache::RemoveChunkIfOpen(uint32_t chunk_id) {
   const std::lock_guard lock(mutex_);
-  if (chunk_id != 0) RemoveUnsafe(FindChunkUnsafe(chunk_id));
+  Chunk* chunk = chunk_id == 0 ? nullptr : FindChunkUnsafe(chunk_id);
+  RemoveUnsafe(chunk);
+  return chunk != nullptr;
 }
 
 ResourcesCache::Chunk* ResourcesCache::FindChunkUnsafe(uint32_t chunk_id) {
@@ -80,7 +84,9 @@ void ResourcesCache::RemoveUnsafe(Chunk* chunk) {
 ResourcesCacheGuard::ResourcesCacheGuard(ResourcesCache& cache)
     : cache_(cache), chunk_id_(cache.CreateChunk()) {}
 
-ResourcesCacheGuard::~ResourcesCacheGuard() { cache_.RemoveChunk(chunk_id_); }
+ResourcesCacheGuard::~ResourcesCacheGuard() {
+  if (chunk_id_ != 0) cache_.RemoveChunk(chunk_id_);
+}
 
 const char* ResourcesCacheGuard::AppendStr(std::string_view text) {
   return cache_.AppendStr(chunk_id_, text);

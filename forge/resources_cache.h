@@ -45,9 +45,9 @@ class FORGE_EXPORT ResourcesCache : public details::CounterClient {
   // Frees all that the chunk holds; every pointer handed out for it dangles afterwards.
   void RemoveChunk(uint32_t chunk_id);
 
-  // The same, but silent when the chunk is not open: for a producer that cannot tell whether the
-  // receiver returned it.
-  void RemoveChunkIfOpen(uint32_t chunk_id);
+  // The same, but only false when the chunk is not open: for a producer that cannot tell whether
+  // the receiver returned it.
+  bool RemoveChunkIfOpen(uint32_t chunk_id);
 
  private:
   struct Chunk {

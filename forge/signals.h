@@ -157,13 +157,13 @@ class FORGE_EXPORT RunOnceSignal : public details::CounterClient {
 template <typename... Args>
 class FORGE_EXPORT OwnedSignal final : public Signal<Args...> {
  public:
-  void Emit(Args... args) const { this->EmitImpl(std::move(args)...); }
+  void Emit(Args... args) const { this->EmitImpl(std::forward<Args>(args)...); }
 };
 
 template <typename... Args>
 class FORGE_EXPORT OwnedRunOnceSignal final : public RunOnceSignal<Args...> {
  public:
-  void Emit(Args... args) { this->EmitImpl(std::move(args)...); }
+  void Emit(Args... args) { this->EmitImpl(std::forward<Args>(args)...); }
 };
 
 // Packs a function object into a C slot (size, callback, release, user_data). Whoever receives the
@@ -186,7 +186,7 @@ CStyleListener<Args...>::~CStyleListener() {
 
 template <typename... Args>
 void CStyleListener<Args...>::Invoke(Args... args) const {
-  if (call_) call_(user_data_, std::move(args)...);
+  if (call_) call_(user_data_, std::forward<Args>(args)...);
 }
 
 template <typename... Args>
@@ -195,7 +195,7 @@ void CStyleListener<Args...>::InvokeOnce(Args... args) {
   // destructor releases the user data once, also when the callback throws or destroys this.
   const CStyleListener last(std::exchange(call_, nullptr), std::exchange(release_, nullptr),
                             std::exchange(user_data_, nullptr));
-  last.Invoke(std::move(args)...);
+  last.Invoke(std::forward<Args>(args)...);
 }
 
 template <typename... Args>
@@ -212,13 +212,13 @@ void CppStyleListener<Args...>::Invoke(Args... args) const {
   std::shared_lock lock(mutex_);
   const auto callback = callback_;
   lock.unlock();
-  if (callback) callback(std::move(args)...);
+  if (callback) callback(std::forward<Args>(args)...);
 }
 
 template <typename... Args>
 void CppStyleListener<Args...>::InvokeOnce(Args... args) {
   const auto callback = Take();
-  if (callback) callback(std::move(args)...);
+  if (callback) callback(std::forward<Args>(args)...);
 }
 
 template <typename... Args>
@@ -331,7 +331,7 @@ SlotT CreateSlot(Fn&& fn) {
   SlotT slot{};
   slot.size = sizeof(SlotT);
   slot.callback = [](void* user_data, Args... args) {
-    if (user_data) (*static_cast<Function*>(user_data))(std::move(args)...);
+    if (user_data) (*static_cast<Function*>(user_data))(std::forward<Args>(args)...);
   };
   slot.release = [](void* user_data) { delete static_cast<Function*>(user_data); };
   slot.user_data = new Function(std::forward<Fn>(fn));

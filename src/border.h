@@ -39,15 +39,16 @@ void Fence(const char* place, Body&& body) noexcept {
   }
 }
 
+// The same for what returns a result, which is `failure` after a stray exception.
 template <typename Body>
-ForgeResult FenceEntry(const char* place, Body&& body) {
+ForgeResult FenceEntry(const char* place, ForgeResult failure, Body&& body) {
   try {
     return body();
   } catch (const NullTextError&) {
     throw;
   } catch (...) {
     ReportStrayException(place);
-    return FORGE_RESULT_WRONG_STATE;
+    return failure;
   }
 }
 
@@ -71,9 +72,15 @@ std::size_t CoveredBytes(uint32_t size) {
 // Fills the caller's table, of `size` declared bytes, from the full one.
 template <typename Table>
 ForgeResult FillTable(Table* table, uint32_t size, const Table& full) {
+  constexpr std::size_t kFirstEntry =
+      sizeof(void*);  // After the size and, on 64 bits, its padding.
   std::memset(static_cast<void*>(table), 0, size);
-  std::memcpy(static_cast<void*>(table), &full, CoveredBytes<Table>(size));
   table->size = size;
+  const std::size_t covered = CoveredBytes<Table>(size);
+  if (covered > kFirstEntry) {
+    std::memcpy(reinterpret_cast<char*>(table) + kFirstEntry,
+                reinterpret_cast<const char*>(&full) + kFirstEntry, covered - kFirstEntry);
+  }
   return FORGE_RESULT_OK;
 }
 

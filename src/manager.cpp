@@ -10,6 +10,10 @@ namespace tavo::details {
 
 Manager::Manager(PrivateTag) : Object(forge::IDispatcher::CreateEmpty()) {}
 
+Manager::~Manager() {
+  Fence("manager destruction", [this] { Release(); });  // In its order, not the members'.
+}
+
 std::shared_ptr<Manager> Manager::Create() {
   auto manager = CreateOrNull([] { return Object::Create(PrivateTag{}); });
   if (!manager) FORGE_LOG(kError) << "Could not create Runtime Manager on API side.";
@@ -20,7 +24,9 @@ _TAVOManagerRef* Manager::HandleInitialize() {
   _TAVOManagerRef* ref = nullptr;
   Fence("Initialize", [&ref] {
     static const std::shared_ptr<Manager> manager = Create();
-    if (manager) ref = manager->GetRef();
+    // Apart from the manager, which may be gone already when a process that exits comes here.
+    static _TAVOManagerRef* const manager_ref = manager ? manager->GetRef() : nullptr;
+    ref = manager_ref;
   });
   return ref;
 }

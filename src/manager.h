@@ -19,6 +19,7 @@ class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
 
  public:
   explicit Manager(PrivateTag);
+  ~Manager() override;
 
   // The entries of the top table; their contract is the C header's.
   static _TAVOManagerRef* HandleInitialize();

@@ -1,5 +1,7 @@
 #include "src/message_channel.h"
 
+#include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include <QString>
@@ -26,6 +28,7 @@ MessageChannel::MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> me
 MessageChannel::~MessageChannel() { Close(); }
 
 void MessageChannel::Send(const std::string& text) {
+  if (text.size() > std::numeric_limits<int>::max()) throw std::length_error("text is too long");
   messaging_->sendMessage(
       {{DataKey(), QString::fromUtf8(text.data(), static_cast<int>(text.size()))}});
 }

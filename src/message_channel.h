@@ -13,7 +13,6 @@
 #include <QJsonObject>
 #include <QObject>
 
-#include "forge/resources_cache.h"
 #include "platform/runtime_manager/task_messaging.h"
 
 namespace tavo::details {
@@ -39,23 +38,5 @@ class MessageChannel {
   const std::shared_ptr<RuntimeManager::TaskMessaging> messaging_;
   QMetaObject::Connection connection_;
 };
-
-// Lends a text to a callback, which gets (text, chunk id). `returnable` is asked after the
-// callback: when the chunk cannot be given back any more, it is freed. False, and no call, when
-// no chunk can be had.
-template <typename Callback, typename Returnable>
-bool LendText(forge::ResourcesCache& cache, const std::string& text, Callback&& callback,
-              Returnable&& returnable) {
-  const uint32_t chunk_id = cache.CreateChunk();
-  if (chunk_id == 0) return false;
-  try {
-    callback(cache.AppendStr(chunk_id, text), chunk_id);
-  } catch (...) {
-    cache.RemoveChunkIfOpen(chunk_id);
-    throw;
-  }
-  if (!returnable()) cache.RemoveChunkIfOpen(chunk_id);
-  return true;
-}
 
 }  // namespace tavo::details

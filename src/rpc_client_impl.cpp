@@ -1,5 +1,6 @@
 #include "src/rpc_client_impl.h"
 
+#include <exception>
 #include <utility>
 
 #include <QString>
@@ -40,18 +41,21 @@ std::shared_ptr<RpcClientImpl> RpcClientImpl::Create(
 }
 
 ForgeResult RpcClientImpl::ProcTableLoad(TAVORpcClientProcTable* table, unsigned int size) {
-  if (!table) {
-    FORGE_LOG(kError) << "Null table specified.";
-    return FORGE_RESULT_INVALID_ARGUMENT;
-  }
-  return details::FillTable(
-      table, size,
-      {sizeof *table, HandleStartTask, RpcUnlockResourcesImpl, HandleSendMessage, HandleRelease});
+  return details::FenceEntry(
+      "RpcClientProcTableLoad", FORGE_RESULT_INVALID_ARGUMENT, [=]() -> ForgeResult {
+        if (!table) {
+          FORGE_LOG(kError) << "Null table specified.";
+          return FORGE_RESULT_INVALID_ARGUMENT;
+        }
+        return details::FillTable(table, size,
+                                  {sizeof *table, HandleStartTask, RpcUnlockResourcesImpl,
+                                   HandleSendMessage, HandleRelease});
+      });
 }
 
 ForgeResult RpcClientImpl::HandleStartTask(_TAVORpcClientRef* ref, const char* name,
                                            const char* libs_path, TAVORpcClientSlots* slots) {
-  return details::FenceEntry("StartTask", [=]() -> ForgeResult {
+  return details::FenceEntry("StartTask", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
     const std::string name_text = details::RequireText(name);
     const std::string path_text = details::RequireText(libs_path);
     if (name_text.empty() || path_text.empty()) return FORGE_RESULT_INVALID_ARGUMENT;
@@ -64,12 +68,13 @@ ForgeResult RpcClientImpl::HandleStartTask(_TAVORpcClientRef* ref, const char* n
 void RpcClientImpl::RpcUnlockResourcesImpl(_TAVORpcClientRef* ref, unsigned int chunk_id) {
   details::Fence("UnlockResources", [=] {
     const auto client = FromRef(ref);
-    if (client && chunk_id != 0) client->cache_.RemoveChunk(chunk_id);
+    if (!client || chunk_id == 0) return;
+    details::TakeBack(client->cache_, chunk_id, [&client] { return client->IsReachable(); });
   });
 }
 
 ForgeResult RpcClientImpl::HandleSendMessage(_TAVORpcClientRef* ref, const char* text) {
-  return details::FenceEntry("SendMessage", [=]() -> ForgeResult {
+  return details::FenceEntry("SendMessage", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
     const auto client = FromRef(ref);
     if (!client || !text) return FORGE_RESULT_WRONG_STATE;
     return client->SendMessage(text) ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
@@ -84,6 +89,8 @@ void RpcClientImpl::HandleRelease(_TAVORpcClientRef* ref) {
     client->Release();
   });
 }
+
+bool RpcClientImpl::IsReachable() const { return FromRef(GetRef()).get() == this; }
 
 bool RpcClientImpl::Move(State from, State to) {
   uint32_t expected = from;
@@ -124,8 +131,16 @@ void RpcClientImpl::AbandonStart() {
 void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
   if (error) {
     if (Move(kStarting, kStopped)) OnTaskFailed(error.message().toStdString());
-  } else {
-    if (Move(kStarting, kRunning)) OpenChannel();
+    return;
+  }
+  if (!Move(kStarting, kRunning)) return;
+  try {
+    OpenChannel();
+  } catch (const std::exception& exception) {  // A task that nobody can talk to has failed.
+    DropChannel();
+    if (!Move(kRunning, kStopped)) return;
+    CleanupTask();
+    OnTaskFailed(exception.what());
   }
 }
 
@@ -138,7 +153,7 @@ void RpcClientImpl::OnTaskFailed(const std::string& message) {
       [&slots](const char* text, uint32_t chunk_id) {
         slots->OnStarted(kInternalError, text, chunk_id);
       },
-      [this] { return FromRef(GetRef()) != nullptr; });
+      [this] { return IsReachable(); });
   if (!lent) slots->OnStarted(kInternalError, message.c_str(), 0);
 }
 
@@ -169,19 +184,24 @@ void RpcClientImpl::OnMessageReceived(const QJsonObject& message) {
   details::LendText(
       cache_, *text,
       [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
-      [this] { return FromRef(GetRef()) != nullptr; });
+      [this] { return IsReachable(); });
 }
 
 void RpcClientImpl::Release() {
   if (!Move(kRunning, kStopping)) return;
   CleanupMessaging();
   if (!task_) return OnStop();
-  task_->stop({}, [self = shared_from_this()](const RuntimeManager::Error& error) {
-    details::Fence("stop callback", [&self, &error] {
-      if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();
-      self->OnStop();
+  try {
+    task_->stop({}, [self = shared_from_this()](const RuntimeManager::Error& error) {
+      details::Fence("stop callback", [&error] {
+        if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();
+      });
+      details::Fence("stop callback", [&self] { self->OnStop(); });
     });
-  });
+  } catch (...) {  // Nobody will call back: the client ends here, and its task with it.
+    OnStop();
+    throw;
+  }
 }
 
 void RpcClientImpl::OnStop() {

@@ -20,6 +20,7 @@
 #include "forge/signals.h"
 #include "platform/runtime_manager/error.h"
 #include "platform/runtime_manager/task.h"
+#include "src/lent_text.h"
 #include "src/message_channel.h"
 #include "src/rpc_client_listener.h"
 #include "src/tavo_capi.h"
@@ -51,6 +52,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
  private:
   enum State : uint32_t { kIdle = 0, kStarting = 1, kRunning = 2, kStopping = 3, kStopped = 4 };
 
+  bool IsReachable() const;  // Does the handle still lead here?
   bool Move(State from, State to);
 
   ForgeResult StartTask(const std::string& name, const std::string& libs_path,

@@ -22,12 +22,15 @@ std::shared_ptr<RpcServerImpl> RpcServerImpl::Create() {
 }
 
 ForgeResult RpcServerImpl::ProcTableLoad(TAVORpcServerProcTable* table, unsigned int size) {
-  if (!table) {
-    FORGE_LOG(kError) << "Null table specified.";
-    return FORGE_RESULT_INVALID_ARGUMENT;
-  }
-  return details::FillTable(table, size,
-                            {sizeof *table, HandleRun, HandleUnlockResources, HandleSendMessage});
+  return details::FenceEntry(
+      "RpcServerProcTableLoad", FORGE_RESULT_INVALID_ARGUMENT, [=]() -> ForgeResult {
+        if (!table) {
+          FORGE_LOG(kError) << "Null table specified.";
+          return FORGE_RESULT_INVALID_ARGUMENT;
+        }
+        return details::FillTable(
+            table, size, {sizeof *table, HandleRun, HandleUnlockResources, HandleSendMessage});
+      });
 }
 
 void RpcServerImpl::HandleRun(_TAVORpcServerRef* ref, TAVORpcServerSlots* slots) {
@@ -38,12 +41,14 @@ void RpcServerImpl::HandleRun(_TAVORpcServerRef* ref, TAVORpcServerSlots* slots)
 
 void RpcServerImpl::HandleUnlockResources(_TAVORpcServerRef* ref, unsigned int chunk_id) {
   details::Fence("UnlockResources", [=] {
-    if (const auto server = FromRef(ref)) server->cache_.RemoveChunk(chunk_id);
+    const auto server = FromRef(ref);
+    if (!server) return;
+    details::TakeBack(server->cache_, chunk_id, [&server] { return server->IsReachable(); });
   });
 }
 
 ForgeResult RpcServerImpl::HandleSendMessage(_TAVORpcServerRef* ref, const char* text) {
-  return details::FenceEntry("SendMessage", [=]() -> ForgeResult {
+  return details::FenceEntry("SendMessage", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
     const auto server = FromRef(ref);
     const auto channel = server ? std::atomic_load(&server->channel_) : nullptr;
     if (!channel) return FORGE_RESULT_WRONG_STATE;
@@ -51,6 +56,8 @@ ForgeResult RpcServerImpl::HandleSendMessage(_TAVORpcServerRef* ref, const char*
     return FORGE_RESULT_OK;
   });
 }
+
+bool RpcServerImpl::IsReachable() const { return FromRef(GetRef()).get() == this; }
 
 void RpcServerImpl::Run(const TAVORpcServerSlots* slots) {
   if (std::atomic_load(&channel_)) return;  // The first Run wins.
@@ -73,7 +80,7 @@ void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {
   details::LendText(
       cache_, *text,
       [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
-      [this] { return FromRef(GetRef()) != nullptr; });
+      [this] { return IsReachable(); });
 }
 
 }  // namespace tavo

@@ -12,6 +12,7 @@
 
 #include "forge/object.h"
 #include "forge/resources_cache.h"
+#include "src/lent_text.h"
 #include "src/message_channel.h"
 #include "src/rpc_server_listener.h"
 #include "src/tavo_capi.h"
@@ -36,6 +37,7 @@ class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRe
   static ForgeResult ProcTableLoad(TAVORpcServerProcTable* table, unsigned int size);
 
  private:
+  bool IsReachable() const;  // Does the handle still lead here?
   void Run(const TAVORpcServerSlots* slots);
   void OnMessageReceived(const QJsonObject& message);
 

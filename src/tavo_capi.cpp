@@ -4,29 +4,35 @@
 #include "src/border.h"
 #include "src/manager.h"
 
+using tavo::details::FenceEntry;
+using tavo::details::FillTable;
+using tavo::details::Manager;
+
 namespace {
 
 // The intent service is not there yet: its entries are not provided.
 ForgeResult IntentManagerProcTableLoad(TAVOIntentManagerProcTable* table, unsigned int size) {
-  if (!table) {
-    FORGE_LOG(kError) << "Null table specified.";
-    return FORGE_RESULT_INVALID_ARGUMENT;
-  }
-  return tavo::details::FillTable(table, size, {});
+  return FenceEntry("IntentManagerProcTableLoad", FORGE_RESULT_INVALID_ARGUMENT, [=] {
+    if (!table) {
+      FORGE_LOG(kError) << "Null table specified.";
+      return FORGE_RESULT_INVALID_ARGUMENT;
+    }
+    return FillTable(table, size, {});
+  });
 }
 
 }  // namespace
 
 ForgeResult TAVOProcTableLoad(TAVOProcTable* table, uint32_t size) {
-  using tavo::details::Manager;
-  if (!table) {
-    FORGE_LOG(kError) << "Null table specified.";
-    return FORGE_RESULT_INVALID_ARGUMENT;
-  }
-  return tavo::details::FillTable(
-      table, size,
-      {sizeof *table, Manager::HandleInitialize, Manager::HandleRelease,
-       Manager::HandleGetIntentManager, IntentManagerProcTableLoad, Manager::HandleCreateRpcClient,
-       tavo::RpcClientImpl::ProcTableLoad, Manager::HandleGetRpcServer,
-       tavo::RpcServerImpl::ProcTableLoad});
+  return FenceEntry("TAVOProcTableLoad", FORGE_RESULT_INVALID_ARGUMENT, [=] {
+    if (!table) {
+      FORGE_LOG(kError) << "Null table specified.";
+      return FORGE_RESULT_INVALID_ARGUMENT;
+    }
+    return FillTable(table, size,
+                     {sizeof *table, Manager::HandleInitialize, Manager::HandleRelease,
+                      Manager::HandleGetIntentManager, IntentManagerProcTableLoad,
+                      Manager::HandleCreateRpcClient, tavo::RpcClientImpl::ProcTableLoad,
+                      Manager::HandleGetRpcServer, tavo::RpcServerImpl::ProcTableLoad});
+  });
 }

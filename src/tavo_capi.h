@@ -16,17 +16,22 @@
  *
  * Threads, as the tags name them:
  *   [any thread]       may be called from any thread.
- *   [platform thread]  one thread of the caller's choice; these calls must not run side by side.
  *   [event loop]       the thread whose Qt event loop runs. Callbacks arrive there, so the entries
  *                      that set them up are called there too. A host without Qt needs such a loop
  *                      from somewhere (on a desk: desk/runtime_manager/event_loop.h).
- * Callbacks are called on the event loop, or, where an entry says so, within that entry. Any entry
- * may be called from within a callback.
+ *   [platform thread]  the same thread: clients that have stopped leave the manager there, so
+ *                      nothing else that changes the manager may run beside it.
+ * Callbacks are called on the event loop, or, where an entry says so, within that entry, on its
+ * thread. Any entry may be called from within a callback. A client that another thread releases
+ * just as it starts may be told of the disconnect before the start.
  *
  * Ownership. Arguments are borrowed until the entry returns. Texts handed to callbacks are NUL-
  * terminated UTF-8, borrowed until their chunk id is given back through UnlockResources, or, with
  * chunk id 0, until the callback returns. A chunk that can no longer be given back (the handle was
  * released, or the slots hold no such callback) is freed right after the callback.
+ *
+ * A process that ends with living clients and servers is told of it like at the manager's Release,
+ * after main: user data must outlive it. Only a stop that is still pending then is not waited for.
  *
  * Errors. Entries return a FORGE_RESULT_ value or a null handle and write a line to the log. No
  * C++ exception leaves an entry or a callback, but for one: a null text given to StartTask, or to
@@ -45,6 +50,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Templates over these types are as visible as the types. */
+#pragma GCC visibility push(default)
 
 typedef struct _TAVOManagerRef _TAVOManagerRef;
 typedef struct _TAVOIntentManagerRef _TAVOIntentManagerRef;
@@ -164,7 +172,7 @@ typedef struct TAVORpcServerProcTable {
    * does nothing, and its slots' Release is never called. [event loop] */
   void (*Run)(_TAVORpcServerRef* server, TAVORpcServerSlots* slots);
 
-  /* As for the client. [any thread] */
+  /* Gives a chunk back, which frees its texts. An unknown handle is ignored. [any thread] */
   void (*UnlockResources)(_TAVORpcServerRef* server, unsigned int chunk_id);
 
   /* Sends a text to whoever started this application. 0: handed to the channel. 3: unknown
@@ -179,8 +187,9 @@ typedef struct TAVOProcTable {
    * never will be. [platform thread] */
   _TAVOManagerRef* (*Initialize)(void);
 
-  /* Drops the clients in the order of their creation, then the server, then the intent service.
-   * The manager stays usable and makes new ones. [platform thread] */
+  /* Drops the clients in the order of their creation, then the server, then the intent service;
+   * their OnDisconnect and Release slots are called within this. The manager stays usable and
+   * makes new ones. [platform thread] */
   void (*Release)(_TAVOManagerRef* manager);
 
   /* The intent service, the same handle until Release; null: unknown handle, or it could not be
@@ -201,8 +210,9 @@ typedef struct TAVOProcTable {
 
 /* Fills the top table. 0, or 2 (and a log line) when `table` is null. The other tables' loaders
  * are alike. [any thread] */
-__attribute__((visibility("default"))) ForgeResult TAVOProcTableLoad(TAVOProcTable* table,
-                                                                     uint32_t size);
+ForgeResult TAVOProcTableLoad(TAVOProcTable* table, uint32_t size);
+
+#pragma GCC visibility pop
 
 /* ---- The layout is fixed --------------------------------------------------------------------- */
 

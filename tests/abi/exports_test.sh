@@ -9,7 +9,7 @@ exported=$(nm -D --defined-only --format=posix "$library" | cut -d ' ' -f 1 | se
 c_symbols=$(grep -v '^_Z' <<<"$exported" || true)
 [[ "$c_symbols" == TAVOProcTableLoad ]] || { echo "C symbols: $c_symbols"; exit 1; }
 
-ours='^_Z(T[VISTC]|Th[n0-9]+_|Tv[n0-9_]+_)?N?K?N?K?(5forge|5flrpc|2cw|4tavo)'
+ours='^_Z(T[VISTC]|Th[n0-9]+_|Tv[n0-9_]+_|GV|GVZ|Z)?N?K?[RO]?(5forge|5flrpc|2cw|4tavo)'
 if foreign=$(grep '^_Z' <<<"$exported" | grep -vE "$ours"); then
   echo "Foreign symbols:"; c++filt <<<"$foreign"; exit 1
 fi

@@ -3,6 +3,7 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "tests/support/log_capture.h"
@@ -29,6 +30,8 @@ TEST_F(LoggerTest, WritesTagLocationAndMessageOfEachLevel) {
       {static_cast<LogLevel>(-1), "", "text 7\n"},
   };
   test::LogCapture log;
+  EXPECT_THROW(Printer(LogLevel::kError, std::string_view(nullptr, 1)), std::logic_error);
+  EXPECT_EQ("[error]", log.TakeText());
   for (const auto& row : rows) {
     Printer(row.level, row.location) << "text " << 7;
     EXPECT_EQ(row.line, log.TakeText());
@@ -58,11 +61,10 @@ TEST_F(LoggerTest, ColoursOnlyOnATerminal) {
   dup2(slave, STDOUT_FILENO);
   Printer(LogLevel::kError, " a/b:1 ") << "text";
   dup2(saved, STDOUT_FILENO);
-  char line[200] = {};
-  const ssize_t size = read(master, line, sizeof line);
+  std::string line;
+  for (char c = 0; c != '\n' && read(master, &c, 1) == 1;) line += c;
   for (const int descriptor : {saved, master, slave}) close(descriptor);
-  EXPECT_EQ("\x1b[1;31m[error]\x1b[0m\x1b[90m a/b:1 \x1b[0mtext\r\n",
-            std::string(line, static_cast<size_t>(size)));
+  EXPECT_EQ("\x1b[1;31m[error]\x1b[0m\x1b[90m a/b:1 \x1b[0mtext\r\n", line);
 
   test::LogCapture log;
   Printer(LogLevel::kInfo, " a/b:1 ") << "text";

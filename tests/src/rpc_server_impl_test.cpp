@@ -1,5 +1,7 @@
 #include <stdexcept>
 
+#include <QCoreApplication>
+
 #include "tests/src/service_fixture.h"
 
 namespace {
@@ -63,7 +65,14 @@ TEST_F(RpcServerImplTest, UnknownChunkIsReportedZeroIncluded) {
   EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
 }
 
-TEST_F(RpcServerImplTest, NoCallbackComesOnceTheManagerDroppedIt) {
+// With an application the messaging object lives on until the loop comes by.
+class RpcServerImplLoopTest : public RpcServerImplTest {
+ private:
+  int argc_ = 0;
+  QCoreApplication app_{argc_, nullptr};
+};
+
+TEST_F(RpcServerImplLoopTest, NoCallbackComesOnceTheManagerDroppedIt) {
   static TAVOProcTable* top;
   static _TAVOManagerRef* manager;
   top = &top_;
@@ -79,6 +88,8 @@ TEST_F(RpcServerImplTest, NoCallbackComesOnceTheManagerDroppedIt) {
   platform_.Messaging().ReceiveText(QStringLiteral("late"));
   EXPECT_EQ((Events{"started 0 <>", "message <last>", "release"}), recorder_.Take());
   EXPECT_EQ(3u, server_table_.SendMessage(server, "text"));
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_EQ(nullptr, platform_.Messaging().object);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The size rule, at every declared size of every table and of the slots.
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "tests/src/service_fixture.h"
@@ -10,33 +11,30 @@ using test::Events;
 
 class TablesTest : public test::ServiceTest {
  protected:
-  // Loads a table at each declared size into guarded memory: whole fields appear exactly at their
-  // boundary, everything up to the declared size is written, and nothing beyond it changes save
-  // the size itself. `fields_are_provided`: no field of the full table may be null.
+  // Loads a table at each declared size into guarded memory, and compares every byte with what
+  // must be there: the declared bytes cleared, the size always, and each entry at its boundary.
+  // `provided`: no entry of the full table may be null.
   template <typename Table>
-  void Sweep(ForgeResult (*load)(Table*, unsigned int), bool fields_are_provided = true) {
+  void Sweep(ForgeResult (*load)(Table*, unsigned int), bool provided = true) {
+    constexpr size_t kWidth = sizeof(void*);
+    constexpr size_t kRoom = sizeof(Table) + 16;
     Table full{};
     ASSERT_EQ(FORGE_RESULT_OK, load(&full, sizeof full));
-    constexpr size_t kRoom = sizeof(Table) + 16;
     for (uint32_t size = 0; size <= kRoom; ++size) {
       SCOPED_TRACE(size);
-      alignas(Table) uint8_t memory[kRoom + 8];
-      std::memset(memory, 0xA5, sizeof memory);
-      ASSERT_EQ(FORGE_RESULT_OK, load(reinterpret_cast<Table*>(memory), size));
-      EXPECT_EQ(0, std::memcmp(&size, memory, sizeof size));
-      for (size_t at = sizeof(void*); at < sizeof(Table); at += sizeof(void*)) {
-        const bool covered = at + sizeof(void*) <= size;
-        uint8_t expected[sizeof(void*)] = {};
-        if (covered) std::memcpy(expected, reinterpret_cast<uint8_t*>(&full) + at, sizeof expected);
-        if (covered && fields_are_provided) {
-          EXPECT_NE(0, std::count_if(expected, std::end(expected), [](uint8_t b) { return b; }));
-        }
-        const size_t within = std::min<size_t>(sizeof expected, size > at ? size - at : 0);
-        EXPECT_EQ(0, std::memcmp(expected, memory + at, within)) << at;
+      alignas(Table) std::array<uint8_t, kRoom + 8> memory;
+      memory.fill(0xA5);
+      auto expected = memory;
+      std::memset(expected.data(), 0, size);
+      std::memcpy(expected.data(), &size, sizeof size);
+      for (size_t at = kWidth; at + kWidth <= std::min<size_t>(size, sizeof full); at += kWidth) {
+        void* entry = nullptr;
+        std::memcpy(&entry, reinterpret_cast<const char*>(&full) + at, kWidth);
+        EXPECT_EQ(provided, entry != nullptr) << at;
+        std::memcpy(expected.data() + at, &entry, kWidth);
       }
-      for (size_t at = std::max<size_t>(size, 4); at < sizeof memory; ++at) {
-        ASSERT_EQ(0xA5, memory[at]) << at;
-      }
+      ASSERT_EQ(FORGE_RESULT_OK, load(reinterpret_cast<Table*>(memory.data()), size));
+      EXPECT_EQ(expected, memory);
     }
     EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, load(nullptr, sizeof full));
     EXPECT_EQ("[error] Null table specified.", log_.TakeLine());

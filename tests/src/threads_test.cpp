@@ -1,7 +1,9 @@
 // The entries that any thread may call, called by eight, while the event loop's thread (this one,
 // without a loop) delivers messages and stops. Meant for the thread sanitizer.
 #include <atomic>
+#include <functional>
 #include <thread>
+#include <vector>
 
 #include <QCoreApplication>
 
@@ -15,56 +17,92 @@ class ThreadsTest : public test::ServiceTest {
   QCoreApplication app_{argc_, nullptr};  // So that Qt objects die here, on their own thread.
 };
 
-TEST_F(ThreadsTest, MessagesChunksAndReleaseMayMeet) {
-  struct Context {
-    TAVORpcClientProcTable* table;
-    std::atomic<_TAVORpcClientRef*> client{nullptr};
-    std::atomic<unsigned int> chunk{0};
-    std::atomic<int> releases{0};
-  };
+// What the callbacks of one client or server need; the user data of its slots.
+struct Context {
+  std::function<void(unsigned int)> unlock;
+  std::atomic<unsigned int> chunk{0};  // The newest that was not given back.
+  std::atomic<int> releases{0};
+
+  static void OnMessage(void* data, const char* text, unsigned int chunk) {
+    EXPECT_STREQ("text", text);
+    auto* self = static_cast<Context*>(data);
+    if (const unsigned int old = self->chunk.exchange(chunk)) self->unlock(old);
+  }
+  static void OnRelease(void* data) { ++static_cast<Context*>(data)->releases; }
+};
+
+// Runs the body on eight threads, and `meanwhile` on this one until they are done.
+void RunEight(const std::function<void(int)>& body, const std::function<void()>& meanwhile) {
+  std::atomic<int> running{8};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&body, &running, i] {
+      body(i);
+      --running;
+    });
+  }
+  while (running > 0) meanwhile();
+  for (auto& thread : threads) thread.join();
+}
+
+TEST_F(ThreadsTest, StartMessagesChunksAndReleaseOfAClientMayMeet) {
   for (int round = 0; round < 20; ++round) {
-    Context context{&client_table_};
+    Context context;
     TAVORpcClientSlots slots{};
     slots.size = sizeof slots;
     slots.user_data = &context;
-    slots.OnMessage = [](void* data, const char* text, unsigned int chunk) {
-      EXPECT_STREQ("text", text);
-      auto* self = static_cast<Context*>(data);
-      const unsigned int old = self->chunk.exchange(chunk);
-      if (old != 0) self->table->UnlockResources(self->client, old);
-    };
-    slots.Release = [](void* data) { ++static_cast<Context*>(data)->releases; };
-    context.client = top_.CreateRpcClient(manager_);
-    client_table_.StartTask(context.client, "worker", "/libs", &slots);
-    platform_.tasks.back()->Started();
-
-    std::atomic<int> running{8};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-      threads.emplace_back([this, &context, &running, i] {
-        for (int message = 0; message < 50; ++message) {
-          client_table_.SendMessage(context.client, "text");
-          if (const unsigned int chunk = context.chunk.exchange(0)) {
-            client_table_.UnlockResources(context.client, chunk);
+    slots.OnMessage = Context::OnMessage;
+    slots.Release = Context::OnRelease;
+    const auto client = top_.CreateRpcClient(manager_);
+    context.unlock = [&](unsigned int chunk) { client_table_.UnlockResources(client, chunk); };
+    client_table_.StartTask(client, "worker", "/libs", &slots);
+    const auto task = platform_.tasks.back();
+    const size_t channels = platform_.messagings.size();
+    RunEight(
+        [&](int thread) {
+          for (int message = 0; message < 50; ++message) {
+            client_table_.SendMessage(client, "text");
+            if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
           }
-        }
-        if (i >= 6) client_table_.Release(context.client);
-        --running;
-      });
-    }
-    while (running > 0) platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(3u, client_table_.SendMessage(context.client, "text"));
+          if (thread >= 6) client_table_.Release(client);
+        },
+        [&] {
+          if (task->start) task->Started();
+          platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+        });
+    EXPECT_EQ(channels + 1, platform_.messagings.size());
+    EXPECT_EQ(3u, client_table_.SendMessage(client, "text"));
     EXPECT_EQ(0, context.releases);
-    platform_.tasks.back()->Stopped();
+    // Released before it ran, it stays until the manager's Release.
+    task->stop ? task->Stopped() : top_.Release(manager_);
     EXPECT_EQ(1, context.releases);
-    // A chunk may be given back in the same moment in which Release makes the library free it.
-    for (const std::string& line : log_.TakeLines()) {
-      EXPECT_EQ(0u, line.find("[error] Invalid chunk ID <")) << line;
-    }
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_FALSE(platform_.tasks.back()->alive);
+    EXPECT_FALSE(task->alive);
   }
+}
+
+TEST_F(ThreadsTest, RunMessagesAndChunksOfTheServerMayMeet) {
+  Context context;
+  TAVORpcServerSlots slots{};
+  slots.size = sizeof slots;
+  slots.user_data = &context;
+  slots.OnMessage = Context::OnMessage;
+  slots.Release = Context::OnRelease;
+  const auto server = top_.GetRpcServer(manager_);
+  context.unlock = [&](unsigned int chunk) { server_table_.UnlockResources(server, chunk); };
+  RunEight(
+      [&](int) {
+        for (int message = 0; message < 500; ++message) {
+          server_table_.SendMessage(server, "text");
+          if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
+        }
+      },
+      [&] {
+        server_table_.Run(server, &slots);
+        platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+      });
+  top_.Release(manager_);
+  EXPECT_EQ(1, context.releases);
 }
 
 }  // namespace

@@ -1,0 +1,39 @@
+// Texts lent to the caller's callbacks: each in a chunk that the caller gives back by its id.
+//
+// `reachable` tells whether the caller's handle still leads to the lender: once it does not, no
+// chunk can come back, and what is lent is freed right after its callback.
+//
+// Threads: any.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "forge/resources_cache.h"
+
+namespace tavo::details {
+
+// Calls callback(text, chunk id) with a copy. False, and no call, when no chunk can be had.
+template <typename Callback, typename Reachable>
+bool LendText(forge::ResourcesCache& cache, const std::string& text, Callback&& callback,
+              Reachable&& reachable) {
+  const uint32_t chunk_id = cache.CreateChunk();
+  if (chunk_id == 0) return false;
+  try {
+    callback(cache.AppendStr(chunk_id, text), chunk_id);
+  } catch (...) {
+    cache.RemoveChunkIfOpen(chunk_id);
+    throw;
+  }
+  if (!reachable()) cache.RemoveChunkIfOpen(chunk_id);
+  return true;
+}
+
+// The caller gives a chunk back. An unknown id is reported, unless the chunk was freed because the
+// handle was released in the same moment: the handle goes first.
+template <typename Reachable>
+void TakeBack(forge::ResourcesCache& cache, uint32_t chunk_id, Reachable&& reachable) {
+  if (!cache.RemoveChunkIfOpen(chunk_id) && reachable()) cache.RemoveChunk(chunk_id);
+}
+
+}  // namespace tavo::details
