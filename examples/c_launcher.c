@@ -21,7 +21,7 @@ enum { kWindow = 16 }; /* Requests that are on their way at once. */
 enum { kOk = 0, kSomeFilesFailed = 1, kCannotRun = 2 };
 
 typedef struct Launcher {
-  const char* libs_path;
+  char* libs_path;      /* Absolute: the task may run in another directory. */
   unsigned int timeout; /* Seconds without an answer; then the task counts as dead. */
   TAVOProcTable top;
   TAVORpcClientProcTable table;
@@ -52,10 +52,17 @@ static char* Join(const char* first, const char* second) {
   return text;
 }
 
-/* "<number> <absolute path, percent-encoded>": the task may run in another directory. */
+static char* Absolute(const char* path) {
+  if (path[0] == '/') return OrDie(strdup(path));
+  char* here = OrDie(getcwd(NULL, 0));
+  char* absolute = Join(here, path);
+  free(here);
+  return absolute;
+}
+
+/* "<number> <absolute path, percent-encoded>" */
 static char* RequestFor(size_t number, const char* path) {
-  char* here = path[0] == '/' ? NULL : OrDie(getcwd(NULL, 0));
-  char* absolute = here ? Join(here, path) : OrDie(strdup(path));
+  char* absolute = Absolute(path);
   char* request = OrDie(malloc(32 + 3 * strlen(absolute)));
   char* end = request + sprintf(request, "%zu ", number);
   for (const char* at = absolute; *at; ++at) {
@@ -65,7 +72,6 @@ static char* RequestFor(size_t number, const char* path) {
     end += sprintf(end, plain ? "%c" : "%%%02X", byte);
   }
   free(absolute);
-  free(here);
   return request;
 }
 
@@ -238,6 +244,7 @@ static void Free(Launcher* self) {
   }
   free(self->paths);
   free(self->answers);
+  free(self->libs_path);
 }
 
 static int Usage(FILE* stream, int exit_code) {
@@ -258,7 +265,8 @@ static int ReadOptions(Launcher* self, int argc, char** argv) {
   int at = 1;
   for (; at + 1 < argc && strncmp(argv[at], "--", 2) == 0 && argv[at][2]; at += 2) {
     if (strcmp(argv[at], "--libs-path") == 0) {
-      self->libs_path = argv[at + 1];
+      free(self->libs_path);
+      self->libs_path = Absolute(argv[at + 1]);
     } else if (strcmp(argv[at], "--timeout") == 0) {
       self->timeout = (unsigned int)strtoul(argv[at + 1], NULL, 10);
     } else {
@@ -273,7 +281,10 @@ int main(int argc, char** argv) {
   if (argc == 2 && strcmp(argv[1], "--help") == 0) return Usage(stdout, kOk);
   Launcher launcher = {.timeout = 60};
   const int first = ReadOptions(&launcher, argc, argv);
-  if (first == 0) return Usage(stderr, kCannotRun);
+  if (first == 0) {
+    Free(&launcher);
+    return Usage(stderr, kCannotRun);
+  }
   for (int i = first; i < argc; ++i) AddPath(&launcher, argv[i]);
   launcher.answers = OrDie(calloc(launcher.path_count + 1, sizeof *launcher.answers));
   int exit_code = launcher.exit_code;
@@ -283,5 +294,9 @@ int main(int argc, char** argv) {
     if (launcher.manager) launcher.top.Release(launcher.manager);
   }
   Free(&launcher);
+  if (fflush(stdout) != 0 || ferror(stdout)) {
+    perror("c_launcher: standard output");
+    return kCannotRun;
+  }
   return exit_code;
 }

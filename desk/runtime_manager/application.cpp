@@ -12,6 +12,7 @@ namespace desk {
 namespace {
 
 constexpr char kGroup[] = G_KEY_FILE_DESKTOP_GROUP;
+const QString kNotFound = QStringLiteral("there is no such application");
 
 struct FreeWithGlib {
   void operator()(GKeyFile* file) const { g_key_file_free(file); }
@@ -38,7 +39,12 @@ std::optional<QStringList> SplitCommand(const QByteArray& line, QString* error) 
   return command;
 }
 
+// As a shell does: a word with a slash is a path, any other a program in PATH.
 bool Resolve(QStringList* command, QString* error) {
+  if (command->first().contains(QLatin1Char('/'))) {
+    command->first() = QFileInfo(command->first()).absoluteFilePath();
+    return true;
+  }
   const QString program = QStandardPaths::findExecutable(command->first());
   if (program.isEmpty()) {
     *error = QStringLiteral("there is no program \"%1\"").arg(command->first());
@@ -48,16 +54,29 @@ bool Resolve(QStringList* command, QString* error) {
   return true;
 }
 
-// Field codes stand for files that the task does not get: only "%%" means something here.
-QStringList WithoutFieldCodes(const QStringList& words) {
+struct DesktopEntry {
+  QString file;
+  QString name;
+  QString exec_error;
+  QStringList exec;
+  QString directory;
+  bool hidden = false;
+};
+
+// Replaces the field codes of an Exec line: the application's name and its entry are known, files
+// and icons the task does not get.
+QStringList ExpandFieldCodes(const QStringList& words, const DesktopEntry& entry) {
   QStringList result;
   for (const QString& word : words) {
-    QString clean;
+    QString expanded;
     for (int i = 0; i < word.size(); ++i) {
-      const QLatin1Char percent('%');
-      if (word[i] != percent || (++i < word.size() && word[i] == percent)) clean += word[i];
+      const bool is_code = word[i] == QLatin1Char('%') && i + 1 < word.size();
+      const QChar code = is_code ? word[++i] : QChar();
+      if (!is_code || code == QLatin1Char('%')) expanded += word[i];
+      if (code == QLatin1Char('c')) expanded += entry.name;
+      if (code == QLatin1Char('k')) expanded += entry.file;
     }
-    if (!clean.isEmpty() || word.isEmpty()) result << clean;
+    if (!expanded.isEmpty() || word.isEmpty()) result << expanded;
   }
   return result;
 }
@@ -67,32 +86,39 @@ QByteArray StringOf(GKeyFile* entry, const char* key) {
   return {text.get()};
 }
 
-std::optional<Application> ReadDesktopEntry(const QString& file, QString* error) {
-  const GlibPtr<GKeyFile> entry(g_key_file_new());
+std::optional<DesktopEntry> ReadDesktopEntry(const QString& file, QString* error) {
+  const GlibPtr<GKeyFile> keys(g_key_file_new());
   GError* failure = nullptr;
-  if (!g_key_file_load_from_file(entry.get(), QFile::encodeName(file).constData(), G_KEY_FILE_NONE,
+  if (!g_key_file_load_from_file(keys.get(), QFile::encodeName(file).constData(), G_KEY_FILE_NONE,
                                  &failure)) {
     const GlibPtr<GError> owned_failure(failure);
     *error = QStringLiteral("%1: %2").arg(file, QString::fromUtf8(failure->message));
     return std::nullopt;
   }
-  QString cause;
-  auto words = SplitCommand(StringOf(entry.get(), G_KEY_FILE_DESKTOP_KEY_EXEC), &cause);
-  if (words) *words = WithoutFieldCodes(*words);
-  if (!words || words->isEmpty() || !Resolve(&*words, &cause)) {
-    *error = QStringLiteral("%1: unusable Exec line: %2").arg(file, cause);
-    return std::nullopt;
-  }
-  return Application{*words, QFile::decodeName(StringOf(entry.get(), G_KEY_FILE_DESKTOP_KEY_PATH))};
+  DesktopEntry entry;
+  entry.file = file;
+  entry.name = QString::fromUtf8(StringOf(keys.get(), G_KEY_FILE_DESKTOP_KEY_NAME));
+  entry.directory = QFile::decodeName(StringOf(keys.get(), G_KEY_FILE_DESKTOP_KEY_PATH));
+  entry.hidden = g_key_file_get_boolean(keys.get(), kGroup, G_KEY_FILE_DESKTOP_KEY_HIDDEN, nullptr);
+  const auto words =
+      SplitCommand(StringOf(keys.get(), G_KEY_FILE_DESKTOP_KEY_EXEC), &entry.exec_error);
+  if (words) entry.exec = ExpandFieldCodes(*words, entry);
+  return entry;
 }
 
-// A hidden entry counts as deleted.
-bool IsUsableEntry(const QString& file) {
-  if (!QFileInfo(file).isFile()) return false;
-  const GlibPtr<GKeyFile> entry(g_key_file_new());
-  g_key_file_load_from_file(entry.get(), QFile::encodeName(file).constData(), G_KEY_FILE_NONE,
-                            nullptr);
-  return !g_key_file_get_boolean(entry.get(), kGroup, G_KEY_FILE_DESKTOP_KEY_HIDDEN, nullptr);
+// The first entry of that name decides: a hidden one says that there is no such application.
+std::optional<Application> FromDesktopEntry(const QString& file, QString* error) {
+  auto entry = ReadDesktopEntry(file, error);
+  if (!entry) return std::nullopt;
+  if (entry->hidden) {
+    *error = kNotFound;
+    return std::nullopt;
+  }
+  if (entry->exec.isEmpty() || !Resolve(&entry->exec, &entry->exec_error)) {
+    *error = QStringLiteral("%1: unusable Exec line: %2").arg(file, entry->exec_error);
+    return std::nullopt;
+  }
+  return Application{entry->exec, entry->directory};
 }
 
 std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
@@ -103,18 +129,16 @@ std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
   for (const QString& folder : path) {
     const QDir directory(folder);
     const QString entry = directory.absoluteFilePath(entry_name);
-    if (IsUsableEntry(entry)) return ReadDesktopEntry(entry, error);
+    if (QFileInfo(entry).isFile()) return FromDesktopEntry(entry, error);
     const QFileInfo program(directory.absoluteFilePath(name));
     if (!program.isFile()) continue;
     if (program.isExecutable()) return Application{{program.filePath()}, {}};
     if (not_executable.isEmpty()) not_executable = program.filePath();
   }
-  for (const QString& entry :
-       QStandardPaths::locateAll(QStandardPaths::ApplicationsLocation, entry_name)) {
-    if (IsUsableEntry(entry)) return ReadDesktopEntry(entry, error);
-  }
+  const QString entry = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, entry_name);
+  if (!entry.isEmpty()) return FromDesktopEntry(entry, error);
   if (!not_executable.isEmpty()) return Application{{not_executable}, {}};
-  *error = QStringLiteral("there is no such application");
+  *error = kNotFound;
   return std::nullopt;
 }
 

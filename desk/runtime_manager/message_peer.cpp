@@ -1,23 +1,40 @@
 #include "desk/runtime_manager/message_peer.h"
 
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
+#include <QFile>
 #include <QJsonDocument>
 #include <QPointer>
+#include <QTimer>
 
 namespace desk {
 namespace {
 
-constexpr qint64 kReadBuffer = qint64{1} << 20;
+constexpr int kReadBlock = 1 << 16;
+constexpr int kMostReadAtOnce = 1 << 20;  // Then others have their turn.
+constexpr int kConnectRetryMs = 20;
 
-bool IsOwnUser(qintptr descriptor) {
+bool IsOwnUser(int descriptor) {
   ucred peer{};
   socklen_t size = sizeof peer;
-  return getsockopt(static_cast<int>(descriptor), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+  return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
          peer.uid == geteuid();
+}
+
+// 0, or the errno of what failed.
+int ConnectTo(int descriptor, const QByteArray& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= static_cast<int>(sizeof address.sun_path)) return ENAMETOOLONG;
+  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
+  return connect(descriptor, generic, sizeof address) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -26,69 +43,131 @@ void Complain(const QString& text) {
   std::fprintf(stderr, "tavo-desk: %s\n", text.toLocal8Bit().constData());
 }
 
-MessagePeer::MessagePeer(const QString& socket_path, QObject* parent) : QObject(parent) {
-  Watch();
-  socket_.connectToServer(socket_path);
-}
+MessagePeer::MessagePeer(QObject* parent) : QObject(parent) {}
 
-MessagePeer::MessagePeer(qintptr descriptor, QObject* parent) : QObject(parent) {
-  Watch();
-  if (socket_.setSocketDescriptor(descriptor)) {
-    OnConnected();
-  } else {
-    ::close(static_cast<int>(descriptor));
-    OnClosed();
+MessagePeer::~MessagePeer() {
+  delete readable_;  // Before the descriptor that they watch is closed.
+  delete writable_;
+  if (descriptor_ >= 0) ::close(descriptor_);
+  if (unsent_bytes_ > 0) {
+    Complain(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
   }
 }
 
-MessagePeer::~MessagePeer() { socket_.disconnect(this); }
+void MessagePeer::Connect(const QString& socket_path) {
+  descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  TryConnect(QFile::encodeName(socket_path));
+}
 
-void MessagePeer::Watch() {
-  socket_.setReadBufferSize(kReadBuffer);  // What is not read yet waits at the sender's.
-  connect(&socket_, &QLocalSocket::connected, this, &MessagePeer::OnConnected);
-  connect(&socket_, &QLocalSocket::readyRead, this, &MessagePeer::OnReadable);
-  connect(&socket_, &QLocalSocket::disconnected, this, &MessagePeer::OnClosed);
-  connect(&socket_, &QLocalSocket::errorOccurred, this, [this](QLocalSocket::LocalSocketError) {
-    if (ready_ || closed_) return;  // The end of a connection is told by itself.
-    Complain(QStringLiteral("no connection: ") + socket_.errorString());
-    OnClosed();
-  });
+void MessagePeer::TryConnect(const QByteArray& path) {
+  const int error = descriptor_ < 0 ? errno : ConnectTo(descriptor_, path);
+  if (error == 0) return OnConnected();
+  if (error == EAGAIN || error == EINTR) {  // Too many wait already.
+    QTimer::singleShot(kConnectRetryMs, this, [this, path] { TryConnect(path); });
+    return;
+  }
+  Drop(QStringLiteral("%1: %2").arg(QFile::decodeName(path),
+                                    QString::fromLocal8Bit(std::strerror(error))));
+}
+
+void MessagePeer::TakeOver(int descriptor) {
+  descriptor_ = descriptor;
+  OnConnected();
 }
 
 void MessagePeer::OnConnected() {
-  if (ready_ || closed_) return;
-  if (!IsOwnUser(socket_.socketDescriptor())) {
-    return Drop(QStringLiteral("the other end is another user's"));
-  }
+  if (!IsOwnUser(descriptor_)) return Drop(QStringLiteral("the other end is another user's"));
+  readable_ = new QSocketNotifier(descriptor_, QSocketNotifier::Read, this);
+  connect(readable_, &QSocketNotifier::activated, this, [this] { OnReadable(); });
+  writable_ = new QSocketNotifier(descriptor_, QSocketNotifier::Write, this);
+  writable_->setEnabled(false);
+  connect(writable_, &QSocketNotifier::activated, this, [this] { WriteQueue(); });
   ready_ = true;
   Q_EMIT connected();
 }
 
 void MessagePeer::Send(const QByteArray& line) {
-  if (closed_) return;
-  if (socket_.bytesToWrite() + line.size() > kMostUnsent) {
-    return Drop(QStringLiteral("the other end does not read: %1 bytes are unsent")
-                    .arg(socket_.bytesToWrite() + line.size()));
+  if (!ready_ || write_failed_) return;
+  queue_.push_back(line);
+  unsent_bytes_ += line.size();
+  if (queue_.size() == 1) WriteQueue();
+  if (unsent_bytes_ > kMostUnsent) {
+    Drop(QStringLiteral("the other end does not read, %1 bytes are unsent").arg(unsent_bytes_));
   }
-  socket_.write(line);
-  socket_.flush();
+}
+
+void MessagePeer::WriteQueue() {
+  while (!queue_.empty()) {
+    const QByteArray& line = queue_.front();
+    const ssize_t size =
+        send(descriptor_, line.constData() + queue_offset_,
+             static_cast<size_t>(line.size() - queue_offset_), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) break;
+    unsent_bytes_ -= size;
+    queue_offset_ += static_cast<int>(size);
+    if (queue_offset_ < line.size()) continue;
+    queue_.pop_front();
+    queue_offset_ = 0;
+  }
+  const bool waits = !queue_.empty() && (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM);
+  if (!queue_.empty() && !waits) {  // What the other end sent before it went is still to be read.
+    write_failed_ = true;
+    queue_.clear();
+    unsent_bytes_ = 0;
+  }
+  writable_->setEnabled(waits);
 }
 
 void MessagePeer::Drop(const QString& reason) {
+  if (closed_) return;
   Complain(QStringLiteral("connection dropped: ") + reason);
-  OnClosed();
+  Close();
 }
 
 void MessagePeer::OnReadable() {
-  const QPointer<MessagePeer> self(this);
+  for (int read = 0; read < kMostReadAtOnce && ReadSome(); read += kReadBlock) {
+  }
+  DeliverLines();
+}
+
+// False when there is nothing more to read now.
+bool MessagePeer::ReadSome() {
+  const int before = received_.size();
+  received_.resize(before + kReadBlock);
+  ssize_t size = 0;
   do {
-    received_ += socket_.readAll();
-    for (QByteArray line; self && !closed_ && TakeLine(&line);) Deliver(line);
-    if (!self || closed_) return;
-    if (received_.size() > kLargestFrame) {
-      return Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
+    size = recv(descriptor_, received_.data() + before, kReadBlock, MSG_DONTWAIT);
+  } while (size < 0 && errno == EINTR);
+  const bool waits = size < 0 && (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM);
+  received_.resize(before + (size > 0 ? static_cast<int>(size) : 0));
+  if (size <= 0 && !waits) {
+    ended_ = true;
+    readable_->setEnabled(false);
+  }
+  return size == kReadBlock;
+}
+
+void MessagePeer::DeliverLines() {
+  const QPointer<MessagePeer> self(this);
+  for (QByteArray line; !closed_ && TakeLine(&line);) {
+    if (!delivery_posted_ && line_start_ < received_.size()) {
+      delivery_posted_ = true;
+      const auto resume = [this] {
+        delivery_posted_ = false;
+        DeliverLines();
+      };
+      QMetaObject::invokeMethod(this, resume, Qt::QueuedConnection);
     }
-  } while (socket_.bytesAvailable() > 0);
+    Deliver(line);
+    if (!self) return;
+  }
+  if (closed_) return;
+  if (received_.size() > kLargestFrame) {
+    Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
+  } else if (ended_) {
+    Close();
+  }
 }
 
 bool MessagePeer::TakeLine(QByteArray* line) {
@@ -118,11 +197,15 @@ void MessagePeer::Deliver(const QByteArray& line) {
   }
 }
 
-void MessagePeer::OnClosed() {
-  if (closed_) return;
+void MessagePeer::Close() {
   closed_ = true;
   ready_ = false;
-  socket_.abort();
+  unsent_bytes_ = 0;
+  queue_.clear();
+  for (QSocketNotifier* notifier : {readable_, writable_}) {
+    if (notifier) notifier->setEnabled(false);
+  }
+  if (descriptor_ >= 0) shutdown(descriptor_, SHUT_RDWR);
   Q_EMIT closed();
   deleteLater();
 }

@@ -2,14 +2,23 @@
 //
 // A line has at most kLargestFrame bytes, and at most kMostUnsent bytes wait for a peer that does
 // not read; a peer that breaks a limit, or that is another user's process, is dropped with a line
-// on standard error. A line that is no JSON object is reported there and skipped. Messages come one
-// after the other: while a handler runs an event loop of its own, the next ones wait.
+// on standard error. A line that is no JSON object is reported there and skipped.
+//
+// A handler may send, run an event loop (the next messages come within it), drop the peer or
+// delete it. What a peer sent before it closed is still delivered.
+//
+// Plain socket calls rather than QLocalSocket: that one ignores SIGPIPE for the whole process (and
+// does not notice when somebody restores it), throws received data away when a write fails, stays
+// silent within a handler's event loop, and does not survive being deleted there.
 #pragma once
+
+#include <deque>
 
 #include <QByteArray>
 #include <QJsonObject>
-#include <QLocalSocket>
 #include <QObject>
+#include <QSocketNotifier>
+#include <QString>
 
 namespace desk {
 
@@ -23,15 +32,16 @@ class MessagePeer : public QObject {
   Q_OBJECT
 
  public:
-  // Connects to a socket, or takes a connected one over.
-  MessagePeer(const QString& socket_path, QObject* parent);
-  MessagePeer(qintptr descriptor, QObject* parent);
+  explicit MessagePeer(QObject* parent);
   ~MessagePeer() override;
 
-  bool IsConnected() const { return ready_; }
-  bool IsClosed() const { return closed_; }
+  // Once: connects to a socket, or takes a connected one over. `connected` may come within.
+  void Connect(const QString& socket_path);
+  void TakeOver(int descriptor);
 
-  // `line` ends with a newline. Only when connected.
+  bool IsConnected() const { return ready_; }
+
+  // `line` ends with a newline. Nothing happens unless connected.
   void Send(const QByteArray& line);
 
   void Drop(const QString& reason);
@@ -42,16 +52,29 @@ class MessagePeer : public QObject {
   void closed();  // Once; the peer deletes itself afterwards.
 
  private:
-  void Watch();
+  void TryConnect(const QByteArray& path);
   void OnConnected();
+  void WriteQueue();
   void OnReadable();
-  void OnClosed();
+  bool ReadSome();
+  void DeliverLines();
   bool TakeLine(QByteArray* line);
   void Deliver(const QByteArray& line);
+  void Close();
 
-  QLocalSocket socket_;
+  int descriptor_ = -1;
+  QSocketNotifier* readable_ = nullptr;  // Children of the peer.
+  QSocketNotifier* writable_ = nullptr;
   bool ready_ = false;
   bool closed_ = false;
+  bool ended_ = false;            // The other end sends no more.
+  bool write_failed_ = false;     // It reads no more.
+  bool delivery_posted_ = false;  // Lines that wait are looked at by the next event loop, too.
+
+  std::deque<QByteArray> queue_;
+  int queue_offset_ = 0;  // Bytes of the first line that are sent.
+  qint64 unsent_bytes_ = 0;
+
   QByteArray received_;  // Lines from line_start_ on; searched for a newline up to searched_.
   int line_start_ = 0;
   int searched_ = 0;

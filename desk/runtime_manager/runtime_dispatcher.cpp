@@ -16,7 +16,7 @@ constexpr int kFirstPassedDescriptor = 3;
 // wraps the task is that process, and forks the task: its children may take the socket, too.
 int TakePassedSocket() {
   const pid_t announced = qEnvironmentVariableIntValue("LISTEN_PID");
-  const bool passed = qEnvironmentVariableIntValue("LISTEN_FDS") >= 1 &&
+  const bool passed = qEnvironmentVariableIntValue("LISTEN_FDS") >= 1 && announced > 0 &&
                       (announced == getpid() || announced == getppid());
   for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) unsetenv(name);
   if (!passed || fcntl(kFirstPassedDescriptor, F_SETFD, FD_CLOEXEC) != 0) return -1;

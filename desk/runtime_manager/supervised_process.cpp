@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <QFile>
@@ -33,8 +34,12 @@ constexpr char kListenPid[] = "LISTEN_PID=";
 
 std::vector<std::string> EnvironmentFor(const TaskSocket* socket) {
   std::vector<std::string> entries;
-  for (char** entry = environ; *entry; ++entry) {
-    if (std::strncmp(*entry, "LISTEN_", 7) != 0) entries.emplace_back(*entry);
+  for (char** entry = environ; entry && *entry; ++entry) {
+    const std::string_view text(*entry);
+    const std::string_view name = text.substr(0, text.find('='));
+    if (name != "LISTEN_PID" && name != "LISTEN_FDS" && name != "LISTEN_FDNAMES") {
+      entries.emplace_back(text);
+    }
   }
   if (socket) entries.insert(entries.end(), {"LISTEN_FDS=1", "LISTEN_FDNAMES=tavo"});
   entries.push_back(kListenPid + std::string(kListenPidDigits, '\0'));
@@ -97,7 +102,7 @@ std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& a
                       socket ? null_if_empty(socket->GetPrivateDirectory()) : nullptr};
   const int fork_error = ForkSupervisor(launch, ends[1]);
   close(ends[1]);
-  std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0]));
+  std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0], socket));
   if (fork_error != 0) {
     *error = ErrnoText(fork_error);
     return nullptr;
@@ -106,23 +111,46 @@ std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& a
   return process;
 }
 
+SupervisedProcess::SupervisedProcess(int link, const TaskSocket* socket)
+    : link_(link),
+      socket_path_(socket ? socket->GetPath() : QByteArray()),
+      private_directory_(socket ? socket->GetPrivateDirectory() : QByteArray()) {}
+
 SupervisedProcess::~SupervisedProcess() { close(link_); }
 
 SupervisedProcess::News SupervisedProcess::ReadNews(QString* error) {
-  LaunchReport report{};
+  SupervisorReport report{};
   const ssize_t size = recv(link_, &report, sizeof report, MSG_DONTWAIT);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return News::kNone;
-  if (size != sizeof report) return News::kEnded;  // Reports are written at once, whole.
-  switch (report.step) {
-    case LaunchReport::kRunning:
+  return size == sizeof report ? OnReport(report, error) : OnLinkEnd(error);
+}
+
+SupervisedProcess::News SupervisedProcess::OnReport(const SupervisorReport& report,
+                                                    QString* error) {
+  group_ = report.task;
+  switch (report.kind) {
+    case SupervisorReport::kRunning:
       return News::kRunning;
-    case LaunchReport::kDirectory:
+    case SupervisorReport::kDone:
+      // Where orphans come to this process (the first one of a container), this one does, too.
+      waitpid(report.supervisor, nullptr, 0);
+      return News::kEnded;
+    case SupervisorReport::kDirectoryFailed:
       *error = QStringLiteral("its directory: ") + ErrnoText(report.error);
       return News::kFailed;
     default:
       *error = ErrnoText(report.error);
       return News::kFailed;
   }
+}
+
+// The supervisor did not come to its end: what it leaves is ended and removed here.
+SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
+  if (group_ > 0) kill(-group_, SIGKILL);
+  if (!socket_path_.isEmpty()) unlink(socket_path_.constData());
+  if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
+  *error = QStringLiteral("its supervisor was killed");
+  return News::kLost;
 }
 
 void SupervisedProcess::Send(Command command) {

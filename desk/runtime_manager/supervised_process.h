@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include <QByteArray>
 #include <QString>
 
 #include "desk/runtime_manager/application.h"
@@ -27,17 +28,23 @@ class SupervisedProcess {
   // Readable when ReadNews has something to tell.
   int GetDescriptor() const { return link_; }
 
-  enum class News { kNone, kRunning, kFailed, kEnded };
-  // What happened, one thing a call; the cause of kFailed is put into `error`. After kEnded
-  // nothing is left of the process group.
+  enum class News { kNone, kRunning, kFailed, kEnded, kLost };
+  // What happened, one thing a call; the cause of kFailed and kLost is put into `error`. After
+  // kEnded nothing is left of the process group. kLost: the supervisor was killed; the group was
+  // killed, too, but nobody saw it go.
   News ReadNews(QString* error);
 
   void Send(Command command);
 
  private:
-  explicit SupervisedProcess(int link) : link_(link) {}
+  SupervisedProcess(int link, const TaskSocket* socket);
+  News OnReport(const SupervisorReport& report, QString* error);
+  News OnLinkEnd(QString* error);
 
   const int link_;
+  const QByteArray socket_path_;
+  const QByteArray private_directory_;
+  int group_ = 0;  // The task's process group; 0: there is none.
 };
 
 }  // namespace desk

@@ -27,18 +27,34 @@ void CloseRange(unsigned first, unsigned last) {
 }
 
 // The fork copied every descriptor of the starter. Held open here they would keep its sockets and
-// pipes, and other tasks' life-lines, alive.
-void CloseAllButStandardAnd(int link, int socket) {
-  const auto low = static_cast<unsigned>(link < socket ? link : socket);
-  const auto high = static_cast<unsigned>(link < socket ? socket : link);
-  const unsigned first = STDERR_FILENO + 1;
-  if (socket >= 0) {
-    if (low > first) CloseRange(first, low - 1);
-    CloseRange(low + 1, high - 1);
-  } else if (high > first) {
-    CloseRange(first, high - 1);
+// pipes, and other tasks' life-lines, alive. The standard ones stay.
+void CloseAllBut(int one, int other) {
+  int next = STDERR_FILENO + 1;
+  for (const int kept : {one < other ? one : other, one < other ? other : one}) {
+    if (kept < next) continue;
+    CloseRange(static_cast<unsigned>(next), static_cast<unsigned>(kept) - 1);
+    next = kept + 1;
   }
-  CloseRange(high + 1, ~0u);
+  CloseRange(static_cast<unsigned>(next), ~0u);
+}
+
+// Moves a descriptor out of the way of those that the task gets; -1 stays -1.
+int MoveUp(int descriptor) {
+  if (descriptor < 0) return -1;
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+  close(descriptor);
+  return moved;
+}
+
+// A starter may run without standard descriptors, or with something of its own in their place,
+// even the other end of the link; the task gets all three.
+void FillStandardDescriptors() {
+  for (int standard = STDIN_FILENO; standard <= STDERR_FILENO; ++standard) {
+    const int flags = fcntl(standard, F_GETFD);
+    if (flags >= 0 && !(flags & FD_CLOEXEC)) continue;
+    close(standard);
+    open("/dev/null", O_RDWR);  // Takes the lowest free one.
+  }
 }
 
 void WriteDigits(char* to, pid_t value) {
@@ -58,57 +74,57 @@ void ResetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-void Report(int descriptor, LaunchReport::Step step, int error) {
-  const LaunchReport report{step, error};
-  while (write(descriptor, &report, sizeof report) < 0 && errno == EINTR) {
-  }
-}
-
-// In the task's process, up to the moment when the application takes it over. The report's pipe
-// closes by itself when that succeeds.
-[[noreturn]] void BecomeTask(const Launch& launch, int report) {
+// In the task's process, up to the moment when the application takes it over. What fails is told
+// through the pipe, which closes by itself when nothing does.
+[[noreturn]] void BecomeTask(const Launch& launch, int socket, pid_t supervisor, int pipe) {
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // Should somebody kill the supervisor.
+  if (getppid() != supervisor) _exit(127);
   ResetSignals();
   const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null >= 0) dup2(null, STDIN_FILENO);
-  if (launch.socket == kHandedOverDescriptor) {
-    fcntl(launch.socket, F_SETFD, 0);
-  } else if (launch.socket >= 0) {
-    dup2(launch.socket, kHandedOverDescriptor);
-  }
+  if (socket >= 0) dup2(socket, kHandedOverDescriptor);
   WriteDigits(launch.listen_pid, getpid());
-  if (launch.directory && chdir(launch.directory) != 0) {
-    Report(report, LaunchReport::kDirectory, errno);
-  } else {
+  SupervisorReport failure{SupervisorReport::kDirectoryFailed, 0, 0, 0};
+  if (!launch.directory || chdir(launch.directory) == 0) {
     execve(launch.command[0], launch.command, launch.environment);
-    Report(report, LaunchReport::kExec, errno);
+    failure.kind = SupervisorReport::kExecFailed;
+  }
+  failure.error = errno;
+  while (write(pipe, &failure, sizeof failure) < 0 && errno == EINTR) {
   }
   _exit(127);
 }
 
-// Starts the task and tells the starter how that went. Returns its process id, -1 if there is none.
-pid_t StartTask(const Launch& launch, int link) {
+// Starts the task and waits until the application took over, or could not. The report's task is 0
+// when there is no process.
+SupervisorReport StartTask(const Launch& launch, int socket) {
+  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid()};
   int ends[2];
-  pid_t task = -1;
-  if (pipe2(ends, O_CLOEXEC) == 0) {
-    const int report = fcntl(ends[1], F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-    close(ends[1]);
-    task = _Fork();
-    if (task == 0) BecomeTask(launch, report);
-    close(report);
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    report.error = errno;
+    return report;
   }
-  LaunchReport outcome{LaunchReport::kRunning, 0};
-  if (task < 0) {
-    outcome = {LaunchReport::kFork, errno};
-  } else {
+  const int writing = MoveUp(ends[1]);
+  const pid_t task = writing < 0 ? -1 : _Fork();
+  if (task == 0) BecomeTask(launch, socket, report.supervisor, writing);
+  report.error = errno;
+  close(writing);
+  if (task > 0) {
     setpgid(task, task);  // Here, too: whoever comes first.
-    while (read(ends[0], &outcome, sizeof outcome) < 0 && errno == EINTR) {
+    report = {SupervisorReport::kRunning, 0, task, report.supervisor};
+    SupervisorReport failure{};
+    ssize_t size = 0;
+    do {
+      size = read(ends[0], &failure, sizeof failure);
+    } while (size < 0 && errno == EINTR);
+    if (size == sizeof failure) {
+      report.kind = failure.kind;
+      report.error = failure.error;
     }
-    close(ends[0]);
   }
-  send(link, &outcome, sizeof outcome, MSG_NOSIGNAL);
-  return task;
+  close(ends[0]);
+  return report;
 }
 
 int64_t NowMs() {
@@ -163,8 +179,7 @@ class Watch {
     const ssize_t size = recv(link_, &command, 1, MSG_DONTWAIT);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (size <= 0) {  // The starter is gone, or does not want the task any more.
-      close(link_);
-      link_ = -1;  // ppoll skips it from now on.
+      link_ = -1;     // ppoll skips it from now on. Others may still hold the other end.
     }
     if (size > 0 && command == static_cast<char>(Command::kKill)) {
       Kill();
@@ -202,15 +217,22 @@ void RunSupervisor(const Launch& launch, int link) {
   struct sigaction wake {};
   wake.sa_handler = [](int) {};  // SIGCHLD only has to end a wait.
   sigaction(SIGCHLD, &wake, nullptr);
-  const int high_link = fcntl(link, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-  CloseAllButStandardAnd(high_link, launch.socket);
 
-  const pid_t task = StartTask(launch, high_link);
-  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(descriptor);
-  if (launch.socket >= 0) close(launch.socket);
-  if (task > 0) Watch(task, high_link).Run();
+  CloseAllBut(link, launch.socket);
+  const int high_link = MoveUp(link);
+  const int socket = MoveUp(launch.socket);
+  FillStandardDescriptors();
+  SupervisorReport report = StartTask(launch, socket);
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, socket}) {
+    if (descriptor >= 0) close(descriptor);
+  }
+  send(high_link, &report, sizeof report, MSG_NOSIGNAL);
+  if (report.task > 0) Watch(report.task, high_link).Run();
+
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);
+  report.kind = SupervisorReport::kDone;
+  send(high_link, &report, sizeof report, MSG_NOSIGNAL);
   _exit(0);
 }
 

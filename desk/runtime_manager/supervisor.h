@@ -16,11 +16,13 @@ namespace desk {
 // What the starter may say over the link; its end means kTerminate.
 enum class Command : char { kTerminate = 'T', kKill = 'K' };
 
-// What the supervisor says once: how starting went.
-struct LaunchReport {
-  enum Step : int32_t { kRunning, kFork, kDirectory, kExec };
-  int32_t step;
-  int32_t error;  // The errno of the step that failed; 0: none did.
+// What the supervisor says: how starting went, then, as the last thing, that nothing is left.
+struct SupervisorReport {
+  enum Kind : int32_t { kRunning, kForkFailed, kDirectoryFailed, kExecFailed, kDone };
+  int32_t kind;
+  int32_t error;       // The errno of what failed.
+  int32_t task;        // The process id of the task, which is its group's, too.
+  int32_t supervisor;  // The supervisor's own process id.
 };
 
 // All that is needed after the fork, prepared before it.

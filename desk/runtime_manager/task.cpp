@@ -19,6 +19,7 @@ struct Task::Private {
   const QString name;
   bool ipc_socket = false;
   QStringList arguments;
+  QString listening_path;  // Becomes the socket's path when the application has taken over.
   QString socket_path;
 
   std::mutex mutex;
@@ -41,6 +42,10 @@ struct Task::Private {
     QMetaObject::invokeMethod(task, std::move(work), Qt::QueuedConnection);
   }
 
+  static void Tell(const Callback& callback, const Error& error) {
+    if (callback) callback(error);
+  }
+
   bool Launch(QString* error) {
     auto application = desk::FindApplication(name, error);
     if (!application) return false;
@@ -49,7 +54,7 @@ struct Task::Private {
     if (ipc_socket && !(socket = desk::TaskSocket::Listen(name, error))) return false;
     auto started = desk::SupervisedProcess::Start(*application, socket.get(), error);
     if (!started) return false;
-    if (socket) socket_path = QFile::decodeName(socket->GetPath());
+    if (socket) listening_path = QFile::decodeName(socket->GetPath());
     Watch(std::move(started));
     return launched = true;
   }
@@ -62,21 +67,23 @@ struct Task::Private {
   }
 
   void OnNews() {
+    using News = desk::SupervisedProcess::News;
     QString cause;
-    switch (process->ReadNews(&cause)) {
-      case desk::SupervisedProcess::News::kNone:
-        return;
-      case desk::SupervisedProcess::News::kRunning:
-        return TellStarted({});
-      case desk::SupervisedProcess::News::kFailed:
-        return TellStarted(Failure(cause));
-      case desk::SupervisedProcess::News::kEnded:
-        return OnEnded();
+    const News news = process->ReadNews(&cause);
+    if (news == News::kRunning) {
+      socket_path = listening_path;
+      Tell(std::exchange(on_started, nullptr), {});
+    } else if (news == News::kFailed) {
+      Tell(std::exchange(on_started, nullptr), Failure(cause));
+    } else if (news == News::kEnded) {
+      OnEnded({});
+    } else if (news == News::kLost) {
+      OnEnded({ECHILD, QStringLiteral("Application \"%1\": %2").arg(name, cause)});
     }
   }
 
   // The callbacks may delete the task: nothing of it is touched afterwards.
-  void OnEnded() {
+  void OnEnded(const Error& error) {
     notifier->setEnabled(false);
     std::exchange(notifier, nullptr)->deleteLater();  // It is the one that is calling.
     {
@@ -84,13 +91,8 @@ struct Task::Private {
       process.reset();
     }
     const auto stopped = std::exchange(on_stopped, {});
-    TellStarted(Failure(QStringLiteral("it ended at once")));
-    for (const Callback& callback : stopped) callback({});
-  }
-
-  // Does nothing when the outcome is known already.
-  void TellStarted(const Error& error) {
-    if (const Callback callback = std::exchange(on_started, nullptr)) callback(error);
+    Tell(std::exchange(on_started, nullptr), error);
+    for (const Callback& callback : stopped) Tell(callback, error);
   }
 };
 
@@ -110,7 +112,9 @@ void Task::start(Callback callback) {
     d_->on_started = std::move(callback);
     return;
   }
-  d_->Post([callback = std::move(callback), failure = d_->Failure(error)] { callback(failure); });
+  d_->Post([callback = std::move(callback), failure = d_->Failure(error)] {
+    Private::Tell(callback, failure);
+  });
 }
 
 void Task::stop(StopFlags flags, Callback callback) {
@@ -121,7 +125,7 @@ void Task::stop(StopFlags flags, Callback callback) {
     }
   }
   d_->Post([d = d_.get(), callback = std::move(callback)] {
-    if (!d->process) return callback({});
+    if (!d->process) return Private::Tell(callback, {});
     d->on_stopped.push_back(callback);
   });
 }

@@ -29,6 +29,8 @@ bool IsListening(int descriptor) {
   return getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening;
 }
 
+QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
+
 }  // namespace
 
 struct TaskMessaging::Private {
@@ -37,13 +39,15 @@ struct TaskMessaging::Private {
   // On the owner's thread only.
   std::vector<desk::MessagePeer*> peers;  // Children of the owner.
   bool waits_for_first_peer = true;       // Until then messages are kept for it.
-  int listener = -1;                      // Our own copy of the descriptor; -1: a client.
+  bool told_of_pause = false;
+  int listener = -1;  // Our own copy of the descriptor; -1: a client.
   std::unique_ptr<QSocketNotifier> acceptor;
 
   std::mutex mutex;
-  std::vector<QByteArray> outbox;  // Guarded by mutex, as the next two.
+  std::vector<QByteArray> outbox;  // Guarded by mutex, as all that follows.
   qint64 outbox_bytes = 0;
-  bool overflowed = false;
+  bool overflowed = false;  // Something was not put into the outbox.
+  bool useless = false;     // Nobody is there, and nobody can come.
 
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
   ~Private() {
@@ -51,13 +55,23 @@ struct TaskMessaging::Private {
     if (listener >= 0) close(listener);
   }
 
+  void ConnectTo(const QString& path) {
+    auto* peer = Add();
+    peer->Connect(path);
+  }
+
   void Serve(int descriptor) {
     if (!IsListening(descriptor)) {
-      return desk::Complain(QStringLiteral("descriptor %1 is no listening socket: the application "
-                                           "was not started as a task")
-                                .arg(descriptor));
+      desk::Complain(QStringLiteral("descriptor %1 is no listening socket: the application was not "
+                                    "started as a task")
+                         .arg(descriptor));
+      return GiveUp();
     }
     listener = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (listener < 0) {
+      desk::Complain(QStringLiteral("nobody can be served: %1").arg(ErrnoText()));
+      return GiveUp();
+    }
     fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
     acceptor = std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read);
     QObject::connect(acceptor.get(), &QSocketNotifier::activated, owner, [this] { Accept(); });
@@ -67,7 +81,8 @@ struct TaskMessaging::Private {
     for (;;) {
       const int descriptor = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
       if (descriptor >= 0) {
-        Add(new desk::MessagePeer(qintptr{descriptor}, owner));
+        told_of_pause = false;
+        Add()->TakeOver(descriptor);
       } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
         return PauseAccepting();
       } else if (errno != EINTR && errno != ECONNABORTED) {
@@ -78,33 +93,40 @@ struct TaskMessaging::Private {
 
   // The connection stays pending, so the notifier would fire without end.
   void PauseAccepting() {
-    desk::Complain(QStringLiteral("a launcher has to wait: %1")
-                       .arg(QString::fromLocal8Bit(std::strerror(errno))));
+    if (!std::exchange(told_of_pause, true)) {
+      desk::Complain(QStringLiteral("a launcher has to wait: %1").arg(ErrnoText()));
+    }
     acceptor->setEnabled(false);
     QTimer::singleShot(kAcceptRetryMs, owner, [this] { acceptor->setEnabled(true); });
   }
 
-  void Add(desk::MessagePeer* peer) {
-    if (peer->IsClosed()) return;
+  desk::MessagePeer* Add() {
+    auto* peer = new desk::MessagePeer(owner);
     peers.push_back(peer);
     QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
                      &TaskMessaging::messageReceived);
     QObject::connect(peer, &desk::MessagePeer::connected, owner, [this] { Flush(); });
     QObject::connect(peer, &desk::MessagePeer::closed, owner, [this, peer] { Remove(peer); });
-    if (peer->IsConnected()) Flush();
+    return peer;
   }
 
   void Remove(desk::MessagePeer* peer) {
     peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
-    if (listener < 0) waits_for_first_peer = false;  // A client does not connect again.
+    if (listener < 0) GiveUp();  // A client does not connect again.
+  }
+
+  void GiveUp() {
+    const std::lock_guard lock(mutex);
+    useless = true;
+    outbox.clear();
+    outbox_bytes = 0;
   }
 
   void Put(const QByteArray& line) {
     const std::lock_guard lock(mutex);
-    if (outbox_bytes + line.size() > desk::kMostUnsent) {
-      overflowed = true;
-      return;
-    }
+    if (useless || overflowed) return;
+    overflowed = outbox_bytes + line.size() > desk::kMostUnsent;
+    if (overflowed) return;
     outbox.push_back(line);
     outbox_bytes += line.size();
   }
@@ -123,9 +145,17 @@ struct TaskMessaging::Private {
     const auto receivers = peers;  // Sending may drop one.
     for (desk::MessagePeer* peer : receivers) {
       for (const QByteArray& line : lines) peer->Send(line);
-      if (drop) peer->Drop(QStringLiteral("too many messages wait to be sent"));
     }
-    if (drop && receivers.empty()) {
+    if (drop) DropEverybody();
+  }
+
+  // A message did not even reach the outbox: whoever is there has missed it.
+  void DropEverybody() {
+    const auto everybody = peers;
+    for (desk::MessagePeer* peer : everybody) {
+      peer->Drop(QStringLiteral("too many messages wait to be sent"));
+    }
+    if (everybody.empty()) {
       desk::Complain(QStringLiteral("messages dropped: nobody is there to read them"));
     }
   }
@@ -133,7 +163,7 @@ struct TaskMessaging::Private {
 
 TaskMessaging::TaskMessaging(const QString& socket_path, QObject* parent)
     : QObject(parent), d_(new Private(this)) {
-  d_->Add(new desk::MessagePeer(socket_path, this));
+  d_->ConnectTo(socket_path);
 }
 
 TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)

@@ -33,8 +33,11 @@ std::unique_ptr<TaskSocket> TaskSocket::Listen(const QString& task, QString* err
   std::unique_ptr<TaskSocket> socket(new TaskSocket);
   QByteArray directory;
   if (!socket->PrepareDirectory(&directory, error)) return nullptr;
-  socket->path_ = directory + '/' + QFile::encodeName(task) + '-' + QByteArray::number(getpid()) +
-                  '-' + QByteArray::number(++counter);
+  const QByteArray stem =
+      directory + '/' + QFile::encodeName(task) + '-' + QByteArray::number(getpid()) + '-';
+  do {  // A file may be left of an earlier process with our id that the machine's end cut short.
+    socket->path_ = stem + QByteArray::number(++counter);
+  } while (QFile::exists(QFile::decodeName(socket->path_)));
   return socket->Bind(error) ? std::move(socket) : nullptr;
 }
 
@@ -49,12 +52,13 @@ bool TaskSocket::PrepareDirectory(QByteArray* directory, QString* error) {
   const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
   if (runtime.startsWith('/') && QDir(QFile::decodeName(runtime)).exists()) {
     *directory = runtime + "/tavo";
-    if ((mkdir(directory->constData(), 0700) == 0 || errno == EEXIST) &&
-        IsPrivateDirectory(*directory)) {
-      return true;
+    const QString shown = QFile::decodeName(*directory);
+    if (mkdir(directory->constData(), 0700) != 0 && errno != EEXIST) {
+      *error = QStringLiteral("no directory %1: %2").arg(shown, ErrnoText());
+      return false;
     }
-    *error = QStringLiteral("%1 is no directory of this user with mode 0700")
-                 .arg(QFile::decodeName(*directory));
+    if (IsPrivateDirectory(*directory)) return true;
+    *error = QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
     return false;
   }
   QByteArray name = QFile::encodeName(QDir::tempPath()) + "/tavo-XXXXXX";
@@ -71,9 +75,7 @@ bool TaskSocket::Bind(QString* error) {
   const QString shown = QFile::decodeName(path_);
   if (path_.size() > kLongestPath) {
     *error = QStringLiteral("the socket path %1 has %2 bytes, at most %3 are possible")
-                 .arg(shown)
-                 .arg(path_.size())
-                 .arg(kLongestPath);
+                 .arg(shown, QString::number(path_.size()), QString::number(kLongestPath));
     return false;
   }
   sockaddr_un address{};

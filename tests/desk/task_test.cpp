@@ -1,5 +1,8 @@
 #include "platform/runtime_manager/task.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <optional>
 #include <thread>
 
@@ -121,19 +124,23 @@ TEST_F(TaskTest, ApplicationIsFoundInTheOrderThatDesktopUsersExpect) {
   const std::string apps = apps_.toStdString();
   const QByteArray program =
       QFile::encodeName(Write(QStringLiteral("bin/program"), script("exec")));
-  const QByteArray head = "[Desktop Entry]\nType=Application\nExec=\"" + program + "\" ";
+  const QByteArray head =
+      "[Desktop Entry]\nType=Application\nName=The Name\nExec=\"" + program + "\" ";
 
   Write(QStringLiteral("plain"), script("plain"));
   EXPECT_EQ("plain:last:" + here + ":", ran(QStringLiteral("plain")));
 
-  Write(
-      QStringLiteral("plain.desktop"),
-      head + "one \"two three\" %U --x=%f 100%% \\\\\\\\\nPath=" + QFile::encodeName(apps_) + "\n",
-      0644);
-  EXPECT_EQ("exec:one:two three:--x=:100%:\\:last:" + apps + ":", ran(QStringLiteral("plain")));
+  Write(QStringLiteral("plain.desktop"),
+        head + "one \"two three\" %U --x=%f 100%% %c \\\\\\\\\nPath=" + QFile::encodeName(apps_) +
+            "\n",
+        0644);
+  EXPECT_EQ("exec:one:two three:--x=:100%:The Name:\\:last:" + apps + ":",
+            ran(QStringLiteral("plain")));
 
   Write(QStringLiteral("plain.desktop"), head + "\nHidden=true\n", 0644);
-  EXPECT_EQ("plain:last:" + here + ":", ran(QStringLiteral("plain")));
+  EXPECT_NE(std::string::npos,
+            StartNamed(QStringLiteral("plain")).find("there is no such application"));
+  QFile::remove(QDir(apps_).filePath(QStringLiteral("plain.desktop")));
 
   // An earlier directory wins; the XDG data directories come last.
   Write(QStringLiteral("later/plain"), script("later"));
@@ -294,6 +301,37 @@ TEST_F(TaskTest, MayBeDeletedInItsOwnCallback) {
     delete task;
   });
   EXPECT_TRUE(WaitUntil([&started] { return started; }));
+}
+
+TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
+  const auto running = StartDeskTask();
+  const pid_t pid = running->Pid();
+  const pid_t supervisor = running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt();
+  const pid_t helper = running->Ask(Do("fork")).value(QStringLiteral("pid")).toInt();
+  ASSERT_TRUE(supervisor > 1 && helper > 1);
+  std::string error;
+  kill(supervisor, SIGKILL);
+  EXPECT_TRUE(WaitUntil([=] { return IsGone(pid) && IsGone(helper); }));
+  Stop(*running->task);
+}
+
+// The task's three standard descriptors and its socket are right whatever the starter lacks.
+TEST_F(TaskTest, StarterMayLackStandardDescriptors) {
+  int saved[3];
+  for (int standard = 0; standard < 3; ++standard) {
+    saved[standard] = fcntl(standard, F_DUPFD_CLOEXEC, 10);
+    close(standard);
+  }
+  const auto running = StartDeskTask();
+  const QJsonObject told = running->Ask(Do("describe"));
+  Stop(*running->task);
+  running->messaging.reset();
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  for (int standard = 0; standard < 3; ++standard) {
+    dup2(saved[standard], standard);
+    close(saved[standard]);
+  }
+  EXPECT_EQ((QJsonArray{0, 1, 2, 3}), told.value(QStringLiteral("descriptors")).toArray());
 }
 
 TEST_F(TaskTest, EndsWithItsStarterEvenWhenThatIsKilled) {

@@ -41,7 +41,9 @@ void RunEight(const std::function<void(int)>& body, const std::function<void()>&
       --running;
     });
   }
-  while (running > 0) meanwhile();
+  do {
+    meanwhile();
+  } while (running > 0);
   for (auto& thread : threads) thread.join();
 }
 

@@ -86,6 +86,7 @@ class DeskTask : public QObject {
 
   void Describe() {
     messaging_.sendMessage({{QStringLiteral("pid"), getpid()},
+                            {QStringLiteral("parent"), getppid()},
                             {QStringLiteral("group"), getpgrp()},
                             {QStringLiteral("arguments"),
                              QJsonArray::fromStringList(QCoreApplication::arguments().mid(1))},
