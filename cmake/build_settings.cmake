@@ -31,6 +31,7 @@ endif()
 # Log lines name the statement's file as the path below the root.
 add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII)
+add_compile_definitions(_FILE_OFFSET_BITS=64)  # On 32 bits large files and inodes fail without.
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(TAVO_WERROR)
   add_compile_options(-Werror)

@@ -17,6 +17,7 @@ namespace desk {
 namespace {
 
 constexpr int kHandedOverDescriptor = 3;
+constexpr long kTickMs = 50;
 constexpr int kFirstFreeDescriptor = 10;  // Above all that dup2 may overwrite in the task.
 
 void CloseRange(unsigned first, unsigned last) {
@@ -160,18 +161,13 @@ class Watch {
 
   void WaitForNews() {
     pollfd poll_link{link_, POLLIN, 0};
-    timespec timeout{};
-    const timespec* until = nullptr;
-    if (kill_at_ms_ >= 0) {
-      const int64_t left = kill_at_ms_ > NowMs() ? kill_at_ms_ - NowMs() : 0;
-      timeout.tv_sec = static_cast<time_t>(left / 1000);
-      timeout.tv_nsec = static_cast<long>(left % 1000 * 1000000);
-      until = &timeout;
-    }
+    // Where this process is no subreaper (an emulator may not know how), nobody tells when the
+    // last of the group is gone.
+    const timespec tick{0, kTickMs * 1000000};
     sigset_t all_but_child;
     sigfillset(&all_but_child);
     sigdelset(&all_but_child, SIGCHLD);
-    if (ppoll(&poll_link, 1, until, &all_but_child) > 0) ReadCommand();
+    if (ppoll(&poll_link, 1, terminating_ ? &tick : nullptr, &all_but_child) > 0) ReadCommand();
   }
 
   void ReadCommand() {

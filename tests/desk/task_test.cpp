@@ -103,6 +103,7 @@ TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
 }
 
 TEST_F(TaskTest, ApplicationIsFoundInTheOrderThatDesktopUsersExpect) {
+  RunNatively();
   // Each application says by its exit which one it was, into a file.
   const QString out = directory_.filePath(QStringLiteral("out"));
   const QByteArray out_name = QFile::encodeName(out);
@@ -154,6 +155,7 @@ TEST_F(TaskTest, ApplicationIsFoundInTheOrderThatDesktopUsersExpect) {
 }
 
 TEST_F(TaskTest, FailedStartNamesTheApplicationAndTheCause) {
+  RunNatively();
   Write(QStringLiteral("data"), "no program", 0644);
   Write(QStringLiteral("garbage"), "no program");
   Write(QStringLiteral("orphan"), "#!/nonexistent/interpreter\n");
@@ -211,7 +213,7 @@ TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
 }
 
 TEST_F(TaskTest, WrapperIsPutInFront) {
-  qputenv("TAVO_DESK_WRAPPER", "env 'MARK=a b'");
+  WrapIn("env 'MARK=a b'");
   const auto running = StartDeskTask();
   const QJsonObject told = running->Ask(Do("describe"));
   EXPECT_EQ(QStringLiteral("a b"), told.value(QStringLiteral("environment"))
@@ -226,7 +228,7 @@ TEST_F(TaskTest, WrapperIsPutInFront) {
 // A debugger's server forks the task: the announced process is the task's parent.
 TEST_F(TaskTest, SocketReachesATaskThatItsWrapperForks) {
   Write(QStringLiteral("forks"), "#!/bin/sh\n\"$@\" &\nwait\n");
-  qputenv("TAVO_DESK_WRAPPER", QFile::encodeName(apps_) + "/forks");
+  WrapIn(QFile::encodeName(apps_) + "/forks");
   const auto running = StartDeskTask();
   const pid_t pid = running->Pid();
   Stop(*running->task);

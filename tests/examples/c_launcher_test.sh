@@ -1,20 +1,23 @@
 #!/usr/bin/env bash
 # The C example end to end: its output is sha256sum's, its errors are sentences, and it leaves no
 # process, socket or file behind.
-# Usage: c_launcher_test.sh BUILD_DIRECTORY
+# Usage: c_launcher_test.sh BUILD_DIRECTORY [EMULATOR...]
 set -euo pipefail
 
 build=$1
+shift
+emulator=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export XDG_RUNTIME_DIR=$work/run TAVO_DESK_PATH=$build/tasks
-unset TAVO_DESK_WRAPPER
+export TAVO_DESK_WRAPPER="$*"
 mkdir -m 0700 "$XDG_RUNTIME_DIR"
 
 fail() { echo "FAILED: $*"; exit 1; }
-launch() { "$build/bin/c_launcher" --libs-path "$build/lib" "$@"; }
+c_launcher() { "${emulator[@]}" "$build/bin/c_launcher" "$@"; }
+launch() { c_launcher --libs-path "$build/lib" "$@"; }
 nothing_is_left() {
-  for _ in $(seq 2000); do
+  for _ in $(seq 5000); do
     [[ -z "$(ls "$XDG_RUNTIME_DIR/tavo")" ]] && ! pgrep -f "libs-path $build/lib" >/dev/null && return
     read -rt 0.01 <> <(:) || true
   done
@@ -57,10 +60,10 @@ expect_code_2() {
   grep -qF "$expected" errors || fail "$(cat errors)"
 }
 TAVO_DESK_PATH=$work expect_code_2 'Application "digest" could not be started' launch data/plain
-expect_code_2 'libtavo.so: cannot open' "$build/bin/c_launcher" --libs-path "$work" data/plain
-expect_code_2 'usage:' "$build/bin/c_launcher" --unknown option
+expect_code_2 'libtavo.so: cannot open' c_launcher --libs-path "$work" data/plain
+expect_code_2 'usage:' c_launcher --unknown option
 mkdir dumb
 printf '#!/bin/sh\nexec sleep 1000\n' >dumb/digest
 chmod +x dumb/digest
-TAVO_DESK_PATH=$work/dumb expect_code_2 'the task does not answer' launch --timeout 1 data/plain
+TAVO_DESK_WRAPPER='' TAVO_DESK_PATH=$work/dumb expect_code_2 'the task does not answer' launch --timeout 1 data/plain
 nothing_is_left

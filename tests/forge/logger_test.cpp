@@ -1,8 +1,9 @@
 #include "forge/logger.h"
 
-#include <pty.h>
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
@@ -54,10 +55,11 @@ TEST_F(LoggerTest, LocationTextIsMadeFromAnyPath) {
 
 // The test for a terminal is made afresh for each sequence, so one process can show both forms.
 TEST_F(LoggerTest, ColoursOnlyOnATerminal) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY);
+  ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY);
+  ASSERT_GE(slave, 0);
   const int saved = dup(STDOUT_FILENO);
-  int master = -1;
-  int slave = -1;
-  ASSERT_EQ(0, openpty(&master, &slave, nullptr, nullptr, nullptr));
   dup2(slave, STDOUT_FILENO);
   Printer(LogLevel::kError, " a/b:1 ") << "text";
   dup2(saved, STDOUT_FILENO);

@@ -30,7 +30,7 @@ class DeskTest : public TestBase {
     qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" TAVO_TEST_TASKS);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory_.path()));
     qputenv("XDG_DATA_HOME", QFile::encodeName(directory_.path()));
-    qunsetenv("TAVO_DESK_WRAPPER");
+    qputenv("TAVO_DESK_WRAPPER", TAVO_TEST_EMULATOR);  // Empty where none is needed.
     app_ = std::make_unique<QCoreApplication>(argc_, argv_);
     QCoreApplication::processEvents();
     TestBase::SetUp();
@@ -41,6 +41,14 @@ class DeskTest : public TestBase {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     TestBase::TearDown();
     app_.reset();
+  }
+
+  // Applications that the host runs by itself: scripts, and what cannot be started at all.
+  static void RunNatively() { qunsetenv("TAVO_DESK_WRAPPER"); }
+
+  // A wrapper in front of the emulator, if there is one.
+  static void WrapIn(const QByteArray& command) {
+    qputenv("TAVO_DESK_WRAPPER", command + " " TAVO_TEST_EMULATOR);
   }
 
   // An application of the test's own; by default a script.

@@ -1,0 +1,27 @@
+# Cross-builds for 32-bit hard-float ARM Linux and runs what it builds under user-mode emulation.
+#
+# Needs crossbuild-essential-armhf, qemu-user and a sysroot with Qt 5: script/sysroot makes one.
+# A sysroot of your own: -DTAVO_SYSROOT=DIRECTORY.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+
+if(DEFINED ENV{XDG_CACHE_HOME})
+  set(tavo_cache $ENV{XDG_CACHE_HOME}/tavo)
+else()
+  set(tavo_cache $ENV{HOME}/.cache/tavo)
+endif()
+set(TAVO_SYSROOT ${tavo_cache}/sysroot-armhf CACHE PATH "Root of an armhf system with Qt 5")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TAVO_SYSROOT)
+set(CMAKE_SYSROOT ${TAVO_SYSROOT})
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${CMAKE_SYSROOT})
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR}
+    ${CMAKE_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
