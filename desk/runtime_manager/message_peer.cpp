@@ -55,11 +55,13 @@ MessagePeer::~MessagePeer() {
 }
 
 void MessagePeer::Connect(const QString& socket_path) {
+  const QByteArray path = QFile::encodeName(socket_path);
   descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  TryConnect(QFile::encodeName(socket_path));
+  TryConnect(path);
 }
 
 void MessagePeer::TryConnect(const QByteArray& path) {
+  if (closed_) return;
   const int error = descriptor_ < 0 ? errno : ConnectTo(descriptor_, path);
   if (error == 0) return OnConnected();
   if (error == EAGAIN || error == EINTR) {  // Too many wait already.
@@ -81,7 +83,10 @@ void MessagePeer::OnConnected() {
   connect(readable_, &QSocketNotifier::activated, this, [this] { OnReadable(); });
   writable_ = new QSocketNotifier(descriptor_, QSocketNotifier::Write, this);
   writable_->setEnabled(false);
-  connect(writable_, &QSocketNotifier::activated, this, [this] { WriteQueue(); });
+  connect(writable_, &QSocketNotifier::activated, this, [this] {
+    WriteQueue();
+    if (ended_) DeliverLines();
+  });
   ready_ = true;
   Q_EMIT connected();
 }
@@ -165,7 +170,7 @@ void MessagePeer::DeliverLines() {
   if (closed_) return;
   if (received_.size() > kLargestFrame) {
     Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
-  } else if (ended_) {
+  } else if (ended_ && queue_.empty()) {  // One that only sends no more may still read.
     Close();
   }
 }

@@ -17,14 +17,17 @@ namespace desk {
 namespace {
 
 constexpr int kHandedOverDescriptor = 3;
+constexpr rlim_t kMostClosed = 1 << 16;  // Limits may be huge, and closing one by one is slow.
 constexpr long kTickMs = 50;
+constexpr int64_t kGiveUpMs = 5000;       // After killing: what is left then cannot be ended.
 constexpr int kFirstFreeDescriptor = 10;  // Above all that dup2 may overwrite in the task.
 
 void CloseRange(unsigned first, unsigned last) {
   if (first > last || close_range(first, last, 0) == 0) return;
   rlimit limit{};  // A kernel without close_range.
   getrlimit(RLIMIT_NOFILE, &limit);
-  for (unsigned i = first; i <= last && i < limit.rlim_cur; ++i) close(static_cast<int>(i));
+  const rlim_t end = limit.rlim_cur < kMostClosed ? limit.rlim_cur : kMostClosed;
+  for (unsigned i = first; i <= last && i < end; ++i) close(static_cast<int>(i));
 }
 
 // The fork copied every descriptor of the starter. Held open here they would keep its sockets and
@@ -39,12 +42,15 @@ void CloseAllBut(int one, int other) {
   CloseRange(static_cast<unsigned>(next), ~0u);
 }
 
-// Moves a descriptor out of the way of those that the task gets; -1 stays -1.
-int MoveUp(int descriptor) {
-  if (descriptor < 0) return -1;
-  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-  close(descriptor);
-  return moved;
+// Moves a descriptor out of the way of those that the task gets; -1 stays -1. False, and nothing
+// moved, when the process may not have that many.
+bool MoveUp(int* descriptor) {
+  if (*descriptor < 0) return true;
+  const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
+  if (moved < 0) return false;
+  close(*descriptor);
+  *descriptor = moved;
+  return true;
 }
 
 // A starter may run without standard descriptors, or with something of its own in their place,
@@ -106,11 +112,10 @@ SupervisorReport StartTask(const Launch& launch, int socket) {
     report.error = errno;
     return report;
   }
-  const int writing = MoveUp(ends[1]);
-  const pid_t task = writing < 0 ? -1 : _Fork();
-  if (task == 0) BecomeTask(launch, socket, report.supervisor, writing);
+  const pid_t task = MoveUp(&ends[1]) ? _Fork() : -1;
+  if (task == 0) BecomeTask(launch, socket, report.supervisor, ends[1]);
   report.error = errno;
-  close(writing);
+  close(ends[1]);
   if (task > 0) {
     setpgid(task, task);  // Here, too: whoever comes first.
     report = {SupervisorReport::kRunning, 0, task, report.supervisor};
@@ -155,6 +160,7 @@ class Watch {
     }
     if (!task_ended_) return false;
     if (kill(-task_, 0) != 0 && errno == ESRCH) return true;
+    if (give_up_at_ms_ >= 0 && NowMs() >= give_up_at_ms_) return true;
     Terminate();  // Its helpers end with it.
     return false;
   }
@@ -195,6 +201,7 @@ class Watch {
   void Kill() {
     terminating_ = true;
     kill_at_ms_ = -1;
+    give_up_at_ms_ = NowMs() + kGiveUpMs;
     kill(-task_, SIGKILL);
   }
 
@@ -203,6 +210,7 @@ class Watch {
   bool task_ended_ = false;
   bool terminating_ = false;
   int64_t kill_at_ms_ = -1;  // When patience ends; -1: not decided, or done.
+  int64_t give_up_at_ms_ = -1;
 };
 
 }  // namespace
@@ -215,20 +223,24 @@ void RunSupervisor(const Launch& launch, int link) {
   sigaction(SIGCHLD, &wake, nullptr);
 
   CloseAllBut(link, launch.socket);
-  const int high_link = MoveUp(link);
-  const int socket = MoveUp(launch.socket);
-  FillStandardDescriptors();
-  SupervisorReport report = StartTask(launch, socket);
+  int socket = launch.socket;
+  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid()};
+  if (MoveUp(&link) && MoveUp(&socket)) {
+    FillStandardDescriptors();
+    report = StartTask(launch, socket);
+  } else {
+    report.error = errno;
+  }
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, socket}) {
     if (descriptor >= 0) close(descriptor);
   }
-  send(high_link, &report, sizeof report, MSG_NOSIGNAL);
-  if (report.task > 0) Watch(report.task, high_link).Run();
+  send(link, &report, sizeof report, MSG_NOSIGNAL);
+  if (report.task > 0) Watch(report.task, link).Run();
 
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);
   report.kind = SupervisorReport::kDone;
-  send(high_link, &report, sizeof report, MSG_NOSIGNAL);
+  send(link, &report, sizeof report, MSG_NOSIGNAL);
   _exit(0);
 }
 

@@ -83,10 +83,10 @@ struct TaskMessaging::Private {
       if (descriptor >= 0) {
         told_of_pause = false;
         Add()->TakeOver(descriptor);
-      } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-        return PauseAccepting();
-      } else if (errno != EINTR && errno != ECONNABORTED) {
+      } else if (errno == EAGAIN) {
         return;
+      } else if (errno != EINTR && errno != ECONNABORTED) {
+        return PauseAccepting();
       }
     }
   }
@@ -122,13 +122,15 @@ struct TaskMessaging::Private {
     outbox_bytes = 0;
   }
 
-  void Put(const QByteArray& line) {
+  // True when the owner's thread has to be told: it is not, so far.
+  bool Put(const QByteArray& line) {
     const std::lock_guard lock(mutex);
-    if (useless || overflowed) return;
+    if (useless || overflowed) return false;
     overflowed = outbox_bytes + line.size() > desk::kMostUnsent;
-    if (overflowed) return;
+    if (overflowed) return true;
     outbox.push_back(line);
     outbox_bytes += line.size();
+    return outbox.size() == 1;
   }
 
   // On the owner's thread: hands what waits to every peer that is there.
@@ -181,10 +183,10 @@ void TaskMessaging::sendMessage(const QJsonObject& message) {
             .arg(line.size() - 1)
             .arg(desk::kLargestFrame));
   }
-  d_->Put(line);
+  const bool news = d_->Put(line);
   if (QThread::currentThread() == thread()) {
     d_->Flush();
-  } else {
+  } else if (news) {
     QMetaObject::invokeMethod(
         this, [this] { d_->Flush(); }, Qt::QueuedConnection);
   }

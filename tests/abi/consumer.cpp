@@ -91,5 +91,5 @@ int main() {
   DerivesFromExportedClasses();
   CatchesLibraryExceptions();
   UsesHeaderTemplates();
-  return failures;
+  return failures != 0;
 }

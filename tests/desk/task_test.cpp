@@ -311,10 +311,12 @@ TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
   const pid_t supervisor = running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt();
   const pid_t helper = running->Ask(Do("fork")).value(QStringLiteral("pid")).toInt();
   ASSERT_TRUE(supervisor > 1 && helper > 1);
-  std::string error;
+  std::optional<int> error;
+  kill(supervisor, SIGSTOP);  // So that the stop is asked for before it is gone.
+  running->task->stop({}, [&error](const Error& told) { error = told.code(); });
   kill(supervisor, SIGKILL);
-  EXPECT_TRUE(WaitUntil([=] { return IsGone(pid) && IsGone(helper); }));
-  Stop(*running->task);
+  EXPECT_TRUE(WaitUntil([&] { return error && IsGone(pid) && IsGone(helper); }));
+  EXPECT_EQ(ECHILD, error);
 }
 
 // The task's three standard descriptors and its socket are right whatever the starter lacks.
