@@ -7,9 +7,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include <QJsonObject>
+
 #include "forge/resources_cache.h"
+#include "src/message_channel.h"
 
 namespace tavo::details {
 
@@ -27,6 +31,18 @@ bool LendText(forge::ResourcesCache& cache, const std::string& text, Callback&& 
   }
   if (!reachable()) cache.RemoveChunkIfOpen(chunk_id);
   return true;
+}
+
+// Delivers the text of a message that has one to whoever listens.
+template <typename Slots, typename Reachable>
+void DeliverMessage(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& slots,
+                    const QJsonObject& message, Reachable&& reachable) {
+  const auto text = MessageChannel::TextOf(message);
+  if (!text || !slots || !slots->HasOnMessage()) return;
+  LendText(
+      cache, *text,
+      [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
+      reachable);
 }
 
 // The caller gives a chunk back. An unknown id is reported, unless the chunk was freed because the

@@ -74,13 +74,8 @@ void RpcServerImpl::Run(const TAVORpcServerSlots* slots) {
 }
 
 void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {
-  const auto slots = slots_;
-  const auto text = details::MessageChannel::TextOf(message);
-  if (!text || !slots || !slots->HasOnMessage()) return;
-  details::LendText(
-      cache_, *text,
-      [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
-      [this] { return IsReachable(); });
+  const auto slots = slots_;  // They live for the length of the callback, whatever it does.
+  details::DeliverMessage(cache_, slots, message, [this] { return IsReachable(); });
 }
 
 }  // namespace tavo

@@ -29,6 +29,16 @@ struct Context {
     if (const unsigned int old = self->chunk.exchange(chunk)) self->unlock(old);
   }
   static void OnRelease(void* data) { ++static_cast<Context*>(data)->releases; }
+
+  template <typename SlotsT>
+  SlotsT Slots() {
+    SlotsT slots{};
+    slots.size = sizeof slots;
+    slots.user_data = this;
+    slots.OnMessage = OnMessage;
+    slots.Release = OnRelease;
+    return slots;
+  }
 };
 
 // Runs the body on eight threads, and `meanwhile` on this one until they are done.
@@ -50,11 +60,7 @@ void RunEight(const std::function<void(int)>& body, const std::function<void()>&
 TEST_F(ThreadsTest, StartMessagesChunksAndReleaseOfAClientMayMeet) {
   for (int round = 0; round < 20; ++round) {
     Context context;
-    TAVORpcClientSlots slots{};
-    slots.size = sizeof slots;
-    slots.user_data = &context;
-    slots.OnMessage = Context::OnMessage;
-    slots.Release = Context::OnRelease;
+    auto slots = context.Slots<TAVORpcClientSlots>();
     const auto client = top_.CreateRpcClient(manager_);
     context.unlock = [&](unsigned int chunk) { client_table_.UnlockResources(client, chunk); };
     client_table_.StartTask(client, "worker", "/libs", &slots);
@@ -85,11 +91,7 @@ TEST_F(ThreadsTest, StartMessagesChunksAndReleaseOfAClientMayMeet) {
 
 TEST_F(ThreadsTest, RunMessagesAndChunksOfTheServerMayMeet) {
   Context context;
-  TAVORpcServerSlots slots{};
-  slots.size = sizeof slots;
-  slots.user_data = &context;
-  slots.OnMessage = Context::OnMessage;
-  slots.Release = Context::OnRelease;
+  auto slots = context.Slots<TAVORpcServerSlots>();
   const auto server = top_.GetRpcServer(manager_);
   context.unlock = [&](unsigned int chunk) { server_table_.UnlockResources(server, chunk); };
   RunEight(
