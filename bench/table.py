@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
-"""Prints Google Benchmark's JSON results as a table, our rate and ratio beside each peer's.
+"""Prints Google Benchmark's JSON results as a table, each peer's median with our ratio to it.
 
 Usage: table.py [--markdown] RESULTS.json...
 
-Benchmarks are named operation/who/size. The peers are whoever but us ran the same operation.
+Benchmarks are named operation/who/what. The peers are whoever but us ran the same operation. Those
+that count bytes are compared by their rates (a ratio above 1: we are faster), the others by their
+times (a ratio below 1: we are faster).
 """
 
 import json
@@ -13,34 +15,52 @@ US = "tavo"
 
 
 def medians(path):
-    """{(operation, size): {who: bytes a second}}"""
+    """{(operation, what): {who: run}}, as the benchmarks were registered."""
     with open(path, encoding="utf-8") as file:
         runs = json.load(file)["benchmarks"]
-    rates = {}
+    runs.sort(key=lambda run: (run["family_index"], run["per_family_instance_index"]))
+    table = {}
     for run in runs:
         if run.get("aggregate_name") == "median":
-            operation, who, size = run["run_name"].split("/")
-            rates.setdefault((operation, int(size)), {})[who] = run["bytes_per_second"]
-    return rates
+            operation, who, what = run["run_name"].split("/")
+            table.setdefault((operation, what), {})[who] = run
+    return table
 
 
-def with_unit(size):
-    for unit in ("B", "KiB"):
-        if size < 1024:
-            return f"{size} {unit}"
-        size //= 1024
-    return f"{size} MiB"
+def scaled(value, units, step):
+    for unit in units[:-1]:
+        if value < step:
+            break
+        value /= step
+    else:
+        unit = units[-1]
+    return f"{value:.3g} {unit}" if value < step else f"{value:.0f} {unit}"
 
 
-def rows(rates):
-    """The heading and a row for each operation and size, all cells as text."""
-    peers = sorted({who for by in rates.values() for who in by} - {US}, key=str.lower)
-    yield ["operation", "size"] + [f"{who} GB/s" for who in [US] + peers] + [
-        f"to {peer}" for peer in peers]
-    for (operation, size), by in sorted(rates.items()):
-        speeds = [f"{by[who] / 1e9:.2f}" for who in [US] + peers]
-        ratios = [f"{by[US] / by[peer]:.2f}" for peer in peers]
-        yield [operation, with_unit(size)] + speeds + ratios
+def measure(run):
+    """What a run is compared by, and how it is shown."""
+    rate = run.get("bytes_per_second")
+    if rate:
+        return rate, f"{rate / 1e9:.2f} GB/s"
+    return run["real_time"], scaled(run["real_time"], ("ns", "us", "ms"), 1000)
+
+
+def cell(by, who):
+    if who not in by:
+        return "-"
+    value, shown = measure(by[who])
+    return shown if who == US else f"{shown} ({measure(by[US])[0] / value:.2f})"
+
+
+def rows(table):
+    """The heading and a row for each operation and what it is done to, all cells as text."""
+    everybody = [US]
+    for by in table.values():
+        everybody += [who for who in by if who not in everybody]
+    yield ["operation", "of"] + everybody
+    for (operation, what), by in table.items():
+        shown = scaled(int(what), ("B", "KiB", "MiB"), 1024) if what.isdigit() else what
+        yield [operation, shown] + [cell(by, who) for who in everybody]
 
 
 def print_table(table, markdown):
@@ -50,7 +70,7 @@ def print_table(table, markdown):
                      ["-" * (width - 1) + ":" for width in widths[1:]])
     for row in table:
         cells = [row[0].ljust(widths[0])] + [
-            cell.rjust(width) for cell, width in zip(row[1:], widths[1:])]
+            text.rjust(width) for text, width in zip(row[1:], widths[1:])]
         print("| " + " | ".join(cells) + " |" if markdown else "  ".join(cells))
 
 
@@ -58,6 +78,7 @@ def main(arguments):
     markdown = arguments[:1] == ["--markdown"]
     for path in arguments[markdown:]:
         print_table(list(rows(medians(path))), markdown)
+        print()
 
 
 main(sys.argv[1:])

@@ -32,6 +32,8 @@ endif()
 add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII)
 add_compile_definitions(_FILE_OFFSET_BITS=64)  # On 32 bits large files and inodes fail without.
+# Nobody replaces our functions at run time: exported ones may be inlined and called directly.
+add_compile_options(-fno-semantic-interposition)
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(TAVO_WERROR)
   add_compile_options(-Werror)

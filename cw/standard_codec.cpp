@@ -1,0 +1,453 @@
+// The standard serializer.
+//
+// The format's rules are written once, as templates over the stream. The default serializer on the
+// library's own buffer streams runs them directly; foreign streams and extensions run them through
+// the virtual operations. The choice is made once, at the outermost value.
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <typeinfo>
+#include <utility>
+
+#include "cw/standard_codec_serializer.h"
+
+namespace cw {
+namespace {
+
+enum class EncodedType : uint8_t {
+  kNull = 0,
+  kTrue = 1,
+  kFalse = 2,
+  kInt32 = 3,
+  kInt64 = 4,
+  kLargeInteger = 5,  // Read as text, never written.
+  kFloat64 = 6,
+  kString = 7,
+  kUInt8List = 8,
+  kInt32List = 9,
+  kInt64List = 10,
+  kFloat64List = 11,
+  kList = 12,
+  kMap = 13,
+  kFloat32List = 14,
+  kCustom = 255,  // Has no encoding.
+};
+
+constexpr size_t kFirstLongSize = 254;  // Below it a size is one byte; from here on
+constexpr uint8_t kSize16Marker = 254;  // this marker and two bytes,
+constexpr size_t kFirstHugeSize = 1u << 16;
+constexpr uint8_t kSize32Marker = 255;  // and from here on this one and four.
+
+constexpr uint32_t kTooManyElements = 1u << 26;  // Of a list: more than 32 bits can address.
+
+EncodedType EncodedTypeForValue(const EncodableValue& value) {
+  static constexpr EncodedType kTypes[] = {
+      EncodedType::kNull,        EncodedType::kFalse,      EncodedType::kInt32,
+      EncodedType::kInt64,       EncodedType::kFloat64,    EncodedType::kString,
+      EncodedType::kUInt8List,   EncodedType::kInt32List,  EncodedType::kInt64List,
+      EncodedType::kFloat64List, EncodedType::kList,       EncodedType::kMap,
+      EncodedType::kCustom,      EncodedType::kFloat32List};
+  const size_t index = value.GetIndex();
+  const EncodedType type = index < std::size(kTypes) ? kTypes[index] : EncodedType::kCustom;
+  if (type == EncodedType::kCustom) assert(false);
+  return type == EncodedType::kFalse && *value.GetIf<bool>() ? EncodedType::kTrue : type;
+}
+
+// ---- Writing ------------------------------------------------------------------------------------
+
+// Size fields and numbers go to whatever has WriteByte and WriteBytes.
+template <typename T, typename Stream>
+void WriteNumber(T number, Stream& stream) {
+  stream.WriteBytes(reinterpret_cast<const uint8_t*>(&number), sizeof number);
+}
+
+template <typename Stream>
+void WriteSizeTo(size_t size, Stream& stream) {
+  if (size < kFirstLongSize) {
+    stream.WriteByte(static_cast<uint8_t>(size));
+  } else if (size < kFirstHugeSize) {
+    stream.WriteByte(kSize16Marker);
+    WriteNumber(static_cast<uint16_t>(size), stream);
+  } else if (size <= std::numeric_limits<uint32_t>::max()) {
+    stream.WriteByte(kSize32Marker);
+    WriteNumber(static_cast<uint32_t>(size), stream);
+  } else {
+    throw std::length_error("value is too large to encode");
+  }
+}
+
+// A writer takes a type byte alone, or with the number or the size that follows it, alignment, and
+// bytes (at least one). This one is for any stream.
+class StreamWriter {
+ public:
+  explicit StreamWriter(ByteStreamWriter* stream) : stream_(*stream) {}
+
+  void WriteType(EncodedType type) { stream_.WriteByte(static_cast<uint8_t>(type)); }
+  template <typename T>
+  void WriteScalar(EncodedType type, T number) {
+    WriteType(type);
+    WriteNumber(number, stream_);
+  }
+  void WriteHead(EncodedType type, size_t size) {
+    WriteType(type);
+    WriteSizeTo(size, stream_);
+  }
+  void WriteAlignment(uint8_t alignment) { stream_.WriteAlignment(alignment); }
+  void WriteBytes(const uint8_t* data, size_t size) { stream_.WriteBytes(data, size); }
+
+ private:
+  ByteStreamWriter& stream_;
+};
+
+// This one is for our own buffer: what is small goes there in blocks.
+class BlockWriter {
+ public:
+  explicit BlockWriter(forge::Buffer* buffer)
+      : buffer_(*buffer), flushed_(buffer->GetSize()), reserved_(flushed_) {}
+
+  void WriteType(EncodedType type) { WriteByte(static_cast<uint8_t>(type)); }
+
+  template <typename T>
+  void WriteScalar(EncodedType type, T number) {
+    uint8_t* room = Extend(1 + sizeof number);
+    *room = static_cast<uint8_t>(type);
+    std::memcpy(room + 1, &number, sizeof number);
+  }
+
+  void WriteHead(EncodedType type, size_t size) {
+    if (size >= kFirstLongSize) {
+      WriteType(type);
+      return WriteSizeTo(size, *this);
+    }
+    uint8_t* room = Extend(2);
+    room[0] = static_cast<uint8_t>(type);
+    room[1] = static_cast<uint8_t>(size);
+  }
+
+  void WriteByte(uint8_t byte) { *Extend(1) = byte; }
+
+  void WriteBytes(const uint8_t* data, size_t size) {
+    if (size <= sizeof block_ / 2) return Copy(Extend(size), data, size);
+    Flush();
+    Append(data, size);
+  }
+
+  void WriteAlignment(uint8_t alignment) {
+    const size_t beyond = (flushed_ + used_) % alignment;
+    if (beyond == 0) return;
+    std::memset(Extend(sizeof(uint64_t)), 0, sizeof(uint64_t));  // Of fixed size: no call.
+    used_ -= sizeof(uint64_t) - (alignment - beyond);
+  }
+
+  void Flush() {
+    Append(block_, used_);
+    used_ = 0;
+  }
+
+ private:
+  // Two overlapping halves for what is short, as most texts are: the call would cost more.
+  static void Copy(uint8_t* to, const uint8_t* from, size_t size) {
+    if (size > 2 * sizeof(uint64_t)) {
+      std::memcpy(to, from, size);
+    } else if (size >= sizeof(uint64_t)) {
+      CopyHalves<uint64_t>(to, from, size);
+    } else if (size >= sizeof(uint32_t)) {
+      CopyHalves<uint32_t>(to, from, size);
+    } else {
+      to[0] = from[0];
+      to[size / 2] = from[size / 2];
+      to[size - 1] = from[size - 1];
+    }
+  }
+
+  template <typename Half>
+  static void CopyHalves(uint8_t* to, const uint8_t* from, size_t size) {
+    std::memcpy(to, from, sizeof(Half));
+    std::memcpy(to + size - sizeof(Half), from + size - sizeof(Half), sizeof(Half));
+  }
+
+  uint8_t* Extend(size_t size) {
+    if (size > sizeof block_ - used_) Flush();
+    uint8_t* room = block_ + used_;
+    used_ += size;
+    return room;
+  }
+
+  // Grows by three: growing by two frees more in all than the last allocation has, whereupon glibc
+  // gives the pages back to the system, with every message anew.
+  void Append(const uint8_t* data, size_t size) {
+    if (flushed_ + size > reserved_) {
+      reserved_ = std::max(flushed_ + size, 3 * flushed_);
+      buffer_.Reserve(reserved_);
+    }
+    buffer_.WriteBytes(data, size);
+    flushed_ += size;
+  }
+
+  forge::Buffer& buffer_;
+  size_t flushed_;  // Bytes that the buffer holds.
+  size_t reserved_;
+  size_t used_ = 0;  // Bytes of the block.
+  uint8_t block_[4096];
+};
+
+// Texts and typed lists: the count, and the elements as they lie in memory.
+template <typename Sequence, typename Writer>
+void WriteBlock(EncodedType type, const Sequence& elements, Writer& writer) {
+  constexpr size_t kWidth = sizeof(typename Sequence::value_type);
+  writer.WriteHead(type, elements.size());
+  if (elements.empty()) return;
+  if constexpr (kWidth > 1) writer.WriteAlignment(kWidth);
+  writer.WriteBytes(reinterpret_cast<const uint8_t*>(elements.data()), elements.size() * kWidth);
+}
+
+// `write_nested` writes the elements of lists and maps.
+template <typename Writer, typename WriteNested>
+void WriteTagged(const EncodableValue& value, Writer& writer, const WriteNested& write_nested) {
+  const EncodedType type = EncodedTypeForValue(value);
+  switch (type) {
+    case EncodedType::kNull:
+    case EncodedType::kTrue:
+    case EncodedType::kFalse:
+    case EncodedType::kLargeInteger:
+      return writer.WriteType(type);
+    case EncodedType::kInt32:
+      return writer.WriteScalar(type, *value.GetIf<int32_t>());
+    case EncodedType::kInt64:
+      return writer.WriteScalar(type, *value.GetIf<int64_t>());
+    case EncodedType::kFloat64:
+      writer.WriteType(type);
+      writer.WriteAlignment(sizeof(double));
+      return WriteNumber(*value.GetIf<double>(), writer);
+    case EncodedType::kString:
+      return WriteBlock(type, *value.GetIf<std::string>(), writer);
+    case EncodedType::kUInt8List:
+      return WriteBlock(type, *value.GetIf<std::vector<uint8_t>>(), writer);
+    case EncodedType::kInt32List:
+      return WriteBlock(type, *value.GetIf<std::vector<int32_t>>(), writer);
+    case EncodedType::kInt64List:
+      return WriteBlock(type, *value.GetIf<std::vector<int64_t>>(), writer);
+    case EncodedType::kFloat64List:
+      return WriteBlock(type, *value.GetIf<std::vector<double>>(), writer);
+    case EncodedType::kFloat32List:
+      return WriteBlock(type, *value.GetIf<std::vector<float>>(), writer);
+    case EncodedType::kList: {
+      const auto& list = *value.GetIf<EncodableList>();
+      writer.WriteHead(type, list.size());
+      for (const EncodableValue& element : list) write_nested(element);
+      return;
+    }
+    case EncodedType::kMap: {
+      const auto& map = *value.GetIf<EncodableMap>();
+      writer.WriteHead(type, map.size());
+      for (const auto& [key, mapped] : map) {
+        write_nested(key);
+        write_nested(mapped);
+      }
+      return;
+    }
+    case EncodedType::kCustom:  // Only in a build without assertions.
+      writer.WriteType(type);
+      std::cerr << "Unhandled custom type in StandardCodecSerializer::WriteValue. "
+                << "Custom types require codec extensions." << std::endl;
+      return;
+  }
+}
+
+void WritePlain(const EncodableValue& value, BlockWriter& writer) {
+  WriteTagged(value, writer,
+              [&writer](const EncodableValue& nested) { WritePlain(nested, writer); });
+}
+
+// ---- Reading ------------------------------------------------------------------------------------
+
+// Converts to what `make` returns, so that containers build their elements in place.
+template <typename Make>
+struct InPlace {
+  const Make& make;
+  operator EncodableValue() const { return make(); }  // NOLINT(google-explicit-constructor)
+};
+template <typename Make>
+InPlace(const Make&) -> InPlace<Make>;
+
+template <typename T, typename Reader>
+T ReadNumber(Reader& reader) {
+  T number = 0;
+  reader.ReadBytes(reinterpret_cast<uint8_t*>(&number), sizeof number);
+  return number;
+}
+
+template <typename Reader>
+uint32_t ReadSizeFrom(Reader& reader) {
+  const uint8_t size = reader.ReadByte();
+  if (size == kSize16Marker) return ReadNumber<uint16_t>(reader);
+  if (size == kSize32Marker) return ReadNumber<uint32_t>(reader);
+  return size;
+}
+
+// How many elements a stream can hold at the most, as far as that is known.
+size_t GetRoom(const ByteBufferStreamReader& reader) { return reader.GetRemaining(); }
+size_t GetRoom(const ByteStreamReader&) { return 0; }
+
+// Texts and typed lists. An empty list is aligned, too, though the writer does not: kept so.
+template <typename Sequence>
+EncodableValue ReadBlock(ByteStreamReader& reader) {
+  using Element = typename Sequence::value_type;
+  Sequence elements(ReadSizeFrom(reader), Element{});
+  if constexpr (sizeof(Element) > 1) reader.ReadAlignment(sizeof(Element));
+  Element none{};  // Of an empty one; its data may be null.
+  reader.ReadBytes(reinterpret_cast<uint8_t*>(elements.empty() ? &none : elements.data()),
+                   elements.size() * sizeof(Element));
+  return elements;
+}
+
+// The same, built from the bytes where they lie, without filling it with zeros first.
+template <typename Sequence>
+EncodableValue ReadBlock(ByteBufferStreamReader& reader) {
+  using Element = typename Sequence::value_type;
+  const uint32_t count = ReadSizeFrom(reader);
+  if constexpr (sizeof(Element) > 1) reader.ReadAlignment(sizeof(Element));
+  const uint8_t* data = reader.TakeBytes(uint64_t{count} * sizeof(Element));
+  if (data && reinterpret_cast<uintptr_t>(data) % alignof(Element) == 0) {
+    const auto* first = reinterpret_cast<const Element*>(data);
+    return EncodableValue(std::in_place_type<Sequence>, first, first + count);
+  }
+  Sequence elements(count, Element{});
+  if (data && count > 0) std::memcpy(elements.data(), data, count * sizeof(Element));
+  return elements;
+}
+
+template <typename Reader, typename ReadNested>
+[[gnu::noinline]] EncodableValue ReadList(Reader& reader, const ReadNested& read_nested) {
+  const uint32_t count = ReadSizeFrom(reader);
+  if (count >= kTooManyElements) throw std::length_error("vector::reserve");
+  EncodableList list;
+  list.reserve(std::min<size_t>(count, GetRoom(reader)));  // The count may be a lie.
+  for (uint32_t i = 0; i < count; ++i) list.emplace_back(InPlace{read_nested});
+  return list;
+}
+
+template <typename Reader, typename ReadNested>
+[[gnu::noinline]] EncodableValue ReadMap(Reader& reader, const ReadNested& read_nested) {
+  const uint32_t count = ReadSizeFrom(reader);
+  EncodableMap map;
+  for (uint32_t i = 0; i < count; ++i) {  // The keys come sorted. The first of equal ones stays.
+    map.emplace_hint(map.end(), std::piecewise_construct, std::tuple(InPlace{read_nested}),
+                     std::tuple(InPlace{read_nested}));
+  }
+  return map;
+}
+
+// `read_nested` reads the elements of lists and maps.
+template <typename Reader, typename ReadNested>
+EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadNested& read_nested) {
+  switch (static_cast<EncodedType>(type)) {
+    case EncodedType::kNull:
+      return {};
+    case EncodedType::kTrue:
+      return true;
+    case EncodedType::kFalse:
+      return false;
+    case EncodedType::kInt32:
+      return ReadNumber<int32_t>(reader);
+    case EncodedType::kInt64:
+      return ReadNumber<int64_t>(reader);
+    case EncodedType::kFloat64:
+      reader.ReadAlignment(sizeof(double));
+      return ReadNumber<double>(reader);
+    case EncodedType::kLargeInteger:
+    case EncodedType::kString:
+      return ReadBlock<std::string>(reader);
+    case EncodedType::kUInt8List:
+      return ReadBlock<std::vector<uint8_t>>(reader);
+    case EncodedType::kInt32List:
+      return ReadBlock<std::vector<int32_t>>(reader);
+    case EncodedType::kInt64List:
+      return ReadBlock<std::vector<int64_t>>(reader);
+    case EncodedType::kFloat64List:
+      return ReadBlock<std::vector<double>>(reader);
+    case EncodedType::kList:
+      return ReadList(reader, read_nested);
+    case EncodedType::kMap:
+      return ReadMap(reader, read_nested);
+    case EncodedType::kFloat32List:
+      return ReadBlock<std::vector<float>>(reader);
+    case EncodedType::kCustom:
+      break;
+  }
+  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: " << +type << std::endl;
+  return {};
+}
+
+EncodableValue ReadPlainOfType(uint8_t type, ByteBufferStreamReader& reader) {
+  return ReadPayload(type, reader,
+                     [&reader] { return ReadPlainOfType(reader.ReadByte(), reader); });
+}
+
+bool IsPlain(const StandardCodecSerializer& serializer) {
+  return typeid(serializer) == typeid(StandardCodecSerializer);
+}
+
+}  // namespace
+
+// ---- Serializer ---------------------------------------------------------------------------------
+
+StandardCodecSerializer::StandardCodecSerializer() = default;
+
+StandardCodecSerializer::~StandardCodecSerializer() = default;
+
+const StandardCodecSerializer& StandardCodecSerializer::GetInstance() {
+  static const auto& serializer = *new StandardCodecSerializer;
+  return serializer;
+}
+
+EncodableValue StandardCodecSerializer::ReadValue(ByteStreamReader* stream) const {
+  return ReadValueOfType(stream->ReadByte(), stream);
+}
+
+void StandardCodecSerializer::WriteValue(const EncodableValue& value,
+                                         ByteStreamWriter* stream) const {
+  if (IsPlain(*this) && typeid(*stream) == typeid(ByteBufferStreamWriter)) {
+    BlockWriter writer(static_cast<ByteBufferStreamWriter*>(stream)->GetBuffer());
+    WritePlain(value, writer);
+    return writer.Flush();
+  }
+  StreamWriter writer(stream);
+  WriteTagged(value, writer,
+              [this, stream](const EncodableValue& nested) { WriteValue(nested, stream); });
+}
+
+EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
+                                                        ByteStreamReader* stream) const {
+  if (IsPlain(*this) && typeid(*stream) == typeid(ByteBufferStreamReader)) {
+    return ReadPlainOfType(type, *static_cast<ByteBufferStreamReader*>(stream));
+  }
+  return ReadPayload(type, *stream, [this, stream] { return ReadValue(stream); });
+}
+
+void StandardCodecSerializer::WriteSize(uint32_t size, ByteStreamWriter* stream) const {
+  WriteSizeTo(size, *stream);
+}
+
+uint32_t StandardCodecSerializer::ReadSize(ByteStreamReader* stream) const {
+  return ReadSizeFrom(*stream);
+}
+
+template <typename T>
+EncodableValue StandardCodecSerializer::ReadVector(ByteStreamReader* stream) const {
+  return ReadBlock<std::vector<T>>(*stream);
+}
+
+template EncodableValue StandardCodecSerializer::ReadVector<uint8_t>(ByteStreamReader*) const;
+template EncodableValue StandardCodecSerializer::ReadVector<int32_t>(ByteStreamReader*) const;
+template EncodableValue StandardCodecSerializer::ReadVector<int64_t>(ByteStreamReader*) const;
+template EncodableValue StandardCodecSerializer::ReadVector<double>(ByteStreamReader*) const;
+template EncodableValue StandardCodecSerializer::ReadVector<float>(ByteStreamReader*) const;
+
+}  // namespace cw
