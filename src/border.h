@@ -12,6 +12,7 @@
 #include <string>
 #include <type_traits>
 
+#include "forge/fence.h"
 #include "forge/forge_capi.h"
 
 namespace tavo::details {
@@ -27,19 +28,9 @@ inline std::string RequireText(const char* text) {
   return text;
 }
 
-// Logs the exception that is being handled.
-void ReportStrayException(const char* place) noexcept;
+using forge::Fence;
 
-template <typename Body>
-void Fence(const char* place, Body&& body) noexcept {
-  try {
-    body();
-  } catch (...) {
-    ReportStrayException(place);
-  }
-}
-
-// The same for what returns a result, which is `failure` after a stray exception.
+// The fence of an entry that returns a result, which is `failure` after a stray exception.
 template <typename Body>
 ForgeResult FenceEntry(const char* place, ForgeResult failure, Body&& body) {
   try {
@@ -47,7 +38,7 @@ ForgeResult FenceEntry(const char* place, ForgeResult failure, Body&& body) {
   } catch (const NullTextError&) {
     throw;
   } catch (...) {
-    ReportStrayException(place);
+    forge::details::ReportStrayException(place);
     return failure;
   }
 }

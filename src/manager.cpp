@@ -38,11 +38,16 @@ void Manager::HandleRelease(_TAVOManagerRef* ref) {
 }
 
 _TAVOIntentManagerRef* Manager::HandleGetIntentManager(_TAVOManagerRef* ref) {
-  Fence("GetIntentManager", [ref] {
-    FORGE_LOG(kError) << (FromRef(ref) ? "Could not create Intent Manager on API side."
-                                       : "Runtime Manager is not initialized.");
+  _TAVOIntentManagerRef* intents = nullptr;
+  Fence("GetIntentManager", [ref, &intents] {
+    const auto manager = FromRef(ref);
+    if (!manager) {
+      FORGE_LOG(kError) << "Runtime Manager is not initialized.";
+      return;
+    }
+    intents = manager->GetIntentManager();
   });
-  return nullptr;
+  return intents;
 }
 
 _TAVORpcClientRef* Manager::HandleCreateRpcClient(_TAVOManagerRef* ref) {
@@ -70,8 +75,10 @@ void Manager::Release() {
   // Out of the members first: the callbacks of what is dropped may come back here.
   auto clients = std::exchange(clients_, {});
   auto server = std::exchange(server_, nullptr);
+  auto intents = std::exchange(intents_, nullptr);
   while (!clients.empty()) clients.pop_front();
   server.reset();
+  intents.reset();
 }
 
 _TAVORpcClientRef* Manager::CreateRpcClient() {
@@ -101,6 +108,15 @@ void Manager::RemoveClient(_TAVORpcClientRef* client) {
 _TAVORpcServerRef* Manager::GetRpcServer() {
   if (!server_) server_ = RpcServerImpl::Create();
   return server_ ? server_->GetRef() : nullptr;
+}
+
+_TAVOIntentManagerRef* Manager::GetIntentManager() {
+  if (!intents_) intents_ = IntentManagerImpl::Create();
+  if (!intents_) {
+    FORGE_LOG(kError) << "Could not create Intent Manager on API side.";
+    return nullptr;
+  }
+  return intents_->GetRef();
 }
 
 }  // namespace tavo::details

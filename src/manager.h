@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "forge/object.h"
+#include "src/intent_manager_impl.h"
 #include "src/rpc_client_impl.h"
 #include "src/rpc_server_impl.h"
 #include "src/tavo_capi.h"
@@ -36,9 +37,11 @@ class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
   _TAVORpcClientRef* CreateRpcClient();
   void RemoveClient(_TAVORpcClientRef* client);
   _TAVORpcServerRef* GetRpcServer();
+  _TAVOIntentManagerRef* GetIntentManager();
 
   std::list<std::shared_ptr<RpcClientImpl>> clients_;  // In the order of their creation.
-  std::shared_ptr<RpcServerImpl> server_;              // Null until asked for.
+  std::shared_ptr<RpcServerImpl> server_;              // Null until asked for,
+  std::shared_ptr<IntentManagerImpl> intents_;         // as this.
 };
 
 }  // namespace tavo::details

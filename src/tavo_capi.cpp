@@ -10,14 +10,15 @@ using tavo::details::Manager;
 
 namespace {
 
-// The intent service is not there yet: its entries are not provided.
 ForgeResult IntentManagerProcTableLoad(TAVOIntentManagerProcTable* table, unsigned int size) {
   return FenceEntry("IntentManagerProcTableLoad", FORGE_RESULT_INVALID_ARGUMENT, [=] {
     if (!table) {
       FORGE_LOG(kError) << "Null table specified.";
       return FORGE_RESULT_INVALID_ARGUMENT;
     }
-    return FillTable(table, size, {});
+    return FillTable(table, size,
+                     {sizeof *table, tavo::IntentManagerImpl::HandleOpenUri,
+                      tavo::IntentManagerImpl::HandleRegisterIntent});
   });
 }
 

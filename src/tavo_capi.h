@@ -97,7 +97,8 @@ typedef struct TAVORpcServerSlots {
   void* user_data;
 } TAVORpcServerSlots;
 
-/* Given to OpenUri; one-shot: callback once, then release once. */
+/* Given to OpenUri; one-shot: callback once with the outcome, then release once. A request that
+ * still waits at the manager's Release is only released. */
 typedef struct TAVOOpenUriSlot {
   uint32_t size;
   void (*callback)(void* user_data, bool success);
@@ -110,11 +111,13 @@ typedef struct TAVOOpenUriSlot {
 typedef struct TAVOReplyIntentSlot {
   uint32_t size;
 
-  /* Answers with one value in the standard codec's encoding, a map. Null context: nothing. */
+  /* Answers with one value in the standard codec's encoding (docs/wire-format.md), a map whose keys
+   * are texts; anything else is an error line, and the empty object as the answer. Each call
+   * sends an answer. Null context, or one that was released: nothing. [any thread] */
   void (*reply)(void* context, const uint8_t* data, unsigned int length);
 
-  void (*release)(void* context);
-  void* context;
+  void (*release)(void* context); /* Null, or released before: nothing. [any thread] */
+  void* context;                  /* A number, never an address. */
 } TAVOReplyIntentSlot;
 
 /* Given to RegisterIntent; the callback is called at each invocation of the intent. */
@@ -130,12 +133,13 @@ typedef struct TAVORegisterIntentSlot {
 typedef struct TAVOIntentManagerProcTable {
   uint32_t size;
 
-  /* Asks the platform to open a URI. 0: queued, and the slot was taken over. 2: a null argument.
-   * 3: unknown handle. [any thread] */
+  /* Asks the platform to open a URI. Requests are sent one at a time, in their order. 0: queued,
+   * and the slot was taken over, which no other result does. 2: a null argument. 3: unknown handle.
+   * [any thread] */
   ForgeResult (*OpenUri)(_TAVOIntentManagerRef* manager, const char* uri, TAVOOpenUriSlot* slot);
 
-  /* Offers an intent to other applications, for good. 0: registered. 2: a null argument.
-   * 3: unknown handle. [event loop] */
+  /* Offers an intent to other applications, for good. 0: registered, and the slot was taken over,
+   * which no other result does. 2: a null argument. 3: unknown handle. [event loop] */
   ForgeResult (*RegisterIntent)(_TAVOIntentManagerRef* manager, const char* name,
                                 TAVORegisterIntentSlot* slot);
 } TAVOIntentManagerProcTable;

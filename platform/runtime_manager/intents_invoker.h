@@ -1,6 +1,7 @@
 // Invokes intents that the system or other applications offer.
 //
-// Threads: made, used and deleted on the thread whose event loop delivers the replies.
+// Threads: made and deleted on the thread whose event loop delivers the replies; `invoke` may be
+//          called from any.
 #pragma once
 
 #include <memory>

@@ -19,7 +19,8 @@ class RuntimeDispatcher {
   // task. The descriptor stays the dispatcher's.
   int localServerSocket();
 
-  // Offers an intent to other applications; the handler runs on the event loop's thread.
+  // Offers an intent to other applications; the handler runs on the event loop's thread, which is
+  // the one that calls this. The reply function may be called from any; the first call counts.
   void registerIntent(const QString& name, IntentHandler handler);
 };
 

@@ -36,15 +36,24 @@ TEST_F(ManagerTest, UnknownHandleIsReportedAsEachEntryTells) {
   }
 }
 
-TEST_F(ManagerTest, IntentServiceCannotBeCreatedYet) {
+TEST_F(ManagerTest, HasOneIntentServiceUntilRelease) {
+  platform_.fail_intents = true;
   EXPECT_EQ(nullptr, top_.GetIntentManager(manager_));
-  EXPECT_EQ("[error] Could not create Intent Manager on API side.", log_.TakeLine());
+  EXPECT_EQ((std::vector<std::string>{"[error] Could not create Intent Manager.",
+                                      "[error] Could not create Intent Manager on API side."}),
+            log_.TakeLines());
+  platform_.fail_intents = false;
+  _TAVOIntentManagerRef* intents = top_.GetIntentManager(manager_);
+  EXPECT_NE(nullptr, intents);
+  EXPECT_EQ(intents, top_.GetIntentManager(manager_));
+  top_.Release(manager_);
+  EXPECT_NE(intents, top_.GetIntentManager(manager_));
 }
 
-TEST_F(ManagerTest, ReleaseDropsClientsInOrderThenTheServer) {
+TEST_F(ManagerTest, ReleaseDropsClientsInOrderThenTheServerThenTheIntents) {
   static Events order;
   order.clear();
-  static const char* names[] = {"first", "second", "server"};
+  static const char* names[] = {"first", "second", "server", "intents"};
   const auto release = [](void* name) { order.push_back(*static_cast<const char**>(name)); };
   for (int i = 0; i < 2; ++i) {
     TAVORpcClientSlots slots{sizeof slots, nullptr, nullptr, nullptr, release, &names[i]};
@@ -52,8 +61,10 @@ TEST_F(ManagerTest, ReleaseDropsClientsInOrderThenTheServer) {
   }
   TAVORpcServerSlots slots{sizeof slots, nullptr, nullptr, release, &names[2]};
   server_table_.Run(top_.GetRpcServer(manager_), &slots);
+  TAVOOpenUriSlot uri_slot{sizeof uri_slot, nullptr, release, &names[3]};
+  intent_table_.OpenUri(top_.GetIntentManager(manager_), "uri:", &uri_slot);
   top_.Release(manager_);
-  EXPECT_EQ((Events{"first", "second", "server"}), order);
+  EXPECT_EQ((Events{"first", "second", "server", "intents"}), order);
   for (const auto& task : platform_.tasks) EXPECT_FALSE(task->alive);
 }
 

@@ -53,6 +53,7 @@ class ServiceTest : public TestBase {
     TAVOProcTableLoad(&top_, sizeof top_);
     top_.RpcClientProcTableLoad(&client_table_, sizeof client_table_);
     top_.RpcServerProcTableLoad(&server_table_, sizeof server_table_);
+    top_.IntentManagerProcTableLoad(&intent_table_, sizeof intent_table_);
     manager_ = top_.Initialize();
   }
   void TearDown() override {
@@ -79,6 +80,7 @@ class ServiceTest : public TestBase {
   TAVOProcTable top_{};
   TAVORpcClientProcTable client_table_{};
   TAVORpcServerProcTable server_table_{};
+  TAVOIntentManagerProcTable intent_table_{};
   _TAVOManagerRef* manager_ = nullptr;
 };
 

@@ -3,8 +3,6 @@
 #include <new>
 #include <utility>
 
-#include "platform/runtime_manager/runtime_dispatcher.h"
-
 namespace test {
 namespace {
 
@@ -23,6 +21,10 @@ std::vector<std::string> FakePlatform::SentTexts(size_t index) {
     texts.push_back(message.value(QStringLiteral("data")).toString().toStdString());
   }
   return texts;
+}
+
+void FakePlatform::ReplyToIntent(int code) {
+  if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
 }
 
 void FakeTask::Started(const RuntimeManager::Error& error) { std::exchange(start, nullptr)(error); }
@@ -102,5 +104,32 @@ RuntimeDispatcher* RuntimeDispatcher::instance() {
 }
 
 int RuntimeDispatcher::localServerSocket() { return 77; }
+
+void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handler) {
+  if (test::FakePlatform::Get().fail_intents) throw std::bad_alloc();
+  test::FakePlatform::Get().intents[name] = std::move(handler);
+}
+
+struct IntentsInvoker::Private {};
+
+IntentsInvoker::IntentsInvoker(QObject* parent) : QObject(parent) {
+  if (test::FakePlatform::Get().fail_intents) throw std::bad_alloc();
+  test::FakePlatform::Get().invoker = this;
+}
+
+IntentsInvoker::~IntentsInvoker() {
+  if (test::current) test::current->invoker = nullptr;  // A process may end after the test.
+}
+
+void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,
+                            const QJsonObject& parameters) {
+  auto& platform = test::FakePlatform::Get();
+  {
+    const std::lock_guard lock(platform.mutex);
+    platform.invocations.push_back({name, options, parameters});
+  }
+  if (platform.fail_intents) throw std::bad_alloc();
+  if (platform.on_invoke) platform.on_invoke();
+}
 
 }  // namespace RuntimeManager

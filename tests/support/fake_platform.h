@@ -1,6 +1,8 @@
 // The platform's library, played: nothing runs, a test sees each call and decides each answer.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -10,6 +12,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "platform/runtime_manager/intents_invoker.h"
+#include "platform/runtime_manager/runtime_dispatcher.h"
 #include "platform/runtime_manager/task.h"
 #include "platform/runtime_manager/task_messaging.h"
 
@@ -39,6 +43,12 @@ struct FakeMessaging {
   void ReceiveText(const QString& text);
 };
 
+struct FakeInvocation {
+  QString name;
+  QJsonObject options;
+  QJsonObject parameters;
+};
+
 // One per test; it is the platform while it lives.
 class FakePlatform {
  public:
@@ -49,11 +59,18 @@ class FakePlatform {
   FakeTask& Task(size_t index = 0) { return *tasks.at(index); }
   FakeMessaging& Messaging(size_t index = 0) { return *messagings.at(index); }
   std::vector<std::string> SentTexts(size_t index = 0);  // The "data" of each message sent.
+  void ReplyToIntent(int code);                          // Through whichever invoker there is.
 
   std::mutex mutex;
   std::vector<std::shared_ptr<FakeTask>> tasks;            // In the order of their creation.
   std::vector<std::shared_ptr<FakeMessaging>> messagings;  // Likewise.
   bool fail_start = false;  // Task::start throws, as on a machine without memory.
+
+  RuntimeManager::IntentsInvoker* invoker = nullptr;  // The living one.
+  std::vector<FakeInvocation> invocations;            // Guarded by mutex.
+  std::function<void()> on_invoke;                    // Called within invoke.
+  std::map<QString, RuntimeManager::RuntimeDispatcher::IntentHandler> intents;
+  bool fail_intents = false;  // Whatever has to do with intents throws.
 };
 
 }  // namespace test

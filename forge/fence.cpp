@@ -1,8 +1,11 @@
-#include "src/border.h"
+#include "forge/fence.h"
+
+#include <exception>
+#include <string>
 
 #include "forge/logger.h"
 
-namespace tavo::details {
+namespace forge::details {
 namespace {
 
 std::string DescribeCurrentException() {
@@ -24,4 +27,4 @@ void ReportStrayException(const char* place) noexcept {
   }
 }
 
-}  // namespace tavo::details
+}  // namespace forge::details

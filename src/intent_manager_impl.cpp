@@ -1,0 +1,169 @@
+#include "src/intent_manager_impl.h"
+
+#include <utility>
+
+#include "forge/logger.h"
+#include "forge/signals.h"
+#include "src/border.h"
+#include "src/intent_reply.h"
+#include "src/qt_ownership.h"
+
+namespace tavo {
+namespace {
+
+constexpr char kOpenUri[] = "OpenURI";
+
+// Runs what hands the listener's slot over to its new owner. If that fails the slot stays its
+// caller's: it is not released.
+template <typename Listener, typename Body>
+void TakeOver(Listener& listener, Body&& body) {
+  try {
+    body();
+  } catch (...) {
+    listener.Forget();
+    throw;
+  }
+}
+
+}  // namespace
+
+IntentManagerImpl::IntentManagerImpl(PrivateTag)
+    : Object(forge::IDispatcher::CreateEmpty()),
+      invoker_(details::MakeQtShared<RuntimeManager::IntentsInvoker>()) {
+  connection_ = QObject::connect(
+      invoker_.get(), &RuntimeManager::IntentsInvoker::replyReceived,
+      [ref = GetRef()](const QJsonObject& reply, const RuntimeManager::Error& error) {
+        details::Fence("intent reply handler", [&] {
+          if (const auto manager = FromRef(ref)) manager->IntentReplyHandler(reply, error);
+        });
+      });
+}
+
+IntentManagerImpl::~IntentManagerImpl() {
+  details::Fence("intent manager destruction", [this] {
+    Unregister();
+    QObject::disconnect(connection_);
+  });
+}
+
+std::shared_ptr<IntentManagerImpl> IntentManagerImpl::Create() {
+  auto manager = details::CreateOrNull([] { return Object::Create(PrivateTag{}); });
+  if (!manager) FORGE_LOG(kError) << "Could not create Intent Manager.";
+  return manager;
+}
+
+ForgeResult IntentManagerImpl::HandleOpenUri(_TAVOIntentManagerRef* ref, const char* uri,
+                                             TAVOOpenUriSlot* slot) {
+  return details::FenceEntry("OpenUri", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
+    if (!slot || !uri) {
+      FORGE_LOG(kError) << "No uri or callback slot provided.";
+      return FORGE_RESULT_INVALID_ARGUMENT;
+    }
+    const auto manager = FromRef(ref);
+    if (!manager) {
+      FORGE_LOG(kError) << "Intent Manager is not initialized.";
+      return FORGE_RESULT_WRONG_STATE;
+    }
+    const auto copy = details::CopySlots(slot);
+    const auto listener =
+        std::make_shared<forge::CStyleListener<bool>>(copy.callback, copy.release, copy.user_data);
+    TakeOver(*listener, [&] {
+      manager->OpenURI(uri, [listener](bool success) { listener->Invoke(success); });
+    });
+    return FORGE_RESULT_OK;
+  });
+}
+
+ForgeResult IntentManagerImpl::HandleRegisterIntent(_TAVOIntentManagerRef* ref, const char* name,
+                                                    TAVORegisterIntentSlot* slot) {
+  return details::FenceEntry("RegisterIntent", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
+    if (!slot || !name) {
+      FORGE_LOG(kError) << "No intent name or callback slot provided.";
+      return FORGE_RESULT_INVALID_ARGUMENT;
+    }
+    if (!FromRef(ref)) {
+      FORGE_LOG(kError) << "Intent Manager is not initialized.";
+      return FORGE_RESULT_WRONG_STATE;
+    }
+    const auto copy = details::CopySlots(slot);
+    const auto listener = std::make_shared<forge::CStyleListener<TAVOReplyIntentSlot*>>(
+        copy.callback, copy.release, copy.user_data);
+    TakeOver(*listener, [&] {
+      // The parameters are not for the caller, who learns only that the intent was invoked. Without
+      // a callback nobody answers: the platform sees its reply function go.
+      RegisterIntent(name, [listener, has_callback = copy.callback != nullptr](
+                               const QJsonObject&, details::IntentReply::Function reply) {
+        details::Fence("intent handler", [&] {
+          if (!has_callback) return;
+          auto reply_slot = details::IntentReply::Open(std::move(reply));
+          listener->Invoke(&reply_slot);
+        });
+      });
+    });
+    return FORGE_RESULT_OK;
+  });
+}
+
+// Either the request is queued, or it throws and nothing has happened.
+void IntentManagerImpl::OpenURI(const char* uri, Completion completion) {
+  std::list<Reply> request;
+  request.push_back(
+      {kOpenUri, {}, {{QStringLiteral("uri"), QString::fromUtf8(uri)}}, std::move(completion)});
+  {
+    const std::lock_guard lock(mutex_);
+    queue_.splice(queue_.end(), request);
+  }
+  SendNext();
+}
+
+// A loop, not a recursion: the platform may answer within the call, request after request.
+void IntentManagerImpl::SendNext() {
+  std::unique_lock lock(mutex_);
+  if (sending_) return;
+  sending_ = true;
+  while (!busy_ && !queue_.empty()) {
+    busy_ = true;
+    const Reply& next = queue_.front();
+    const std::string intent = next.intent;
+    const QJsonObject options = next.options;
+    const QJsonObject parameters = next.parameters;
+    lock.unlock();
+    InvokeIntent(intent, options, parameters);
+    lock.lock();
+  }
+  sending_ = false;
+}
+
+void IntentManagerImpl::InvokeIntent(const std::string& intent, const QJsonObject& options,
+                                     const QJsonObject& parameters) {
+  bool sent = false;
+  details::Fence("intent invocation", [&] {
+    invoker_->invoke(QString::fromStdString(intent), options, parameters);
+    sent = true;
+  });
+  if (!sent) CompleteOldest(false);
+}
+
+void IntentManagerImpl::IntentReplyHandler(const QJsonObject&, const RuntimeManager::Error& error) {
+  CompleteOldest(error.code() == 0);
+  SendNext();
+}
+
+void IntentManagerImpl::CompleteOldest(bool success) {
+  std::list<Reply> completed;  // Dies outside the lock: that releases the caller's slot.
+  {
+    const std::lock_guard lock(mutex_);
+    if (!busy_) return;
+    completed.splice(completed.end(), queue_, queue_.begin());
+    busy_ = false;
+  }
+  details::Fence("intent completion", [&] { completed.front().completion(success); });
+}
+
+void IntentManagerImpl::RegisterIntent(const char* intent,
+                                       RuntimeManager::RuntimeDispatcher::IntentHandler handler) {
+  RuntimeManager::RuntimeDispatcher::instance()->registerIntent(QString::fromUtf8(intent),
+                                                                std::move(handler));
+}
+
+}  // namespace tavo

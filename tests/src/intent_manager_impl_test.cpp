@@ -1,0 +1,330 @@
+#include <atomic>
+#include <deque>
+#include <random>
+#include <stdexcept>
+#include <thread>
+
+#include <QJsonDocument>
+
+#include "cw/encodable_value.h"
+#include "tests/src/service_fixture.h"
+#include "tests/support/values.h"
+
+namespace {
+
+using cw::EncodableList;
+using cw::EncodableMap;
+using test::Events;
+
+class IntentManagerTest : public test::ServiceTest {
+ protected:
+  // A slot whose calls are events: "<name> ok", "<name> failed", "<name> released".
+  struct Request {
+    IntentManagerTest* test;
+    std::string name;
+    std::function<void()> on_done;
+
+    static void OnDone(void* self, bool success) {
+      auto& request = *static_cast<Request*>(self);
+      request.test->events_.push_back(request.name + (success ? " ok" : " failed"));
+      if (request.on_done) request.on_done();
+    }
+    static void OnRelease(void* self) {
+      auto& request = *static_cast<Request*>(self);
+      request.test->events_.push_back(request.name + " released");
+    }
+  };
+
+  void Open(const std::string& uri, std::function<void()> on_done = nullptr) {
+    Request& request = requests_.emplace_back(Request{this, uri, std::move(on_done)});
+    TAVOOpenUriSlot slot{sizeof slot, Request::OnDone, Request::OnRelease, &request};
+    ASSERT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents_, uri.c_str(), &slot));
+  }
+
+  Events TakeEvents() { return std::exchange(events_, {}); }
+
+  // The URIs that went to the platform since the last call.
+  Events TakeSent() {
+    Events uris;
+    for (const auto& invocation : std::exchange(platform_.invocations, {})) {
+      EXPECT_EQ(QStringLiteral("OpenURI"), invocation.name);
+      EXPECT_TRUE(invocation.options.isEmpty());
+      EXPECT_EQ(1, invocation.parameters.size());
+      uris.push_back(invocation.parameters.value(QStringLiteral("uri")).toString().toStdString());
+    }
+    return uris;
+  }
+
+  // Declared before the manager's release in TearDown needs them.
+  std::deque<Request> requests_;  // Elements stay where they are.
+  Events events_;
+  _TAVOIntentManagerRef* intents_ = top_.GetIntentManager(manager_);
+};
+
+TEST_F(IntentManagerTest, RequestsGoOneAtATimeAndEachGetsItsOutcome) {
+  Open("a:1");
+  Open("b:\xc3\xa4");
+  Open("c:3");
+  EXPECT_EQ(Events{"a:1"}, TakeSent());
+  platform_.ReplyToIntent(0);
+  EXPECT_EQ((Events{"a:1 ok", "a:1 released"}), TakeEvents());
+  EXPECT_EQ(Events{"b:\xc3\xa4"}, TakeSent());
+  platform_.ReplyToIntent(7);
+  EXPECT_EQ((Events{"b:\xc3\xa4 failed", "b:\xc3\xa4 released"}), TakeEvents());
+  EXPECT_EQ(Events{"c:3"}, TakeSent());
+  platform_.ReplyToIntent(0);
+  platform_.ReplyToIntent(0);  // Nobody waits: nothing changes.
+  TakeEvents();
+  Open("d:4");
+  EXPECT_EQ(Events{"d:4"}, TakeSent());
+  EXPECT_EQ(Events{}, TakeEvents());
+}
+
+TEST_F(IntentManagerTest, CompletionMayOpenAnotherOrThrowOrReleaseTheManager) {
+  Open("a:", [this] { Open("x:"); });
+  Open("b:", [] { throw std::runtime_error("b is unhappy"); });
+  Open("c:", [this] { top_.Release(manager_); });
+  Open("d:");
+  for (int i = 0; i < 3; ++i) platform_.ReplyToIntent(0);
+  EXPECT_EQ("[error] Stray exception in intent completion: b is unhappy", log_.TakeLine());
+  // The queue kept its order. "d" may have been sent, but its service was gone then: only released.
+  const Events sent = TakeSent();
+  EXPECT_EQ((Events{"a:", "b:", "c:"}), Events(sent.begin(), sent.begin() + 3));
+  EXPECT_EQ((Events{"a: ok", "a: released", "b: ok", "b: released", "c: ok", "c: released",
+                    "d: released", "x: released"}),
+            TakeEvents());
+}
+
+TEST_F(IntentManagerTest, PlatformThatThrowsHasFailedTheRequest) {
+  platform_.fail_intents = true;
+  Open("a:");
+  EXPECT_EQ((Events{"a: failed", "a: released"}), TakeEvents());
+  platform_.fail_intents = false;
+  Open("b:");
+  platform_.ReplyToIntent(0);
+  EXPECT_EQ((Events{"b: ok", "b: released"}), TakeEvents());
+  EXPECT_EQ(1u, log_.TakeLines().size());
+}
+
+// A platform that answers within the call must not use up the stack, however many wait.
+TEST_F(IntentManagerTest, AnswersWithinTheCallDoNotNest) {
+  for (int i = 0; i < 20000; ++i) Open("u:" + std::to_string(i));
+  platform_.on_invoke = [this] { platform_.ReplyToIntent(0); };
+  platform_.ReplyToIntent(0);
+  EXPECT_EQ(20000u, TakeSent().size());
+  EXPECT_EQ(40000u, TakeEvents().size());
+}
+
+// Random schedules against a model: a queue, of which the front is in flight.
+TEST_F(IntentManagerTest, AgreesWithAModelOverRandomSchedules) {
+  std::mt19937 random(4);
+  const auto one_in = [&random](unsigned n) { return random() % n == 0; };
+  Events sent, done, expected_done;
+  std::deque<std::string> waiting;
+  int count = 0, nested = 0;
+  std::function<void()> open = [&] {
+    const std::string uri = "u:" + std::to_string(count++);
+    waiting.push_back(uri);
+    Open(uri, [&] {
+      if (nested < 3 && one_in(3)) {
+        ++nested;
+        open();
+        --nested;
+      }
+      if (one_in(5)) throw std::runtime_error("thrown");
+    });
+  };
+  const auto reply = [&] {
+    const int code = one_in(2) ? 0 : 3;
+    if (!waiting.empty()) {
+      expected_done.push_back(waiting.front() + (code == 0 ? " ok" : " failed"));
+      expected_done.push_back(waiting.front() + " released");
+      waiting.pop_front();
+    }
+    platform_.ReplyToIntent(code);
+  };
+  for (int step = 0; step < 3000; ++step) {
+    platform_.on_invoke = one_in(4) ? std::function<void()>(reply) : nullptr;
+    one_in(2) ? open() : reply();
+    // What was sent: everything that is done, and the front of what waits.
+    for (const std::string& uri : TakeSent()) sent.push_back(uri);
+    ASSERT_EQ(static_cast<size_t>(count) - waiting.size() + (waiting.empty() ? 0 : 1), sent.size());
+  }
+  platform_.on_invoke = nullptr;
+  for (size_t i = 0; i < sent.size(); ++i) ASSERT_EQ("u:" + std::to_string(i), sent[i]);
+  // A completion's own request may be done before it returns: compare as they were called.
+  for (const std::string& event : TakeEvents()) done.push_back(event);
+  std::sort(done.begin(), done.end());
+  std::sort(expected_done.begin(), expected_done.end());
+  EXPECT_EQ(expected_done, done);
+  log_.TakeLines();
+}
+
+TEST_F(IntentManagerTest, ThreadsMayOpenWhileRepliesArrive) {
+  constexpr int kThreads = 4, kEach = 200;
+  static std::atomic<int> done, released;
+  done = released = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([this] {
+      for (int n = 0; n < kEach; ++n) {
+        TAVOOpenUriSlot slot{sizeof slot, [](void*, bool) { ++done; }, [](void*) { ++released; },
+                             nullptr};
+        intent_table_.OpenUri(intents_, "u:", &slot);
+      }
+    });
+  }
+  while (released < kThreads * kEach) {
+    platform_.ReplyToIntent(0);
+    std::this_thread::yield();
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(kThreads * kEach, done);
+  EXPECT_EQ(static_cast<size_t>(kThreads * kEach), TakeSent().size());
+}
+
+TEST_F(IntentManagerTest, RefusedCallNeverTakesTheSlotOver) {
+  Request request{this, "refused", nullptr};
+  TAVOOpenUriSlot uri_slot{sizeof uri_slot, Request::OnDone, Request::OnRelease, &request};
+  TAVORegisterIntentSlot intent_slot{sizeof intent_slot, nullptr, Request::OnRelease, &request};
+  const auto unknown = reinterpret_cast<_TAVOIntentManagerRef*>(manager_);
+  const struct {
+    ForgeResult expected;
+    ForgeResult actual;
+    const char* error;
+  } rows[] = {
+      {2, intent_table_.OpenUri(intents_, nullptr, &uri_slot), "No uri or callback slot provided."},
+      {2, intent_table_.OpenUri(nullptr, "u:", nullptr), "No uri or callback slot provided."},
+      {3, intent_table_.OpenUri(nullptr, "u:", &uri_slot), "Intent Manager is not initialized."},
+      {3, intent_table_.OpenUri(unknown, "u:", &uri_slot), "Intent Manager is not initialized."},
+      {2, intent_table_.RegisterIntent(intents_, nullptr, &intent_slot),
+       "No intent name or callback slot provided."},
+      {2, intent_table_.RegisterIntent(nullptr, "name", nullptr),
+       "No intent name or callback slot provided."},
+      {3, intent_table_.RegisterIntent(unknown, "name", &intent_slot),
+       "Intent Manager is not initialized."},
+  };
+  const auto lines = log_.TakeLines();
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    EXPECT_EQ(rows[i].expected, rows[i].actual) << i;
+    EXPECT_EQ(std::string("[error] ") + rows[i].error, lines[i]) << i;
+  }
+  platform_.fail_intents = true;
+  EXPECT_EQ(3u, intent_table_.RegisterIntent(intents_, "name", &intent_slot));
+  EXPECT_EQ("[error] Stray exception in RegisterIntent: std::bad_alloc", log_.TakeLine());
+  EXPECT_EQ(Events{}, TakeEvents());
+}
+
+TEST_F(IntentManagerTest, SlotsAreReadWithinTheirDeclaredSize) {
+  for (uint32_t fields = 0; fields <= 4; ++fields) {
+    SCOPED_TRACE(fields);
+    static std::string seen;
+    seen.clear();
+    TAVOOpenUriSlot slot{static_cast<uint32_t>(fields * sizeof(void*)),
+                         [](void* data, bool) { seen += data ? "callback+ " : "callback- "; },
+                         [](void* data) { seen += data ? "release+" : "release-"; }, &slot};
+    EXPECT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents_, "u:", &slot));
+    platform_.ReplyToIntent(0);
+    const char* expected[] = {"", "", "callback- ", "callback- release-", "callback+ release+"};
+    EXPECT_EQ(expected[fields], seen);
+  }
+}
+
+class RegisteredIntentTest : public IntentManagerTest {
+ protected:
+  // Registers "ask", whose callback keeps the reply slots.
+  void Register() {
+    TAVORegisterIntentSlot slot{
+        sizeof slot,
+        [](void* self, TAVOReplyIntentSlot* reply) {
+          static_cast<RegisteredIntentTest*>(self)->slots_.push_back(*reply);
+        },
+        [](void* self) { static_cast<RegisteredIntentTest*>(self)->events_.push_back("released"); },
+        this};
+    ASSERT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
+  }
+
+  // The platform invokes the intent; its answers are added to answers_, "gone" when the reply
+  // function is destroyed.
+  void Invoke() {
+    const std::shared_ptr<void> guard(nullptr, [this](void*) { answers_.push_back("gone"); });
+    platform_.intents.at(QStringLiteral("ask"))(
+        {{QStringLiteral("not"), QStringLiteral("passed on")}},
+        [this, guard](const QJsonObject& answer) {
+          answers_.push_back(QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString());
+        });
+  }
+
+  void Reply(void* context, const cw::EncodableValue& value) {
+    const auto bytes = value.Serialize();
+    slots_.at(0).reply(context, bytes.GetData(), static_cast<unsigned>(bytes.GetSize()));
+  }
+
+  Events TakeAnswers() { return std::exchange(answers_, {}); }
+
+  std::vector<TAVOReplyIntentSlot> slots_;
+  Events answers_;
+};
+
+TEST_F(RegisteredIntentTest, IsAnsweredThroughItsReplySlot) {
+  Register();
+  Invoke();
+  Invoke();
+  ASSERT_EQ(2u, slots_.size());
+  EXPECT_EQ(sizeof(TAVOReplyIntentSlot), slots_[0].size);
+  EXPECT_NE(slots_[0].context, slots_[1].context);
+  Reply(slots_[1].context, EncodableMap{{"second", EncodableList{1, true}}});
+  Reply(slots_[0].context, EncodableMap{{"first", 1.5}});
+  EXPECT_EQ((Events{"{\"second\":[1,true]}", "{\"first\":1.5}"}), TakeAnswers());
+  for (const auto& slot : slots_) slot.release(slot.context);
+  EXPECT_EQ((Events{"gone", "gone"}), TakeAnswers());
+  EXPECT_EQ(Events{}, TakeEvents());
+  platform_.intents.clear();  // The platform drops the registration: its slot goes with it.
+  EXPECT_EQ(Events{"released"}, TakeEvents());
+}
+
+TEST_F(RegisteredIntentTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
+  Register();
+  Invoke();
+  const std::string error = "[error] Could not convert intent reply to a JSON object.";
+  const test::Bytes rows[] = {
+      test::BytesOf(cw::EncodableValue("text").Serialize()),
+      test::BytesOf(cw::EncodableValue(EncodableMap{{1, 1}}).Serialize()),
+      test::FromHex("0c ff ff ff ff ff"),  // The codec throws.
+      test::FromHex("00"),
+  };
+  for (const auto& bytes : rows) {
+    slots_[0].reply(slots_[0].context, bytes.data(), static_cast<unsigned>(bytes.size()));
+    EXPECT_EQ(Events{"{}"}, TakeAnswers());
+    EXPECT_EQ(error, log_.TakeLines().back());
+  }
+  slots_[0].release(slots_[0].context);
+  TakeAnswers();
+}
+
+TEST_F(RegisteredIntentTest, MisuseOfTheReplySlotIsHarmless) {
+  Register();
+  Invoke();
+  const TAVOReplyIntentSlot slot = slots_[0];
+  const uint8_t byte = 0;
+  slot.reply(slot.context, nullptr, 5);
+  slot.reply(slot.context, &byte, 0);
+  EXPECT_EQ((Events{"{}", "{}"}), TakeAnswers());
+  EXPECT_EQ(2u, log_.TakeLines().size());
+  slot.reply(nullptr, &byte, 1);
+  slot.release(nullptr);
+  slot.reply(reinterpret_cast<void*>(~uintptr_t{0}), &byte, 1);
+  slot.release(slot.context);
+  EXPECT_EQ(Events{"gone"}, TakeAnswers());
+  slot.release(slot.context);
+  slot.reply(slot.context, &byte, 1);
+  EXPECT_EQ(Events{}, TakeAnswers());
+
+  // No callback: nobody can answer, and the platform sees that.
+  TAVORegisterIntentSlot silent{sizeof silent, nullptr, nullptr, nullptr};
+  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &silent));
+  Invoke();
+  EXPECT_EQ(Events{"gone"}, TakeAnswers());
+}
+
+}  // namespace
