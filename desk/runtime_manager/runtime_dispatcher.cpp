@@ -4,8 +4,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <utility>
 
+#include <QCoreApplication>
+#include <QPointer>
 #include <QtGlobal>
+
+#include "desk/runtime_manager/intent_server.h"
 
 namespace RuntimeManager {
 namespace {
@@ -23,6 +28,15 @@ int TakePassedSocket() {
   return kFirstPassedDescriptor;
 }
 
+// Lives as long as the application object, whose event loop it needs. Null without one.
+desk::IntentServer* GetIntentServer() {
+  static QPointer<desk::IntentServer> server;
+  if (!server && QCoreApplication::instance()) {
+    server = new desk::IntentServer(QCoreApplication::instance());
+  }
+  return server;
+}
+
 }  // namespace
 
 RuntimeDispatcher* RuntimeDispatcher::instance() {
@@ -33,6 +47,13 @@ RuntimeDispatcher* RuntimeDispatcher::instance() {
 int RuntimeDispatcher::localServerSocket() {
   static const int descriptor = TakePassedSocket();
   return descriptor;
+}
+
+void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handler) {
+  desk::IntentServer* server = GetIntentServer();
+  QString error = QStringLiteral("there is no event loop");
+  if (server && server->Register(name, std::move(handler), &error)) return;
+  desk::Complain(QStringLiteral("the intent \"%1\" is not offered: %2").arg(name, error));
 }
 
 }  // namespace RuntimeManager

@@ -2,26 +2,21 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
 
 #include <QJsonDocument>
-#include <QSocketNotifier>
 #include <QThread>
-#include <QTimer>
 
+#include "desk/runtime_manager/acceptor.h"
 #include "desk/runtime_manager/message_peer.h"
+#include "desk/runtime_manager/socket_files.h"
 
 namespace RuntimeManager {
 namespace {
-
-constexpr int kAcceptRetryMs = 100;
 
 bool IsListening(int descriptor) {
   int listening = 0;
@@ -29,19 +24,15 @@ bool IsListening(int descriptor) {
   return getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening;
 }
 
-QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
-
 }  // namespace
 
 struct TaskMessaging::Private {
   TaskMessaging* const owner;
 
   // On the owner's thread only.
-  std::vector<desk::MessagePeer*> peers;  // Children of the owner.
-  bool waits_for_first_peer = true;       // Until then messages are kept for it.
-  bool told_of_pause = false;
-  int listener = -1;  // Our own copy of the descriptor; -1: a client.
-  std::unique_ptr<QSocketNotifier> acceptor;
+  std::vector<desk::MessagePeer*> peers;     // Children of the owner.
+  bool waits_for_first_peer = true;          // Until then messages are kept for it.
+  std::unique_ptr<desk::Acceptor> acceptor;  // None: a client.
 
   std::mutex mutex;
   std::vector<QByteArray> outbox;  // Guarded by mutex, as all that follows.
@@ -50,10 +41,6 @@ struct TaskMessaging::Private {
   bool useless = false;     // Nobody is there, and nobody can come.
 
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
-  ~Private() {
-    acceptor.reset();
-    if (listener >= 0) close(listener);
-  }
 
   void ConnectTo(const QString& path) {
     auto* peer = Add();
@@ -67,37 +54,14 @@ struct TaskMessaging::Private {
                          .arg(descriptor));
       return GiveUp();
     }
-    listener = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    const int listener = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
     if (listener < 0) {
-      desk::Complain(QStringLiteral("nobody can be served: %1").arg(ErrnoText()));
+      desk::Complain(QStringLiteral("nobody can be served: %1").arg(desk::ErrnoText()));
       return GiveUp();
     }
     fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
-    acceptor = std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read);
-    QObject::connect(acceptor.get(), &QSocketNotifier::activated, owner, [this] { Accept(); });
-  }
-
-  void Accept() {
-    for (;;) {
-      const int descriptor = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-      if (descriptor >= 0) {
-        told_of_pause = false;
-        Add()->TakeOver(descriptor);
-      } else if (errno == EAGAIN) {
-        return;
-      } else if (errno != EINTR && errno != ECONNABORTED) {
-        return PauseAccepting();
-      }
-    }
-  }
-
-  // The connection stays pending, so the notifier would fire without end.
-  void PauseAccepting() {
-    if (!std::exchange(told_of_pause, true)) {
-      desk::Complain(QStringLiteral("a launcher has to wait: %1").arg(ErrnoText()));
-    }
-    acceptor->setEnabled(false);
-    QTimer::singleShot(kAcceptRetryMs, owner, [this] { acceptor->setEnabled(true); });
+    acceptor = std::make_unique<desk::Acceptor>(
+        listener, [this](int connection) { Add()->TakeOver(connection); });
   }
 
   desk::MessagePeer* Add() {
@@ -112,7 +76,7 @@ struct TaskMessaging::Private {
 
   void Remove(desk::MessagePeer* peer) {
     peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
-    if (listener < 0) GiveUp();  // A client does not connect again.
+    if (!acceptor) GiveUp();  // A client does not connect again.
   }
 
   void GiveUp() {

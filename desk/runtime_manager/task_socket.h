@@ -30,7 +30,6 @@ class TaskSocket {
  private:
   TaskSocket() = default;
   bool PrepareDirectory(QByteArray* directory, QString* error);
-  bool Bind(QString* error);
 
   int descriptor_ = -1;
   QByteArray path_;

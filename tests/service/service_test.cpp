@@ -5,6 +5,9 @@
 
 #include <cstdlib>
 
+#include <QJsonDocument>
+
+#include "platform/runtime_manager/intents_invoker.h"
 #include "src/tavo_capi.h"
 #include "tests/support/desk_fixture.h"
 #include "tests/support/log_capture.h"
@@ -22,6 +25,7 @@ class ServiceTest : public test::DeskTest {
         reinterpret_cast<decltype(&TAVOProcTableLoad)>(dlsym(library, "TAVOProcTableLoad"));
     ASSERT_EQ(FORGE_RESULT_OK, load(&top_, sizeof top_));
     top_.RpcClientProcTableLoad(&table_, sizeof table_);
+    top_.IntentManagerProcTableLoad(&intent_table_, sizeof intent_table_);
     manager_ = top_.Initialize();
     dlclose(library);  // It stays: callbacks may be pending when the last table goes.
     DeskTest::SetUp();
@@ -85,6 +89,7 @@ class ServiceTest : public test::DeskTest {
   Client client_;
   TAVOProcTable top_{};
   TAVORpcClientProcTable table_{};
+  TAVOIntentManagerProcTable intent_table_{};
   _TAVOManagerRef* manager_ = nullptr;
 };
 
@@ -210,6 +215,112 @@ TEST_F(ServiceTest, ProcessMayExitWithLivingClientsAndAServer) {
         exit(7);
       },
       testing::ExitedWithCode(7), "");
+}
+
+// What an application that invokes an intent gets to know.
+struct Invocation {
+  RuntimeManager::IntentsInvoker invoker;
+  std::string answer;  // "<JSON> <code>"
+
+  explicit Invocation(const QString& name) {
+    QObject::connect(&invoker, &RuntimeManager::IntentsInvoker::replyReceived,
+                     [this](const QJsonObject& reply, const RuntimeManager::Error& error) {
+                       answer = QJsonDocument(reply).toJson(QJsonDocument::Compact).toStdString() +
+                                " " + std::to_string(error.code());
+                     });
+    invoker.invoke(name, {}, {{QStringLiteral("any"), 1}});
+    EXPECT_EQ("", answer);
+    EXPECT_TRUE(WaitUntil([this] { return !answer.empty(); }));
+  }
+};
+
+TEST_F(ServiceTest, IntentOfOneApplicationIsInvokedByAnother) {
+  Start(client_, "service_task");
+  EXPECT_TRUE(client_.Send("offer greet/\xC3\xA9 now"));
+  ASSERT_TRUE(client_.Holds(1));
+  EXPECT_EQ("offered 0", client_.texts[0]);
+  const QString name = QStringLiteral("greet/\u00E9 now");
+  EXPECT_EQ("{\"from\":\"task\"} 0", Invocation(name).answer);
+  EXPECT_EQ("{\"from\":\"task\"} 0", Invocation(name).answer);
+  EXPECT_EQ("{} " + std::to_string(ENOENT), Invocation(QStringLiteral("another")).answer);
+  Stop(client_);
+  // The task was killed: what it left is found dead, and removed.
+  EXPECT_EQ("{} " + std::to_string(ENOENT), Invocation(name).answer);
+}
+
+class OpenUriTest : public ServiceTest {
+ protected:
+  // The outcome of a request of this process.
+  std::string Open(const char* uri) {
+    std::string outcome;
+    TAVOOpenUriSlot slot{sizeof slot,
+                         [](void* data, bool success) {
+                           *static_cast<std::string*>(data) += success ? "opened" : "failed";
+                         },
+                         [](void* data) { *static_cast<std::string*>(data) += ", released"; },
+                         &outcome};
+    EXPECT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(top_.GetIntentManager(manager_), uri, &slot));
+    EXPECT_EQ("", outcome);
+    EXPECT_TRUE(WaitUntil([&outcome] { return outcome.find("released") != std::string::npos; }));
+    return outcome;
+  }
+
+  QByteArray Read(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("nothing");
+  }
+};
+
+TEST_F(OpenUriTest, IsRecordedRefusedOrOpenedAsTheDeskIsTold) {
+  const QString record = directory_.filePath(QStringLiteral("record"));
+  qputenv("TAVO_DESK_RECORD", QFile::encodeName(record));
+  qputenv("TAVO_DESK_OPEN_URI", "record");
+  EXPECT_EQ("opened, released", Open("https://example.org/?q=1&r=\"'$(id)"));
+  EXPECT_EQ("opened, released", Open("not even a URI"));
+  const auto lines = Read(record).trimmed().split('\n');
+  ASSERT_EQ(2, lines.size());
+  const QJsonObject entry = QJsonDocument::fromJson(lines[0]).object();
+  EXPECT_EQ(QStringLiteral("OpenURI"), entry.value(QStringLiteral("intent")).toString());
+  EXPECT_EQ(
+      QStringLiteral("https://example.org/?q=1&r=\"'$(id)"),
+      entry.value(QStringLiteral("parameters")).toObject().value(QStringLiteral("uri")).toString());
+  qputenv("TAVO_DESK_RECORD", "/nowhere/record");
+  EXPECT_EQ("failed, released", Open("https://example.org"));
+
+  qputenv("TAVO_DESK_OPEN_URI", "fail");
+  EXPECT_EQ("failed, released", Open("https://example.org"));
+
+  // The desktop's opener is given the URI as it stands, and its exit code is the outcome.
+  const QString opened = directory_.filePath(QStringLiteral("opened"));
+  qputenv("OPENED", QFile::encodeName(opened));
+  qputenv("PATH", QFile::encodeName(apps_) + ":" + qgetenv("PATH"));
+  Write(QStringLiteral("xdg-open"),
+        "#!/bin/sh\nprintf '%s|' \"$#\" \"$1\" >\"$OPENED\"\ncase $1 in *bad) exit 3;; esac\n");
+  qputenv("TAVO_DESK_OPEN_URI", "open");
+  EXPECT_EQ("opened, released", Open("https://example.org/$(id)"));
+  EXPECT_EQ("1|https://example.org/$(id)|", Read(opened));
+  EXPECT_EQ("failed, released", Open("https://example.org/bad"));
+  QFile::remove(opened);
+  EXPECT_EQ("failed, released", Open("--help"));
+  EXPECT_EQ("nothing", Read(opened));
+  qputenv("PATH", "/nowhere");
+  EXPECT_EQ("failed, released", Open("https://example.org/"));
+}
+
+TEST_F(OpenUriTest, GoesToTheApplicationThatOffersIt) {
+  qputenv("TAVO_DESK_OPEN_URI", "fail");
+  Start(client_, "service_task");
+  EXPECT_TRUE(client_.Send("open https://example.org"));
+  ASSERT_TRUE(client_.Holds(1));
+  EXPECT_EQ("not opened", client_.texts[0]);
+  EXPECT_TRUE(client_.Send("offer OpenURI"));
+  ASSERT_TRUE(client_.Holds(2));
+  EXPECT_EQ("opened, released", Open("https://example.org"));
+  EXPECT_TRUE(client_.Send("open its:own"));
+  ASSERT_TRUE(client_.Holds(3));
+  EXPECT_EQ("opened", client_.texts[2]);
+  Stop(client_);
+  EXPECT_EQ("failed, released", Open("https://example.org"));
 }
 
 }  // namespace

@@ -41,6 +41,7 @@ class DeskTest : public TestBase {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     TestBase::TearDown();
     app_.reset();
+    EXPECT_EQ(QStringList(), Intents()) << "An intent was left.";
   }
 
   // Applications that the host runs by itself: scripts, and what cannot be started at all.
@@ -64,7 +65,11 @@ class DeskTest : public TestBase {
 
   QStringList Sockets() const {
     return QDir(directory_.filePath(QStringLiteral("tavo")))
-        .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+        .entryList(QDir::Files | QDir::System);
+  }
+  QStringList Intents() const {
+    return QDir(directory_.filePath(QStringLiteral("tavo/intents")))
+        .entryList(QDir::Files | QDir::System);
   }
 
   // From here on the process has no application object, hence no event loop.

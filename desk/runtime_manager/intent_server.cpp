@@ -1,0 +1,158 @@
+#include "desk/runtime_manager/intent_server.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+
+#include "desk/runtime_manager/socket_files.h"
+
+namespace desk {
+namespace {
+
+QByteArray LineOf(const QJsonObject& object) {
+  return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+}
+
+QByteArray ErrorLine(int code, const QString& message) {
+  return LineOf({{QStringLiteral("error"), QJsonObject{{QStringLiteral("code"), code},
+                                                       {QStringLiteral("message"), message}}}});
+}
+
+// Intent names are any text; a file's name has its digest.
+QByteArray FileStem(const QString& name) {
+  return QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha256).toHex().left(32) + '-';
+}
+
+QByteArray GetIntentDirectory(QString* error) {
+  const QByteArray shared = GetSharedDirectory(error);
+  const QByteArray path = shared + "/intents";
+  return !shared.isEmpty() && MakePrivateDirectory(path, error) ? path : QByteArray();
+}
+
+// A connected socket; -1, with errno, on failure.
+int Connect(const QByteArray& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= static_cast<int>(sizeof address.sun_path)) return -1;
+  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    return descriptor;
+  }
+  const int cause = errno;
+  if (descriptor >= 0) close(descriptor);
+  errno = cause;
+  return -1;
+}
+
+}  // namespace
+
+struct IntentServer::Intent {
+  Handler handler;
+  QByteArray path;
+  std::unique_ptr<Acceptor> acceptor;
+
+  ~Intent() {
+    if (acceptor) unlink(path.constData());
+  }
+};
+
+// What an invocation's reply functions share: the first answer counts, and having none is told.
+class IntentServer::Answer {
+ public:
+  Answer(std::shared_ptr<Home> home, MessagePeer* peer) : home_(std::move(home)), peer_(peer) {}
+  ~Answer() { Send(ErrorLine(EPIPE, QStringLiteral("the intent was not answered"))); }
+
+  void Send(const QByteArray& line) {
+    if (sent_.exchange(true)) return;
+    const std::lock_guard lock(home_->mutex);
+    if (!home_->server) return;
+    QMetaObject::invokeMethod(
+        home_->server,
+        [peer = peer_, line] {
+          if (peer) peer->Send(line);
+        },
+        Qt::QueuedConnection);
+  }
+
+ private:
+  const std::shared_ptr<Home> home_;
+  const QPointer<MessagePeer> peer_;  // Looked at on the server's thread only.
+  std::atomic<bool> sent_{false};
+};
+
+IntentServer::IntentServer(QObject* parent) : QObject(parent), home_(new Home{{}, this}) {}
+
+IntentServer::~IntentServer() {
+  const std::lock_guard lock(home_->mutex);
+  home_->server = nullptr;
+}
+
+bool IntentServer::Register(const QString& name, Handler handler, QString* error) {
+  const auto known = intents_.find(name);
+  if (known != intents_.end()) {
+    std::swap(known->second.handler, handler);  // The old one dies with the argument.
+    return true;
+  }
+  const QByteArray directory = GetIntentDirectory(error);
+  if (directory.isEmpty()) return false;
+  const QByteArray path = directory + '/' + FileStem(name) + QByteArray::number(getpid());
+  unlink(path.constData());  // Of an earlier process with our id, if there is one.
+  const int listener = ListenAt(path, error);
+  if (listener < 0) return false;
+  auto& intent = intents_[name];
+  intent.handler = std::move(handler);
+  intent.path = path;
+  intent.acceptor =
+      std::make_unique<Acceptor>(listener, [this](int descriptor) { Serve(descriptor); });
+  return true;
+}
+
+int IntentServer::ConnectTo(const QString& name) {
+  QString error;
+  const QByteArray path = GetIntentDirectory(&error);
+  if (path.isEmpty()) return -1;
+  const QDir directory(QFile::decodeName(path));
+  const QString pattern = QFile::decodeName(FileStem(name) + '*');
+  const auto newest_first = directory.entryList({pattern}, QDir::System | QDir::Files, QDir::Time);
+  for (const QString& file : newest_first) {
+    const QByteArray candidate = QFile::encodeName(directory.filePath(file));
+    const int descriptor = Connect(candidate);
+    if (descriptor >= 0) return descriptor;
+    if (errno == ECONNREFUSED) unlink(candidate.constData());  // Nobody listens any more.
+  }
+  return -1;
+}
+
+void IntentServer::Serve(int descriptor) {
+  auto* peer = new MessagePeer(this);
+  connect(peer, &MessagePeer::messageReceived, this,
+          [this, peer](const QJsonObject& request) { Handle(peer, request); });
+  peer->TakeOver(descriptor);
+}
+
+void IntentServer::Handle(MessagePeer* peer, const QJsonObject& request) {
+  const QString name = request.value(QStringLiteral("intent")).toString();
+  const auto found = intents_.find(name);
+  if (found == intents_.end()) {
+    return peer->Send(ErrorLine(ENOENT, QStringLiteral("there is no intent \"%1\"").arg(name)));
+  }
+  const auto answer = std::make_shared<Answer>(home_, peer);
+  const Handler handler = found->second.handler;  // It may register another for its name.
+  handler(request.value(QStringLiteral("parameters")).toObject(),
+          [answer](const QJsonObject& object) {
+            answer->Send(LineOf({{QStringLiteral("answer"), object}}));
+          });
+}
+
+}  // namespace desk

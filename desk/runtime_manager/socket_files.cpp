@@ -1,0 +1,77 @@
+#include "desk/runtime_manager/socket_files.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <QDir>
+#include <QFile>
+
+namespace desk {
+namespace {
+
+constexpr int kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+// Only a directory that nobody else can reach will do.
+bool IsPrivateDirectory(const QByteArray& path) {
+  struct stat status {};
+  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
+}
+
+bool Bind(int descriptor, const QByteArray& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
+  return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+}  // namespace
+
+QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
+
+QByteArray GetRuntimeDirectory() {
+  const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
+  return path.startsWith('/') && QDir(QFile::decodeName(path)).exists() ? path : QByteArray();
+}
+
+bool MakePrivateDirectory(const QByteArray& path, QString* error) {
+  const QString shown = QFile::decodeName(path);
+  if (mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
+    *error = QStringLiteral("no directory %1: %2").arg(shown, ErrnoText());
+    return false;
+  }
+  if (IsPrivateDirectory(path)) return true;
+  *error = QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
+  return false;
+}
+
+QByteArray GetSharedDirectory(QString* error) {
+  const QByteArray runtime = GetRuntimeDirectory();
+  const QByteArray path = runtime.isEmpty() ? QFile::encodeName(QDir::tempPath()) + "/tavo-" +
+                                                  QByteArray::number(geteuid())
+                                            : runtime + "/tavo";
+  return MakePrivateDirectory(path, error) ? path : QByteArray();
+}
+
+int ListenAt(const QByteArray& path, QString* error) {
+  const QString shown = QFile::decodeName(path);
+  if (path.size() > kLongestPath) {
+    *error = QStringLiteral("the socket path %1 has %2 bytes, at most %3 are possible")
+                 .arg(shown, QString::number(path.size()), QString::number(kLongestPath));
+    return -1;
+  }
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const bool bound = descriptor >= 0 && Bind(descriptor, path);
+  if (bound && listen(descriptor, SOMAXCONN) == 0) return descriptor;
+  *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());
+  if (bound) unlink(path.constData());
+  if (descriptor >= 0) close(descriptor);
+  return -1;
+}
+
+}  // namespace desk

@@ -1,0 +1,179 @@
+// Intents over the desk, offered and invoked within one process, and by peers that misbehave.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+
+#include <QJsonDocument>
+#include <QLocalSocket>
+
+#include "platform/runtime_manager/intents_invoker.h"
+#include "platform/runtime_manager/runtime_dispatcher.h"
+#include "tests/support/desk_fixture.h"
+
+namespace {
+
+using RuntimeManager::IntentsInvoker;
+using RuntimeManager::RuntimeDispatcher;
+using test::WaitUntil;
+using Answers = std::vector<std::string>;
+
+const QString kName = QStringLiteral("name");
+
+QJsonObject Object(const QString& value) { return {{QStringLiteral("is"), value}}; }
+
+class IntentsTest : public test::DeskTest {
+ protected:
+  void SetUp() override {
+    DeskTest::SetUp();
+    invoker_ = std::make_unique<IntentsInvoker>();
+    QObject::connect(
+        invoker_.get(), &IntentsInvoker::replyReceived,
+        [this](const QJsonObject& reply, const RuntimeManager::Error& error) {
+          answers_.push_back(error ? error.message().toStdString()
+                                   : reply.value(QStringLiteral("is")).toString().toStdString());
+        });
+  }
+  void TearDown() override {
+    invoker_.reset();
+    StopApplication();  // Withdraws what the test has offered.
+    DeskTest::TearDown();
+  }
+
+  static void Offer(RuntimeDispatcher::IntentHandler handler) {
+    RuntimeDispatcher::instance()->registerIntent(kName, std::move(handler));
+  }
+
+  Answers Invoke(const QString& name = kName, const QJsonObject& parameters = {}) {
+    invoker_->invoke(name, {}, parameters);
+    EXPECT_TRUE(answers_.empty());  // Never within the call.
+    EXPECT_TRUE(WaitUntil([this] { return !answers_.empty(); }));
+    return std::exchange(answers_, {});
+  }
+
+  std::unique_ptr<IntentsInvoker> invoker_;
+  Answers answers_;
+};
+
+TEST_F(IntentsTest, HandlerGetsTheParametersAndItsFirstAnswerCounts) {
+  Offer([](const QJsonObject& parameters, const RuntimeDispatcher::IntentReply& reply) {
+    reply(parameters);
+    reply(Object(QStringLiteral("late")));
+  });
+  EXPECT_EQ(Answers{"one"}, Invoke(kName, Object(QStringLiteral("one"))));
+  EXPECT_EQ(Answers{"two"}, Invoke(kName, Object(QStringLiteral("two"))));
+  Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply& reply) {
+    reply(Object(QStringLiteral("replaced")));
+  });
+  EXPECT_EQ(Answers{"replaced"}, Invoke());
+  EXPECT_EQ(Answers{"no application offers the intent \"other\""}, Invoke(QStringLiteral("other")));
+}
+
+TEST_F(IntentsTest, AnswerMayComeLateFromAnotherThreadOrNotAtAll) {
+  std::thread answering;
+  Offer([&answering](const QJsonObject&, RuntimeDispatcher::IntentReply reply) {
+    answering = std::thread([reply = std::move(reply)] { reply(Object(QStringLiteral("late"))); });
+  });
+  EXPECT_EQ(Answers{"late"}, Invoke());
+  answering.join();
+  Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
+  EXPECT_EQ(Answers{"the intent was not answered"}, Invoke());
+
+  // Whoever invoked is gone, and then the server: the reply function leads nowhere.
+  RuntimeDispatcher::IntentReply kept;
+  Offer([&kept](const QJsonObject&, RuntimeDispatcher::IntentReply reply) {
+    kept = std::move(reply);
+  });
+  invoker_->invoke(kName, {}, {});
+  EXPECT_TRUE(WaitUntil([&kept] { return kept != nullptr; }));
+  invoker_.reset();
+  kept({});
+  StopApplication();
+  kept({});
+}
+
+TEST_F(IntentsTest, InvocationsFromThreadsAllGetAReply) {
+  Offer([](const QJsonObject& parameters, const RuntimeDispatcher::IntentReply& reply) {
+    reply(parameters);
+  });
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([this] {
+      for (int n = 0; n < 25; ++n) invoker_->invoke(kName, {}, Object(QStringLiteral("x")));
+    });
+  }
+  EXPECT_TRUE(WaitUntil([this] { return answers_.size() == 100; }));
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(Answers(100, "x"), answers_);
+}
+
+// A server of the test's own in the place of an application's.
+class StrangeServerTest : public IntentsTest {
+ protected:
+  void SetUp() override {
+    IntentsTest::SetUp();
+    Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
+    ASSERT_EQ(1, Intents().size());
+    path_ = QFile::encodeName(directory_.filePath(QStringLiteral("tavo/intents/") + Intents()[0]));
+    ASSERT_EQ(0, unlink(path_.constData()));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path_.constData(), sizeof address.sun_path);
+    listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    ASSERT_EQ(0, listen(listener_, 4));
+  }
+  void TearDown() override {
+    close(listener_);
+    IntentsTest::TearDown();
+  }
+
+  // What the invoker makes of a server that reads a line, says this, and closes.
+  Answers InvokeAgainst(const std::string& said) {
+    std::thread server([this, said] {
+      const int connection = accept(listener_, nullptr, nullptr);
+      char byte = 0;
+      while (read(connection, &byte, 1) == 1 && byte != '\n') {
+      }
+      EXPECT_EQ(static_cast<ssize_t>(said.size()), write(connection, said.data(), said.size()));
+      close(connection);
+    });
+    const auto answers = Invoke();
+    server.join();
+    return answers;
+  }
+
+  QByteArray path_;
+  int listener_ = -1;
+};
+
+TEST_F(StrangeServerTest, EveryInvocationGetsExactlyOneReply) {
+  EXPECT_EQ(Answers{"yes"}, InvokeAgainst("{\"answer\":{\"is\":\"yes\"}}\n"));
+  EXPECT_EQ(Answers{"yes"}, InvokeAgainst("{\"answer\":{\"is\":\"yes\"}}\n{\"answer\":{}}\n"));
+  EXPECT_EQ(Answers{""}, InvokeAgainst("{\"answer\":[1]}\n"));
+  EXPECT_EQ(Answers{"no"}, InvokeAgainst("{\"error\":{\"code\":5,\"message\":\"no\"}}\n"));
+  for (const char* said : {"", "nonsense\n", "{\"answer\":{"}) {
+    EXPECT_EQ(Answers{"the application that offers \"name\" is gone"}, InvokeAgainst(said)) << said;
+  }
+}
+
+TEST_F(IntentsTest, StrangeRequestsDoNotDisturbTheServer) {
+  Offer([](const QJsonObject& parameters, const RuntimeDispatcher::IntentReply& reply) {
+    reply(parameters);
+  });
+  const QString path = directory_.filePath(QStringLiteral("tavo/intents/") + Intents().at(0));
+  for (const char* said : {"", "nonsense\n", "{}\n", "{\"intent\":\"other\"}\n",
+                           "{\"intent\":\"name\",\"parameters\":[]}\n", "{\"intent\":\"na"}) {
+    QLocalSocket client;
+    client.connectToServer(path);
+    EXPECT_TRUE(client.waitForConnected());
+    client.write(said);
+    client.flush();
+    client.disconnectFromServer();
+    EXPECT_EQ(Answers{"x"}, Invoke(kName, Object(QStringLiteral("x")))) << said;
+  }
+}
+
+}  // namespace
