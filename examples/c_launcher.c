@@ -1,8 +1,9 @@
 /* Prints the SHA-256 digests of files, as sha256sum does. The digests are made by a task
- * application, "digest", that this program starts and talks to through libtavo.so.
+ * application, "digest", that this program starts and talks to through libtavo.so. It also opens
+ * URIs.
  *
  * A complete C user of the library: load it, bind its tables by the size rule, start a task, send
- * and receive texts, give chunks back, stop the task. */
+ * and receive texts, give chunks back, stop the task, ask for a URI to be opened. */
 #include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -22,9 +23,11 @@ enum { kOk = 0, kSomeFilesFailed = 1, kCannotRun = 2 };
 
 typedef struct Launcher {
   char* libs_path;      /* Absolute: the task may run in another directory. */
+  const char* uri;      /* To be opened at the end; null: none. */
   unsigned int timeout; /* Seconds without an answer; then the task counts as dead. */
   TAVOProcTable top;
   TAVORpcClientProcTable table;
+  TAVOIntentManagerProcTable intents;
   _TAVOManagerRef* manager;
   _TAVORpcClientRef* client;
 
@@ -202,11 +205,40 @@ static void OnMessage(void* user_data, const char* text, unsigned int chunk_id) 
   if (self->printed == self->path_count) self->table.Release(self->client); /* Stops the task. */
 }
 
+static void OnOpened(void* user_data, bool success) {
+  Launcher* self = user_data;
+  if (success) {
+    printf("opened %s\n", self->uri);
+  } else {
+    fprintf(stderr, "c_launcher: %s: could not be opened\n", self->uri);
+  }
+  Leave(self, success ? kOk : kSomeFilesFailed);
+}
+
+/* What is left when all files are done. */
+static void Finish(Launcher* self) {
+  if (!self->uri) {
+    Leave(self, kOk);
+    return;
+  }
+  alarm(0); /* Whoever opens it may ask the user first. */
+  TAVOOpenUriSlot slot = {sizeof slot, OnOpened, NULL, self};
+  if (!self->intents.OpenUri || self->intents.OpenUri(self->top.GetIntentManager(self->manager),
+                                                      self->uri, &slot) != FORGE_RESULT_OK) {
+    fputs("c_launcher: no URI can be opened\n", stderr);
+    Leave(self, kCannotRun);
+  }
+}
+
 /* The last callback: the task has stopped. */
-static void OnReleased(void* user_data) { Leave(user_data, kOk); }
+static void OnReleased(void* user_data) { Finish(user_data); }
 
 static void Begin(void* user_data) {
   Launcher* self = user_data;
+  if (self->path_count == 0) {
+    Finish(self);
+    return;
+  }
   TAVORpcClientSlots slots = {sizeof slots, OnStarted, NULL, OnMessage, OnReleased, self};
   self->client = self->top.CreateRpcClient(self->manager);
   if (self->table.StartTask(self->client, "digest", self->libs_path, &slots) != FORGE_RESULT_OK) {
@@ -228,8 +260,10 @@ static int BindLibrary(Launcher* self) {
   ForgeResult (*load)(TAVOProcTable*, uint32_t) = NULL;
   *(void**)&load = dlsym(library, "TAVOProcTableLoad");
   if (!load || load(&self->top, sizeof self->top) != FORGE_RESULT_OK ||
-      !self->top.RpcClientProcTableLoad ||
-      self->top.RpcClientProcTableLoad(&self->table, sizeof self->table) != FORGE_RESULT_OK) {
+      !self->top.RpcClientProcTableLoad || !self->top.IntentManagerProcTableLoad ||
+      self->top.RpcClientProcTableLoad(&self->table, sizeof self->table) != FORGE_RESULT_OK ||
+      self->top.IntentManagerProcTableLoad(&self->intents, sizeof self->intents) !=
+          FORGE_RESULT_OK) {
     fputs("c_launcher: libtavo.so offers no tables\n", stderr);
     return 0;
   }
@@ -249,18 +283,21 @@ static void Free(Launcher* self) {
 
 static int Usage(FILE* stream, int exit_code) {
   fputs(
-      "usage: c_launcher --libs-path DIRECTORY [--timeout SECONDS] [--] PATH...\n"
+      "usage: c_launcher --libs-path DIRECTORY [--timeout SECONDS] [--open URI] [--] [PATH...]\n"
       "\n"
       "Prints the SHA-256 digest of each file, as sha256sum does; a directory means the files\n"
       "below it. DIRECTORY holds libtavo.so; the task application \"digest\" is found through\n"
-      "TAVO_DESK_PATH. A task that gives no answer for SECONDS (60) counts as dead.\n"
+      "TAVO_DESK_PATH. A task that gives no answer for SECONDS (60) counts as dead. At the end "
+      "URI\n"
+      "is opened, by whichever application offers that or as TAVO_DESK_OPEN_URI says.\n"
       "\n"
-      "Ends with 0, 1 when a file could not be read, 2 when the task or the library is missing.\n",
+      "Ends with 0, 1 when a file could not be read or the URI could not be opened, 2 when the\n"
+      "task or the library is missing.\n",
       stream);
   return exit_code;
 }
 
-/* Returns the index of the first path; 0 when the options make no sense. */
+/* Returns the index of the first path, argc if there is none; 0 when the options make no sense. */
 static int ReadOptions(Launcher* self, int argc, char** argv) {
   int at = 1;
   for (; at + 1 < argc && strncmp(argv[at], "--", 2) == 0 && argv[at][2]; at += 2) {
@@ -269,12 +306,14 @@ static int ReadOptions(Launcher* self, int argc, char** argv) {
       self->libs_path = Absolute(argv[at + 1]);
     } else if (strcmp(argv[at], "--timeout") == 0) {
       self->timeout = (unsigned int)strtoul(argv[at + 1], NULL, 10);
+    } else if (strcmp(argv[at], "--open") == 0) {
+      self->uri = argv[at + 1];
     } else {
       return 0;
     }
   }
   if (at < argc && strcmp(argv[at], "--") == 0) ++at;
-  return self->libs_path && self->timeout > 0 && at < argc ? at : 0;
+  return self->libs_path && self->timeout > 0 && (at < argc || self->uri) ? at : 0;
 }
 
 int main(int argc, char** argv) {
@@ -288,7 +327,7 @@ int main(int argc, char** argv) {
   for (int i = first; i < argc; ++i) AddPath(&launcher, argv[i]);
   launcher.answers = OrDie(calloc(launcher.path_count + 1, sizeof *launcher.answers));
   int exit_code = launcher.exit_code;
-  if (launcher.path_count > 0) {
+  if (launcher.path_count > 0 || launcher.uri) {
     signal(SIGALRM, OnAlarm);
     exit_code = BindLibrary(&launcher) ? TAVODeskRunLoop(Begin, &launcher) : kCannotRun;
     if (launcher.manager) launcher.top.Release(launcher.manager);

@@ -33,11 +33,7 @@ QByteArray FileStem(const QString& name) {
   return QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha256).toHex().left(32) + '-';
 }
 
-QByteArray GetIntentDirectory(QString* error) {
-  const QByteArray shared = GetSharedDirectory(error);
-  const QByteArray path = shared + "/intents";
-  return !shared.isEmpty() && MakePrivateDirectory(path, error) ? path : QByteArray();
-}
+QByteArray GetIntentDirectory() { return GetSharedDirectory() + "/intents"; }
 
 // A connected socket; -1, with errno, on failure.
 int Connect(const QByteArray& path) {
@@ -104,8 +100,11 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
     std::swap(known->second.handler, handler);  // The old one dies with the argument.
     return true;
   }
-  const QByteArray directory = GetIntentDirectory(error);
-  if (directory.isEmpty()) return false;
+  const QByteArray directory = GetIntentDirectory();
+  if (!MakePrivateDirectory(GetSharedDirectory(), error) ||
+      !MakePrivateDirectory(directory, error)) {
+    return false;
+  }
   const QByteArray path = directory + '/' + FileStem(name) + QByteArray::number(getpid());
   unlink(path.constData());  // Of an earlier process with our id, if there is one.
   const int listener = ListenAt(path, error);
@@ -119,9 +118,8 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
 }
 
 int IntentServer::ConnectTo(const QString& name) {
-  QString error;
-  const QByteArray path = GetIntentDirectory(&error);
-  if (path.isEmpty()) return -1;
+  const QByteArray path = GetIntentDirectory();
+  if (!IsPrivateDirectory(GetSharedDirectory()) || !IsPrivateDirectory(path)) return -1;
   const QDir directory(QFile::decodeName(path));
   const QString pattern = QFile::decodeName(FileStem(name) + '*');
   const auto newest_first = directory.entryList({pattern}, QDir::System | QDir::Files, QDir::Time);

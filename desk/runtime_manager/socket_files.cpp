@@ -16,13 +16,6 @@ namespace {
 
 constexpr int kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
 
-// Only a directory that nobody else can reach will do.
-bool IsPrivateDirectory(const QByteArray& path) {
-  struct stat status {};
-  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
-}
-
 bool Bind(int descriptor, const QByteArray& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -39,6 +32,12 @@ QByteArray GetRuntimeDirectory() {
   return path.startsWith('/') && QDir(QFile::decodeName(path)).exists() ? path : QByteArray();
 }
 
+bool IsPrivateDirectory(const QByteArray& path) {
+  struct stat status {};
+  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
+}
+
 bool MakePrivateDirectory(const QByteArray& path, QString* error) {
   const QString shown = QFile::decodeName(path);
   if (mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
@@ -50,12 +49,10 @@ bool MakePrivateDirectory(const QByteArray& path, QString* error) {
   return false;
 }
 
-QByteArray GetSharedDirectory(QString* error) {
+QByteArray GetSharedDirectory() {
   const QByteArray runtime = GetRuntimeDirectory();
-  const QByteArray path = runtime.isEmpty() ? QFile::encodeName(QDir::tempPath()) + "/tavo-" +
-                                                  QByteArray::number(geteuid())
-                                            : runtime + "/tavo";
-  return MakePrivateDirectory(path, error) ? path : QByteArray();
+  if (!runtime.isEmpty()) return runtime + "/tavo";
+  return QFile::encodeName(QDir::tempPath()) + "/tavo-" + QByteArray::number(geteuid());
 }
 
 int ListenAt(const QByteArray& path, QString* error) {

@@ -14,12 +14,15 @@ QString ErrnoText();
 // $XDG_RUNTIME_DIR; empty when there is no such directory.
 QByteArray GetRuntimeDirectory();
 
-// Makes the directory with mode 0700, or finds it to be this user's with that mode.
+// Is it this user's directory, with mode 0700?
+bool IsPrivateDirectory(const QByteArray& path);
+
+// Makes the directory so, or finds it so.
 bool MakePrivateDirectory(const QByteArray& path, QString* error);
 
 // Where all processes of this user meet: tavo/ in the runtime directory or, without one, a
-// directory of the user's among the temporary files. Empty on failure.
-QByteArray GetSharedDirectory(QString* error);
+// directory of the user's among the temporary files. It need not exist.
+QByteArray GetSharedDirectory();
 
 // A listening socket, neither blocking nor inherited; -1 on failure, and no file then.
 int ListenAt(const QByteArray& path, QString* error);

@@ -51,6 +51,18 @@ launch data/missing data/plain >actual 2>errors || code=$?
 [[ "$(cat errors)" == "c_launcher: data/missing: No such file or directory" ]] || fail "$(cat errors)"
 sha256sum data/plain | diff - actual || fail "the other file was not done"
 
+# A URI, by itself and after files.
+export TAVO_DESK_OPEN_URI=record TAVO_DESK_RECORD=$work/record
+launch --open 'https://example.org/?q=a b' >actual || fail "exit code $? for a URI"
+[[ "$(cat actual)" == "opened https://example.org/?q=a b" ]] || fail "$(cat actual)"
+grep -qF '"parameters":{"uri":"https://example.org/?q=a b"}' record || fail "$(cat record)"
+launch --open 'more:' data/plain >actual
+(sha256sum data/plain && echo 'opened more:') | diff - actual || fail "a URI after a file"
+code=0
+TAVO_DESK_OPEN_URI=fail launch --open 'more:' 2>errors || code=$?
+[[ $code -eq 1 ]] || fail "exit code $code for a URI that fails"
+[[ "$(cat errors)" == "c_launcher: more:: could not be opened" ]] || fail "$(cat errors)"
+
 # No task, no library, a task that never answers.
 expect_code_2() {
   local expected=$1 code=0
