@@ -28,13 +28,15 @@ def medians(path):
 
 
 def scaled(value, units, step):
+    """Three digits and the unit that suits them."""
     for unit in units[:-1]:
-        if value < step:
+        if round(value) < step:
             break
         value /= step
     else:
         unit = units[-1]
-    return f"{value:.3g} {unit}" if value < step else f"{value:.0f} {unit}"
+    digits = max(0, 2 - len(str(int(value))) + 1)
+    return f"{value:.{digits}f}".rstrip("0").rstrip(".") + f" {unit}" if digits else f"{value:.0f} {unit}"
 
 
 def measure(run):
@@ -59,6 +61,8 @@ def rows(table):
         everybody += [who for who in by if who not in everybody]
     yield ["operation", "of"] + everybody
     for (operation, what), by in table.items():
+        if US not in by:
+            continue  # A filter left us out.
         shown = scaled(int(what), ("B", "KiB", "MiB"), 1024) if what.isdigit() else what
         yield [operation, shown] + [cell(by, who) for who in everybody]
 

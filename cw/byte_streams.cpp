@@ -21,7 +21,7 @@ void ByteBufferStreamWriter::WriteAlignment(uint8_t alignment) {
 ByteBufferStreamReader::~ByteBufferStreamReader() = default;
 
 void ByteBufferStreamReader::ReportInvalidRead() {
-  std::cerr << "Invalid read in StandardCodecByteStreamReader" << std::endl;
+  std::cerr << "Invalid read in StandardCodecByteStreamReader\n" << std::flush;
 }
 
 }  // namespace cw

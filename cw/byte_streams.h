@@ -69,6 +69,9 @@ class FORGE_EXPORT ByteBufferStreamReader final : public ByteStreamReader {
   // Like ReadBytes, without the copy: the bytes where they lie, or null when they are not there.
   const uint8_t* TakeBytes(uint64_t size);
 
+  // The same without reading them, and without the line.
+  const uint8_t* PeekBytes(uint64_t size) const;
+
   // How many bytes there are still to read.
   size_t GetRemaining() const {
     return location_ < size_ ? static_cast<size_t>(size_ - location_) : 0;
@@ -84,14 +87,19 @@ class FORGE_EXPORT ByteBufferStreamReader final : public ByteStreamReader {
 
 // ------------------------------------------------------------------------------------------------
 
-inline const uint8_t* ByteBufferStreamReader::TakeBytes(uint64_t size) {
+inline const uint8_t* ByteBufferStreamReader::PeekBytes(uint64_t size) const {
   static constexpr uint8_t kNothing = 0;  // Where the no bytes of an empty range lie.
-  if (size > size_ || location_ > size_ - size) {
+  if (size > size_ || location_ > size_ - size) return nullptr;
+  return data_ ? data_ + location_ : &kNothing;
+}
+
+inline const uint8_t* ByteBufferStreamReader::TakeBytes(uint64_t size) {
+  const uint8_t* bytes = PeekBytes(size);
+  if (bytes) {
+    location_ += size;
+  } else {
     ReportInvalidRead();
-    return nullptr;
   }
-  const uint8_t* bytes = data_ ? data_ + location_ : &kNothing;
-  location_ += size;
   return bytes;
 }
 

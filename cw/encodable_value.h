@@ -5,8 +5,10 @@
 //   if (const auto* map = value.GetIf<cw::EncodableMap>()) ...
 //   if (value.Is<std::string>()) Use(value.Get<std::string>());
 //
-// A value is made from exactly the types of the alternatives, and from texts: an `unsigned`, a
-// `long long` that is no int64_t, or a pointer does not compile. Lists and maps own their elements.
+// A value is made from exactly the types of the alternatives, and from texts (a null one throws
+// std::logic_error): an `unsigned` or a pointer does not compile, nor does a `long` or `long long`
+// that is no int32_t or int64_t on the target. Lists and maps own their elements. Copy a list by
+// `=` or parentheses: braces make a list that holds it.
 //
 // Order: by alternative first (the index below), so int32_t 5 < int64_t 1; within one, by value,
 // sequences lexicographically. NaN is equivalent to every double, so doubles as keys may merge.
@@ -149,13 +151,15 @@ class FORGE_EXPORT EncodableValue {
 
   // Null when the value holds another alternative.
   template <typename T>
-  const T* GetIf() const {
+  const T* GetIf() const& {
     return std::get_if<T>(&value_);
   }
   template <typename T>
-  T* GetIf() {
+  T* GetIf() & {
     return std::get_if<T>(&value_);
   }
+  template <typename T>
+  const T* GetIf() const&& = delete;  // It would point into what is gone.
 
   // Calls `visitor` with the alternative that is held.
   template <typename Visitor>
@@ -167,7 +171,8 @@ class FORGE_EXPORT EncodableValue {
     return std::visit(std::forward<Visitor>(visitor), value_);
   }
 
-  // The value as a standard message: tag and payload, nothing around them.
+  // The value as a standard message: tag and payload, nothing around them. It reads back as it was
+  // but for an empty typed list of 4- or 8-byte elements inside a message (docs/wire-format.md).
   forge::Buffer Serialize() const;
 
   // The first value of a standard message; what follows it is ignored.

@@ -15,34 +15,11 @@
 #include <typeinfo>
 #include <utility>
 
+#include "cw/encoded_type.h"
 #include "cw/standard_codec_serializer.h"
 
 namespace cw {
 namespace {
-
-enum class EncodedType : uint8_t {
-  kNull = 0,
-  kTrue = 1,
-  kFalse = 2,
-  kInt32 = 3,
-  kInt64 = 4,
-  kLargeInteger = 5,  // Read as text, never written.
-  kFloat64 = 6,
-  kString = 7,
-  kUInt8List = 8,
-  kInt32List = 9,
-  kInt64List = 10,
-  kFloat64List = 11,
-  kList = 12,
-  kMap = 13,
-  kFloat32List = 14,
-  kCustom = 255,  // Has no encoding.
-};
-
-constexpr size_t kFirstLongSize = 254;  // Below it a size is one byte; from here on
-constexpr uint8_t kSize16Marker = 254;  // this marker and two bytes,
-constexpr size_t kFirstHugeSize = 1u << 16;
-constexpr uint8_t kSize32Marker = 255;  // and from here on this one and four.
 
 constexpr uint32_t kTooManyElements = 1u << 26;  // Of a list: more than 32 bits can address.
 
@@ -108,8 +85,7 @@ class StreamWriter {
 // This one is for our own buffer: what is small goes there in blocks.
 class BlockWriter {
  public:
-  explicit BlockWriter(forge::Buffer* buffer)
-      : buffer_(*buffer), flushed_(buffer->GetSize()), reserved_(flushed_) {}
+  explicit BlockWriter(forge::Buffer* buffer) : buffer_(*buffer), flushed_(buffer->GetSize()) {}
 
   void WriteType(EncodedType type) { WriteByte(static_cast<uint8_t>(type)); }
 
@@ -135,6 +111,7 @@ class BlockWriter {
   void WriteBytes(const uint8_t* data, size_t size) {
     if (size <= sizeof block_ / 2) return Copy(Extend(size), data, size);
     Flush();
+    MakeRoom(size + sizeof block_);  // What follows, too, most likely: large data is not moved.
     Append(data, size);
   }
 
@@ -180,19 +157,21 @@ class BlockWriter {
   }
 
   // Grows by three: growing by two frees more in all than the last allocation has, whereupon glibc
-  // gives the pages back to the system, with every message anew.
+  // gives the pages back to the system, with every large message anew.
+  void MakeRoom(size_t size) {
+    if (size <= buffer_.GetCapacity() - flushed_) return;
+    const uint64_t ample = std::min<uint64_t>(3 * uint64_t{flushed_}, PTRDIFF_MAX);
+    buffer_.Reserve(std::max(flushed_ + size, static_cast<size_t>(ample)));
+  }
+
   void Append(const uint8_t* data, size_t size) {
-    if (flushed_ + size > reserved_) {
-      reserved_ = std::max(flushed_ + size, 3 * flushed_);
-      buffer_.Reserve(reserved_);
-    }
+    MakeRoom(size);
     buffer_.WriteBytes(data, size);
     flushed_ += size;
   }
 
   forge::Buffer& buffer_;
-  size_t flushed_;  // Bytes that the buffer holds.
-  size_t reserved_;
+  size_t flushed_;   // Bytes that the buffer holds.
   size_t used_ = 0;  // Bytes of the block.
   uint8_t block_[4096];
 };
@@ -252,10 +231,11 @@ void WriteTagged(const EncodableValue& value, Writer& writer, const WriteNested&
       }
       return;
     }
-    case EncodedType::kCustom:  // Only in a build without assertions.
+    case EncodedType::kCustom:  // For those who build without assertions.
       writer.WriteType(type);
       std::cerr << "Unhandled custom type in StandardCodecSerializer::WriteValue. "
-                << "Custom types require codec extensions." << std::endl;
+                   "Custom types require codec extensions.\n"
+                << std::flush;
       return;
   }
 }
@@ -295,31 +275,27 @@ uint32_t ReadSizeFrom(Reader& reader) {
 size_t GetRoom(const ByteBufferStreamReader& reader) { return reader.GetRemaining(); }
 size_t GetRoom(const ByteStreamReader&) { return 0; }
 
-// Texts and typed lists. An empty list is aligned, too, though the writer does not: kept so.
-template <typename Sequence>
-EncodableValue ReadBlock(ByteStreamReader& reader) {
-  using Element = typename Sequence::value_type;
-  Sequence elements(ReadSizeFrom(reader), Element{});
-  if constexpr (sizeof(Element) > 1) reader.ReadAlignment(sizeof(Element));
-  Element none{};  // Of an empty one; its data may be null.
-  reader.ReadBytes(reinterpret_cast<uint8_t*>(elements.empty() ? &none : elements.data()),
-                   elements.size() * sizeof(Element));
-  return elements;
-}
-
-// The same, built from the bytes where they lie, without filling it with zeros first.
-template <typename Sequence>
-EncodableValue ReadBlock(ByteBufferStreamReader& reader) {
+// Texts and typed lists: where the bytes lie in memory, properly aligned, built from them without
+// filling it with zeros first (the containers copy bytes, whatever they are declared as);
+// otherwise, zeros, and the bytes if there are any. An empty list is aligned, too, though the
+// writer does not: kept so.
+template <typename Sequence, typename Reader>
+EncodableValue ReadBlock(Reader& reader) {
   using Element = typename Sequence::value_type;
   const uint32_t count = ReadSizeFrom(reader);
   if constexpr (sizeof(Element) > 1) reader.ReadAlignment(sizeof(Element));
-  const uint8_t* data = reader.TakeBytes(uint64_t{count} * sizeof(Element));
-  if (data && reinterpret_cast<uintptr_t>(data) % alignof(Element) == 0) {
-    const auto* first = reinterpret_cast<const Element*>(data);
-    return EncodableValue(std::in_place_type<Sequence>, first, first + count);
+  if constexpr (std::is_same_v<Reader, ByteBufferStreamReader>) {
+    const uint8_t* data = reader.PeekBytes(uint64_t{count} * sizeof(Element));
+    if (data && reinterpret_cast<uintptr_t>(data) % alignof(Element) == 0) {
+      reader.TakeBytes(uint64_t{count} * sizeof(Element));
+      const auto* first = reinterpret_cast<const Element*>(data);
+      return EncodableValue(std::in_place_type<Sequence>, first, first + count);
+    }
   }
   Sequence elements(count, Element{});
-  if (data && count > 0) std::memcpy(elements.data(), data, count * sizeof(Element));
+  Element none{};  // Stands for the data of an empty one, which may be null.
+  reader.ReadBytes(reinterpret_cast<uint8_t*>(elements.empty() ? &none : elements.data()),
+                   elements.size() * sizeof(Element));
   return elements;
 }
 
@@ -381,7 +357,9 @@ EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadNested& read_
     case EncodedType::kCustom:
       break;
   }
-  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: " << +type << std::endl;
+  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: " + std::to_string(type) +
+                   "\n"
+            << std::flush;
   return {};
 }
 

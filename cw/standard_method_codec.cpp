@@ -23,7 +23,7 @@ std::unique_ptr<MethodCall<EncodableValue>> StandardMethodCodec::DecodeMethodCal
   ByteBufferStreamReader stream(data, size);
   EncodableValue method_name = serializer_->ReadValue(&stream);
   if (!method_name.Is<std::string>()) {
-    std::cerr << "Invalid method call; method name is not a string." << std::endl;
+    std::cerr << "Invalid method call; method name is not a string.\n" << std::flush;
     return nullptr;
   }
   return std::make_unique<MethodCall<EncodableValue>>(

@@ -230,8 +230,11 @@ static void Finish(Launcher* self) {
   }
 }
 
-/* The last callback: the task has stopped. */
-static void OnReleased(void* user_data) { Finish(user_data); }
+/* The last callback: the task has stopped, or never ran. */
+static void OnReleased(void* user_data) {
+  Launcher* self = user_data;
+  if (self->exit_code < kCannotRun) Finish(self);
+}
 
 static void Begin(void* user_data) {
   Launcher* self = user_data;

@@ -33,6 +33,8 @@ void Buffer::WriteAlignment(uint8_t alignment) {
 
 void Buffer::Reserve(size_t size) { bytes_.reserve(size); }
 
+size_t Buffer::GetCapacity() const { return bytes_.capacity(); }
+
 uint8_t* Buffer::GetData() { return bytes_.empty() ? nullptr : bytes_.data(); }
 
 const uint8_t* Buffer::GetData() const { return bytes_.empty() ? nullptr : bytes_.data(); }

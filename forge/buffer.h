@@ -30,6 +30,7 @@ class FORGE_EXPORT Buffer {
   void WriteAlignment(uint8_t alignment);
 
   void Reserve(size_t size);
+  size_t GetCapacity() const;  // What it holds without moving its bytes.
 
   // The first byte; null when the buffer is empty, whatever is reserved.
   uint8_t* GetData();

@@ -22,7 +22,6 @@
 #include <vector>
 
 #include "forge/export.h"
-#include "forge/fence.h"
 #include "forge/object.h"
 
 namespace forge {
@@ -41,8 +40,7 @@ class FORGE_EXPORT IListener {
 };
 
 // A listener over a C slot. It owns the slot's user data and gives it back exactly once: after
-// InvokeOnce, or else when it is destroyed. Not for use by several threads at once. What the
-// release function throws ends there as an error line.
+// InvokeOnce, or else when it is destroyed. Not for use by several threads at once.
 template <typename... Args>
 class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
  public:
@@ -57,9 +55,6 @@ class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
 
   void Invoke(Args... args) const override;
   void InvokeOnce(Args... args) override;
-
-  // Gives the slot up without releasing it: it stays its caller's.
-  void Forget();
 
  private:
   CallFunction call_;
@@ -186,7 +181,7 @@ CStyleListener<Args...>::CStyleListener(CallFunction call, ReleaseFunction relea
 
 template <typename... Args>
 CStyleListener<Args...>::~CStyleListener() {
-  if (release_) Fence("slot release", [this] { release_(user_data_); });
+  if (release_) release_(user_data_);
 }
 
 template <typename... Args>
@@ -201,12 +196,6 @@ void CStyleListener<Args...>::InvokeOnce(Args... args) {
   const CStyleListener last(std::exchange(call_, nullptr), std::exchange(release_, nullptr),
                             std::exchange(user_data_, nullptr));
   last.Invoke(std::forward<Args>(args)...);
-}
-
-template <typename... Args>
-void CStyleListener<Args...>::Forget() {
-  call_ = nullptr;
-  release_ = nullptr;
 }
 
 template <typename... Args>

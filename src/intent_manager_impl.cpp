@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "forge/logger.h"
-#include "forge/signals.h"
 #include "src/border.h"
+#include "src/callback_slot.h"
 #include "src/intent_reply.h"
 #include "src/qt_ownership.h"
 
@@ -13,16 +13,13 @@ namespace {
 
 constexpr char kOpenUri[] = "OpenURI";
 
-// Runs what hands the listener's slot over to its new owner. If that fails the slot stays its
-// caller's: it is not released.
-template <typename Listener, typename Body>
-void TakeOver(Listener& listener, Body&& body) {
-  try {
-    body();
-  } catch (...) {
-    listener.Forget();
-    throw;
-  }
+// The parameters are not for the caller, who learns only that the intent was invoked. If there is
+// no callback, or it throws, nobody answers: the platform sees its reply function go.
+void OnIntent(const details::CallbackSlot<TAVORegisterIntentSlot>& caller,
+              details::IntentReply::Function reply) {
+  if (!caller.HasCallback()) return;
+  auto slot = details::IntentReply::Open(std::move(reply));
+  if (!caller.Invoke(&slot)) slot.release(slot.context);
 }
 
 }  // namespace
@@ -40,10 +37,15 @@ IntentManagerImpl::IntentManagerImpl(PrivateTag)
 }
 
 IntentManagerImpl::~IntentManagerImpl() {
-  details::Fence("intent manager destruction", [this] {
-    Unregister();
-    QObject::disconnect(connection_);
-  });
+  details::Fence("intent manager destruction", [this] { Close(); });
+}
+
+void IntentManagerImpl::Close() {
+  Unregister();
+  QObject::disconnect(connection_);
+  std::list<Reply> dropped;  // Dies outside the lock: that releases the callers' slots.
+  const std::lock_guard lock(mutex_);
+  dropped.swap(queue_);
 }
 
 std::shared_ptr<IntentManagerImpl> IntentManagerImpl::Create() {
@@ -64,12 +66,12 @@ ForgeResult IntentManagerImpl::HandleOpenUri(_TAVOIntentManagerRef* ref, const c
       FORGE_LOG(kError) << "Intent Manager is not initialized.";
       return FORGE_RESULT_WRONG_STATE;
     }
-    const auto copy = details::CopySlots(slot);
-    const auto listener =
-        std::make_shared<forge::CStyleListener<bool>>(copy.callback, copy.release, copy.user_data);
-    TakeOver(*listener, [&] {
-      manager->OpenURI(uri, [listener](bool success) { listener->Invoke(success); });
-    });
+    {
+      const auto caller = std::make_shared<details::CallbackSlot<TAVOOpenUriSlot>>(slot);
+      caller->HandOver(
+          [&] { manager->OpenURI(uri, [caller](bool success) { caller->Invoke(success); }); });
+    }  // From here on the queue alone holds the slot: it is released where the outcome is told.
+    manager->SendNext();
     return FORGE_RESULT_OK;
   });
 }
@@ -85,35 +87,23 @@ ForgeResult IntentManagerImpl::HandleRegisterIntent(_TAVOIntentManagerRef* ref, 
       FORGE_LOG(kError) << "Intent Manager is not initialized.";
       return FORGE_RESULT_WRONG_STATE;
     }
-    const auto copy = details::CopySlots(slot);
-    const auto listener = std::make_shared<forge::CStyleListener<TAVOReplyIntentSlot*>>(
-        copy.callback, copy.release, copy.user_data);
-    TakeOver(*listener, [&] {
-      // The parameters are not for the caller, who learns only that the intent was invoked. Without
-      // a callback nobody answers: the platform sees its reply function go.
-      RegisterIntent(name, [listener, has_callback = copy.callback != nullptr](
-                               const QJsonObject&, details::IntentReply::Function reply) {
-        details::Fence("intent handler", [&] {
-          if (!has_callback) return;
-          auto reply_slot = details::IntentReply::Open(std::move(reply));
-          listener->Invoke(&reply_slot);
-        });
+    const auto caller = std::make_shared<details::CallbackSlot<TAVORegisterIntentSlot>>(slot);
+    caller->HandOver([&] {
+      RegisterIntent(name, [caller](const QJsonObject&, details::IntentReply::Function reply) {
+        details::Fence("intent handler", [&] { OnIntent(*caller, std::move(reply)); });
       });
     });
     return FORGE_RESULT_OK;
   });
 }
 
-// Either the request is queued, or it throws and nothing has happened.
+// Queues the request, or throws and nothing has happened. SendNext sends it.
 void IntentManagerImpl::OpenURI(const char* uri, Completion completion) {
   std::list<Reply> request;
   request.push_back(
       {kOpenUri, {}, {{QStringLiteral("uri"), QString::fromUtf8(uri)}}, std::move(completion)});
-  {
-    const std::lock_guard lock(mutex_);
-    queue_.splice(queue_.end(), request);
-  }
-  SendNext();
+  const std::lock_guard lock(mutex_);
+  queue_.splice(queue_.end(), request);
 }
 
 // A loop, not a recursion: the platform may answer within the call, request after request.

@@ -11,7 +11,7 @@
 //          calls run without the lock, so a completion may open another URI. The platform's
 //          callbacks hold the handle, not the service: one that comes late finds nothing.
 // Errors:  what a completion throws is an error line, and the queue goes on. A platform that throws
-//          has failed the request.
+//          has failed the request, whose completion then runs on the thread that sent it.
 #pragma once
 
 #include <functional>
@@ -36,8 +36,11 @@ class IntentManagerImpl final : public forge::Object<IntentManagerImpl, _TAVOInt
  public:
   explicit IntentManagerImpl(PrivateTag);
 
-  // Requests that still wait are dropped: their slots are released, their callbacks not called.
   ~IntentManagerImpl() override;
+
+  // The handle leads nowhere from now on. Requests that still wait are dropped: their slots are
+  // released, their callbacks not called.
+  void Close();
 
   // Null (and an error line) on failure.
   static std::shared_ptr<IntentManagerImpl> Create();

@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "cw/admission.h"
 #include "cw/encodable_value.h"
 #include "flrpc/qt/utils.h"
 #include "forge/fence.h"
@@ -15,9 +16,12 @@ namespace {
 QJsonObject DecodeAnswer(const uint8_t* data, unsigned int length) {
   QJsonValue json;
   try {
-    const auto value = cw::EncodableValue::Deserialize(data, length);
-    if (flrpc::qt::EncodableToJson(value, json) && json.isObject()) return json.toObject();
-  } catch (const std::exception&) {  // A count that no memory can hold.
+    if (!cw::FindInadmissible(data, length) &&
+        flrpc::qt::EncodableToJson(cw::EncodableValue::Deserialize(data, length), json) &&
+        json.isObject()) {
+      return json.toObject();
+    }
+  } catch (const std::exception&) {  // No memory for it.
   }
   FORGE_LOG(kError) << "Could not convert intent reply to a JSON object.";
   return {};

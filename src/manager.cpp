@@ -78,7 +78,7 @@ void Manager::Release() {
   auto intents = std::exchange(intents_, nullptr);
   while (!clients.empty()) clients.pop_front();
   server.reset();
-  intents.reset();
+  if (intents) intents->Close();
 }
 
 _TAVORpcClientRef* Manager::CreateRpcClient() {

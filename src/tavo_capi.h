@@ -107,13 +107,15 @@ typedef struct TAVOOpenUriSlot {
 } TAVOOpenUriSlot;
 
 /* Made by the library for one invocation of a registered intent. The structure lives only during
- * the callback; its fields stay usable until `release`, which must be called exactly once. */
+ * the callback; its fields stay usable until `release`, which must be called exactly once (a
+ * callback that throws has released it). */
 typedef struct TAVOReplyIntentSlot {
   uint32_t size;
 
   /* Answers with one value in the standard codec's encoding (docs/wire-format.md), a map whose keys
    * are texts; anything else is an error line, and the empty object as the answer. Each call
-   * sends an answer. Null context, or one that was released: nothing. [any thread] */
+   * sends an answer, of which a platform may take the first alone. Null context, or one that was
+   * released: nothing. [any thread] */
   void (*reply)(void* context, const uint8_t* data, unsigned int length);
 
   void (*release)(void* context); /* Null, or released before: nothing. [any thread] */
@@ -139,7 +141,9 @@ typedef struct TAVOIntentManagerProcTable {
   ForgeResult (*OpenUri)(_TAVOIntentManagerRef* manager, const char* uri, TAVOOpenUriSlot* slot);
 
   /* Offers an intent to other applications, for good. 0: registered, and the slot was taken over,
-   * which no other result does. 2: a null argument. 3: unknown handle. [event loop] */
+   * which no other result does; it is released when the platform drops it, as it does at once if
+   * it cannot offer the intent, or when another of this process takes the name. 2: a null
+   * argument. 3: unknown handle. [event loop] */
   ForgeResult (*RegisterIntent)(_TAVOIntentManagerRef* manager, const char* name,
                                 TAVORegisterIntentSlot* slot);
 } TAVOIntentManagerProcTable;

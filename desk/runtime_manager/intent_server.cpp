@@ -1,11 +1,13 @@
 #include "desk/runtime_manager/intent_server.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -39,14 +41,18 @@ QByteArray GetIntentDirectory() { return GetSharedDirectory() + "/intents"; }
 int Connect(const QByteArray& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= static_cast<int>(sizeof address.sun_path)) return -1;
+  if (path.size() >= static_cast<int>(sizeof address.sun_path)) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
   std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
   const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (descriptor < 0) return -1;
   if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return descriptor;
   }
   const int cause = errno;
-  if (descriptor >= 0) close(descriptor);
+  close(descriptor);
   errno = cause;
   return -1;
 }
@@ -58,19 +64,31 @@ struct IntentServer::Intent {
   QByteArray path;
   std::unique_ptr<Acceptor> acceptor;
 
-  ~Intent() {
-    if (acceptor) unlink(path.constData());
-  }
+  Intent(Handler run, QByteArray file, std::unique_ptr<Acceptor> listener)
+      : handler(std::move(run)), path(std::move(file)), acceptor(std::move(listener)) {}
+  ~Intent() { unlink(path.constData()); }
+  Intent(const Intent&) = delete;
+  Intent& operator=(const Intent&) = delete;
 };
 
 // What an invocation's reply functions share: the first answer counts, and having none is told.
 class IntentServer::Answer {
  public:
   Answer(std::shared_ptr<Home> home, MessagePeer* peer) : home_(std::move(home)), peer_(peer) {}
-  ~Answer() { Send(ErrorLine(EPIPE, QStringLiteral("the intent was not answered"))); }
+  ~Answer() {
+    if (!sent_) Send(ErrorLine(EPIPE, QStringLiteral("the intent was not answered")));
+  }
 
   void Send(const QByteArray& line) {
     if (sent_.exchange(true)) return;
+    if (line.size() > kLargestFrame) {
+      return Post(ErrorLine(EMSGSIZE, QStringLiteral("the answer is too large")));
+    }
+    Post(line);
+  }
+
+ private:
+  void Post(const QByteArray& line) {
     const std::lock_guard lock(home_->mutex);
     if (!home_->server) return;
     QMetaObject::invokeMethod(
@@ -81,7 +99,6 @@ class IntentServer::Answer {
         Qt::QueuedConnection);
   }
 
- private:
   const std::shared_ptr<Home> home_;
   const QPointer<MessagePeer> peer_;  // Looked at on the server's thread only.
   std::atomic<bool> sent_{false};
@@ -90,14 +107,19 @@ class IntentServer::Answer {
 IntentServer::IntentServer(QObject* parent) : QObject(parent), home_(new Home{{}, this}) {}
 
 IntentServer::~IntentServer() {
-  const std::lock_guard lock(home_->mutex);
-  home_->server = nullptr;
+  {
+    const std::lock_guard lock(home_->mutex);
+    home_->server = nullptr;
+  }
+  const Intents withdrawn =
+      std::exchange(intents_, {});  // Handlers may have callbacks that come here.
 }
 
 bool IntentServer::Register(const QString& name, Handler handler, QString* error) {
   const auto known = intents_.find(name);
   if (known != intents_.end()) {
-    std::swap(known->second.handler, handler);  // The old one dies with the argument.
+    utimes(known->second.path.constData(), nullptr);  // The last one again.
+    std::swap(known->second.handler, handler);        // The old one dies with the argument.
     return true;
   }
   const QByteArray directory = GetIntentDirectory();
@@ -105,19 +127,25 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
       !MakePrivateDirectory(directory, error)) {
     return false;
   }
-  const QByteArray path = directory + '/' + FileStem(name) + QByteArray::number(getpid());
-  unlink(path.constData());  // Of an earlier process with our id, if there is one.
-  const int listener = ListenAt(path, error);
+  // Whoever finds the file can connect: it gets its name when the socket listens.
+  const QByteArray file = FileStem(name) + QByteArray::number(getpid());
+  const QByteArray hidden = directory + "/." + file;
+  unlink(hidden.constData());  // Of an earlier process with our id, if there is one.
+  const int listener = ListenAt(hidden, error);
   if (listener < 0) return false;
-  auto& intent = intents_[name];
-  intent.handler = std::move(handler);
-  intent.path = path;
-  intent.acceptor =
+  auto acceptor =
       std::make_unique<Acceptor>(listener, [this](int descriptor) { Serve(descriptor); });
+  const QByteArray path = directory + '/' + file;
+  if (rename(hidden.constData(), path.constData()) != 0) {
+    *error = ErrnoText();
+    unlink(hidden.constData());
+    return false;
+  }
+  intents_.try_emplace(name, std::move(handler), path, std::move(acceptor));
   return true;
 }
 
-int IntentServer::ConnectTo(const QString& name) {
+int IntentServer::ConnectTo(const QString& name, RuntimeManager::Error* error) {
   const QByteArray path = GetIntentDirectory();
   if (!IsPrivateDirectory(GetSharedDirectory()) || !IsPrivateDirectory(path)) return -1;
   const QDir directory(QFile::decodeName(path));
@@ -127,7 +155,13 @@ int IntentServer::ConnectTo(const QString& name) {
     const QByteArray candidate = QFile::encodeName(directory.filePath(file));
     const int descriptor = Connect(candidate);
     if (descriptor >= 0) return descriptor;
-    if (errno == ECONNREFUSED) unlink(candidate.constData());  // Nobody listens any more.
+    if (errno == ECONNREFUSED) {
+      unlink(candidate.constData());  // Nobody listens any more.
+    } else if (errno != ENOENT) {
+      *error = {errno, QStringLiteral("the application that offers \"%1\" cannot be reached: %2")
+                           .arg(name, ErrnoText())};
+      return -1;
+    }
   }
   return -1;
 }

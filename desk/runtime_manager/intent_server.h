@@ -1,9 +1,10 @@
 // The intents that this process offers, and how other processes find them.
 //
 // Each intent is a socket in intents/ of the shared directory, named after the intent's digest and
-// the process. An invocation is a connection: one line {"intent", "options", "parameters"} there,
-// one line {"answer"} or {"error"} back. Of several applications that offer an intent, the one
-// that registered it last is invoked.
+// the process. An invocation is a connection, open until it is answered: one line {"intent",
+// "options", "parameters"} there, one line {"answer"} or {"error": {"code", "message"}} back. Of
+// several applications that offer an intent, the one that registered it last is invoked, as the
+// times of the files tell. An application that never answers is waited for.
 //
 // Threads: made, used and deleted on the thread whose event loop runs the handlers; the reply
 //          functions may be called on any.
@@ -38,12 +39,13 @@ class IntentServer : public QObject {
   // The last handler of a name counts. False, with the cause in `error`, when it cannot be offered.
   bool Register(const QString& name, Handler handler, QString* error);
 
-  // Connects to whoever registered the intent last; -1 when nobody offers it. Removes what dead
-  // processes have left.
-  static int ConnectTo(const QString& name);
+  // Connects to whoever registered the intent last; -1 when that fails, with the cause in `error`,
+  // or empty when nobody offers the intent. Removes what dead processes have left.
+  static int ConnectTo(const QString& name, RuntimeManager::Error* error);
 
  private:
   struct Intent;
+  using Intents = std::map<QString, Intent>;
 
   // How an answer finds its way: the server, while it lives.
   struct Home {
@@ -56,7 +58,7 @@ class IntentServer : public QObject {
   void Handle(MessagePeer* peer, const QJsonObject& request);
 
   const std::shared_ptr<Home> home_;
-  std::map<QString, Intent> intents_;
+  Intents intents_;
 };
 
 }  // namespace desk

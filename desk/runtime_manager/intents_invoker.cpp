@@ -21,18 +21,27 @@ struct IntentsInvoker::Private {
   IntentsInvoker* const owner;
 
   void Invoke(const QString& name, const QJsonObject& options, const QJsonObject& parameters) {
-    const int descriptor = desk::IntentServer::ConnectTo(name);
+    Error error;
+    const int descriptor = desk::IntentServer::ConnectTo(name, &error);
     if (descriptor >= 0) return Ask(descriptor, name, options, parameters);
+    if (error) return Fail(error.code(), error.message());
     if (name == kOpenUri) {
-      return desk::OpenUri(parameters.value(QStringLiteral("uri")).toString(), owner,
-                           [this](const Error& error) { Q_EMIT owner->replyReceived({}, error); });
+      return desk::OpenUri(
+          parameters.value(QStringLiteral("uri")).toString(), owner,
+          [this](const Error& outcome) { Q_EMIT owner->replyReceived({}, outcome); });
     }
-    Q_EMIT owner->replyReceived(
-        {}, {ENOENT, QStringLiteral("no application offers the intent \"%1\"").arg(name)});
+    Fail(ENOENT, QStringLiteral("no application offers the intent \"%1\"").arg(name));
   }
+
+  void Fail(int code, const QString& message) { Q_EMIT owner->replyReceived({}, {code, message}); }
 
   void Ask(int descriptor, const QString& name, const QJsonObject& options,
            const QJsonObject& parameters) {
+    const QByteArray line = QJsonDocument({{QStringLiteral("intent"), name},
+                                           {QStringLiteral("options"), options},
+                                           {QStringLiteral("parameters"), parameters}})
+                                .toJson(QJsonDocument::Compact) +
+                            '\n';
     auto* peer = new desk::MessagePeer(owner);
     QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
                      [this, peer](const QJsonObject& reply) {
@@ -40,15 +49,12 @@ struct IntentsInvoker::Private {
                        Tell(reply);
                      });
     QObject::connect(peer, &desk::MessagePeer::closed, owner, [this, name] {
-      Q_EMIT owner->replyReceived(
-          {}, {EPIPE, QStringLiteral("the application that offers \"%1\" is gone").arg(name)});
+      Fail(EPIPE, QStringLiteral("the application that offers \"%1\" is gone").arg(name));
     });
     peer->TakeOver(descriptor);
-    peer->Send(QJsonDocument({{QStringLiteral("intent"), name},
-                              {QStringLiteral("options"), options},
-                              {QStringLiteral("parameters"), parameters}})
-                   .toJson(QJsonDocument::Compact) +
-               '\n');
+    if (line.size() <= desk::kLargestFrame) return peer->Send(line);
+    Forget(peer);
+    Fail(EMSGSIZE, QStringLiteral("the parameters of \"%1\" are too large").arg(name));
   }
 
   // One reply an invocation: whatever else comes is not for us.
@@ -57,11 +63,16 @@ struct IntentsInvoker::Private {
     peer->deleteLater();
   }
 
+  // What is not clearly an answer is an error.
   void Tell(const QJsonObject& reply) {
+    const QJsonValue answer = reply.value(QStringLiteral("answer"));
+    if (answer.isObject() && !reply.contains(QStringLiteral("error"))) {
+      Q_EMIT owner->replyReceived(answer.toObject(), {});
+      return;
+    }
     const QJsonObject error = reply.value(QStringLiteral("error")).toObject();
-    Q_EMIT owner->replyReceived(reply.value(QStringLiteral("answer")).toObject(),
-                                {error.value(QStringLiteral("code")).toInt(),
-                                 error.value(QStringLiteral("message")).toString()});
+    const int code = error.value(QStringLiteral("code")).toInt();
+    Fail(code != 0 ? code : EPROTO, error.value(QStringLiteral("message")).toString());
   }
 };
 

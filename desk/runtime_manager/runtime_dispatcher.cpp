@@ -28,12 +28,12 @@ int TakePassedSocket() {
   return kFirstPassedDescriptor;
 }
 
-// Lives as long as the application object, whose event loop it needs. Null without one.
+// Lives as long as the application object, whose event loop it needs. Null without one, and while
+// it is being destroyed. The pointer itself outlives the statics of others, who may still call.
 desk::IntentServer* GetIntentServer() {
-  static QPointer<desk::IntentServer> server;
-  if (!server && QCoreApplication::instance()) {
-    server = new desk::IntentServer(QCoreApplication::instance());
-  }
+  static auto& server = *new QPointer<desk::IntentServer>;
+  if (!QCoreApplication::instance()) return nullptr;
+  if (!server) server = new desk::IntentServer(QCoreApplication::instance());
   return server;
 }
 

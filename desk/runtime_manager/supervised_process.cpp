@@ -73,7 +73,8 @@ int ForkSupervisor(const Launch& launch, int link) {
 }  // namespace
 
 std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& application,
-                                                            TaskSocket* socket, QString* error) {
+                                                            TaskSocket* socket, QString* error,
+                                                            Leftovers leftovers) {
   std::vector<std::string> command;
   for (const QString& word : application.command) {
     command.push_back(QFile::encodeName(word).toStdString());
@@ -99,7 +100,8 @@ std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& a
                       null_if_empty(directory),
                       socket ? socket->GetDescriptor() : -1,
                       socket ? socket->GetPath().constData() : nullptr,
-                      socket ? null_if_empty(socket->GetPrivateDirectory()) : nullptr};
+                      socket ? null_if_empty(socket->GetPrivateDirectory()) : nullptr,
+                      leftovers == Leftovers::kSpared};
   const int fork_error = ForkSupervisor(launch, ends[1]);
   close(ends[1]);
   std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0], socket));
@@ -128,6 +130,7 @@ SupervisedProcess::News SupervisedProcess::ReadNews(QString* error) {
 SupervisedProcess::News SupervisedProcess::OnReport(const SupervisorReport& report,
                                                     QString* error) {
   group_ = report.task;
+  status_ = report.status;
   switch (report.kind) {
     case SupervisorReport::kRunning:
       return News::kRunning;

@@ -16,10 +16,14 @@ namespace desk {
 
 class SupervisedProcess {
  public:
+  // What a process that ends by itself leaves behind in its group.
+  enum class Leftovers { kEnded, kSpared };
+
   // Forks the supervisor, which takes the socket's files over; the socket may be null. Null, with
   // the cause in `error`, when not even that succeeds.
   static std::unique_ptr<SupervisedProcess> Start(const Application& application,
-                                                  TaskSocket* socket, QString* error);
+                                                  TaskSocket* socket, QString* error,
+                                                  Leftovers leftovers = Leftovers::kEnded);
   // Ends the process group: at once asked to, killed when it does not obey. Does not wait.
   ~SupervisedProcess();
   SupervisedProcess(const SupervisedProcess&) = delete;
@@ -34,6 +38,9 @@ class SupervisedProcess {
   // killed, too, but nobody saw it go.
   News ReadNews(QString* error);
 
+  // After kEnded: how the process ended, as waitpid tells it.
+  int GetStatus() const { return status_; }
+
   void Send(Command command);
 
  private:
@@ -45,6 +52,7 @@ class SupervisedProcess {
   const QByteArray socket_path_;
   const QByteArray private_directory_;
   int group_ = 0;  // The task's process group; 0: there is none.
+  int status_ = 0;
 };
 
 }  // namespace desk

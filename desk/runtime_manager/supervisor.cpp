@@ -92,7 +92,7 @@ void ResetSignals() {
   if (null >= 0) dup2(null, STDIN_FILENO);
   if (socket >= 0) dup2(socket, kHandedOverDescriptor);
   WriteDigits(launch.listen_pid, getpid());
-  SupervisorReport failure{SupervisorReport::kDirectoryFailed, 0, 0, 0};
+  SupervisorReport failure{SupervisorReport::kDirectoryFailed, 0, 0, 0, 0};
   if (!launch.directory || chdir(launch.directory) == 0) {
     execve(launch.command[0], launch.command, launch.environment);
     failure.kind = SupervisorReport::kExecFailed;
@@ -106,7 +106,7 @@ void ResetSignals() {
 // Starts the task and waits until the application took over, or could not. The report's task is 0
 // when there is no process.
 SupervisorReport StartTask(const Launch& launch, int socket) {
-  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid()};
+  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid(), 0};
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     report.error = errno;
@@ -118,7 +118,7 @@ SupervisorReport StartTask(const Launch& launch, int socket) {
   close(ends[1]);
   if (task > 0) {
     setpgid(task, task);  // Here, too: whoever comes first.
-    report = {SupervisorReport::kRunning, 0, task, report.supervisor};
+    report = {SupervisorReport::kRunning, 0, task, report.supervisor, 0};
     SupervisorReport failure{};
     ssize_t size = 0;
     do {
@@ -142,23 +142,30 @@ int64_t NowMs() {
 // Watches over one task's process group until it is gone.
 class Watch {
  public:
-  Watch(pid_t task, int link) : task_(task), link_(link) {}
+  Watch(pid_t task, int link, bool spares_leftovers)
+      : task_(task), spares_leftovers_(spares_leftovers), link_(link) {}
 
-  void Run() {
+  // Returns how the task ended.
+  int Run() {
     while (!IsOver()) {
       WaitForNews();
       if (kill_at_ms_ >= 0 && NowMs() >= kill_at_ms_) Kill();
     }
+    return status_;
   }
 
  private:
   // Reaps whatever ended (orphans of the group come here: this process is their subreaper).
   bool IsOver() {
     pid_t ended = 0;
-    while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
-      if (ended == task_) task_ended_ = true;
+    int status = 0;
+    while ((ended = waitpid(-1, &status, WNOHANG)) > 0) {
+      if (ended != task_) continue;
+      task_ended_ = true;
+      status_ = status;
     }
     if (!task_ended_) return false;
+    if (spares_leftovers_) return true;
     if (kill(-task_, 0) != 0 && errno == ESRCH) return true;
     if (give_up_at_ms_ >= 0 && NowMs() >= give_up_at_ms_) return true;
     Terminate();  // Its helpers end with it.
@@ -206,7 +213,9 @@ class Watch {
   }
 
   const pid_t task_;
+  const bool spares_leftovers_;
   int link_;
+  int status_ = 0;
   bool task_ended_ = false;
   bool terminating_ = false;
   int64_t kill_at_ms_ = -1;  // When patience ends; -1: not decided, or done.
@@ -224,7 +233,7 @@ void RunSupervisor(const Launch& launch, int link) {
 
   CloseAllBut(link, launch.socket);
   int socket = launch.socket;
-  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid()};
+  SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid(), 0};
   if (MoveUp(&link) && MoveUp(&socket)) {
     FillStandardDescriptors();
     report = StartTask(launch, socket);
@@ -235,7 +244,7 @@ void RunSupervisor(const Launch& launch, int link) {
     if (descriptor >= 0) close(descriptor);
   }
   send(link, &report, sizeof report, MSG_NOSIGNAL);
-  if (report.task > 0) Watch(report.task, link).Run();
+  if (report.task > 0) report.status = Watch(report.task, link, launch.spares_leftovers).Run();
 
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);

@@ -23,6 +23,7 @@ struct SupervisorReport {
   int32_t error;       // The errno of what failed.
   int32_t task;        // The process id of the task, which is its group's, too.
   int32_t supervisor;  // The supervisor's own process id.
+  int32_t status;      // With kDone: how the task ended, as waitpid tells it.
 };
 
 // All that is needed after the fork, prepared before it.
@@ -34,6 +35,7 @@ struct Launch {
   int socket;                     // Becomes descriptor 3; -1: none.
   const char* socket_path;        // Removed in the end; null: none.
   const char* private_directory;  // Removed in the end; null: none.
+  bool spares_leftovers;          // What the task leaves behind in its group may stay.
 };
 
 constexpr int kTermGraceSeconds = 5;  // Between asking the process group to end and killing it.

@@ -1,13 +1,18 @@
 #include "desk/runtime_manager/uri_opener.h"
 
+#include <sys/wait.h>
+
 #include <cerrno>
+#include <memory>
 #include <utility>
 
 #include <QJsonObject>
-#include <QProcess>
+#include <QSocketNotifier>
+#include <QStandardPaths>
 #include <QUrl>
 
 #include "desk/runtime_manager/recorder.h"
+#include "desk/runtime_manager/supervised_process.h"
 
 namespace desk {
 namespace {
@@ -34,37 +39,60 @@ Error RecordUri(const QString& uri) {
   return recorded ? Error() : Failure(uri, cause);
 }
 
-void RunOpener(const QString& uri, QObject* context, Done done) {
-  auto* opener = new QProcess(context);
-  const auto finish = [opener, done = std::move(done)](const Error& error) {
-    opener->disconnect();
-    opener->deleteLater();
-    done(error);
-  };
-  QObject::connect(
-      opener, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), context,
-      [=](int code, QProcess::ExitStatus status) {
-        const bool opened = status == QProcess::NormalExit && code == 0;
-        finish(opened ? Error() : Failure(uri, QStringLiteral("xdg-open ended with %1").arg(code)));
-      });
-  QObject::connect(opener, &QProcess::errorOccurred, context, [=](QProcess::ProcessError error) {
-    if (error == QProcess::FailedToStart) finish(Failure(uri, opener->errorString()));
-  });
-  opener->setStandardInputFile(QProcess::nullDevice());
-  opener->setStandardOutputFile(QProcess::nullDevice());
-  opener->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-  opener->start(QStringLiteral("xdg-open"), {uri});
-}
+// The desktop's opener, and how it ended. A browser that it leaves behind goes on. Not a QProcess:
+// that complains when it is destroyed first, and does not run under an emulator.
+class Opener : public QObject {
+ public:
+  Opener(QString uri, QObject* context, Done done)
+      : QObject(context), uri_(std::move(uri)), done_(std::move(done)) {}
+
+  void Run() {
+    const QString program = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+    QString cause = QStringLiteral("there is no xdg-open");
+    if (!program.isEmpty()) {
+      process_ = SupervisedProcess::Start({{program, uri_}, {}}, nullptr, &cause,
+                                          SupervisedProcess::Leftovers::kSpared);
+    }
+    if (!process_) return Finish(Failure(uri_, cause));
+    notifier_ = std::make_unique<QSocketNotifier>(process_->GetDescriptor(), QSocketNotifier::Read);
+    connect(notifier_.get(), &QSocketNotifier::activated, this, [this] { OnNews(); });
+  }
+
+ private:
+  void OnNews() {
+    using News = SupervisedProcess::News;
+    QString cause;
+    const News news = process_->ReadNews(&cause);
+    const int status = process_->GetStatus();
+    if (news == News::kFailed || news == News::kLost) return Finish(Failure(uri_, cause));
+    if (news != News::kEnded) return;
+    if (status == 0) return Finish({});
+    cause = QStringLiteral("xdg-open ended with %1")
+                .arg(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+    Finish(Failure(uri_, cause));
+  }
+
+  void Finish(const Error& outcome) {
+    if (notifier_) notifier_->setEnabled(false);
+    deleteLater();
+    std::exchange(done_, nullptr)(outcome);
+  }
+
+  const QString uri_;
+  Done done_;
+  std::unique_ptr<SupervisedProcess> process_;
+  std::unique_ptr<QSocketNotifier> notifier_;  // Goes before the descriptor that it watches.
+};
 
 }  // namespace
 
 void OpenUri(const QString& uri, QObject* context, Done done) {
   const QByteArray mode = qgetenv("TAVO_DESK_OPEN_URI");
   const bool opens = mode.isEmpty() || mode == "open";
-  // The opener may fail to start within its call: the outcome is told from the event loop always.
+  // The outcome is told from the event loop always.
   const auto run = [=] {
     if (mode == "record") return done(RecordUri(uri));
-    if (opens && IsUri(uri)) return RunOpener(uri, context, done);
+    if (opens && IsUri(uri)) return (new Opener(uri, context, done))->Run();
     if (opens) return done(Failure(uri, QStringLiteral("it is no URI")));
     done(Failure(uri, QStringLiteral("TAVO_DESK_OPEN_URI is \"%1\"").arg(QString::fromUtf8(mode))));
   };

@@ -58,7 +58,8 @@ class JsonMaker {
   }
 
   bool operator()(const std::vector<uint8_t>& bytes) {
-    return (*this)(forge::Buffer(bytes).ToBase64());
+    const std::string text = forge::Buffer(bytes).ToBase64();
+    return text.empty() == bytes.empty() && (*this)(text);  // Too large: the buffer has said so.
   }
 
   template <typename T>

@@ -1,16 +1,20 @@
 // Conversion between values and Qt's JSON values, for those who speak JSON to the platform.
 //
-//   EncodableValue              JSON                       EncodableValue
-//   null, bool, string       -> null, bool, string      -> the same
-//   int32, int64, double     -> number                  -> int32 if it fits, else int64, else
-//   double bytes                    -> string, Base64          -> string typed list -> array of
-//   numbers        -> int32, int64 or double list: the first of
-//                                                          them that holds every element
-//   list                     -> array                   -> list, unless all are numbers
-//   map with string keys     -> object                  -> map
+// clang-format off
+//   value                   JSON                  value
+//   null, bool, string   -> null, bool, string -> the same
+//   int32, int64, double -> number             -> int32 if it fits, else int64, else double
+//   bytes                -> string, Base64     -> string
+//   typed list           -> array of numbers   -> the first of an int32, int64 or double list that
+//                                                 holds every element
+//   list                 -> array              -> list, unless all elements are numbers
+//   map with string keys -> object             -> map
+// clang-format on
 //
-// So 3.0 comes back as the int32 3, an int64 beyond 2^53 rounded, bytes and a float list as what
-// the table says, an empty typed list as an empty list, text that is not UTF-8 with U+FFFD in it.
+// So 3.0 comes back as the int32 3, an int64 beyond 2^53 rounded, a float list as doubles or
+// integers, an empty typed list as an empty list. Text that is no UTF-8 has U+FFFD in the wrong
+// places, half a surrogate pair is "?", a byte order mark in front is gone; of keys that become
+// equal by that the last one counts.
 //
 // Threads: any.
 // Errors:  false (or a null text) and an error line for each function's own failure; `out` is

@@ -4,6 +4,10 @@
 #include <memory>
 #include <stdexcept>
 
+#include "cw/encodable_value.h"
+#include "cw/standard_codec_serializer.h"
+#include "cw/standard_message_codec.h"
+#include "cw/standard_method_codec.h"
 #include "forge/buffer.h"
 #include "forge/dispatcher.h"
 #include "forge/object.h"
@@ -71,6 +75,64 @@ void CatchesLibraryExceptions() {
   }
 }
 
+// A codec extension for one type of its own.
+struct Colour {
+  uint8_t red;
+};
+class ColourSerializer final : public cw::StandardCodecSerializer {
+ public:
+  void WriteValue(const cw::EncodableValue& value, cw::ByteStreamWriter* stream) const override {
+    const auto* custom = value.GetIf<cw::CustomEncodableValue>();
+    const auto* colour = custom ? custom->GetIf<Colour>() : nullptr;
+    if (!colour) return StandardCodecSerializer::WriteValue(value, stream);
+    stream->WriteByte(200);
+    stream->WriteByte(colour->red);
+  }
+
+ protected:
+  cw::EncodableValue ReadValueOfType(uint8_t type, cw::ByteStreamReader* stream) const override {
+    if (type != 200) return StandardCodecSerializer::ReadValueOfType(type, stream);
+    return cw::CustomEncodableValue(Colour{stream->ReadByte()});
+  }
+};
+
+class Answer final : public cw::MethodResult<cw::EncodableValue> {
+ public:
+  int32_t number = 0;
+
+ private:
+  void SuccessInternal(const cw::EncodableValue* result) override {
+    number = result->Get<int32_t>();
+  }
+  void ErrorInternal(const std::string&, const std::string&, const cw::EncodableValue*) override {}
+  void NotImplementedInternal() override {}
+};
+
+void UsesValuesAndCodecs() {
+  static const ColourSerializer serializer;
+  const cw::EncodableValue value = cw::EncodableMap{
+      {"list", cw::EncodableList{1, 2.5, "three", cw::CustomEncodableValue(Colour{7})}},
+      {cw::EncodableList{cw::EncodableMap{{1, 2}}}, std::vector<uint8_t>{1}}};
+  const auto& codec = cw::StandardMessageCodec::GetInstance(&serializer);
+  const auto bytes = codec.EncodeMessage(value);
+  const auto back = codec.DecodeMessage(bytes.GetData(), bytes.GetSize());
+  const auto& list = back->Get<cw::EncodableMap>().at("list").Get<cw::EncodableList>();
+  Check(list[3].Get<cw::CustomEncodableValue>().GetIf<Colour>()->red == 7, "a codec extension");
+  Check(*back != value && (*back < value || value < *back), "custom values are themselves alone");
+  Check(cw::EncodableValue::Deserialize(cw::EncodableValue("x").Serialize()) == "x", "values");
+  try {
+    static_cast<void>(value.Get<bool>());
+    Check(false, "a wrong alternative throws");
+  } catch (const std::bad_variant_access&) {
+  }
+  const auto& method_codec = cw::StandardMethodCodec::GetInstance();
+  const cw::EncodableValue seven = 7;
+  const auto envelope = method_codec.EncodeSuccessEnvelope(&seven);
+  Answer answer;
+  method_codec.DecodeAndProcessResponseEnvelope(envelope.GetData(), envelope.GetSize(), &answer);
+  Check(answer.number == 7, "a plug-in's method result");
+}
+
 void UsesHeaderTemplates() {
   int sum = 0;
   forge::OwnedRunOnceSignal<int> signal;
@@ -91,5 +153,6 @@ int main() {
   DerivesFromExportedClasses();
   CatchesLibraryExceptions();
   UsesHeaderTemplates();
+  UsesValuesAndCodecs();
   return failures != 0;
 }

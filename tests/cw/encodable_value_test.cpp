@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
+#include <memory>
 
-#include "tests/support/log_capture.h"
 #include "tests/support/values.h"
 
 namespace {

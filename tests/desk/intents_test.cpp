@@ -1,12 +1,17 @@
 // Intents over the desk, offered and invoked within one process, and by peers that misbehave.
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include <QJsonDocument>
+#include <QLocalServer>
 #include <QLocalSocket>
 
 #include "platform/runtime_manager/intents_invoker.h"
@@ -28,18 +33,23 @@ class IntentsTest : public test::DeskTest {
  protected:
   void SetUp() override {
     DeskTest::SetUp();
-    invoker_ = std::make_unique<IntentsInvoker>();
-    QObject::connect(
-        invoker_.get(), &IntentsInvoker::replyReceived,
-        [this](const QJsonObject& reply, const RuntimeManager::Error& error) {
-          answers_.push_back(error ? error.message().toStdString()
-                                   : reply.value(QStringLiteral("is")).toString().toStdString());
-        });
+    invoker_ = MakeInvoker();
   }
   void TearDown() override {
     invoker_.reset();
     StopApplication();  // Withdraws what the test has offered.
     DeskTest::TearDown();
+  }
+
+  std::unique_ptr<IntentsInvoker> MakeInvoker() {
+    auto invoker = std::make_unique<IntentsInvoker>();
+    QObject::connect(
+        invoker.get(), &IntentsInvoker::replyReceived,
+        [this](const QJsonObject& reply, const RuntimeManager::Error& error) {
+          answers_.push_back(error ? error.message().toStdString()
+                                   : reply.value(QStringLiteral("is")).toString().toStdString());
+        });
+    return invoker;
   }
 
   static void Offer(RuntimeDispatcher::IntentHandler handler) {
@@ -81,17 +91,58 @@ TEST_F(IntentsTest, AnswerMayComeLateFromAnotherThreadOrNotAtAll) {
   Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
   EXPECT_EQ(Answers{"the intent was not answered"}, Invoke());
 
-  // Whoever invoked is gone, and then the server: the reply function leads nowhere.
-  RuntimeDispatcher::IntentReply kept;
+  // Whoever invoked is gone, and then the server: the reply functions lead nowhere.
+  std::vector<RuntimeDispatcher::IntentReply> kept;
   Offer([&kept](const QJsonObject&, RuntimeDispatcher::IntentReply reply) {
-    kept = std::move(reply);
+    kept.push_back(std::move(reply));
   });
   invoker_->invoke(kName, {}, {});
-  EXPECT_TRUE(WaitUntil([&kept] { return kept != nullptr; }));
-  invoker_.reset();
-  kept({});
+  invoker_->invoke(kName, {}, {});
+  EXPECT_TRUE(WaitUntil([&kept] { return kept.size() == 2; }));
+  invoker_ = MakeInvoker();
+  kept[0]({});
+  Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply& reply) {
+    reply(Object(QStringLiteral("next")));
+  });
+  EXPECT_EQ(Answers{"next"}, Invoke());
   StopApplication();
-  kept({});
+  kept[1]({});
+}
+
+// What a handler holds may come back here when it dies, also with the application object.
+TEST_F(IntentsTest, DyingHandlerMayOfferAnother) {
+  const auto again = [](void*) {
+    Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
+    RuntimeDispatcher::instance()->registerIntent(QStringLiteral("another"), {});
+  };
+  Offer([guard = std::shared_ptr<void>(nullptr, again)](const QJsonObject&,
+                                                        const RuntimeDispatcher::IntentReply&) {});
+  StopApplication();
+  EXPECT_EQ(QStringList(), Intents());
+}
+
+TEST_F(IntentsTest, LastToRegisterIsInvokedAndTheOlderWhenItIsGone) {
+  Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply& reply) {
+    reply(Object(QStringLiteral("ours")));
+  });
+  const QString ours = directory_.filePath(QStringLiteral("tavo/intents/") + Intents().at(0));
+  EXPECT_EQ(Answers{"ours"}, Invoke());
+  // Another process's, with a later time; it is dead, which the first to come finds out.
+  const QString dead = ours.section(QLatin1Char('-'), 0, -2) + QStringLiteral("-1");
+  QLocalServer server;
+  ASSERT_TRUE(server.listen(dead));
+  const timespec later[2] = {{std::time(nullptr) + 100, 0}, {std::time(nullptr) + 100, 0}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, QFile::encodeName(dead).constData(), later, 0));
+  invoker_->invoke(kName, {}, {});
+  EXPECT_TRUE(WaitUntil([&server] { return server.hasPendingConnections(); }));
+  const std::unique_ptr<QLocalSocket> connection(server.nextPendingConnection());
+  connection->write("{\"answer\":{\"is\":\"theirs\"}}\n");
+  EXPECT_TRUE(WaitUntil([this] { return !answers_.empty(); }));
+  EXPECT_EQ(Answers{"theirs"}, std::exchange(answers_, {}));
+  ASSERT_TRUE(QFile::rename(dead, dead + QStringLiteral("2")));  // Closing would remove it.
+  server.close();
+  EXPECT_EQ(Answers{"ours"}, Invoke());
+  EXPECT_EQ(1, Intents().size());
 }
 
 TEST_F(IntentsTest, InvocationsFromThreadsAllGetAReply) {
@@ -152,7 +203,15 @@ class StrangeServerTest : public IntentsTest {
 TEST_F(StrangeServerTest, EveryInvocationGetsExactlyOneReply) {
   EXPECT_EQ(Answers{"yes"}, InvokeAgainst("{\"answer\":{\"is\":\"yes\"}}\n"));
   EXPECT_EQ(Answers{"yes"}, InvokeAgainst("{\"answer\":{\"is\":\"yes\"}}\n{\"answer\":{}}\n"));
-  EXPECT_EQ(Answers{""}, InvokeAgainst("{\"answer\":[1]}\n"));
+  for (const char* said : {"{\"answer\":[1]}\n", "{}\n", "{\"error\":\"x\"}\n",
+                           "{\"answer\":{},\"error\":{\"code\":2.5}}\n"}) {
+    QObject::connect(invoker_.get(), &IntentsInvoker::replyReceived,
+                     [](const QJsonObject&, const RuntimeManager::Error& error) {
+                       EXPECT_EQ(EPROTO, error.code());
+                     });
+    EXPECT_EQ(Answers{""}, InvokeAgainst(said)) << said;
+    invoker_ = MakeInvoker();
+  }
   EXPECT_EQ(Answers{"no"}, InvokeAgainst("{\"error\":{\"code\":5,\"message\":\"no\"}}\n"));
   for (const char* said : {"", "nonsense\n", "{\"answer\":{"}) {
     EXPECT_EQ(Answers{"the application that offers \"name\" is gone"}, InvokeAgainst(said)) << said;

@@ -72,6 +72,7 @@ expect_code_2() {
   grep -qF "$expected" errors || fail "$(cat errors)"
 }
 TAVO_DESK_PATH=$work expect_code_2 'Application "digest" could not be started' launch data/plain
+TAVO_DESK_PATH=$work expect_code_2 'could not be started' launch --open x: data/plain
 expect_code_2 'libtavo.so: cannot open' c_launcher --libs-path "$work" data/plain
 expect_code_2 'usage:' c_launcher --unknown option
 mkdir dumb

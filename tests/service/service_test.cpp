@@ -250,6 +250,12 @@ TEST_F(ServiceTest, IntentOfOneApplicationIsInvokedByAnother) {
 
 class OpenUriTest : public ServiceTest {
  protected:
+  void TearDown() override {
+    qputenv("PATH", path_);
+    for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD", "OPENED"}) qunsetenv(name);
+    ServiceTest::TearDown();
+  }
+
   // The outcome of a request of this process.
   std::string Open(const char* uri) {
     std::string outcome;
@@ -265,7 +271,9 @@ class OpenUriTest : public ServiceTest {
     return outcome;
   }
 
-  QByteArray Read(const QString& path) {
+  const QByteArray path_ = qgetenv("PATH");
+
+  static QByteArray Read(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("nothing");
   }
@@ -293,7 +301,7 @@ TEST_F(OpenUriTest, IsRecordedRefusedOrOpenedAsTheDeskIsTold) {
   // The desktop's opener is given the URI as it stands, and its exit code is the outcome.
   const QString opened = directory_.filePath(QStringLiteral("opened"));
   qputenv("OPENED", QFile::encodeName(opened));
-  qputenv("PATH", QFile::encodeName(apps_) + ":" + qgetenv("PATH"));
+  qputenv("PATH", QFile::encodeName(apps_) + ":" + path_);
   Write(QStringLiteral("xdg-open"),
         "#!/bin/sh\nprintf '%s|' \"$#\" \"$1\" >\"$OPENED\"\ncase $1 in *bad) exit 3;; esac\n");
   qputenv("TAVO_DESK_OPEN_URI", "open");
@@ -301,10 +309,33 @@ TEST_F(OpenUriTest, IsRecordedRefusedOrOpenedAsTheDeskIsTold) {
   EXPECT_EQ("1|https://example.org/$(id)|", Read(opened));
   EXPECT_EQ("failed, released", Open("https://example.org/bad"));
   QFile::remove(opened);
-  EXPECT_EQ("failed, released", Open("--help"));
+  for (const char* no_uri : {"--help", "-x:foo", "", ":x", "./x:y", "a b"}) {
+    EXPECT_EQ("failed, released", Open(no_uri));
+  }
   EXPECT_EQ("nothing", Read(opened));
   qputenv("PATH", "/nowhere");
   EXPECT_EQ("failed, released", Open("https://example.org/"));
+}
+
+TEST_F(OpenUriTest, OpenerMayLeaveABrowserBehindAndEndsWithTheService) {
+  qputenv("PATH", QFile::encodeName(apps_) + ":" + path_);
+  RunNatively();
+  const QString pids = directory_.filePath(QStringLiteral("pids"));
+  qputenv("OPENED", QFile::encodeName(pids));
+  Write(QStringLiteral("xdg-open"), "#!/bin/sh\nsleep 1000 &\necho $! >\"$OPENED\"\n");
+  EXPECT_EQ("opened, released", Open("x:"));
+  const pid_t browser = Read(pids).trimmed().toInt();
+  EXPECT_TRUE(browser > 0 && !test::IsGone(browser));
+  kill(browser, SIGKILL);
+
+  QFile::remove(pids);
+  Write(QStringLiteral("xdg-open"), "#!/bin/sh\necho $$ >\"$OPENED\"\nexec sleep 1000\n");
+  TAVOOpenUriSlot slot{sizeof slot, nullptr, nullptr, nullptr};
+  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(top_.GetIntentManager(manager_), "x:", &slot));
+  EXPECT_TRUE(WaitUntil([&pids] { return Read(pids).trimmed().toInt() > 0; }));
+  top_.Release(manager_);
+  const pid_t opener = Read(pids).trimmed().toInt();
+  EXPECT_TRUE(WaitUntil([opener] { return test::IsGone(opener); }));
 }
 
 TEST_F(OpenUriTest, GoesToTheApplicationThatOffersIt) {

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <deque>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -8,6 +9,7 @@
 
 #include "cw/encodable_value.h"
 #include "tests/src/service_fixture.h"
+#include "tests/support/deadline.h"
 #include "tests/support/values.h"
 
 namespace {
@@ -86,13 +88,15 @@ TEST_F(IntentManagerTest, CompletionMayOpenAnotherOrThrowOrReleaseTheManager) {
   Open("c:", [this] { top_.Release(manager_); });
   Open("d:");
   for (int i = 0; i < 3; ++i) platform_.ReplyToIntent(0);
-  EXPECT_EQ("[error] Stray exception in intent completion: b is unhappy", log_.TakeLine());
-  // The queue kept its order. "d" may have been sent, but its service was gone then: only released.
-  const Events sent = TakeSent();
-  EXPECT_EQ((Events{"a:", "b:", "c:"}), Events(sent.begin(), sent.begin() + 3));
-  EXPECT_EQ((Events{"a: ok", "a: released", "b: ok", "b: released", "c: ok", "c: released",
-                    "d: released", "x: released"}),
+  EXPECT_EQ("[error] Stray exception in slot callback: b is unhappy", log_.TakeLine());
+  EXPECT_EQ((Events{"a:", "b:", "c:"}), TakeSent());
+  EXPECT_EQ((Events{"a: ok", "a: released", "b: ok", "b: released", "c: ok", "d: released",
+                    "x: released", "c: released"}),
             TakeEvents());
+  // The handle is stale now.
+  TAVOOpenUriSlot slot{sizeof slot, nullptr, Request::OnRelease, nullptr};
+  EXPECT_EQ(3u, intent_table_.OpenUri(intents_, "u:", &slot));
+  EXPECT_EQ("[error] Intent Manager is not initialized.", log_.TakeLine());
 }
 
 TEST_F(IntentManagerTest, PlatformThatThrowsHasFailedTheRequest) {
@@ -119,7 +123,7 @@ TEST_F(IntentManagerTest, AnswersWithinTheCallDoNotNest) {
 TEST_F(IntentManagerTest, AgreesWithAModelOverRandomSchedules) {
   std::mt19937 random(4);
   const auto one_in = [&random](unsigned n) { return random() % n == 0; };
-  Events sent, done, expected_done;
+  Events sent, expected_outcomes;
   std::deque<std::string> waiting;
   int count = 0, nested = 0;
   std::function<void()> open = [&] {
@@ -137,8 +141,7 @@ TEST_F(IntentManagerTest, AgreesWithAModelOverRandomSchedules) {
   const auto reply = [&] {
     const int code = one_in(2) ? 0 : 3;
     if (!waiting.empty()) {
-      expected_done.push_back(waiting.front() + (code == 0 ? " ok" : " failed"));
-      expected_done.push_back(waiting.front() + " released");
+      expected_outcomes.push_back(waiting.front() + (code == 0 ? " ok" : " failed"));
       waiting.pop_front();
     }
     platform_.ReplyToIntent(code);
@@ -152,35 +155,64 @@ TEST_F(IntentManagerTest, AgreesWithAModelOverRandomSchedules) {
   }
   platform_.on_invoke = nullptr;
   for (size_t i = 0; i < sent.size(); ++i) ASSERT_EQ("u:" + std::to_string(i), sent[i]);
-  // A completion's own request may be done before it returns: compare as they were called.
-  for (const std::string& event : TakeEvents()) done.push_back(event);
-  std::sort(done.begin(), done.end());
-  std::sort(expected_done.begin(), expected_done.end());
-  EXPECT_EQ(expected_done, done);
+  // Outcomes are told in order; a slot is released after its callback, which may have told others.
+  Events outcomes, releases;
+  for (const std::string& event : TakeEvents()) {
+    const bool is_release = event.find("released") != std::string::npos;
+    (is_release ? releases : outcomes).push_back(event);
+  }
+  EXPECT_EQ(expected_outcomes, outcomes);
+  EXPECT_EQ(outcomes.size(), releases.size());
+  EXPECT_EQ(releases.size(), std::set<std::string>(releases.begin(), releases.end()).size());
   log_.TakeLines();
 }
 
 TEST_F(IntentManagerTest, ThreadsMayOpenWhileRepliesArrive) {
   constexpr int kThreads = 4, kEach = 200;
-  static std::atomic<int> done, released;
-  done = released = 0;
+  static std::atomic<int> left;
+  left = kThreads * kEach;
+  struct Fate {
+    std::atomic<int> outcomes{0};
+    std::atomic<int> releases{0};
+    static void OnRelease(void* fate) {
+      ++static_cast<Fate*>(fate)->releases;
+      --left;
+    }
+  };
+  std::vector<Fate> fates(kThreads * kEach);
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([this] {
+    threads.emplace_back([this, i, &fates] {
       for (int n = 0; n < kEach; ++n) {
-        TAVOOpenUriSlot slot{sizeof slot, [](void*, bool) { ++done; }, [](void*) { ++released; },
-                             nullptr};
+        TAVOOpenUriSlot slot{sizeof slot,
+                             [](void* fate, bool) { ++static_cast<Fate*>(fate)->outcomes; },
+                             Fate::OnRelease, &fates[static_cast<size_t>(i * kEach + n)]};
         intent_table_.OpenUri(intents_, "u:", &slot);
       }
     });
   }
-  while (released < kThreads * kEach) {
+  EXPECT_TRUE(test::WaitUntil([this] {
     platform_.ReplyToIntent(0);
-    std::this_thread::yield();
-  }
+    return left == 0;
+  }));
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(kThreads * kEach, done);
-  EXPECT_EQ(static_cast<size_t>(kThreads * kEach), TakeSent().size());
+  for (const Fate& fate : fates) {
+    EXPECT_EQ(1, fate.outcomes);
+    EXPECT_EQ(1, fate.releases);
+  }
+  EXPECT_EQ(fates.size(), TakeSent().size());
+}
+
+// A reply may come on another thread before the entry returns: the slot goes where it is told.
+TEST_F(IntentManagerTest, SlotIsReleasedByWhoeverTellsTheOutcome) {
+  static std::thread::id told, released;
+  platform_.on_invoke = [this] { std::thread([this] { platform_.ReplyToIntent(0); }).join(); };
+  TAVOOpenUriSlot slot{sizeof slot, [](void*, bool) { told = std::this_thread::get_id(); },
+                       [](void*) { released = std::this_thread::get_id(); }, nullptr};
+  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents_, "u:", &slot));
+  EXPECT_NE(std::thread::id(), told);
+  EXPECT_EQ(told, released);
+  EXPECT_NE(std::this_thread::get_id(), released);
 }
 
 TEST_F(IntentManagerTest, RefusedCallNeverTakesTheSlotOver) {
@@ -287,10 +319,13 @@ TEST_F(RegisteredIntentTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
   Register();
   Invoke();
   const std::string error = "[error] Could not convert intent reply to a JSON object.";
+  test::Bytes deep;
+  for (int i = 0; i < 200000; ++i) deep.insert(deep.end(), {0x0c, 0x01});
   const test::Bytes rows[] = {
       test::BytesOf(cw::EncodableValue("text").Serialize()),
       test::BytesOf(cw::EncodableValue(EncodableMap{{1, 1}}).Serialize()),
-      test::FromHex("0c ff ff ff ff ff"),  // The codec throws.
+      test::FromHex("0c ff ff ff ff ff"),  // More than there can be.
+      deep,                                // Would end the process while it is decoded.
       test::FromHex("00"),
   };
   for (const auto& bytes : rows) {
@@ -319,12 +354,21 @@ TEST_F(RegisteredIntentTest, MisuseOfTheReplySlotIsHarmless) {
   slot.release(slot.context);
   slot.reply(slot.context, &byte, 1);
   EXPECT_EQ(Events{}, TakeAnswers());
+}
 
-  // No callback: nobody can answer, and the platform sees that.
-  TAVORegisterIntentSlot silent{sizeof silent, nullptr, nullptr, nullptr};
-  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &silent));
+TEST_F(RegisteredIntentTest, CallbackThatIsMissingOrThrowsLeavesNobodyWaiting) {
+  TAVORegisterIntentSlot slot{sizeof slot, nullptr, nullptr, nullptr};
+  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
   Invoke();
   EXPECT_EQ(Events{"gone"}, TakeAnswers());
+  slot.callback = [](void*, TAVOReplyIntentSlot*) { throw std::runtime_error("unhappy"); };
+  slot.release = [](void*) { throw std::runtime_error("unhappy still"); };
+  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
+  Invoke();
+  EXPECT_EQ(Events{"gone"}, TakeAnswers());
+  EXPECT_EQ("[error] Stray exception in slot callback: unhappy", log_.TakeLine());
+  platform_.intents.clear();
+  EXPECT_EQ("[error] Stray exception in slot release: unhappy still", log_.TakeLine());
 }
 
 }  // namespace

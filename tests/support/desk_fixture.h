@@ -64,8 +64,7 @@ class DeskTest : public TestBase {
   }
 
   QStringList Sockets() const {
-    return QDir(directory_.filePath(QStringLiteral("tavo")))
-        .entryList(QDir::Files | QDir::System);
+    return QDir(directory_.filePath(QStringLiteral("tavo"))).entryList(QDir::Files | QDir::System);
   }
   QStringList Intents() const {
     return QDir(directory_.filePath(QStringLiteral("tavo/intents")))

@@ -59,6 +59,8 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
       {std::vector<double>{1, 2}, "[[1,2]]", false},
       {EncodableList{1, 2}, "[[1,2]]", false},
       {"\xff", "[\"\xef\xbf\xbd\"]", false},
+      {"\xef\xbb\xbftext", "[\"text\"]", false},  // A byte order mark.
+      {EncodableMap{{"\xfe", 1}, {"\xff", 2}}, "[{\"\xef\xbf\xbd\":2}]", false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.json);
@@ -135,6 +137,8 @@ TEST_F(UtilsTest, NumbersAndArraysBecomeTheNarrowestThatHoldsThem) {
   EncodableValue value;
   EXPECT_FALSE(flrpc::qt::JsonToEncodable(QJsonValue(QJsonValue::Undefined), value));
   EXPECT_EQ("[error] The JSON value cannot be represented as a EncodableValue", log_.TakeLine());
+  EXPECT_TRUE(flrpc::qt::JsonToEncodable(QString(QChar(0xD800)), value));  // Half a pair.
+  EXPECT_EQ(EncodableValue("?"), value);
   EncodableMap map{{"old", 1}};
   EXPECT_TRUE(flrpc::qt::JsonObjectToEncodableMap({{QStringLiteral("new"), 2}}, map));
   EXPECT_EQ((EncodableMap{{"new", 2}}), map);

@@ -1,0 +1,124 @@
+#include "cw/admission.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "cw/encoded_type.h"
+
+namespace cw {
+namespace {
+
+constexpr char kTooDeep[] = "its lists and maps are nested too deeply";
+constexpr char kTooMuchMissing[] = "it declares more than it holds";
+
+// Goes through the bytes as the decoder does: a read beyond the end does not advance.
+class Scan {
+ public:
+  Scan(const uint8_t* data, size_t size) : data_(data), size_(data ? size : 0) {}
+
+  const char* Run() {
+    Open(1);
+    while (depth_ > 0) {
+      if (left_[depth_ - 1] == 0) {
+        --depth_;
+      } else if (location_ >= size_) {
+        return CheckMissingElements();
+      } else {
+        --left_[depth_ - 1];
+        if (const char* cause = ScanValue()) return cause;
+      }
+    }
+    return nullptr;
+  }
+
+ private:
+  const char* ScanValue() {
+    switch (static_cast<EncodedType>(data_[location_++])) {
+      case EncodedType::kInt32:
+        Skip(4);
+        return nullptr;
+      case EncodedType::kInt64:
+        Skip(8);
+        return nullptr;
+      case EncodedType::kFloat64:
+        Align(8);
+        Skip(8);
+        return nullptr;
+      case EncodedType::kLargeInteger:
+      case EncodedType::kString:
+      case EncodedType::kUInt8List:
+        return ScanBlock(1);
+      case EncodedType::kInt32List:
+      case EncodedType::kFloat32List:
+        return ScanBlock(4);
+      case EncodedType::kInt64List:
+      case EncodedType::kFloat64List:
+        return ScanBlock(8);
+      case EncodedType::kList:
+        return Open(ReadSize());
+      case EncodedType::kMap:
+        return Open(2 * uint64_t{ReadSize()});
+      default:
+        return nullptr;  // Nothing follows.
+    }
+  }
+
+  const char* ScanBlock(uint64_t width) {
+    const uint64_t bytes = width * ReadSize();
+    if (width > 1) Align(width);
+    if (Skip(bytes)) return nullptr;
+    missing_bytes_ += bytes;
+    return missing_bytes_ > kMostMissingBytes ? kTooMuchMissing : nullptr;
+  }
+
+  // A container whose values come next.
+  const char* Open(uint64_t values) {
+    if (depth_ > kDeepestNesting) return kTooDeep;
+    left_[depth_++] = values;
+    return nullptr;
+  }
+
+  // There is nothing left to read: whatever is still declared is missing.
+  const char* CheckMissingElements() const {
+    uint64_t missing = 0;
+    for (int i = 0; i < depth_; ++i) missing += left_[i];
+    return missing > kMostMissingElements ? kTooMuchMissing : nullptr;
+  }
+
+  uint32_t ReadSize() {
+    uint8_t first = 0;
+    Read(&first, 1);
+    uint32_t size = first;
+    if (first == kSize16Marker) Read(&(size = 0), 2);
+    if (first == kSize32Marker) Read(&(size = 0), 4);
+    return size;
+  }
+
+  // Little-endian, as the encoding.
+  void Read(void* to, uint64_t bytes) {
+    const uint64_t from = location_;
+    if (Skip(bytes)) std::memcpy(to, data_ + from, static_cast<size_t>(bytes));
+  }
+
+  bool Skip(uint64_t bytes) {
+    if (location_ + bytes > size_) return false;
+    location_ += bytes;
+    return true;
+  }
+
+  void Align(uint64_t width) { location_ = (location_ + width - 1) / width * width; }
+
+  const uint8_t* const data_;
+  const uint64_t size_;
+  uint64_t location_ = 0;
+  uint64_t missing_bytes_ = 0;
+  int depth_ = 0;                       // The message itself is the first level, not a container.
+  uint64_t left_[kDeepestNesting + 1];  // Values still to come at each level.
+};
+
+}  // namespace
+
+const char* FindInadmissible(const uint8_t* data, size_t size) { return Scan(data, size).Run(); }
+
+}  // namespace cw
