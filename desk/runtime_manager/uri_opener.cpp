@@ -86,7 +86,7 @@ class Opener : public QObject {
 
 }  // namespace
 
-void OpenUri(const QString& uri, QObject* context, Done done) {
+void OpenUri(const QString& uri, QObject* context, const Done& done) {
   const QByteArray mode = qgetenv("TAVO_DESK_OPEN_URI");
   const bool opens = mode.isEmpty() || mode == "open";
   // The outcome is told from the event loop always.

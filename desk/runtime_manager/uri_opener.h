@@ -16,6 +16,6 @@ namespace desk {
 // Tells `done` the outcome on the thread's event loop, unless `context` is gone by then; an opener
 // that still runs ends with the context.
 void OpenUri(const QString& uri, QObject* context,
-             std::function<void(const RuntimeManager::Error&)> done);
+             const std::function<void(const RuntimeManager::Error&)>& done);
 
 }  // namespace desk

@@ -204,13 +204,20 @@ TEST_F(ServiceTest, ProcessMayExitWithinACallback) {
 TEST_F(ServiceTest, ProcessMayExitWithLivingClientsAndAServer) {
   EXPECT_EXIT(
       {
-        auto& client = *new Client;  // Told of the end, after all statics of this program.
+        // Told of the end, after all statics of this program.
+        static auto& client = *new Client;
         Start(client, "service_task");
         client.Send("text");
         client.Holds(1);
         TAVORpcServerProcTable server_table{};
         top_.RpcServerProcTableLoad(&server_table, sizeof server_table);
         server_table.Run(top_.GetRpcServer(manager_), nullptr);
+        TAVOOpenUriSlot uri_slot{};
+        uri_slot.size = sizeof uri_slot;
+        intent_table_.OpenUri(top_.GetIntentManager(manager_), "waits:", &uri_slot);
+        TAVORegisterIntentSlot intent_slot{};
+        intent_slot.size = sizeof intent_slot;
+        intent_table_.RegisterIntent(top_.GetIntentManager(manager_), "left", &intent_slot);
         StopApplication();
         exit(7);
       },

@@ -37,6 +37,11 @@ class IntentManagerTest : public test::ServiceTest {
     }
   };
 
+  void TearDown() override {
+    platform_.intents.clear();  // Their slots are released: into the test's members.
+    ServiceTest::TearDown();
+  }
+
   void Open(const std::string& uri, std::function<void()> on_done = nullptr) {
     Request& request = requests_.emplace_back(Request{this, uri, std::move(on_done)});
     TAVOOpenUriSlot slot{sizeof slot, Request::OnDone, Request::OnRelease, &request};
