@@ -1,0 +1,228 @@
+#include "flrpc/client.h"
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "flrpc/receiver.h"
+#include "flrpc/request_ids.h"
+#include "forge/fence.h"
+#include "forge/logger.h"
+#include "forge/object.h"
+#include "forge/signals.h"
+
+namespace flrpc {
+namespace {
+
+using cw::EncodableValue;
+using OptionalError = std::optional<Message::Error>;
+
+constexpr char kConnect[] = "flrpc.connected";
+constexpr uint32_t kMostConnectRequests = 4;
+
+class Client final : public IOwnedClient,
+                     public forge::details::CounterClient,
+                     public std::enable_shared_from_this<Client> {
+  struct PrivateTag {};
+
+ public:
+  Client(std::function<void(Message&&)>&& send, PrivateTag)
+      : receiver_(std::move(send), [this](const Message& message) { return OnMessage(message); }) {}
+
+  static std::shared_ptr<Client> Make(std::function<void(Message&&)>&& send) {
+    return std::make_shared<Client>(std::move(send), PrivateTag{});
+  }
+
+  bool IsConnected() const override { return state_ == State::kConnected; }
+  bool HasConnectionFailed() const override { return state_ == State::kFailed; }
+
+  void Run() override {
+    const auto self = shared_from_this();
+    started_.Subscribe([weak = weak_from_this()](const OptionalError& error) {
+      if (const auto client = weak.lock()) client->Connect(error);
+    });
+  }
+
+  void OnConnected(ConnectionCallback&& callback) override {
+    const auto self = shared_from_this();
+    connected_.Subscribe(std::move(callback));
+  }
+
+  void OnDisconnected(ConnectionCallback&& callback) override {
+    const auto self = shared_from_this();
+    disconnected_.Subscribe(std::move(callback));
+  }
+
+  void SendRequest(std::string_view method, const EncodableValue& params,
+                   ResponseCallback&& callback) override {
+    const auto self = shared_from_this();
+    auto request = Message::CreateRequest(details::RequestIds::Get().Draw(), method, params);
+    const Message::ID id = request.GetRequest()->id;
+    {
+      details::SendGuard guard(receiver_);  // Sends when the mutex is free.
+      const std::lock_guard lock(mutex_);
+      if (!failure_) {
+        pending_.try_emplace(id, std::move(callback));
+        return Submit(std::move(request), guard);
+      }
+    }
+    details::RequestIds::Get().Finish(id);
+    if (callback) callback(Message::Response(id, *failure_));  // It never changes again.
+  }
+
+  void SendNotify(std::string_view method, const EncodableValue& params) override {
+    const auto self = shared_from_this();
+    receiver_.Send(Message::CreateNotification(method, params));
+  }
+
+  void OnNotify(std::string_view method, NotifyCallback&& handler) override {
+    receiver_.OnNotify(method, std::move(handler));
+  }
+
+  void ReceiveMessage(Message&& message) override {
+    const auto self = shared_from_this();
+    details::ReceiveGuard guard(receiver_);  // Delivers when the mutex is free.
+    const std::lock_guard lock(mutex_);
+    if (IsConnectResponse(message)) {
+      guard.ReceiveImmediately(std::move(message));
+    } else {
+      guard.Receive(std::move(message));
+    }
+  }
+
+  void NotifyDisconnected(OptionalError error) override {
+    const auto self = shared_from_this();
+    Fail(std::move(error));
+  }
+
+  void NotifyStarted(OptionalError error) override {
+    const auto self = shared_from_this();
+    started_.Emit(std::move(error));
+  }
+
+ private:
+  enum class State : uint32_t { kConnecting = 1, kConnected = 2, kFailed = 3 };
+
+  // The caller holds mutex_. The handshake passes the queue, which waits for it.
+  void Submit(Message&& request, details::SendGuard& guard) {
+    if (state_ == State::kConnecting && request.IsRequest(kConnect)) {
+      connect_requests_.push_back(request);
+      guard.SendImmediately(std::move(request));
+    } else {
+      guard.Send(std::move(request));
+    }
+  }
+
+  // The caller holds mutex_.
+  bool IsConnectResponse(const Message& message) const {
+    return std::any_of(
+        connect_requests_.begin(), connect_requests_.end(),
+        [&message](const Message& request) { return request.IsResponseForThis(message); });
+  }
+
+  void Connect(const OptionalError& error) {
+    if (state_ != State::kConnecting) return;
+    if (error) return Fail(error);
+    if (attempts_++ < kMostConnectRequests) {
+      SendRequest(kConnect, {}, [this](const Message::Response& response) {
+        OnConnectResponse(response);  // The callback is kept in the client alone.
+      });
+    } else {
+      FORGE_LOG(kError)
+          << "The maximum number of requests for the Connect event has been exceeded.";
+      Fail(Message::Error(kInternalError, "Cannot connect to server."));
+    }
+  }
+
+  void OnConnectResponse(const Message::Response& response) {
+    if (state_ != State::kConnecting) return;  // The answer to another attempt was faster.
+    if (const auto* error = response.GetError()) {
+      if (attempts_ >= kMostConnectRequests) return Fail(*error);
+      FORGE_LOG(kError) << "Connect error: " << error->message;
+      return Connect(std::nullopt);
+    }
+    if (!EnterConnected()) return;
+    receiver_.SetQueueEnabled();
+    connected_.Emit(std::nullopt);
+  }
+
+  // False when it has failed meanwhile.
+  bool EnterConnected() {
+    const std::lock_guard lock(mutex_);
+    State expected = State::kConnecting;
+    if (!state_.compare_exchange_strong(expected, State::kConnected)) return false;
+    connect_requests_.clear();
+    return true;
+  }
+
+  void Fail(OptionalError error) {
+    const Message::Error failure =
+        error ? std::move(*error) : Message::Error(kInternalError, "Unknown runtime error");
+    std::unordered_map<Message::ID, ResponseCallback> given_up;
+    State before;
+    {
+      const std::lock_guard lock(mutex_);
+      before = state_.exchange(State::kFailed);
+      if (before == State::kFailed) return;
+      failure_.emplace(failure);
+      connect_requests_.clear();
+      given_up.swap(pending_);
+    }
+    for (auto& [id, callback] : given_up) {
+      details::RequestIds::Get().Finish(id);
+      if (callback) {
+        forge::Fence("response callback",
+                     [&, &request = id] { callback(Message::Response(request, failure)); });
+      }
+    }
+    auto& signal = before == State::kConnecting ? connected_ : disconnected_;
+    signal.Emit(failure);
+  }
+
+  // The receiver's handler: takes the responses to our requests.
+  bool OnMessage(const Message& message) {
+    const auto* response = message.GetResponse();
+    if (!response) return false;
+    ResponseCallback callback;
+    {
+      const std::lock_guard lock(mutex_);
+      const auto found = pending_.find(response->id);
+      if (found == pending_.end()) {
+        if (failure_ || !details::RequestIds::Get().IsFinished(response->id)) return false;
+        FORGE_LOG(kError) << "Invalid server response";
+        return true;
+      }
+      callback = std::move(found->second);
+      pending_.erase(found);
+      details::RequestIds::Get().Finish(response->id);
+    }
+    if (callback) callback(*response);
+    return true;
+  }
+
+  details::Receiver receiver_;
+  std::atomic<State> state_{State::kConnecting};  // Changed under mutex_, read anywhere.
+  std::atomic<uint32_t> attempts_{0};
+  forge::OwnedRunOnceSignal<OptionalError> started_;
+  forge::OwnedRunOnceSignal<OptionalError> connected_;
+  forge::OwnedRunOnceSignal<OptionalError> disconnected_;
+
+  std::mutex mutex_;
+  // Guarded by mutex_. No callback runs under it.
+  std::unordered_map<Message::ID, ResponseCallback> pending_;
+  std::vector<Message> connect_requests_;  // While the handshake runs.
+  OptionalError failure_;                  // Once failed; written once.
+};
+
+}  // namespace
+
+IClient::~IClient() = default;
+
+std::shared_ptr<IOwnedClient> IOwnedClient::Create(std::function<void(Message&&)>&& send) {
+  return Client::Make(std::move(send));
+}
+
+}  // namespace flrpc

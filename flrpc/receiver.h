@@ -1,0 +1,114 @@
+// The message pump that client and server share: sends what goes out, dispatches what comes in, and
+// holds both back, in their order, until its owner enables the queue.
+//
+// Threads: any. The queue's recursive lock is held while queued messages are delivered, so delivery
+//          is in order and one at a time; a handler may send and receive again. No caller may hold
+//          a lock of its own both around a call here and inside a handler.
+// Errors:  what a handler or the send function throws leaves the call that delivered; messages not
+//          delivered yet stay queued. Unknown notifications and unhandled messages are logged.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "flrpc/message.h"
+#include "forge/signals.h"
+
+namespace flrpc::details {
+
+// What a peer can make us hold before the queue is enabled.
+constexpr size_t kMostHeldMessages = 1024;
+
+class Receiver {
+ public:
+  using SendFunction = std::function<void(Message&&)>;
+  using Handler = std::function<bool(const Message&)>;  // True: handled.
+  using NotifyHandler = std::function<void(const Message::Notification&)>;
+
+  // Either may be empty.
+  Receiver(SendFunction&& send, Handler&& handler);
+  Receiver(const Receiver&) = delete;
+  Receiver& operator=(const Receiver&) = delete;
+
+  // Past the queue.
+  void SendImmediately(Message&& message);
+  void ReceiveImmediately(const Message& message);
+
+  // Through the queue. Until it is enabled, at most kMostHeldMessages received ones are held; the
+  // next are dropped with an error line.
+  void Send(Message&& message);
+  void Receive(Message&& message);
+
+  // Once and for all; delivers what waits.
+  void SetQueueEnabled();
+
+  // Several handlers of one method are all called.
+  void OnNotify(std::string_view method, NotifyHandler&& handler);
+
+ private:
+  enum class Kind { kReceive = 0, kSend = 1 };
+  using Queue = std::vector<std::pair<Kind, Message>>;
+  using NotifySignal = forge::OwnedSignal<Message::Notification>;
+
+  void Append(Kind kind, Message&& message);
+  void Hold(Kind kind, Message&& message);
+  void DeliverOne(Kind kind, Message&& message);
+  void ProcessQueue();
+  void Deliver(Queue& queue);
+  void Emit(const Message::Notification& notification) const;
+
+  const SendFunction send_;
+  const Handler handler_;
+
+  mutable std::shared_mutex notify_mutex_;
+  std::unordered_map<std::string, std::shared_ptr<NotifySignal>> notify_signals_;  // Guarded by it.
+
+  // The one lock that is held while foreign code runs.
+  std::recursive_mutex queue_mutex_;
+  Queue queue_;      // Guarded by queue_mutex_, as all that follows.
+  size_t held_ = 0;  // Received messages in the queue while it is not enabled.
+  bool queue_enabled_ = false;
+};
+
+// Delivers a message when it ends: for those who decide under a lock of their own what is sent, and
+// let go of the lock first. Holds one message; another is refused with an error line.
+class SendGuard {
+ public:
+  explicit SendGuard(Receiver& receiver) : receiver_(receiver) {}
+  ~SendGuard() noexcept(false);
+  SendGuard(const SendGuard&) = delete;
+  SendGuard& operator=(const SendGuard&) = delete;
+
+  void Send(Message&& message);
+  void SendImmediately(Message&& message);
+
+ private:
+  Receiver& receiver_;
+  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
+};
+
+// The same for what was received.
+class ReceiveGuard {
+ public:
+  explicit ReceiveGuard(Receiver& receiver) : receiver_(receiver) {}
+  ~ReceiveGuard() noexcept(false);
+  ReceiveGuard(const ReceiveGuard&) = delete;
+  ReceiveGuard& operator=(const ReceiveGuard&) = delete;
+
+  void Receive(Message&& message);
+  void ReceiveImmediately(Message&& message);
+
+ private:
+  Receiver& receiver_;
+  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
+};
+
+}  // namespace flrpc::details

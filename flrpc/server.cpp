@@ -1,0 +1,171 @@
+#include "flrpc/server.h"
+
+#include <mutex>
+#include <shared_mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "flrpc/receiver.h"
+#include "forge/logger.h"
+#include "forge/signals.h"
+
+namespace flrpc {
+namespace {
+
+using cw::EncodableValue;
+
+constexpr char kConnect[] = "flrpc.connected";
+
+class Server final : public std::enable_shared_from_this<Server>, public IOwnedServer {
+  struct PrivateTag {};
+
+ public:
+  Server(std::function<void(Message&&)>&& send, PrivateTag)
+      : receiver_(std::move(send), [this](const Message& message) { return OnMessage(message); }) {}
+
+  static std::shared_ptr<Server> Make(std::function<void(Message&&)>&& send) {
+    return std::make_shared<Server>(std::move(send), PrivateTag{});
+  }
+
+  void SendNotify(std::string_view method, const EncodableValue& params) override {
+    const auto self = shared_from_this();
+    receiver_.Send(Message::CreateNotification(method, params));
+  }
+
+  void OnConnected(ConnectionCallback&& callback) override {
+    const auto self = shared_from_this();
+    connected_.Subscribe(std::move(callback));
+  }
+
+  void OnRequest(std::string_view method, RequestHandler&& handler) override {
+    auto shared = std::make_shared<const RequestHandler>(std::move(handler));
+    const std::unique_lock lock(handlers_mutex_);
+    handlers_[std::string(method)].swap(shared);
+  }
+
+  void OnNotify(std::string_view method, NotifyCallback&& handler) override {
+    receiver_.OnNotify(method, std::move(handler));
+  }
+
+  void Run() override {
+    const auto self = shared_from_this();
+    bool connects = false;
+    {
+      const std::lock_guard lock(mutex_);
+      if (std::exchange(running_, true)) return;
+      connects = connect_request_.has_value() && ScheduleConnect();
+    }
+    if (connects) AnswerConnect();
+  }
+
+  void ReceiveMessage(Message&& message) override {
+    const auto self = shared_from_this();
+    bool connects = false;
+    {
+      details::ReceiveGuard guard(receiver_);  // Delivers when the mutex is free.
+      const std::lock_guard lock(mutex_);
+      const bool is_connect = !connect_done_ && message.IsRequest(kConnect);
+      connects = is_connect && running_ && ScheduleConnect();
+      if (connects || (is_connect && !running_ && !connect_request_)) {
+        connect_request_ = std::move(message);
+      } else {
+        guard.Receive(std::move(message));
+      }
+    }
+    if (connects) AnswerConnect();
+  }
+
+  void Send(Message&& message) { receiver_.Send(std::move(message)); }
+
+ private:
+  class Reply final : public IReply {
+   public:
+    Reply(Message::ID id, std::weak_ptr<Server> server)
+        : id_(std::move(id)), server_(std::move(server)) {}
+
+    void SendResult(EncodableValue result) override {
+      if (const auto server = server_.lock()) {
+        server->Send(Message::CreateResponse(id_, std::move(result)));
+      }
+    }
+
+    void SendError(int code, std::string_view message, EncodableValue data) override {
+      if (const auto server = server_.lock()) {
+        server->Send(Message::CreateError(id_, code, message, std::move(data)));
+      }
+    }
+
+   private:
+    const Message::ID id_;
+    const std::weak_ptr<Server> server_;
+  };
+
+  // The caller holds mutex_. Only one request to connect is answered; others are queued, and known
+  // to nobody.
+  bool ScheduleConnect() {
+    if (std::exchange(connect_scheduled_, true)) {
+      FORGE_LOG(kError) << "The data is already filled.";
+      return false;
+    }
+    return true;
+  }
+
+  // The answer goes out ahead of everything that waits.
+  void AnswerConnect() {
+    std::optional<Message> request;
+    {
+      const std::lock_guard lock(mutex_);
+      connect_done_ = true;
+      request.swap(connect_request_);
+    }
+    receiver_.SendImmediately(Message::CreateResponse(request->GetRequest()->id, {}));
+    receiver_.SetQueueEnabled();
+    connected_.Emit(std::nullopt);
+  }
+
+  // The receiver's handler: takes the requests.
+  bool OnMessage(const Message& message) {
+    const auto* request = message.GetRequest();
+    if (!request) return false;
+    if (const auto handler = FindHandler(request->method)) {
+      (*handler)(request->method, request->params,
+                 std::make_unique<Reply>(request->id, weak_from_this()));
+    } else {
+      Send(Message::CreateError(request->id, kMethodNotFound,
+                                "Unknown method '" + request->method + "()'", {}));
+    }
+    return true;
+  }
+
+  std::shared_ptr<const RequestHandler> FindHandler(const std::string& method) const {
+    const std::shared_lock lock(handlers_mutex_);
+    const auto found = handlers_.find(method);
+    return found != handlers_.end() && *found->second ? found->second : nullptr;
+  }
+
+  details::Receiver receiver_;
+  forge::OwnedRunOnceSignal<std::optional<Message::Error>> connected_;
+
+  mutable std::shared_mutex handlers_mutex_;
+  std::unordered_map<std::string, std::shared_ptr<const RequestHandler>>
+      handlers_;  // Guarded by it.
+
+  std::mutex mutex_;
+  // Guarded by mutex_. No handler runs under it.
+  bool running_ = false;
+  bool connect_scheduled_ = false;
+  bool connect_done_ = false;
+  std::optional<Message> connect_request_;  // A client's, until it is answered.
+};
+
+}  // namespace
+
+IReply::~IReply() = default;
+
+IServer::~IServer() = default;
+
+std::shared_ptr<IOwnedServer> IOwnedServer::Create(std::function<void(Message&&)>&& send) {
+  return Server::Make(std::move(send));
+}
+
+}  // namespace flrpc

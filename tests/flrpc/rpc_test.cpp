@@ -1,0 +1,362 @@
+// Client and server, joined by a transport under the test's control.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "flrpc/request_ids.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/rpc_link.h"
+
+namespace {
+
+using cw::EncodableMap;
+using cw::EncodableValue;
+using flrpc::Message;
+using Events = std::vector<std::string>;
+using OptionalError = std::optional<Message::Error>;
+
+std::string Show(const OptionalError& error) {
+  return error ? std::to_string(error->code) + " " + error->message : "ok";
+}
+std::string Show(const Message::Response& response) {
+  if (const auto* error = response.GetError()) return Show(OptionalError(*error));
+  const auto* number = response.GetResult()->GetIf<int32_t>();
+  return number ? std::to_string(*number) : "other";
+}
+
+class RpcTest : public testing::Test {
+ protected:
+  RpcTest() {
+    link_.server->OnRequest("double", [](const std::string&, const EncodableValue& params,
+                                         std::unique_ptr<flrpc::IReply>&& reply) {
+      reply->SendResult(2 * params.Get<int32_t>());
+    });
+    Watch();
+  }
+
+  void Watch() {
+    link_.client->OnConnected(
+        [this](const OptionalError& error) { Note("connected " + Show(error)); });
+    link_.client->OnDisconnected(
+        [this](const OptionalError& error) { Note("disconnected " + Show(error)); });
+  }
+
+  void Request(const std::string& method, int32_t number, const std::string& name = "answer") {
+    link_.client->SendRequest(method, number, [this, name](const Message::Response& response) {
+      Note(name + " " + Show(response));
+    });
+  }
+
+  void Note(const std::string& event) { events_.push_back(event); }
+  Events Take() { return std::exchange(events_, {}); }
+
+  static Message Parse(const std::string& text) { return Message::FromBase64(text); }
+
+  test::LogCapture log_;
+  Events events_;
+  test::RpcLink link_;
+};
+
+TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
+  link_.Connect();
+  EXPECT_TRUE(link_.client->IsConnected());
+  EXPECT_EQ(Events{"connected ok"}, Take());
+  for (int i = 1; i <= 3; ++i) Request("double", i, "r" + std::to_string(i));
+  while (link_.DeliverToServer()) {
+  }
+  ASSERT_EQ(3u, link_.to_client.size());
+  std::swap(link_.to_client[0], link_.to_client[2]);
+  link_.to_client.push_back(link_.to_client[0]);       // Repeated.
+  link_.to_client.erase(link_.to_client.begin() + 1);  // Dropped.
+  link_.DeliverAll();
+  EXPECT_EQ((Events{"r3 6", "r1 2"}), Take());
+  EXPECT_EQ("[error] Invalid server response", log_.TakeLine());
+  Request("foo", 1);
+  link_.DeliverAll();
+  EXPECT_EQ(Events{"answer -32601 Unknown method 'foo()'"}, Take());
+
+  link_.client->OnNotify("news",
+                         [this](const Message::Notification& n) { Note("news " + n.method); });
+  link_.server->OnNotify("hint", [this](const Message::Notification& n) {
+    Note("hint " + std::to_string(n.params.Get<int32_t>()));
+  });
+  link_.server->SendNotify("news", {});
+  link_.client->SendNotify("hint", 5);
+  link_.DeliverAll();
+  EXPECT_EQ((Events{"hint 5", "news news"}), Take());
+  link_.client->NotifyDisconnected({});
+  EXPECT_EQ(
+      (Events{"r2 -32603 Unknown runtime error", "disconnected -32603 Unknown runtime error"}),
+      Take());
+}
+
+TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
+  Request("double", 1, "early");
+  link_.client->SendNotify("hint", 1);
+  link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
+  link_.server->SendNotify("news", {});
+  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  link_.client->Run();
+  EXPECT_TRUE(link_.to_server.empty());
+  link_.client->NotifyStarted({});
+  ASSERT_EQ(1u, link_.to_server.size());
+  EXPECT_TRUE(Parse(link_.to_server[0]).IsRequest("flrpc.connected"));
+  link_.DeliverAll();
+  EXPECT_EQ(Events{}, Take());  // The server does not run yet.
+  link_.server->OnConnected([this](const OptionalError& error) { Note("server " + Show(error)); });
+  link_.server->Run();
+  link_.server->Run();
+  ASSERT_EQ(2u, link_.to_client.size());
+  EXPECT_TRUE(Parse(link_.to_client[0]).GetResponse()->GetResult()->IsNull());
+  EXPECT_TRUE(Parse(link_.to_client[1]).GetNotification());
+  link_.DeliverAll();
+  EXPECT_EQ((Events{"server ok", "connected ok", "hint", "news", "early 2"}), Take());
+  link_.client->OnConnected([this](const OptionalError& error) { Note("late " + Show(error)); });
+  link_.server->OnConnected([this](const OptionalError& error) { Note("late " + Show(error)); });
+  EXPECT_EQ((Events{"late ok", "late ok"}), Take());
+}
+
+TEST_F(RpcTest, NotificationThatArrivesBeforeTheAnswerToTheHandshakeWaits) {
+  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  link_.client->Run();
+  link_.client->NotifyStarted({});
+  link_.client->ReceiveMessage(Message::CreateNotification("news", {}));
+  EXPECT_EQ(Events{}, Take());
+  link_.server->Run();
+  link_.DeliverAll();
+  EXPECT_EQ((Events{"news", "connected ok"}), Take());
+}
+
+TEST_F(RpcTest, FourErrorsToConnectAreAFailure) {
+  link_.client->Run();
+  link_.client->NotifyStarted({});
+  Request("double", 1);
+  for (int attempt = 1; attempt <= 4; ++attempt) {
+    ASSERT_EQ(1u, link_.to_server.size()) << attempt;
+    const auto request = Parse(link_.to_server[0]);
+    link_.to_server.clear();
+    EXPECT_FALSE(link_.client->HasConnectionFailed());
+    link_.client->ReceiveMessage(Message::CreateError(request.GetRequest()->id, attempt, "no", {}));
+  }
+  EXPECT_TRUE(link_.client->HasConnectionFailed());
+  EXPECT_EQ((Events{"answer 4 no", "connected 4 no"}), Take());
+  EXPECT_EQ(std::vector<std::string>(3, "[error] Connect error: no"), log_.TakeLines());
+}
+
+TEST_F(RpcTest, RepeatedRunReachesTheAttemptLimit) {
+  link_.client->NotifyStarted({});
+  for (int i = 0; i < 4; ++i) link_.client->Run();
+  EXPECT_EQ(4u, link_.to_server.size());
+  link_.client->Run();
+  EXPECT_EQ("[error] The maximum number of requests for the Connect event has been exceeded.",
+            log_.TakeLine());
+  EXPECT_EQ(Events{"connected -32603 Cannot connect to server."}, Take());
+  link_.client->Run();
+  EXPECT_EQ(4u, link_.to_server.size());
+
+  // Twice, and the second answer comes late: an unknown method by then.
+  test::RpcLink twice;
+  twice.client->Run();
+  twice.client->Run();
+  twice.server->Run();
+  twice.client->NotifyStarted({});
+  twice.DeliverAll();
+  EXPECT_TRUE(twice.client->IsConnected());
+}
+
+TEST_F(RpcTest, FailureIsToldOnceToEverybodyWhoWaits) {
+  Request("double", 1, "before");
+  link_.client->SendRequest("double", 1, nullptr);
+  link_.client->SendRequest("double", 1, [](const Message::Response&) { throw std::bad_alloc(); });
+  link_.client->Run();
+  link_.client->NotifyStarted(Message::Error(9, "no transport"));
+  EXPECT_TRUE(link_.client->HasConnectionFailed() && !link_.client->IsConnected());
+  EXPECT_EQ((Events{"before 9 no transport", "connected 9 no transport"}), Take());
+  EXPECT_EQ("[error] Stray exception in response callback: std::bad_alloc", log_.TakeLine());
+  Request("double", 1, "after");
+  Request("flrpc.connected", 1, "after");
+  EXPECT_EQ((Events{"after 9 no transport", "after 9 no transport"}), Take());
+  link_.client->NotifyDisconnected(Message::Error(10, "again"));
+  link_.client->NotifyStarted({});
+  link_.client->Run();
+  EXPECT_EQ(Events{}, Take());
+  EXPECT_TRUE(link_.to_server.empty());
+  link_.client->OnDisconnected([this](const OptionalError&) { Note("never"); });
+  EXPECT_EQ(Events{}, Take());
+}
+
+TEST_F(RpcTest, StrangeAnswersAreToldApart) {
+  link_.Connect();
+  Take();
+  Request("double", 4);
+  const auto id = Parse(link_.to_server[0]).GetRequest()->id;
+  link_.DeliverAll();
+  EXPECT_EQ(Events{"answer 8"}, Take());
+  const auto answer = [this](const Message::ID& to) {
+    link_.client->ReceiveMessage(Message::CreateResponse(to, 1));
+    return log_.TakeLine();
+  };
+  EXPECT_EQ("[error] Invalid server response", answer(id));
+  const std::string unhandled = "[warn] [RPC Receiver]: unhandled message";
+  for (const std::string& strange :
+       {std::string("1"), std::string(""), id.GetText() + "0", id.GetText() + " ",
+        id.GetText().substr(0, id.GetText().find('_') + 1) + "0" +
+            id.GetText().substr(id.GetText().find('_') + 1)}) {
+    EXPECT_EQ(unhandled, answer(Message::ID(strange))) << strange;
+  }
+  link_.client->NotifyDisconnected({});
+  EXPECT_EQ(unhandled, answer(id));
+  link_.client->ReceiveMessage(Message());
+  EXPECT_EQ(unhandled, log_.TakeLine());
+}
+
+TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
+  std::unique_ptr<flrpc::IReply> kept;
+  link_.server->OnRequest("keep", [&kept](const std::string& method, const EncodableValue&,
+                                          std::unique_ptr<flrpc::IReply>&& reply) {
+    EXPECT_EQ("keep", method);
+    kept = std::move(reply);
+  });
+  link_.Connect();
+  Take();
+  Request("keep", 1, "first");
+  link_.DeliverAll();
+  EXPECT_EQ(Events{}, Take());
+  kept->SendError(12, "late", EncodableMap{{"k", 1}});
+  link_.DeliverAll();
+  EXPECT_EQ(Events{"first 12 late"}, Take());
+  // The last handler counts; a reply that outlives its server does nothing.
+  link_.server->OnRequest(
+      "double", [&kept](const std::string&, const EncodableValue&,
+                        std::unique_ptr<flrpc::IReply>&& reply) { kept = std::move(reply); });
+  Request("double", 1);
+  link_.DeliverAll();
+  link_.server.reset();
+  kept->SendResult(1);
+  EXPECT_TRUE(link_.to_client.empty());
+}
+
+TEST_F(RpcTest, SecondClientThatConnectsIsAnUnknownMethod) {
+  const auto connect = [this](const char* id) {
+    link_.server->ReceiveMessage(Message::CreateRequest(Message::ID(id), "flrpc.connected", {}));
+  };
+  connect("a");
+  connect("b");
+  EXPECT_TRUE(link_.to_client.empty());
+  link_.server->Run();
+  connect("c");
+  ASSERT_EQ(3u, link_.to_client.size());
+  EXPECT_TRUE(Parse(link_.to_client[0]).GetResponse()->id == "a");
+  for (const size_t i : {size_t{1}, size_t{2}}) {
+    const auto refused = Parse(link_.to_client[i]);
+    EXPECT_EQ(-32601, refused.GetResponse()->GetError()->code);
+    EXPECT_EQ("Unknown method 'flrpc.connected()'", refused.GetResponse()->GetError()->message);
+  }
+}
+
+TEST_F(RpcTest, ClientMayBeDroppedInAnyOfItsCallbacks) {
+  link_.Connect();
+  link_.client->SendRequest("double", 1,
+                            [this](const Message::Response&) { link_.client.reset(); });
+  link_.DeliverToServer();
+  link_.DeliverToClient();
+  EXPECT_EQ(nullptr, link_.client);
+
+  test::RpcLink failing;
+  failing.client->OnConnected([&failing](const OptionalError&) { failing.client.reset(); });
+  failing.client->Run();
+  failing.client->NotifyStarted(Message::Error(1, "m"));
+  EXPECT_EQ(nullptr, failing.client);
+
+  test::RpcLink ending;
+  ending.server->OnRequest("end", [&ending](const std::string&, const EncodableValue&,
+                                            std::unique_ptr<flrpc::IReply>&& reply) {
+    ending.server.reset();
+    reply->SendResult({});
+  });
+  ending.Connect();
+  ending.client->SendRequest("end", {}, nullptr);
+  ending.DeliverToServer();
+  EXPECT_EQ(nullptr, ending.server);
+}
+
+// Failing, answering and sending race: each callback is called once, whoever wins.
+TEST_F(RpcTest, EveryCallbackIsCalledOnceWhateverTheRace) {
+  constexpr int kRounds = 200, kRequests = 50;
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<std::atomic<int>> calls(kRequests);
+    std::mutex mutex;
+    std::vector<Message::ID> sent;
+    const auto client = flrpc::IOwnedClient::Create([&](Message&& message) {
+      const std::lock_guard lock(mutex);
+      sent.push_back(message.GetRequest()->id);
+    });
+    client->Run();
+    client->NotifyStarted({});
+    client->ReceiveMessage(Message::CreateResponse(sent.at(0), {}));
+    std::thread sender([&] {
+      for (auto& count : calls) {
+        client->SendRequest("m", {}, [&count](const Message::Response&) { ++count; });
+      }
+    });
+    std::thread answerer([&] {
+      for (size_t next = 1; !client->HasConnectionFailed(); std::this_thread::yield()) {
+        std::unique_lock lock(mutex);
+        if (next >= sent.size()) continue;
+        const Message::ID id = sent[next++];
+        lock.unlock();
+        client->ReceiveMessage(Message::CreateResponse(id, {}));
+      }
+    });
+    for (int spins = round; spins > 0; --spins) std::this_thread::yield();
+    client->NotifyDisconnected({});
+    sender.join();
+    answerer.join();
+    for (const auto& count : calls) ASSERT_EQ(1, count);
+  }
+  log_.TakeText();  // Answers that came after the failure.
+}
+
+TEST_F(RpcTest, AnsweredRequestsLeaveNothingBehind) {
+  std::vector<Message::ID> sent;
+  const auto client = flrpc::IOwnedClient::Create(
+      [&sent](Message&& message) { sent.push_back(message.GetRequest()->id); });
+  const auto answer_all = [&] {
+    std::reverse(sent.begin(), sent.end());
+    for (const Message::ID& id : std::exchange(sent, {})) {
+      client->ReceiveMessage(Message::CreateResponse(id, {}));
+    }
+  };
+  client->Run();
+  client->NotifyStarted({});
+  answer_all();
+  const size_t before = flrpc::details::RequestIds::Get().CountIntervals();
+  int answered = 0;
+  for (int i = 0; i < 100000; ++i) {
+    client->SendRequest("m", {}, [&answered](const Message::Response&) { ++answered; });
+    if (i % 100 == 99) answer_all();
+  }
+  EXPECT_EQ(100000, answered);
+  EXPECT_LE(flrpc::details::RequestIds::Get().CountIntervals(), before);
+}
+
+TEST(IntervalSetTest, AgreesWithASetOfNumbers) {
+  flrpc::details::IntervalSet intervals;
+  std::vector<bool> numbers(400);
+  uint32_t noise = 1;
+  for (int i = 0; i < 2000; ++i) {
+    noise = noise * 1664525u + 1013904223u;
+    const size_t number = (noise >> 8) % 398 + 1;
+    intervals.Insert(number);
+    numbers[number] = true;
+    size_t runs = 0;
+    for (size_t n = 0; n < numbers.size(); ++n) {
+      ASSERT_EQ(numbers[n], intervals.Contains(n)) << n;
+      runs += numbers[n] && !numbers[n - 1] ? 1 : 0;
+    }
+    ASSERT_EQ(runs, intervals.CountIntervals());
+  }
+}
+
+}  // namespace
