@@ -2,13 +2,21 @@
 
 #include <utility>
 
+#include "tools/value_printer.h"
+
 namespace cw {
 
 void PrintTo(const EncodableValue& value, std::ostream* stream) {
-  *stream << "value <" << test::ToHex(test::BytesOf(value.Serialize())) << ">";
+  *stream << tools::Describe(value);
 }
 
 }  // namespace cw
+
+namespace flrpc {
+
+void PrintTo(const Message& message, std::ostream* stream) { *stream << tools::Describe(message); }
+
+}  // namespace flrpc
 
 namespace test {
 namespace {

@@ -7,12 +7,19 @@
 #include <vector>
 
 #include "cw/encodable_value.h"
+#include "flrpc/message.h"
 
 namespace cw {
 
 void PrintTo(const EncodableValue& value, std::ostream* stream);  // For GoogleTest.
 
 }  // namespace cw
+
+namespace flrpc {
+
+void PrintTo(const Message& message, std::ostream* stream);
+
+}  // namespace flrpc
 
 namespace test {
 
