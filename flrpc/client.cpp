@@ -171,12 +171,11 @@ class Client final : public IOwnedClient,
       connect_requests_.clear();
       given_up.swap(pending_);
     }
-    for (auto& [id, callback] : given_up) {
-      details::RequestIds::Get().Finish(id);
-      if (callback) {
-        forge::Fence("response callback",
-                     [&, &request = id] { callback(Message::Response(request, failure)); });
-      }
+    for (const auto& entry : given_up) {
+      details::RequestIds::Get().Finish(entry.first);
+      forge::Fence("response callback", [&entry, &failure] {
+        if (entry.second) entry.second(Message::Response(entry.first, failure));
+      });
     }
     auto& signal = before == State::kConnecting ? connected_ : disconnected_;
     signal.Emit(failure);
