@@ -5,7 +5,7 @@
 #include <cstdint>
 
 namespace cw {
-namespace {  // By this name the codec's assertion shows it.
+namespace {  // Unnamed, as the text of the codec's assertion has it.
 
 enum class EncodedType : uint8_t {
   kNull = 0,

@@ -32,6 +32,10 @@ class Client final : public IOwnedClient,
   Client(std::function<void(Message&&)>&& send, PrivateTag)
       : receiver_(std::move(send), [this](const Message& message) { return OnMessage(message); }) {}
 
+  ~Client() override {
+    for (const auto& entry : pending_) details::RequestIds::Get().Finish(entry.first);
+  }
+
   static std::shared_ptr<Client> Make(std::function<void(Message&&)>&& send) {
     return std::make_shared<Client>(std::move(send), PrivateTag{});
   }
@@ -108,7 +112,7 @@ class Client final : public IOwnedClient,
 
   // The caller holds mutex_. The handshake passes the queue, which waits for it.
   void Submit(Message&& request, details::SendGuard& guard) {
-    if (state_ == State::kConnecting && request.IsRequest(kConnect)) {
+    if (state_ == State::kConnecting && attempts_ > 0 && request.IsRequest(kConnect)) {
       connect_requests_.push_back(request);
       guard.SendImmediately(std::move(request));
     } else {
@@ -145,8 +149,7 @@ class Client final : public IOwnedClient,
       return Connect(std::nullopt);
     }
     if (!EnterConnected()) return;
-    receiver_.SetQueueEnabled();
-    connected_.Emit(std::nullopt);
+    details::OpenQueue(receiver_, [this] { connected_.Emit(std::nullopt); });
   }
 
   // False when it has failed meanwhile.
@@ -171,6 +174,7 @@ class Client final : public IOwnedClient,
       connect_requests_.clear();
       given_up.swap(pending_);
     }
+    if (before == State::kConnecting) receiver_.Close();
     for (const auto& entry : given_up) {
       details::RequestIds::Get().Finish(entry.first);
       forge::Fence("response callback", [&entry, &failure] {

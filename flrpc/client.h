@@ -11,8 +11,9 @@
 //          receiver's recursive queue lock (docs/protocol.md), no callback under another one.
 //          A callback may do anything with the client, also drop it.
 // Errors:  the callback of every request is called exactly once, with the response or with the
-// error
-//          of the failure; not at all only when the client is dropped first.
+//          error of the failure; not at all only when the client is dropped first. Of what is
+//          received before the connection stands, at most 1,024 messages wait. A loss that comes
+//          while what has waited is being sent may be told before the connection is.
 #pragma once
 
 #include <functional>

@@ -152,7 +152,7 @@ Message CallFrom(EncodableMap& map, EncodableValue& method) {
   const auto* id_member = Find(map, Names::Get().id);
   if (!name || name->empty()) {
     FORGE_LOG(kError) << (id_member ? "Method name is empty in RPC request"
-                                                : "Method name is empty in RPC notification");
+                                    : "Method name is empty in RPC notification");
     return {};
   }
   EncodableValue params = Take(map, Names::Get().params);
@@ -163,18 +163,17 @@ Message CallFrom(EncodableMap& map, EncodableValue& method) {
 }
 
 // Of a map that has an error: a response, or an error that belongs to no request.
-Message ErrorFrom(EncodableMap& map, EncodableValue& error_member) {
+Message ErrorFrom(EncodableValue& value, EncodableMap& map, EncodableValue& error_member) {
+  const bool has_id = Find(map, Names::Get().id) != nullptr;
   auto [error, succeeded] = Message::Error::FromEncodable(std::move(error_member));
-  const auto* id_member = Find(map, Names::Get().id);
-  if (!succeeded || !id_member) return Message::CreateError(std::move(error));
-  auto id = Message::ID::FromEncodable(*id_member);
+  if (!succeeded || !has_id) return Message::CreateError(std::move(error));
+  auto id = Message::ID::FromEncodable(value);
   if (!id) return ParseError("Invalid id value in RPC response object");
   return Message::CreateError(std::move(*id), std::move(error));
 }
 
-Message ResultFrom(EncodableMap& map) {
-  const auto* id_member = Find(map, Names::Get().id);
-  auto id = id_member ? Message::ID::FromEncodable(*id_member) : std::nullopt;
+Message ResultFrom(EncodableValue& value, EncodableMap& map) {
+  auto id = Message::ID::FromEncodable(value);
   if (!id) return ParseError("Invalid id value in RPC response object");
   auto* result = Find(map, Names::Get().result);
   if (!result) return ParseError("Invalid RPC message");
@@ -366,13 +365,16 @@ Message Message::FromEncodable(EncodableValue&& value) {
   auto* map = value.GetIf<EncodableMap>();
   if (!map || !IsOurVersion(*map)) return ParseError("Emply or invalid RPC message");
   if (auto* method = Find(*map, Names::Get().method)) return CallFrom(*map, *method);
-  if (auto* error = Find(*map, Names::Get().error)) return ErrorFrom(*map, *error);
-  return ResultFrom(*map);
+  if (auto* error = Find(*map, Names::Get().error)) return ErrorFrom(value, *map, *error);
+  return ResultFrom(value, *map);
 }
 
 // The bytes of ToEncodable().Serialize(), without the map and without a copy of what it would hold.
 std::string Message::ToBase64() const {
-  if (IsEmpty()) return ToEncodable().Serialize().ToBase64();
+  const auto* response = GetResponse();
+  if (IsEmpty() || (response && response->body.valueless_by_exception())) {
+    return ToEncodable().Serialize().ToBase64();
+  }
   forge::Buffer buffer;
   MapWriter map(&buffer);
   std::visit(

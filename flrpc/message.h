@@ -1,16 +1,18 @@
 // The one value that an RPC exchange carries: a request, a response, a notification or an error
 // that belongs to no request, in the manner of JSON-RPC 2.0. docs/protocol.md shows the bytes.
 //
-//   const auto request = flrpc::Message::CreateRequest(flrpc::Message::ID("id7_1"), "open",
-//   params); const auto text = request.ToBase64(); if (const auto* response =
-//   flrpc::Message::FromBase64(answer).GetResponse()) ...
+// clang-format off
+//   const auto request = flrpc::Message::CreateRequest(flrpc::Message::ID("id7_1"), "open", params);
+//   const std::string text = request.ToBase64();
+//   const auto answer = flrpc::Message::FromBase64(answer_text);
+//   if (request.IsResponseForThis(answer)) Use(*answer.GetResponse());
+// clang-format on
 //
 // Threads: a plain value, no locking; const operations may run side by side.
 // Errors:  no conversion throws, save for want of memory. What is malformed becomes an error
-// message
-//          with the code kParseError, or the empty message (and an error line) as each operation
-//          tells. A pointer that a query returns is null when there is no such part, and good as
-//          long as the message lives unchanged.
+//          message with the code kParseError, or the empty message (and an error line), as each
+//          operation tells. A pointer that a query returns is null when there is no such part, and
+//          good as long as the message lives unchanged.
 #pragma once
 
 #include <cstddef>

@@ -51,6 +51,7 @@ void Receiver::Append(Kind kind, Message&& message) {
 
 // The caller holds queue_mutex_, also of the next two.
 void Receiver::Hold(Kind kind, Message&& message) {
+  if (closed_) return;
   if (kind == Kind::kReceive && held_ == kMostHeldMessages) {
     FORGE_LOG(kError) << "RPC message dropped: " << kMostHeldMessages << " wait already";
     return;
@@ -73,6 +74,12 @@ void Receiver::SetQueueEnabled() {
     queue_enabled_ = true;
   }
   ProcessQueue();
+}
+
+void Receiver::Close() {
+  const std::lock_guard lock(queue_mutex_);
+  closed_ = true;
+  queue_.clear();
 }
 
 void Receiver::ProcessQueue() {

@@ -5,7 +5,8 @@
 //          is in order and one at a time; a handler may send and receive again. No caller may hold
 //          a lock of its own both around a call here and inside a handler.
 // Errors:  what a handler or the send function throws leaves the call that delivered; messages not
-//          delivered yet stay queued. Unknown notifications and unhandled messages are logged.
+//          delivered yet stay queued until the next call. Unknown notifications and unhandled
+//          messages are logged.
 #pragma once
 
 #include <functional>
@@ -24,7 +25,8 @@
 
 namespace flrpc::details {
 
-// What a peer can make us hold before the queue is enabled.
+// What a peer can make us hold before the queue is enabled. It bounds messages, not bytes: each may
+// take what admission.h lets pass.
 constexpr size_t kMostHeldMessages = 1024;
 
 class Receiver {
@@ -50,6 +52,12 @@ class Receiver {
   // Once and for all; delivers what waits.
   void SetQueueEnabled();
 
+  // The queue will never be enabled: drops what waits, and whatever else would have to.
+  void Close();
+
+  // Delivers what is queued, if the queue is enabled.
+  void ProcessQueue();
+
   // Several handlers of one method are all called.
   void OnNotify(std::string_view method, NotifyHandler&& handler);
 
@@ -61,7 +69,6 @@ class Receiver {
   void Append(Kind kind, Message&& message);
   void Hold(Kind kind, Message&& message);
   void DeliverOne(Kind kind, Message&& message);
-  void ProcessQueue();
   void Deliver(Queue& queue);
   void Emit(const Message::Notification& notification) const;
 
@@ -69,14 +76,28 @@ class Receiver {
   const Handler handler_;
 
   mutable std::shared_mutex notify_mutex_;
-  std::unordered_map<std::string, std::shared_ptr<NotifySignal>> notify_signals_;  // Guarded by it.
+  std::unordered_map<std::string, std::shared_ptr<NotifySignal>>
+      notify_signals_;  // By notify_mutex_.
 
   // The one lock that is held while foreign code runs.
   std::recursive_mutex queue_mutex_;
   Queue queue_;      // Guarded by queue_mutex_, as all that follows.
   size_t held_ = 0;  // Received messages in the queue while it is not enabled.
   bool queue_enabled_ = false;
+  bool closed_ = false;
 };
+
+// Enables the queue and tells of it, also when what waited throws.
+template <typename Tell>
+void OpenQueue(Receiver& receiver, Tell&& tell) {
+  try {
+    receiver.SetQueueEnabled();
+  } catch (...) {
+    tell();
+    throw;
+  }
+  tell();
+}
 
 // Delivers a message when it ends: for those who decide under a lock of their own what is sent, and
 // let go of the lock first. Holds one message; another is refused with an error line.

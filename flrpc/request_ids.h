@@ -1,6 +1,7 @@
 // The identifiers of this process's requests: a prefix that other processes hardly have, and a
-// counter. Remembers which were answered, so that a second answer can be told from a strange one:
-// the counters of one process are answered sooner or later, so they merge to few intervals.
+// counter. Remembers which are done with, so that a second answer can be told from a strange one:
+// all clients of the process together, since the counters that are done with merge to few intervals
+// (each request ends with its answer, with the failure, or with its client).
 //
 // Threads: any.
 #pragma once

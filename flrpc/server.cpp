@@ -110,17 +110,28 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     return true;
   }
 
-  // The answer goes out ahead of everything that waits.
+  // The answer goes out ahead of everything that waits. If it cannot, the client may try again.
   void AnswerConnect() {
-    std::optional<Message> request;
-    {
-      const std::lock_guard lock(mutex_);
-      connect_done_ = true;
-      request.swap(connect_request_);
+    try {
+      receiver_.SendImmediately(Message::CreateResponse(GetConnectId(), {}));
+    } catch (...) {
+      FinishConnect(false);
+      throw;
     }
-    receiver_.SendImmediately(Message::CreateResponse(request->GetRequest()->id, {}));
-    receiver_.SetQueueEnabled();
-    connected_.Emit(std::nullopt);
+    FinishConnect(true);
+    details::OpenQueue(receiver_, [this] { connected_.Emit(std::nullopt); });
+  }
+
+  Message::ID GetConnectId() {
+    const std::lock_guard lock(mutex_);
+    return connect_request_->GetRequest()->id;
+  }
+
+  void FinishConnect(bool answered) {
+    const std::lock_guard lock(mutex_);
+    connect_done_ = answered;
+    connect_scheduled_ = false;
+    connect_request_.reset();
   }
 
   // The receiver's handler: takes the requests.
@@ -148,7 +159,7 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
 
   mutable std::shared_mutex handlers_mutex_;
   std::unordered_map<std::string, std::shared_ptr<const RequestHandler>>
-      handlers_;  // Guarded by it.
+      handlers_;  // By handlers_mutex_.
 
   std::mutex mutex_;
   // Guarded by mutex_. No handler runs under it.

@@ -1,5 +1,6 @@
 // An RPC server: answers the requests of its clients, gets and sends notifications. What arrives or
-// is sent before a client has connected and Run was called waits, in order.
+// is sent before a client has connected and Run was called waits, in order (of what arrives, at
+// most 1,024 messages).
 //
 //   server->OnRequest("open", [](const std::string&, const cw::EncodableValue& params,
 //                                std::unique_ptr<flrpc::IReply>&& reply) {
@@ -7,9 +8,9 @@
 //   });
 //   server->Run();
 //
-// Threads: any. Handlers run on the transport's thread, or within Run and SendNotify, under the
-//          receiver's recursive queue lock (docs/protocol.md) and no other. A reply may be used on
-//          any thread, and after its server is gone: then it does nothing.
+// Threads: any. Handlers run on the transport's thread or, for what has waited, on whichever sends
+//          or runs next, under the receiver's recursive queue lock (docs/protocol.md) and no other.
+//          A reply may be used on any thread, and after its server is gone: then it does nothing.
 // Errors:  an unknown method is answered with kMethodNotFound. A request whose reply is dropped
 //          unused is never answered.
 #pragma once

@@ -1,7 +1,12 @@
 // Client and server, joined by a transport under the test's control.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "flrpc/request_ids.h"
@@ -23,6 +28,12 @@ std::string Show(const Message::Response& response) {
   if (const auto* error = response.GetError()) return Show(OptionalError(*error));
   const auto* number = response.GetResult()->GetIf<int32_t>();
   return number ? std::to_string(*number) : "other";
+}
+
+// How much longer than usual the long tests take: TAVO_TEST_SCALE, by hand.
+int GetScale() {
+  const char* scale = std::getenv("TAVO_TEST_SCALE");
+  return scale ? std::atoi(scale) : 1;
 }
 
 class RpcTest : public testing::Test {
@@ -281,9 +292,63 @@ TEST_F(RpcTest, ClientMayBeDroppedInAnyOfItsCallbacks) {
   EXPECT_EQ(nullptr, ending.server);
 }
 
+TEST_F(RpcTest, TransportThatThrowsDoesNotEndTheHandshakeForGood) {
+  bool fails = true;
+  std::vector<Message> sent;
+  const auto server = flrpc::IOwnedServer::Create([&](Message&& message) {
+    if (fails) throw std::runtime_error("no transport");
+    sent.push_back(std::move(message));
+  });
+  server->OnConnected([this](const OptionalError& error) { Note("server " + Show(error)); });
+  server->Run();
+  const auto connect = [&server] {
+    server->ReceiveMessage(Message::CreateRequest(Message::ID(1), "flrpc.connected", {}));
+  };
+  EXPECT_THROW(connect(), std::runtime_error);
+  fails = false;
+  connect();
+  EXPECT_EQ(Events{"server ok"}, Take());
+  EXPECT_EQ(1u, sent.size());
+
+  // What has waited throws while the queue opens: the connection stands all the same.
+  link_.client->OnNotify("news", [](const Message::Notification&) { throw std::bad_alloc(); });
+  link_.server->SendNotify("news", {});
+  link_.client->Run();
+  link_.client->NotifyStarted({});
+  link_.client->ReceiveMessage(Message::CreateNotification("news", {}));
+  link_.server->Run();
+  link_.DeliverToServer();
+  EXPECT_THROW(link_.DeliverToClient(), std::bad_alloc);
+  EXPECT_EQ(Events{"connected ok"}, Take());
+}
+
+TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
+  const auto held = std::make_shared<int>(0);
+  const auto custom = EncodableValue(cw::CustomEncodableValue(held));
+  link_.client->SendNotify("before", custom);
+  link_.client->SendRequest("before", custom, nullptr);
+  link_.client->NotifyDisconnected({});
+  link_.client->SendNotify("after", custom);
+  link_.client->ReceiveMessage(Message::CreateNotification("after", custom));
+  EXPECT_EQ(2, held.use_count());  // Here, and in the value.
+  Take();
+}
+
+TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
+  const size_t before = flrpc::details::RequestIds::Get().CountIntervals();
+  for (int i = 0; i < 100; ++i) {
+    const auto client = flrpc::IOwnedClient::Create(nullptr);
+    client->SendRequest("never answered", {}, nullptr);
+    link_.client->SendRequest("nor this one", {}, nullptr);
+  }
+  link_.client.reset();
+  EXPECT_LE(flrpc::details::RequestIds::Get().CountIntervals(), before + 1);
+}
+
 // Failing, answering and sending race: each callback is called once, whoever wins.
 TEST_F(RpcTest, EveryCallbackIsCalledOnceWhateverTheRace) {
-  constexpr int kRounds = 200, kRequests = 50;
+  const int kRounds = 200 * GetScale();
+  constexpr int kRequests = 50;
   for (int round = 0; round < kRounds; ++round) {
     std::vector<std::atomic<int>> calls(kRequests);
     std::mutex mutex;
@@ -333,11 +398,14 @@ TEST_F(RpcTest, AnsweredRequestsLeaveNothingBehind) {
   answer_all();
   const size_t before = flrpc::details::RequestIds::Get().CountIntervals();
   int answered = 0;
-  for (int i = 0; i < 100000; ++i) {
+  const int requests = 100000 * GetScale();
+  const size_t memory = mallinfo2().uordblks;
+  for (int i = 0; i < requests; ++i) {
     client->SendRequest("m", {}, [&answered](const Message::Response&) { ++answered; });
     if (i % 100 == 99) answer_all();
   }
-  EXPECT_EQ(100000, answered);
+  EXPECT_EQ(requests, answered);
+  EXPECT_LT(mallinfo2().uordblks, memory + (1 << 20));
   EXPECT_LE(flrpc::details::RequestIds::Get().CountIntervals(), before);
 }
 
