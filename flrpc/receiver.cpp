@@ -117,56 +117,24 @@ void Receiver::OnNotify(std::string_view method, NotifyHandler&& handler) {
   signal->Subscribe(std::move(handler));
 }
 
+void MessageSlot::Fill(bool immediately, Message&& message) {
+  if (slot_) {
+    FORGE_LOG(kError) << "The data is already filled.";
+    return;
+  }
+  slot_.emplace(immediately, std::move(message));
+}
+
 SendGuard::~SendGuard() noexcept(false) {
   if (!slot_) return;
   auto& [immediately, message] = *slot_;
-  if (immediately) {
-    receiver_.SendImmediately(std::move(message));
-  } else {
-    receiver_.Send(std::move(message));
-  }
-}
-
-void SendGuard::Send(Message&& message) {
-  if (slot_) {
-    FORGE_LOG(kError) << "The data is already filled.";
-    return;
-  }
-  slot_.emplace(false, std::move(message));
-}
-
-void SendGuard::SendImmediately(Message&& message) {
-  if (slot_) {
-    FORGE_LOG(kError) << "The data is already filled.";
-    return;
-  }
-  slot_.emplace(true, std::move(message));
+  immediately ? receiver_.SendImmediately(std::move(message)) : receiver_.Send(std::move(message));
 }
 
 ReceiveGuard::~ReceiveGuard() noexcept(false) {
   if (!slot_) return;
   auto& [immediately, message] = *slot_;
-  if (immediately) {
-    receiver_.ReceiveImmediately(message);
-  } else {
-    receiver_.Receive(std::move(message));
-  }
-}
-
-void ReceiveGuard::Receive(Message&& message) {
-  if (slot_) {
-    FORGE_LOG(kError) << "The data is already filled.";
-    return;
-  }
-  slot_.emplace(false, std::move(message));
-}
-
-void ReceiveGuard::ReceiveImmediately(Message&& message) {
-  if (slot_) {
-    FORGE_LOG(kError) << "The data is already filled.";
-    return;
-  }
-  slot_.emplace(true, std::move(message));
+  immediately ? receiver_.ReceiveImmediately(message) : receiver_.Receive(std::move(message));
 }
 
 }  // namespace flrpc::details

@@ -99,37 +99,45 @@ void OpenQueue(Receiver& receiver, Tell&& tell) {
   tell();
 }
 
-// Delivers a message when it ends: for those who decide under a lock of their own what is sent, and
-// let go of the lock first. Holds one message; another is refused with an error line.
-class SendGuard {
+// Room for one message and how it is to be delivered.
+class MessageSlot {
+ public:
+  // A second message is refused with an error line.
+  void Fill(bool immediately, Message&& message);
+
+ protected:
+  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
+};
+
+// Sends a message when it ends: for those who decide under a lock of their own what is sent, and
+// let go of the lock first.
+class SendGuard : private MessageSlot {
  public:
   explicit SendGuard(Receiver& receiver) : receiver_(receiver) {}
   ~SendGuard() noexcept(false);
   SendGuard(const SendGuard&) = delete;
   SendGuard& operator=(const SendGuard&) = delete;
 
-  void Send(Message&& message);
-  void SendImmediately(Message&& message);
+  void Send(Message&& message) { Fill(false, std::move(message)); }
+  void SendImmediately(Message&& message) { Fill(true, std::move(message)); }
 
  private:
   Receiver& receiver_;
-  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
 };
 
 // The same for what was received.
-class ReceiveGuard {
+class ReceiveGuard : private MessageSlot {
  public:
   explicit ReceiveGuard(Receiver& receiver) : receiver_(receiver) {}
   ~ReceiveGuard() noexcept(false);
   ReceiveGuard(const ReceiveGuard&) = delete;
   ReceiveGuard& operator=(const ReceiveGuard&) = delete;
 
-  void Receive(Message&& message);
-  void ReceiveImmediately(Message&& message);
+  void Receive(Message&& message) { Fill(false, std::move(message)); }
+  void ReceiveImmediately(Message&& message) { Fill(true, std::move(message)); }
 
  private:
   Receiver& receiver_;
-  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
 };
 
 }  // namespace flrpc::details

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <type_traits>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/values.h"
 
@@ -64,6 +67,31 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
   EXPECT_EQ(nullptr, cw::FindInadmissible(nullptr, 5));
 }
 
+struct Weight {
+  uint64_t values = 0;
+  uint64_t bytes = 0;  // Of texts and typed lists.
+  int depth = 0;
+
+  void Add(const EncodableValue& value, int level = 0) {
+    ++values;
+    depth = std::max(depth, level);
+    value.Visit([this, level](const auto& held) {
+      using T = std::decay_t<decltype(held)>;
+      if constexpr (std::is_same_v<T, EncodableList>) {
+        for (const auto& element : held) Add(element, level + 1);
+      } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
+        for (const auto& [key, mapped] : held) {
+          Add(key, level + 1);
+          Add(mapped, level + 1);
+        }
+      } else if constexpr (!std::is_arithmetic_v<T> && !std::is_same_v<T, std::monostate> &&
+                           !std::is_same_v<T, cw::CustomEncodableValue>) {
+        bytes += held.size() * sizeof(typename T::value_type);
+      }
+    });
+  }
+};
+
 // Whatever it admits decodes within bounds; whatever was encoded is admitted.
 TEST(AdmissionTest, GoesThroughTheBytesAsTheDecoderDoes) {
   test::ErrorCapture errors;
@@ -75,7 +103,12 @@ TEST(AdmissionTest, GoesThroughTheBytesAsTheDecoderDoes) {
     for (int changes = i % 4; changes > 0; --changes) {
       bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
     }
-    if (IsAdmitted(bytes)) EncodableValue::Deserialize(bytes.data(), bytes.size());
+    if (!IsAdmitted(bytes)) continue;
+    Weight weight;
+    weight.Add(EncodableValue::Deserialize(bytes.data(), bytes.size()));
+    EXPECT_LE(weight.values, bytes.size() + cw::kMostMissingElements);
+    EXPECT_LE(weight.bytes, bytes.size() + cw::kMostMissingBytes);
+    EXPECT_LE(weight.depth, cw::kDeepestNesting);
   }
   errors.TakeText();
 }
