@@ -1,0 +1,94 @@
+#include "desk/embedder/context.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <optional>
+
+#include "desk/embedder/engine.h"
+#include "desk/embedder/tables.h"
+
+namespace desk {
+namespace {
+
+// The size field and the whole pointers that `size` bytes cover; what lies between is left.
+template <typename T>
+void Fill(T* target, uint32_t size, const T& whole) {
+  constexpr size_t kFirst = sizeof(void*);  // Where the first pointer stands.
+  const size_t end = size / sizeof(void*) * sizeof(void*);
+  auto* const bytes = reinterpret_cast<unsigned char*>(target);
+  if (end > kFirst) {
+    std::memcpy(bytes + kFirst, reinterpret_cast<const unsigned char*>(&whole) + kFirst,
+                end - kFirst);
+  }
+  std::memcpy(bytes, &size, sizeof size);
+}
+
+template <typename T>
+uint32_t GetDeclared(const std::optional<uint32_t>& declared) {
+  return std::min<uint32_t>(declared.value_or(sizeof(T)), sizeof(T));
+}
+
+template <typename T, typename Handle>
+uint32_t Load(T* table, uint32_t size, const Handle* handle, const T& whole,
+              std::optional<uint32_t> DeclaredSizes::*declared) {
+  return With(handle, uint32_t{0}, [&](const Engine& engine) -> uint32_t {
+    const uint32_t known =
+        std::min(size, GetDeclared<T>(engine.description.declared_sizes.*declared));
+    if (!table || known < sizeof table->size) return 0;
+    Fill(table, known, whole);
+    return 1;
+  });
+}
+
+uint32_t LoadApplication(FlutterOstrelApplicationProcTable* table, uint32_t size,
+                         _FlutterOstrelApplication* application) {
+  return Load(table, size, application, kApplicationTable, &DeclaredSizes::application);
+}
+
+uint32_t LoadView(FlutterOstrelViewProcTable* table, uint32_t size, _FlutterOstrelView* view) {
+  return Load(table, size, view, kViewTable, &DeclaredSizes::view);
+}
+
+uint32_t LoadTexture(FlutterOstrelTextureProcTable* table, uint32_t size,
+                     _FlutterOstrelEngine* engine) {
+  return Load(table, size, engine, kTextureTable, &DeclaredSizes::texture);
+}
+
+uint32_t LoadMessenger(FlutterOstrelMessengerProcTable* table, uint32_t size,
+                       _FlutterOstrelEngine* engine) {
+  return Load(table, size, engine, kMessengerTable, &DeclaredSizes::messenger);
+}
+
+void EngineDestroyedSubscribe(_FlutterOstrelEngine* handle,
+                              void (*callback)(_FlutterOstrelEngine* engine)) {
+  With(handle, [&](Engine& engine) {
+    if (callback) engine.destroyed_callbacks.push_back(callback);
+  });
+}
+
+}  // namespace
+
+Context::Context(const Engine& engine) {
+  using Whole = FlutterOstrelPluginContext;
+  const uint32_t size = std::max<uint32_t>(
+      GetDeclared<Whole>(engine.description.declared_sizes.context), sizeof(uint32_t));
+  memory_.reset(static_cast<Whole*>(std::calloc(1, size)));
+  if (!memory_) throw std::bad_alloc();
+  const Handles& handles = engine.handles;
+  const Whole whole = {size,
+                       handles.application,
+                       handles.engine,
+                       handles.view,
+                       EngineDestroyedSubscribe,
+                       LoadApplication,
+                       LoadView,
+                       LoadTexture,
+                       LoadMessenger};
+  Fill(memory_.get(), size, whole);
+}
+
+void Context::Free::operator()(FlutterOstrelPluginContext* memory) const { std::free(memory); }
+
+}  // namespace desk

@@ -1,0 +1,29 @@
+// The command line of tavo-embed.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace desk {
+
+extern const char kUsage[];
+
+struct Options {
+  std::string plugin;
+  std::optional<std::string> description;  // A file; "-": standard input.
+  std::optional<std::string> libs_path;
+  std::optional<std::string> report;  // A file; "-": standard error.
+  std::optional<uint32_t> timeout;    // In seconds.
+  std::vector<std::pair<std::string, uint32_t>> declared;
+  std::vector<std::string> arguments;  // Those behind "--".
+  bool offer = false;
+  bool help = false;
+};
+
+// Throws std::runtime_error with what is wrong.
+Options ParseOptions(int count, char** words);
+
+}  // namespace desk

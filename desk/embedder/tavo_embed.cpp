@@ -1,0 +1,192 @@
+// tavo-embed: runs a plug-in on a desk.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <stdexcept>
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include "desk/embedder/description.h"
+#include "desk/embedder/embedder.h"
+#include "desk/embedder/json.h"
+#include "desk/embedder/options.h"
+#include "desk/embedder/steps.h"
+
+namespace {
+
+constexpr int kWrongUsage = 2;
+constexpr int kWrongPlugin = 3;
+constexpr int kTimedOut = 124;
+constexpr int kEndedBySignal = 128;  // Plus the signal's number.
+
+constexpr char kRegister[] = "FlutterOstrelPluginRegister";
+using Register = decltype(&FlutterOstrelPluginRegister);
+
+class Failure : public std::runtime_error {
+ public:
+  Failure(int exit_code, const std::string& what)
+      : std::runtime_error(what), exit_code_(exit_code) {}
+  int GetExitCode() const { return exit_code_; }
+
+ private:
+  const int exit_code_;
+};
+
+// ---- What the plug-in is shown ----
+
+std::string ReadFile(const std::string& name) {
+  std::ifstream file;
+  if (name != "-") file.open(name);
+  std::istream& stream = name == "-" ? std::cin : file;
+  std::string text(std::istreambuf_iterator<char>(stream), {});
+  if (!stream || stream.bad()) throw Failure(kWrongUsage, name + ": " + std::strerror(errno));
+  return text;
+}
+
+desk::Description ReadDescription(const std::optional<std::string>& name) {
+  if (!name) return {};
+  const std::string text = ReadFile(*name);
+  try {
+    return desk::ParseDescription(text);
+  } catch (const std::runtime_error& error) {
+    throw Failure(kWrongUsage, (*name == "-" ? "standard input" : *name) + ": " + error.what());
+  }
+}
+
+desk::Description MakeDescription(const desk::Options& options) {
+  desk::Description description = ReadDescription(options.description);
+  if (options.libs_path) {
+    constexpr uint32_t kLibraries = 1;
+    description.directories[kLibraries] = *options.libs_path;
+    description.arguments.insert(description.arguments.end(), {"--libs-path", *options.libs_path});
+  }
+  description.arguments.insert(description.arguments.end(), options.arguments.begin(),
+                               options.arguments.end());
+  for (const auto& declared : options.declared) {
+    *desk::FindDeclaredSize(description.declared_sizes, declared.first) = declared.second;
+  }
+  return description;
+}
+
+// ---- The plug-in ----
+
+// Without a slash dlopen would look in the system's directories only.
+std::string PathOf(const std::string& plugin) {
+  return plugin.find('/') == std::string::npos ? "./" + plugin : plugin;
+}
+
+// It stays loaded: its threads may outlive its engine.
+Register LoadPlugin(const std::string& plugin) {
+  if (access(plugin.c_str(), F_OK) != 0) {
+    throw Failure(kWrongPlugin, plugin + ": " + std::strerror(errno));
+  }
+  void* const library = dlopen(PathOf(plugin).c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  if (!library) throw Failure(kWrongPlugin, plugin + " cannot be loaded: " + dlerror());
+  void* const function = dlsym(library, kRegister);
+  if (!function) {
+    throw Failure(kWrongPlugin, plugin + ": there is no function \"" + kRegister + "\"");
+  }
+  return reinterpret_cast<Register>(function);
+}
+
+// ---- Signals, as events of the loop ----
+
+int signal_pipe[2];
+
+extern "C" void OnSignal(int number) {
+  const int before = errno;
+  const auto byte = static_cast<unsigned char>(number);
+  if (write(signal_pipe[1], &byte, 1) != 1) _exit(kEndedBySignal + number);
+  errno = before;
+}
+
+// A second signal ends the process: the plug-in may never come back to the loop.
+void CatchSignals() {
+  if (pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw Failure(kWrongUsage, std::string("a pipe: ") + std::strerror(errno));
+  }
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+  for (const int number : {SIGINT, SIGTERM}) sigaction(number, &action, nullptr);
+}
+
+// ---- All of it ----
+
+std::ostream& OpenReport(const std::string& name, std::ofstream* file) {
+  if (name == "-") return std::cerr;
+  file->open(name);
+  if (!*file) throw Failure(kWrongUsage, name + ": " + std::strerror(errno));
+  return *file;
+}
+
+void Report(desk::Embedder& embedder, std::ostream& stream) {
+  embedder.ObserveActions(
+      [&stream](const cw::EncodableValue& action) { stream << desk::ToText(action) << std::endl; });
+}
+
+int Run(const desk::Options& options) {
+  const desk::Description description = MakeDescription(options);
+  if (options.offer) {
+    std::cout << desk::ToText(description) << std::endl;
+    return 0;
+  }
+  std::ofstream file;
+  std::ostream* report = options.report ? &OpenReport(*options.report, &file) : nullptr;
+  CatchSignals();
+  const Register plugin_register = LoadPlugin(options.plugin);
+  desk::Embedder embedder(description);
+  if (report) Report(embedder, *report);
+
+  QSocketNotifier signals(signal_pipe[0], QSocketNotifier::Read);
+  QObject::connect(&signals, &QSocketNotifier::activated, &signals, [&embedder] {
+    unsigned char number = 0;
+    if (read(signal_pipe[0], &number, 1) == 1) embedder.Exit(kEndedBySignal + number);
+  });
+  QTimer timer;
+  QObject::connect(&timer, &QTimer::timeout, &timer, [&embedder] {
+    std::cerr << "tavo-embed: the plug-in has not exited in time" << std::endl;
+    embedder.Exit(kTimedOut);
+  });
+  if (options.timeout) timer.start(std::chrono::seconds(*options.timeout));
+
+  if (plugin_register(embedder.GetContext()) == 0) {
+    throw Failure(kWrongPlugin, options.plugin + ": its registration answered 0");
+  }
+  desk::StepRunner steps(embedder, description.steps, std::cout);
+  steps.Start();
+  const int exit_code = embedder.Run();
+  embedder.DestroyEngine();
+  return exit_code;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Qt takes words of the command line that it knows: it is shown the name only.
+  int count = 1;
+  const QCoreApplication application(count, argv);
+  try {
+    const desk::Options options = desk::ParseOptions(argc, argv);
+    if (!options.help) return Run(options);
+    std::cout << desk::kUsage;
+    return 0;
+  } catch (const Failure& failure) {
+    std::cerr << "tavo-embed: " << failure.what() << '\n';
+    return failure.GetExitCode();
+  } catch (const std::exception& error) {
+    std::cerr << "tavo-embed: " << error.what() << '\n';
+    return kWrongUsage;
+  }
+}

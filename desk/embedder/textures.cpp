@@ -1,0 +1,127 @@
+#include "desk/embedder/textures.h"
+
+#include <memory>
+
+#include <QByteArray>
+#include <QCryptographicHash>
+
+#include "desk/embedder/engine.h"
+#include "forge/forge_capi.h"
+
+namespace desk {
+namespace {
+
+// What goes with a frame or a texture: called when it is dropped.
+using Farewell = std::shared_ptr<void>;
+Farewell SayFarewell(void (*callback)(void* user_data), void* user_data) {
+  return {nullptr, [callback, user_data](void*) {
+            if (callback) callback(user_data);
+          }};
+}
+
+// 0 where the buffer holds nothing, or more than there can be.
+size_t CountBytes(const FlutterOstrelPixelBuffer& buffer) {
+  size_t pixels = 0;
+  size_t bytes = 0;
+  const bool too_many = __builtin_mul_overflow(buffer.width, buffer.height, &pixels) ||
+                        __builtin_mul_overflow(pixels, size_t{4}, &bytes);
+  return too_many || !buffer.pixels ? 0 : bytes;
+}
+
+std::string Digest(const uint8_t* data, size_t size) {
+  QCryptographicHash hash(QCryptographicHash::Sha256);
+  constexpr size_t kChunk = size_t{1} << 30;  // Qt counts in int.
+  for (size_t done = 0; done < size; done += kChunk) {
+    hash.addData(reinterpret_cast<const char*>(data + done),
+                 static_cast<int>(std::min(kChunk, size - done)));
+  }
+  return hash.result().toHex().toStdString();
+}
+
+#define COVERED(frame, field) \
+  (FORGE_COVERS(FlutterOstrelOpenGLTexture, field, (frame)->size) ? (frame)->field : 0)
+
+FlutterOstrelOpenGLTexture CopyOpenGL(const FlutterOstrelOpenGLTexture* frame) {
+  return {frame->size,
+          COVERED(frame, target),
+          COVERED(frame, name),
+          COVERED(frame, format),
+          COVERED(frame, width),
+          COVERED(frame, height),
+          COVERED(frame, release),
+          COVERED(frame, user_data)};
+}
+
+#undef COVERED
+
+}  // namespace
+
+int64_t Textures::Register(const FlutterOstrelTextureDescriptor& descriptor) {
+  Texture texture{};
+  if (descriptor.kind == FLUTTER_OSTREL_PIXEL_BUFFER) {
+    texture.get_pixels = descriptor.source.pixel_buffer.callback;
+    texture.user_data = descriptor.source.pixel_buffer.user_data;
+  } else if (descriptor.kind == FLUTTER_OSTREL_OPENGL) {
+    const auto source = CopyCovered(&descriptor.source.opengl);
+    texture.get_texture = source.callback;
+    texture.user_data = source.user_data;
+  }
+  if (!texture.get_pixels && !texture.get_texture) return -1;
+  textures_[++last_id_] = texture;
+  return last_id_;
+}
+
+bool Textures::Unregister(int64_t id, void (*callback)(void* user_data), void* user_data) {
+  if (textures_.erase(id) == 0) return false;
+  // Also called when the engine ends before the task comes to run: the texture is gone then, too.
+  engine_.runner.GetQueue()->Post([farewell = SayFarewell(callback, user_data)] {});
+  return true;
+}
+
+bool Textures::MarkFrameAvailable(int64_t id) {
+  if (textures_.count(id) == 0) return false;
+  engine_.runner.GetQueue()->Post([this, id] { Fetch(id); });
+  return true;
+}
+
+void Textures::Fetch(int64_t id) {
+  const auto found = textures_.find(id);
+  if (found == textures_.end()) return;
+  const Texture texture = found->second;
+  const View& view = engine_.window.GetView();
+  if (texture.get_pixels) {
+    FetchPixels(texture, id, view.width, view.height);
+  } else {
+    FetchOpenGL(texture, id, view.width, view.height);
+  }
+}
+
+void Textures::FetchPixels(const Texture& texture, int64_t id, size_t width, size_t height) {
+  cw::EncodableMap details{{"texture", id}};
+  const auto* lent = texture.get_pixels(width, height, texture.user_data);
+  const auto frame = CopyCovered(lent);
+  const Farewell farewell = SayFarewell(frame.release, frame.user_data);
+  const size_t bytes = CountBytes(frame);
+  if (bytes == 0) return engine_.actions.Record("NoFrame", std::move(details));
+  details["width"] = ToValue(frame.width);
+  details["height"] = ToValue(frame.height);
+  details["bytes"] = ToValue(bytes);
+  details["sha256"] = Digest(frame.pixels, bytes);
+  engine_.actions.Record("Frame", std::move(details));
+}
+
+void Textures::FetchOpenGL(const Texture& texture, int64_t id, size_t width, size_t height) {
+  cw::EncodableMap details{{"texture", id}};
+  const auto* lent = texture.get_texture(width, height, texture.user_data);
+  if (!lent) return engine_.actions.Record("NoFrame", std::move(details));
+  const auto frame = CopyOpenGL(lent);
+  const Farewell farewell = SayFarewell(frame.release, frame.user_data);
+  details["width"] = ToValue(frame.width);
+  details["height"] = ToValue(frame.height);
+  details["target"] = ToValue(size_t{frame.target});
+  details["name"] = ToValue(size_t{frame.name});
+  details["format"] = ToValue(size_t{frame.format});
+  engine_.actions.Record("Frame", std::move(details));
+}
+
+}  // namespace desk
