@@ -9,8 +9,8 @@
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
 static _FlutterOstrelApplication* application;
-static FlutterOstrelApplicationProcTable applications = {sizeof applications, 0, 0, 0, 0, 0, 0, 0,
-                                                         0, 0};
+static FlutterOstrelApplicationProcTable applications = {
+    sizeof applications, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 static FlutterOstrelMessengerProcTable messenger = {sizeof messenger, 0, 0, 0, 0};
 static int code;
 
