@@ -1,0 +1,48 @@
+// Slots for the embedder: they carry a function object across the C border and back.
+//
+// The function may have its own slot released while it runs (a listener that unsubscribes itself).
+//
+// Errors:  whatever the function throws ends at the border as one error line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "cw/encodable_value.h"
+#include "forge/fence.h"
+#include "forge/signals.h"
+#include "platform/flutter_ostrel/flutter_ostrel.h"
+
+namespace cw::details {
+
+// An empty function is a slot that does nothing.
+template <typename Slot, typename... Args>
+Slot CreateFencedSlot(const char* place, std::function<void(Args...)> function) {
+  auto shared = std::make_shared<const std::function<void(Args...)>>(std::move(function));
+  return forge::CreateSlot<Slot, Args...>([place, shared = std::move(shared)](Args... args) {
+    const auto kept = shared;  // This object may be released by the call.
+    if (*kept) forge::Fence(place, [&] { (*kept)(args...); });
+  });
+}
+
+using WindowResult = std::function<void(const EncodableValue&, std::string)>;
+
+// The slot of a window that answers with a value and a text; an undecodable value is null, and so
+// is one whose declared counts are absurd. None for an empty function.
+inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResult& function) {
+  if (!function) return std::nullopt;
+  std::function<void(const uint8_t*, std::size_t, const char*)> decode =
+      [function](const uint8_t* data, std::size_t size, const char* text) {
+        EncodableValue value;
+        forge::Fence("window result", [&] { value = EncodableValue::Deserialize(data, size); });
+        function(value, text ? text : "");
+      };
+  return CreateFencedSlot<FlutterOstrelResultSlot>("window result", std::move(decode));
+}
+
+}  // namespace cw::details

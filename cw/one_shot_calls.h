@@ -1,0 +1,76 @@
+// Functions that the embedder calls back at most once, each known to it by a number, never by an
+// address: a number that was used, withdrawn or never issued finds nothing.
+//
+// Threads: any. Functions run, and die, outside the lock.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "forge/object.h"
+
+namespace cw::details {
+
+template <typename... Args>
+class OneShotCalls {
+ public:
+  using Function = std::function<void(Args...)>;
+
+  // The process's one; never destroyed, since calls may come while the process exits.
+  static OneShotCalls& GetInstance() {
+    static auto& instance = *new OneShotCalls;
+    return instance;
+  }
+
+  // Keeps the function until it is taken, or its owner (null: nobody) withdraws it. Returns its
+  // number, in the form of C's user data.
+  void* Add(Function function, const void* owner) {
+    const std::lock_guard lock(mutex_);
+    uintptr_t number = 0;
+    // Numbers repeat once the counter has wrapped; 0 is none.
+    while (number == 0 || calls_.count(number) > 0) {
+      number = forge::details::CounterClient::GenerateId();
+    }
+    calls_.emplace(number, Call{std::move(function), owner});
+    return reinterpret_cast<void*>(number);
+  }
+
+  // Hands the function out; empty when there is none.
+  Function Take(void* number) {
+    const std::lock_guard lock(mutex_);
+    const auto found = calls_.find(reinterpret_cast<uintptr_t>(number));
+    if (found == calls_.end()) return nullptr;
+    Function function = std::move(found->second.function);
+    calls_.erase(found);
+    return function;
+  }
+
+  void Withdraw(const void* owner) {
+    std::vector<Function> withdrawn;  // Die after the lock.
+    const std::lock_guard lock(mutex_);
+    for (auto call = calls_.begin(); call != calls_.end();) {
+      const auto next = std::next(call);
+      if (call->second.owner == owner) {
+        withdrawn.push_back(std::move(call->second.function));
+        calls_.erase(call);
+      }
+      call = next;
+    }
+  }
+
+ private:
+  struct Call {
+    Function function;
+    const void* owner;
+  };
+
+  std::mutex mutex_;
+  std::unordered_map<uintptr_t, Call> calls_;  // Guarded by mutex_.
+};
+
+}  // namespace cw::details

@@ -1,0 +1,223 @@
+#include "cw/plugin_registrar.h"
+
+#include <stdexcept>
+
+#include "tests/support/fake_embedder.h"
+#include "tests/support/test_base.h"
+
+namespace {
+
+using cw::PluginRegistrar;
+using cw::PluginRegistrarManager;
+using Context = FlutterOstrelPluginContext;
+using Lines = std::vector<std::string>;
+
+PluginRegistrar* GetRegistrar(Context* context) {
+  return PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
+}
+
+class PluginRegistrarTest : public test::TestBase {
+ protected:
+  void TearDown() override {
+    PluginRegistrarManager::OnRegistrarDestroyed(embedder_.context.engine);
+    TestBase::TearDown();
+  }
+
+  test::LogCapture log_;
+  test::ErrorCapture error_;
+  test::FakeEmbedder embedder_;
+};
+
+TEST_F(PluginRegistrarTest, HasWhatTheContextCovers) {
+  EXPECT_EQ(nullptr, GetRegistrar(nullptr));
+  const struct {
+    size_t end;
+    const char* call;
+  } fields[] = {{TEST_ENTRY_END(Context, ApplicationProcTableLoad), "application"},
+                {TEST_ENTRY_END(Context, ViewProcTableLoad), "view"},
+                {TEST_ENTRY_END(Context, MessengerProcTableLoad), "messenger"},
+                {TEST_ENTRY_END(Context, TextureProcTableLoad), "texture"},
+                {TEST_ENTRY_END(Context, EngineDestroyedSubscribe), "EngineDestroyedSubscribe"}};
+  for (size_t size = 0; size <= sizeof(Context) + 8; ++size) {
+    SCOPED_TRACE(size);
+    embedder_.TakeCalls();
+    auto* registrar = GetRegistrar(embedder_.GetContext(size));
+    EXPECT_EQ(size >= TEST_ENTRY_END(Context, engine), registrar != nullptr);
+    Lines expected;
+    for (const auto& field : fields) {
+      if (registrar && size >= field.end) expected.push_back(field.call);
+    }
+    EXPECT_EQ(expected, embedder_.TakeCalls());
+    if (!registrar) continue;
+    EXPECT_EQ(size >= fields[0].end, registrar->GetApplication() != nullptr);
+    EXPECT_EQ(size >= fields[0].end ? "text" : "", registrar->GetLibraryPath());
+    EXPECT_EQ(size >= fields[1].end, registrar->GetView() != nullptr);
+    EXPECT_EQ(size >= fields[2].end, registrar->GetMessenger() != nullptr);
+    EXPECT_EQ(size >= fields[3].end, registrar->GetTextures() != nullptr);
+    PluginRegistrarManager::OnRegistrarDestroyed(embedder_.context.engine);
+  }
+}
+
+TEST_F(PluginRegistrarTest, NullFieldsAndFailingLoadersAreDoneWithout) {
+  for (const char* loader : {"application", "view", "messenger", "texture"}) {
+    embedder_.answers[loader] = 0;
+  }
+  const auto expect_none = [&] {
+    auto* registrar = GetRegistrar(embedder_.GetContext());
+    ASSERT_TRUE(registrar);
+    EXPECT_FALSE(registrar->GetApplication() || registrar->GetView() || registrar->GetMessenger() ||
+                 registrar->GetTextures());
+    PluginRegistrarManager::OnRegistrarDestroyed(embedder_.context.engine);
+  };
+  expect_none();
+  Context full = embedder_.context;
+  embedder_.context = {};
+  embedder_.context.engine = full.engine;
+  expect_none();
+  embedder_.context = full;
+  embedder_.context.engine = nullptr;
+  EXPECT_EQ(nullptr, GetRegistrar(embedder_.GetContext()));
+  embedder_.context = full;
+}
+
+TEST_F(PluginRegistrarTest, OneRegistrarAnEngineUntilItEnds) {
+  auto* registrar = GetRegistrar(embedder_.GetContext());
+  embedder_.TakeCalls();
+  EXPECT_EQ(registrar, GetRegistrar(embedder_.GetContext()));
+  EXPECT_TRUE(embedder_.TakeCalls().empty());
+  const std::weak_ptr<cw::ApplicationWrapper> application = registrar->GetApplication();
+  embedder_.engine_destroyed(embedder_.context.engine);
+  EXPECT_TRUE(application.expired());
+
+  embedder_.within_subscribe = [this] { embedder_.engine_destroyed(embedder_.context.engine); };
+  EXPECT_EQ(nullptr, GetRegistrar(embedder_.GetContext()));
+}
+
+class Probe : public cw::Plugin {
+ public:
+  explicit Probe(std::function<void(Probe*)> release) : release_(std::move(release)) {}
+  void Release() override { release_(this); }
+
+ private:
+  const std::function<void(Probe*)> release_;
+};
+
+TEST_F(PluginRegistrarTest, PluginsAreReleasedOnceInTheOrderOfTheirAddresses) {
+  auto* registrar = GetRegistrar(embedder_.GetContext());
+  std::vector<Probe*> released;
+  const auto release = [&](Probe* probe) {
+    released.push_back(probe);
+    throw std::runtime_error("cause");
+  };
+  std::vector<std::shared_ptr<Probe>> probes;
+  for (int i = 0; i < 3; ++i) probes.push_back(std::make_shared<Probe>(release));
+  for (const auto& probe : probes) registrar->AddPlugin(probe);
+  for (const auto& probe : probes) registrar->AddPlugin(probe);
+  registrar->AddPlugin(nullptr);
+  registrar->AddPlugin(std::make_shared<cw::Plugin>());
+  registrar->ClearPlugins();
+  registrar->ClearPlugins();
+  std::sort(probes.begin(), probes.end());
+  ASSERT_EQ(3u, released.size());
+  for (size_t i = 0; i < 3; ++i) EXPECT_EQ(probes[i].get(), released[i]);
+  EXPECT_EQ(3u, log_.TakeLines().size());
+  for (const auto& probe : probes) EXPECT_EQ(1, probe.use_count());
+}
+
+TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
+  auto* registrar = GetRegistrar(embedder_.GetContext());
+  const auto late = std::make_shared<cw::Plugin>();
+  registrar->AddPlugin(std::make_shared<Probe>([&](Probe*) {
+    registrar->ClearPlugins();
+    registrar->AddPlugin(late);
+    registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
+  }));
+  embedder_.TakeCalls();
+  registrar->ClearPlugins();
+  EXPECT_EQ(2, late.use_count());
+  registrar->AddPlugin(std::make_shared<Probe>(
+      [&](Probe*) { registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr); }));
+  embedder_.engine_destroyed(embedder_.context.engine);
+  EXPECT_EQ((Lines{"Send", "Send"}), embedder_.TakeCalls());
+  EXPECT_EQ(1, late.use_count());
+}
+
+// ---- Textures ----
+
+using cw::TextureRegistrar;
+
+TEST_F(PluginRegistrarTest, TexturesOfferWhatTheTableDoes) {
+  using Table = FlutterOstrelTextureProcTable;
+#define ROW(entry) #entry, TEST_ENTRY_END(Table, entry), false, ""
+  static cw::Texture texture = cw::OpenGLTexture(nullptr);
+  const std::vector<test::Operation<TextureRegistrar>> operations = {
+      {ROW(RegisterTexture), [](auto& t) { return std::to_string(t.RegisterTexture(&texture)); },
+       "1", "-1"},
+      {ROW(UnregisterTexture),
+       [](auto& t) { return std::to_string(t.UnregisterTexture(1, nullptr)); }, "1", "0"},
+  };
+#undef ROW
+  test::CheckDeclaredSizes<TextureRegistrar>(
+      &embedder_, &embedder_.texture, &log_,
+      [this] { return TextureRegistrar::Create(embedder_.GetContext()); }, operations);
+
+  auto textures = TextureRegistrar::Create(embedder_.GetContext());
+  EXPECT_TRUE(textures->MarkTextureFrameAvailable(1));
+  embedder_.texture.RegisterTexture = nullptr;  // The one that marking looks at.
+  textures = TextureRegistrar::Create(embedder_.GetContext());
+  embedder_.TakeCalls();
+  EXPECT_FALSE(textures->MarkTextureFrameAvailable(1));
+  EXPECT_TRUE(embedder_.TakeCalls().empty());
+  EXPECT_EQ(-1, textures->RegisterTexture(nullptr));
+  EXPECT_EQ("", error_.TakeText());
+}
+
+TEST_F(PluginRegistrarTest, TextureIsAskedForItsFrames) {
+  const auto textures = TextureRegistrar::Create(embedder_.GetContext());
+  EXPECT_EQ(-1, textures->RegisterTexture(nullptr));
+  EXPECT_EQ("Attempting to register unknown texture variant.\n", error_.TakeText());
+
+  FlutterOstrelPixelBuffer frame{};
+  cw::Texture texture = cw::PixelBufferTexture([&](size_t width, size_t height) {
+    frame.width = width;
+    frame.height = height;
+    if (width == 0) throw std::runtime_error("cause");
+    return &frame;
+  });
+  EXPECT_EQ(1, textures->RegisterTexture(&texture));
+  EXPECT_EQ(FLUTTER_OSTREL_PIXEL_BUFFER, embedder_.descriptor.kind);
+  const auto pixels = embedder_.descriptor.source.pixel_buffer;
+  EXPECT_EQ(&texture, pixels.user_data);
+  EXPECT_EQ(&frame, pixels.callback(3, 4, pixels.user_data));
+  EXPECT_EQ(4u, frame.height);
+  EXPECT_EQ(nullptr, pixels.callback(0, 0, pixels.user_data));
+  EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
+
+  FlutterOstrelOpenGLTexture image{};
+  texture = cw::OpenGLTexture([&](size_t, size_t) { return &image; });
+  EXPECT_EQ(nullptr, pixels.callback(3, 4, pixels.user_data));  // No longer of that kind.
+  EXPECT_EQ(1, textures->RegisterTexture(&texture));
+  EXPECT_EQ(FLUTTER_OSTREL_OPENGL, embedder_.descriptor.kind);
+  const auto gl = embedder_.descriptor.source.opengl;
+  EXPECT_EQ(3 * sizeof(void*), gl.size);
+  EXPECT_EQ(&image, gl.callback(3, 4, gl.user_data));
+}
+
+TEST_F(PluginRegistrarTest, TextureTellsOnceThatItIsGone) {
+  const auto textures = TextureRegistrar::Create(embedder_.GetContext());
+  const auto token = std::make_shared<int>();
+  const auto unregister = [&] { return textures->UnregisterTexture(1, [token] { ++*token; }); };
+  EXPECT_TRUE(unregister());
+  for (int i = 0; i < 2; ++i) embedder_.unregistered_callback(embedder_.user_data);
+  EXPECT_EQ(1, *token);
+  EXPECT_EQ(1, token.use_count());
+  embedder_.answers["UnregisterTexture"] = 0;
+  EXPECT_FALSE(unregister());
+  EXPECT_EQ(1, token.use_count());
+  embedder_.within_send = [this] { embedder_.unregistered_callback(embedder_.user_data); };
+  EXPECT_FALSE(unregister());  // Refused, and told all the same.
+  EXPECT_EQ(2, *token);
+  EXPECT_EQ(1, token.use_count());
+}
+
+}  // namespace
