@@ -16,7 +16,8 @@ endif()
 
 add_library(tavo SHARED)
 target_link_libraries(tavo PRIVATE tavo_objects ${runtime_manager})
-target_include_directories(tavo INTERFACE ${CMAKE_SOURCE_DIR})
+target_link_libraries(tavo INTERFACE flutter_ostrel)  # And with it the include path.
+add_library(tavo::tavo ALIAS tavo)
 set_target_properties(tavo PROPERTIES LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tavo.map)
 target_link_options(tavo PRIVATE
   -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/tavo.map

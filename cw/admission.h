@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "forge/export.h"
+
 namespace cw {
 
 constexpr int kDeepestNesting = 1024;                       // Of lists and maps.
@@ -16,6 +18,6 @@ constexpr uint64_t kMostMissingElements = 131072;           // Declared, but not
 constexpr uint64_t kMostMissingBytes = uint64_t{64} << 20;  // of texts and typed lists likewise.
 
 // Why the bytes of one value are not to be decoded; null when they may be.
-const char* FindInadmissible(const uint8_t* data, size_t size);
+FORGE_EXPORT const char* FindInadmissible(const uint8_t* data, size_t size);
 
 }  // namespace cw

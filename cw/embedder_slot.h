@@ -13,8 +13,10 @@
 #include <string>
 #include <utility>
 
+#include "cw/admission.h"
 #include "cw/encodable_value.h"
 #include "forge/fence.h"
+#include "forge/logger.h"
 #include "forge/signals.h"
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
@@ -30,17 +32,29 @@ Slot CreateFencedSlot(const char* place, std::function<void(Args...)> function) 
   });
 }
 
+// A value that another window sent by way of the embedder; null, and an error line, when it nests
+// or declares too much.
+inline EncodableValue DecodeForeign(const char* place, const uint8_t* data, std::size_t size) {
+  EncodableValue value;
+  forge::Fence(place, [&] {
+    const char* const fault = data ? FindInadmissible(data, size) : nullptr;
+    if (fault) {
+      FORGE_LOG(kError) << "Undecodable " << place << ": " << fault;
+    } else {
+      value = EncodableValue::Deserialize(data, size);
+    }
+  });
+  return value;
+}
+
 using WindowResult = std::function<void(const EncodableValue&, std::string)>;
 
-// The slot of a window that answers with a value and a text; an undecodable value is null, and so
-// is one whose declared counts are absurd. None for an empty function.
+// The slot of a window that answers with a value and a text. None for an empty function.
 inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResult& function) {
   if (!function) return std::nullopt;
   std::function<void(const uint8_t*, std::size_t, const char*)> decode =
       [function](const uint8_t* data, std::size_t size, const char* text) {
-        EncodableValue value;
-        forge::Fence("window result", [&] { value = EncodableValue::Deserialize(data, size); });
-        function(value, text ? text : "");
+        function(DecodeForeign("window result", data, size), text ? text : "");
       };
   return CreateFencedSlot<FlutterOstrelResultSlot>("window result", std::move(decode));
 }

@@ -5,7 +5,6 @@
 
 #include "cw/embedder_slot.h"
 #include "cw/embedder_table.h"
-#include "forge/fence.h"
 #include "forge/logger.h"
 
 namespace cw {
@@ -237,9 +236,10 @@ EncodableValue ViewWrapper::GetWindowPayload() const {
   ForgeBufferView view{};
   view.struct_size = sizeof(view);
   if (table_.GetWindowPayload(view_, lock.GetChunkId(), &view, sizeof(view)) != 0) return {};
-  EncodableValue payload;
-  forge::Fence("window payload", [&] { payload = EncodableValue::Deserialize(&view); });
-  return payload;
+  const bool has_data = FORGE_COVERS(ForgeBufferView, data, view.struct_size);
+  const bool has_size = FORGE_COVERS(ForgeBufferView, size, view.struct_size);
+  return details::DecodeForeign("window payload", has_data ? view.data : nullptr,
+                                has_size ? view.size : 0);
 }
 
 void ViewWrapper::CreatePopupWindow(

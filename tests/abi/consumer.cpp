@@ -5,11 +5,14 @@
 #include <stdexcept>
 
 #include "cw/encodable_value.h"
+#include "cw/plugin_registrar.h"
+#include "cw/reply_manager.h"
 #include "cw/standard_codec_serializer.h"
 #include "cw/standard_message_codec.h"
 #include "cw/standard_method_codec.h"
 #include "forge/buffer.h"
 #include "forge/dispatcher.h"
+#include "forge/library_api.h"
 #include "forge/object.h"
 #include "forge/resources_cache.h"
 #include "forge/signals.h"
@@ -147,6 +150,44 @@ void UsesHeaderTemplates() {
   Check(forge::Buffer::FromBase64("Zm9v").GetSize() == 3, "buffers");
 }
 
+class CountingPlugin final : public cw::Plugin {
+ public:
+  explicit CountingPlugin(int* releases) : releases_(releases) {}
+  void Release() override { ++*releases_; }
+
+ private:
+  int* const releases_;
+};
+
+void UsesTheEmbeddersObjects() {
+  FlutterOstrelPluginContext context{};
+  context.size = sizeof context;
+  context.engine = reinterpret_cast<_FlutterOstrelEngine*>(&context);
+  context.ApplicationProcTableLoad = [](auto...) { return 1u; };
+  context.application = reinterpret_cast<_FlutterOstrelApplication*>(&context);
+  auto* const registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(&context);
+  int releases = 0;
+  registrar->AddPlugin(std::make_shared<CountingPlugin>(&releases));
+  const std::shared_ptr<forge::IDispatcher> dispatcher = registrar->GetApplication();
+  Check(dispatcher && !registrar->GetView() && registrar->GetLibraryPath().empty(), "a registrar");
+  cw::PluginRegistrarManager::OnRegistrarDestroyed(context.engine);
+  Check(releases == 1, "a plug-in's own object is released");
+  int answers = 0;
+  cw::internal::ReplyManager([&answers](const uint8_t*, size_t) {
+    ++answers;
+  }).SendResponseData(nullptr);
+  Check(answers == 1, "a reply");
+}
+
+void BindsTables() {
+  const auto library = forge::Library::Create("libtavo.so");
+  using Api = forge::LibraryApi<TAVOProcTable>;
+  const auto api =
+      library ? Api::Create(library, library->Resolve<Api::Loader>("TAVOProcTableLoad")) : nullptr;
+  Check(api && forge::Covered(api->Get(), &TAVOProcTable::RpcServerProcTableLoad),
+        "a table of a library");
+}
+
 }  // namespace
 
 int main() {
@@ -154,5 +195,7 @@ int main() {
   CatchesLibraryExceptions();
   UsesHeaderTemplates();
   UsesValuesAndCodecs();
+  UsesTheEmbeddersObjects();
+  BindsTables();
   return failures != 0;
 }

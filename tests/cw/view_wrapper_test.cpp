@@ -157,11 +157,16 @@ TEST_F(ViewWrapperTest, ThemeHasWhatItsDeclaredSizeCovers) {
 TEST_F(ViewWrapperTest, UndecodablePayloadIsNullAndUnlocked) {
   embedder_.answers["GetWindowPayload"] = 0;
   const auto view = Create();
-  embedder_.payload = {12, 255, 0, 0, 0, 4};  // A list of absurd length: decoding throws.
-  embedder_.TakeCalls();
-  EXPECT_TRUE(view->GetWindowPayload().IsNull());
-  EXPECT_EQ("[error] Stray exception in window payload: vector::reserve", log_.TakeLine());
-  EXPECT_EQ("UnlockResources", embedder_.TakeCalls().back());
+  const std::pair<std::vector<uint8_t>, std::string> rows[] = {
+      {{12, 255, 0, 0, 0, 4}, "it declares more than it holds"},
+      {std::vector<uint8_t>(200000, 12), "its lists and maps are nested too deeply"}};
+  for (const auto& row : rows) {
+    embedder_.payload = row.first;
+    embedder_.TakeCalls();
+    EXPECT_TRUE(view->GetWindowPayload().IsNull());
+    EXPECT_EQ("[error] Undecodable window payload: " + row.second, log_.TakeLine());
+    EXPECT_EQ("UnlockResources", embedder_.TakeCalls().back());
+  }
   embedder_.payload.clear();
   EXPECT_TRUE(view->GetWindowPayload().IsNull());
   embedder_.view.GetWindowPayload = [](auto*, uint32_t, ForgeBufferView* filled, uint32_t) {

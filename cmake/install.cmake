@@ -1,0 +1,33 @@
+# `cmake --install` and the package that find_package(tavo) finds: see cmake/tavoConfig.cmake.in.
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(include_directory ${CMAKE_INSTALL_INCLUDEDIR}/tavo)
+set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tavo)
+
+function(tavo_install_headers)
+  foreach(header ${ARGN})
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${header} DESTINATION ${include_directory}/${folder})
+  endforeach()
+endfunction()
+
+tavo_install_headers(${TAVO_PUBLIC_HEADERS})
+set(installed tavo flutter_ostrel)
+if(TAVO_DESK)
+  tavo_install_headers(${TAVO_DESK_HEADERS})
+  list(APPEND installed tavo_desk runtimemanager tavo_embedder tavo-embed tavo_platform)
+endif()
+if(TAVO_TOOLS)
+  install(TARGETS tavo-dump)
+endif()
+set_target_properties(tavo PROPERTIES INSTALL_RPATH $ORIGIN)  # Beside the runtime manager.
+install(TARGETS ${installed} EXPORT tavo)
+install(EXPORT tavo NAMESPACE tavo:: FILE tavoTargets.cmake DESTINATION ${package_directory})
+
+configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/tavoConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/tavoConfig.cmake INSTALL_DESTINATION ${package_directory})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/tavoConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/tavoConfig.cmake ${CMAKE_BINARY_DIR}/tavoConfigVersion.cmake
+  DESTINATION ${package_directory})

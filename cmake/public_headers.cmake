@@ -1,0 +1,43 @@
+# What plug-ins may include: installed below include/tavo/, and compiled alone by the tests.
+set(TAVO_PUBLIC_HEADERS
+  cw/admission.h
+  cw/application_wrapper.h
+  cw/binary_messenger.h
+  cw/byte_streams.h
+  cw/encodable_value.h
+  cw/message_codec.h
+  cw/method_call.h
+  cw/method_codec.h
+  cw/method_result.h
+  cw/plugin_registrar.h
+  cw/reply_manager.h
+  cw/standard_codec_serializer.h
+  cw/standard_message_codec.h
+  cw/standard_method_codec.h
+  cw/texture_registrar.h
+  cw/view_wrapper.h
+  flrpc/client.h
+  flrpc/message.h
+  flrpc/server.h
+  forge/buffer.h
+  forge/dispatcher.h
+  forge/export.h
+  forge/fence.h
+  forge/forge_capi.h
+  forge/library.h
+  forge/library_api.h
+  forge/logger.h
+  forge/numbers.h
+  forge/object.h
+  forge/proc_table.h
+  forge/resources_cache.h
+  forge/signals.h
+  forge/strings.h
+  platform/flutter_ostrel/flutter_ostrel.h
+  src/tavo_capi.h)
+
+# What programs of a desk may include, too.
+set(TAVO_DESK_HEADERS
+  desk/embedder/description.h
+  desk/embedder/embedder.h
+  desk/runtime_manager/event_loop.h)

@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# What `cmake --install` leaves is enough to build a plug-in and a program of the desk, and to run
+# the plug-in as the tree's own build runs it.
+# Usage: installed_test.sh SOURCE_DIRECTORY BUILD_DIRECTORY CXX TOOLCHAIN [EMULATOR...]
+# TOOLCHAIN is a CMake toolchain file, or empty.
+set -euo pipefail
+
+source=$1 build=$2 cxx=$3 toolchain=$4
+shift 4
+emulator=("$@")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+tests=$source/tests/install
+
+fail() { echo "FAILED: $*"; exit 1; }
+
+cmake --install "$build" --prefix "$prefix" >"$work/log" || fail "$(cat "$work/log")"
+package=$(dirname "$(find "$prefix" -name tavoConfig.cmake)")
+
+# Builds a project of its own; nothing of the source tree is on its include path.
+build_project() {
+  cmake -G Ninja -S "$1" -B "$2" -Dtavo_DIR="$package" -DCMAKE_CXX_COMPILER="$cxx" \
+    ${toolchain:+"-DCMAKE_TOOLCHAIN_FILE=$toolchain"} ${CXXFLAGS:+"-DCMAKE_CXX_FLAGS=$CXXFLAGS"} \
+    >"$work/log" 2>&1 && cmake --build "$2" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+}
+
+# Every installed header, in one program that uses the desk's library.
+mkdir "$work/desk_program"
+cp "$tests/desk_program.cpp" "$tests/CMakeLists.txt" "$work/desk_program"
+(cd "$prefix/include/tavo" && find . -name '*.h' -printf '#include <%P>\n' | sort) \
+  >"$work/desk_program/all_headers.h"
+build_project "$work/desk_program" "$work/desk_program/build"
+[[ "$("${emulator[@]}" "$work/desk_program/build/desk_program")" == "delivered" ]] ||
+  fail "the desk's program says something else"
+
+# The plug-in, once from the tree and once from the package, in the embedder of each.
+cp -r "$source/examples/hello_plugin" "$work/hello_plugin"
+build_project "$work/hello_plugin" "$work/hello_plugin/build"
+hello() {
+  code=0
+  (cd "$source/examples/hello_plugin" &&
+    "${emulator[@]}" "$1/bin/tavo-embed" "$2/libhello_plugin.so" --description hello.json \
+      --libs-path /the/libraries --timeout 100) >"$work/actual" 2>"$work/errors" || code=$?
+  [[ $code -eq 0 && ! -s "$work/errors" ]] || fail "exit code $code: $(cat "$work/errors")"
+  diff "$tests/hello.expected" "$work/actual" || fail "the output differs"
+}
+hello "$build" "$build/lib"
+hello "$prefix" "$work/hello_plugin/build"
