@@ -54,9 +54,10 @@ class Slot {
 template <typename T>
 using SharedSlot = std::shared_ptr<const Slot<T>>;
 
-// To be called first of all: the slot is released whatever becomes of the call.
+// To be called first of all: the slot is released whatever becomes of the call. Without memory for
+// it the process ends: no exception may leave the entry.
 template <typename T>
-SharedSlot<T> TakeSlot(const T* slot) {
+SharedSlot<T> TakeSlot(const T* slot) noexcept {
   return std::make_shared<const Slot<T>>(slot);
 }
 

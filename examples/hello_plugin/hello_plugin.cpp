@@ -91,8 +91,7 @@ class HelloPlugin final : public cw::Plugin {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) uint32_t FlutterOstrelPluginRegister(
-    FlutterOstrelPluginContext* context) {
+uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   auto* const registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
   if (!registrar || !registrar->GetMessenger() || !registrar->GetApplication()) return 0;
   registrar->AddPlugin(std::make_shared<HelloPlugin>(registrar));

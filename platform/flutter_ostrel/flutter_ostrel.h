@@ -1,17 +1,17 @@
 /* The embedder's C interface for plug-ins: the context that a plug-in is registered with, and the
  * tables and structures that it leads to.
  *
- *   int FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
+ *   uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
  *     FlutterOstrelApplicationProcTable table = {sizeof table};
  *     return context->ApplicationProcTableLoad(&table, sizeof table, context->application);
  *   }
  *
  * A plug-in in C++ has objects for all of it: cw/plugin_registrar.h.
  *
- * Sizes. Every structure starts with its declared size in bytes; a field counts only if that size
- * reaches the field's end. Whoever asks for a structure clears it, sets the size that it knows and
- * passes the size along; whoever fills it may lower the size to the one that it knows. Structures
- * grow only at the end.
+ * Sizes. A structure starts with its declared size in bytes (but for the description of a texture,
+ * which never changes); a field counts only if that size reaches the field's end. Whoever asks for
+ * a structure clears it, sets the size that it knows and passes the size along; whoever fills it
+ * may lower the size to the one that it knows. Structures grow only at the end.
  *
  * Results. Loaders, and entries that fill a version, answer non-zero on success; entries that
  * fill a theme or a payload, or create a window, answer zero on success. A subscription's id is
@@ -96,8 +96,9 @@ typedef struct FlutterOstrelWindowParameters {
 typedef struct FlutterOstrelApplicationProcTable {
   uint32_t size;
 
-  /* Copies the text of a kind (1 to 3) into the buffer, as much of it as fits, and returns how many
-   * bytes the whole needs with its NUL; 0: there is none. Asked with a null buffer first. */
+  /* Copies the text of a kind (1 to 3) into the buffer, as much of it as fits before a NUL, and
+   * returns how many bytes the whole needs with its NUL; 0: there is none. Asked with a null buffer
+   * first. */
   size_t (*GetApplicationInfo)(_FlutterOstrelApplication* application, uint32_t kind, char* buffer,
                                size_t buffer_size);
 
@@ -106,12 +107,12 @@ typedef struct FlutterOstrelApplicationProcTable {
   void (*GetDartEntryPointArgs)(_FlutterOstrelApplication* application, int* count,
                                 const char* const** arguments);
 
-  /* Fill a version; non-zero on success. */
+  /* Fill a version; non-zero on success. They belong to the process, so they take no handle. */
   uint32_t (*GetOSVersion)(FlutterOstrelOSVersion* version, uint32_t size);
   uint32_t (*GetEmbedderVersion)(FlutterOstrelEmbedderVersion* version, uint32_t size);
 
   /* Calls the slot once on the embedder's thread, later; one that can no longer be called is only
-   * released. `value` is the embedder's to interpret. [any thread] */
+   * released, on any thread. `value` is the embedder's to interpret. [any thread] */
   void (*EnqueueTask)(_FlutterOstrelApplication* application, const FlutterOstrelSlot* slot,
                       uint32_t value);
 
@@ -166,7 +167,7 @@ typedef struct FlutterOstrelMessengerProcTable {
                             FlutterOstrelMessageCallback callback, void* user_data);
 
   /* Calls the slot whenever the other side begins (true) or ceases (false) to listen on the
-   * channel. Returns the subscription's id, 0 on failure. */
+   * channel; how it is now is not told. Returns the subscription's id, 0 on failure. */
   unsigned int (*ChannelUpdateSubscribe)(_FlutterOstrelEngine* engine, const char* channel,
                                          const FlutterOstrelBoolSlot* slot);
 
@@ -366,8 +367,9 @@ typedef struct FlutterOstrelPluginContext {
                                      _FlutterOstrelEngine* engine);
 } FlutterOstrelPluginContext;
 
-/* A plug-in is a shared library that exports this function. It is called once for each engine, on
- * the embedder's thread, and answers non-zero when the plug-in is ready. */
+/* A plug-in is a shared library that exports this function (this declaration makes it visible). It
+ * is called once for each engine, on the embedder's thread, and answers non-zero when the plug-in
+ * is ready. */
 uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context);
 
 #pragma GCC visibility pop
