@@ -16,7 +16,7 @@ namespace {
 template <typename T>
 void Fill(T* target, uint32_t size, const T& whole) {
   constexpr size_t kFirst = sizeof(void*);  // Where the first pointer stands.
-  const size_t end = size / sizeof(void*) * sizeof(void*);
+  const size_t end = std::min<size_t>(size, sizeof(T)) / sizeof(void*) * sizeof(void*);
   auto* const bytes = reinterpret_cast<unsigned char*>(target);
   if (end > kFirst) {
     std::memcpy(bytes + kFirst, reinterpret_cast<const unsigned char*>(&whole) + kFirst,
@@ -25,17 +25,12 @@ void Fill(T* target, uint32_t size, const T& whole) {
   std::memcpy(bytes, &size, sizeof size);
 }
 
-template <typename T>
-uint32_t GetDeclared(const std::optional<uint32_t>& declared) {
-  return std::min<uint32_t>(declared.value_or(sizeof(T)), sizeof(T));
-}
-
 template <typename T, typename Handle>
 uint32_t Load(T* table, uint32_t size, const Handle* handle, const T& whole,
               std::optional<uint32_t> DeclaredSizes::*declared) {
   return With(handle, uint32_t{0}, [&](const Engine& engine) -> uint32_t {
     const uint32_t known =
-        std::min(size, GetDeclared<T>(engine.description.declared_sizes.*declared));
+        std::min<uint32_t>(size, (engine.description.declared_sizes.*declared).value_or(sizeof(T)));
     if (!table || known < sizeof table->size) return 0;
     Fill(table, known, whole);
     return 1;
@@ -72,9 +67,8 @@ void EngineDestroyedSubscribe(_FlutterOstrelEngine* handle,
 
 Context::Context(const Engine& engine) {
   using Whole = FlutterOstrelPluginContext;
-  const uint32_t size = std::max<uint32_t>(
-      GetDeclared<Whole>(engine.description.declared_sizes.context), sizeof(uint32_t));
-  memory_.reset(static_cast<Whole*>(std::calloc(1, size)));
+  const uint32_t size = engine.description.declared_sizes.context.value_or(sizeof(Whole));
+  memory_.reset(static_cast<Whole*>(std::calloc(1, std::max<size_t>(size, sizeof(size)))));
   if (!memory_) throw std::bad_alloc();
   const Handles& handles = engine.handles;
   const Whole whole = {size,

@@ -67,7 +67,9 @@ struct Answer {
 // Empty for "not implemented".
 std::vector<uint8_t> Encode(const Answer& answer);
 
-// In bytes as on this machine; none: the whole structure.
+// In bytes as on this machine; none: the whole structure. A larger one plays a newer embedder, of
+// which the plug-in does not know all.
+constexpr uint32_t kMostDeclared = 4096;
 struct DeclaredSizes {
   std::optional<uint32_t> context;
   std::optional<uint32_t> application;

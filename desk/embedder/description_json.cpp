@@ -67,14 +67,12 @@ void Fields(Archive& archive, Source& it) {
     archive("value", it.value);
     archive("text", it.text);
   } else if constexpr (std::is_same_v<T, DeclaredSizes>) {
-    const auto limits = [](const char* name) {
-      return Limits{0, static_cast<double>(GetWholeSize(name))};
-    };
-    archive("context", it.context, limits("context"));
-    archive("application", it.application, limits("application"));
-    archive("view", it.view, limits("view"));
-    archive("texture", it.texture, limits("texture"));
-    archive("messenger", it.messenger, limits("messenger"));
+    const Limits limits{0, kMostDeclared};
+    archive("context", it.context, limits);
+    archive("application", it.application, limits);
+    archive("view", it.view, limits);
+    archive("texture", it.texture, limits);
+    archive("messenger", it.messenger, limits);
   } else {
     static_assert(std::is_same_v<T, Description>);
     archive("information", it.information, kInformationKinds);

@@ -18,9 +18,8 @@ const char kUsage[] =
     "  --description FILE        what the plug-in is shown, and the steps that are done to it, as\n"
     "                            JSON; -: standard input\n"
     "  --libs-path DIR           the directory of kind 1; also passed on among the arguments\n"
-    "  --declare STRUCTURE=BYTES the size that an older embedder declares of the context, or of "
-    "the\n"
-    "                            application, view, texture or messenger table\n"
+    "  --declare STRUCTURE=BYTES the size that another embedder declares of the context, or of\n"
+    "                            the application, view, texture or messenger table\n"
     "  --offer                   print the description as it is then, and what is offered by it;\n"
     "                            without a plug-in\n"
     "  --report FILE             write what the plug-in does, one JSON object a line, as it does\n"
@@ -54,14 +53,13 @@ void SetTimeout(Options* it, const std::string& value) {
 void AddDeclared(Options* it, const std::string& value) {
   const size_t equals = std::min(value.find('='), value.size());
   const std::string structure = value.substr(0, equals);
-  const uint32_t whole = GetWholeSize(structure);
-  if (whole == 0 || equals == value.size()) {
+  if (GetWholeSize(structure) == 0 || equals == value.size()) {
     throw std::runtime_error("--declare: \"" + value +
                              "\" is no STRUCTURE=BYTES with context, application, view, texture "
                              "or messenger");
   }
-  it->declared.emplace_back(structure,
-                            ParseNumber("--declare " + structure, value.substr(equals + 1), whole));
+  it->declared.emplace_back(
+      structure, ParseNumber("--declare " + structure, value.substr(equals + 1), kMostDeclared));
 }
 
 struct ValueOption {

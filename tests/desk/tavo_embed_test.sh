@@ -28,7 +28,7 @@ expect 2 '--report: its value is missing' "$plugin" --report
 expect 2 'there is a plug-in already' "$plugin" "$plugin"
 expect 2 '--timeout: "soon" is no number' --timeout soon "$plugin"
 expect 2 '"popup=4" is no STRUCTURE=BYTES' --declare popup=4 "$plugin"
-expect 2 '"4096" is no number from 0 to' --declare=view=4096 "$plugin"
+expect 2 '"4097" is no number from 0 to' --declare=view=4097 "$plugin"
 expect 2 "$work/none: No such file or directory" --description "$work/none" "$plugin"
 expect 2 'Is a directory' --description "$work" "$plugin"
 expect 3 "$work/none.so: No such file or directory" "$work/none.so"
