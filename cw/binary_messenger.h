@@ -17,7 +17,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -25,6 +24,9 @@
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
 namespace cw {
+namespace details {
+class MessageHandlers;
+}  // namespace details
 
 using BinaryReply = std::function<void(const uint8_t* data, size_t size)>;
 
@@ -55,22 +57,13 @@ class FORGE_EXPORT BinaryMessenger {
   void OnChannelUpdateUnsubscribe(const std::string& channel, unsigned id);
 
  private:
-  class Link;
-  class Response;
   using Table = FlutterOstrelMessengerProcTable;
 
   BinaryMessenger(_FlutterOstrelEngine* engine, const Table& table);
 
-  static void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data,
-                            size_t size, FlutterOstrelSendResponse send_response,
-                            _FlutterOstrelResponse* response, void* user_data);
-  static void HandleReply(const uint8_t* data, size_t size, void* user_data);
-
   _FlutterOstrelEngine* const engine_;
   const Table table_;
-  // Shared with the message that is being handled.
-  std::map<std::string, std::shared_ptr<const BinaryMessageHandler>, std::less<>> handlers_;
-  std::shared_ptr<Link> link_;  // How the embedder's callbacks find this, as long as it lives.
+  std::shared_ptr<details::MessageHandlers> handlers_;  // By channel; owned by this alone.
 };
 
 }  // namespace cw

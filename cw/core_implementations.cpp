@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cassert>
 #include <iostream>
+#include <map>
 #include <string_view>
 #include <utility>
 
@@ -15,45 +16,54 @@
 #include "forge/object.h"
 
 namespace cw {
+namespace details {
+
+struct MessageHandlersRef;
+
+// The handlers of one messenger by their channels. The embedder knows them by a number, which finds
+// nothing once the messenger is gone.
+class MessageHandlers final : public forge::Object<MessageHandlers, MessageHandlersRef*> {
+  struct PrivateTag {};
+  using Handler = std::shared_ptr<const BinaryMessageHandler>;  // Shared with a running call.
+
+ public:
+  explicit MessageHandlers(PrivateTag) : Object(nullptr) {}
+  static std::shared_ptr<MessageHandlers> Create() { return Object::Create(PrivateTag{}); }
+
+  // Both return what is there no longer: it dies with the caller, since what it holds is foreign.
+  Handler Set(const std::string& channel, BinaryMessageHandler handler) {
+    return std::exchange(handlers_[channel],
+                         std::make_shared<const BinaryMessageHandler>(std::move(handler)));
+  }
+  Handler Remove(const std::string& channel) {
+    const auto node = handlers_.extract(channel);
+    return node ? node.mapped() : nullptr;
+  }
+
+  Handler Find(std::string_view channel) const {
+    const auto found = handlers_.find(channel);
+    return found == handlers_.end() ? nullptr : found->second;
+  }
+
+ private:
+  std::map<std::string, Handler, std::less<>> handlers_;
+};
+
+}  // namespace details
+
 namespace {
 
+using details::MessageHandlers;
 using PendingReplies = details::OneShotCalls<const uint8_t*, size_t>;
 
 size_t SizeOf(const uint8_t* data, size_t size) { return data ? size : 0; }
 
-struct MessengerLinkRef;
-
-}  // namespace
-
-// ---- The messenger, as the embedder knows it ----
-
-class BinaryMessenger::Link final : public forge::Object<Link, MessengerLinkRef*> {
-  struct PrivateTag {};
-
+// The answer to one incoming message.
+class Response {
  public:
-  Link(BinaryMessenger* messenger, PrivateTag) : Object(nullptr), messenger_(messenger) {}
-
-  static std::shared_ptr<Link> Create(BinaryMessenger* messenger) {
-    return Object::Create(messenger, PrivateTag{});
-  }
-
-  // Null: there is none.
-  std::shared_ptr<const BinaryMessageHandler> FindHandler(std::string_view channel) const {
-    const auto found = messenger_->handlers_.find(channel);
-    return found == messenger_->handlers_.end() ? nullptr : found->second;
-  }
-
- private:
-  BinaryMessenger* const messenger_;  // Owns this.
-};
-
-// ---- The answer to one incoming message ----
-
-class BinaryMessenger::Response {
- public:
-  Response(std::weak_ptr<Link> link, _FlutterOstrelEngine* engine, FlutterOstrelSendResponse send,
-           _FlutterOstrelResponse* response)
-      : link_(std::move(link)), engine_(engine), send_(send), response_(response) {}
+  Response(std::weak_ptr<const MessageHandlers> messenger, _FlutterOstrelEngine* engine,
+           FlutterOstrelSendResponse send, _FlutterOstrelResponse* response)
+      : messenger_(std::move(messenger)), engine_(engine), send_(send), response_(response) {}
 
   void Send(const uint8_t* data, size_t size) {
     if (is_sent_.exchange(true)) {
@@ -62,18 +72,42 @@ class BinaryMessenger::Response {
       return;
     }
     // Not held while the embedder runs: it may end the messenger.
-    if (send_ && !link_.expired()) {
+    if (send_ && !messenger_.expired()) {
       send_(engine_, std::exchange(response_, nullptr), data, SizeOf(data, size));
     }
   }
 
  private:
-  const std::weak_ptr<Link> link_;
+  const std::weak_ptr<const MessageHandlers> messenger_;
   _FlutterOstrelEngine* const engine_;
   const FlutterOstrelSendResponse send_;
   _FlutterOstrelResponse* response_;
   std::atomic<bool> is_sent_{false};
 };
+
+void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data,
+                   size_t size, FlutterOstrelSendResponse send_response,
+                   _FlutterOstrelResponse* response, void* user_data) {
+  forge::Fence("message handler", [&] {
+    auto handlers = MessageHandlers::FromRef(static_cast<details::MessageHandlersRef*>(user_data));
+    const auto handler = handlers && channel ? handlers->Find(channel) : nullptr;
+    if (!handler) return;
+    const auto answer = std::make_shared<Response>(handlers, engine, send_response, response);
+    handlers.reset();  // The handler may end the messenger, and these with it.
+    (*handler)(data, SizeOf(data, size), [answer](const uint8_t* answer_data, size_t answer_size) {
+      answer->Send(answer_data, answer_size);
+    });
+  });
+}
+
+void HandleReply(const uint8_t* data, size_t size, void* user_data) {
+  forge::Fence("message reply", [&] {
+    const BinaryReply reply = PendingReplies::GetInstance().Take(user_data);
+    if (reply) reply(data, SizeOf(data, size));
+  });
+}
+
+}  // namespace
 
 // ---- BinaryMessenger ----
 
@@ -87,10 +121,10 @@ std::unique_ptr<BinaryMessenger> BinaryMessenger::Create(FlutterOstrelPluginCont
 }
 
 BinaryMessenger::BinaryMessenger(_FlutterOstrelEngine* engine, const Table& table)
-    : engine_(engine), table_(table), link_(Link::Create(this)) {}
+    : engine_(engine), table_(table), handlers_(MessageHandlers::Create()) {}
 
 BinaryMessenger::~BinaryMessenger() {
-  link_.reset();  // First: handlers that die below may hold replies, which do nothing from now on.
+  handlers_.reset();
   PendingReplies::GetInstance().Withdraw(this);
 }
 
@@ -108,40 +142,15 @@ void BinaryMessenger::Send(const std::string& channel, const uint8_t* data, size
   if (!table_.Send(engine_, channel.c_str(), data, size, HandleReply, number)) replies.Take(number);
 }
 
-void BinaryMessenger::HandleReply(const uint8_t* data, size_t size, void* user_data) {
-  forge::Fence("message reply", [&] {
-    const BinaryReply reply = PendingReplies::GetInstance().Take(user_data);
-    if (reply) reply(data, SizeOf(data, size));
-  });
-}
-
 void BinaryMessenger::SetMessageHandler(const std::string& channel, BinaryMessageHandler handler) {
   if (!forge::Set(table_, &Table::SetMessageHandler)) return;
   if (!handler) {
-    const auto removed = handlers_.extract(channel);  // Dies last: what it holds is foreign.
+    const auto removed = handlers_->Remove(channel);
     table_.SetMessageHandler(engine_, channel.c_str(), nullptr, nullptr);
     return;
   }
-  auto shared = std::make_shared<const BinaryMessageHandler>(std::move(handler));
-  const auto replaced = std::exchange(handlers_[channel], std::move(shared));
-  table_.SetMessageHandler(engine_, channel.c_str(), HandleMessage, link_->GetRef());
-}
-
-void BinaryMessenger::HandleMessage(_FlutterOstrelEngine* engine, const char* channel,
-                                    const uint8_t* data, size_t size,
-                                    FlutterOstrelSendResponse send_response,
-                                    _FlutterOstrelResponse* response, void* user_data) {
-  forge::Fence("message handler", [&] {
-    auto link = Link::FromRef(static_cast<MessengerLinkRef*>(user_data));
-    const auto handler = link && channel ? link->FindHandler(channel) : nullptr;
-    if (!handler) return;
-    auto answer = std::make_shared<Response>(link, engine, send_response, response);
-    link.reset();  // The handler may end the messenger, and the link with it.
-    (*handler)(data, SizeOf(data, size),
-               [answer = std::move(answer)](const uint8_t* answer_data, size_t answer_size) {
-                 answer->Send(answer_data, answer_size);
-               });
-  });
+  const auto replaced = handlers_->Set(channel, std::move(handler));
+  table_.SetMessageHandler(engine_, channel.c_str(), HandleMessage, handlers_->GetRef());
 }
 
 unsigned BinaryMessenger::OnChannelUpdateSubscribe(const std::string& channel,

@@ -119,7 +119,7 @@ template <typename T, size_t kCount>
 void ReadVariant(const Node& node, const Variant<T> (&variants)[kCount], T* target) {
   node.Expect(node.json.is_object(), "an object");
   if (node.json.size() != 1) node.Fail("one key is wanted, which tells the kind");
-  const std::string& key = node.json.items().begin().key();
+  const std::string& key = node.json.begin().key();
   for (size_t i = 0; i < kCount; ++i) {
     if (key != variants[i].key) continue;
     target->kind = static_cast<typename T::Kind>(i);
