@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstring>
-#include <new>
 #include <utility>
 
 #include "cw/embedder_slot.h"
@@ -45,6 +44,9 @@ constexpr std::array<std::string_view, 31> kPermissionNames = {
     "WebView",
     "Contacts",
 };
+
+// What claims to be larger is no text: an error code, perhaps.
+constexpr std::size_t kLargestText = std::size_t{16} << 20;
 
 constexpr details::NumberSet kInfoTypes{1, 3, 1, 1};
 constexpr details::NumberSet kDirectoryTypes{1, 23, 1, 7};
@@ -162,10 +164,11 @@ std::vector<std::string> ApplicationWrapper::GetDartEntryPointArgs() const {
 // The embedder is asked for the size, then for the text: empty unless both answers agree.
 std::string ApplicationWrapper::GetText(TextQuery query, uint32_t kind) const {
   const std::size_t size = query ? query(application_, kind, nullptr, 0) : 0;
-  if (size == 0) return {};
-  const std::unique_ptr<char[]> text(new (std::nothrow) char[size]());
-  if (!text || query(application_, kind, text.get(), size) != size) return {};
-  return {text.get(), strnlen(text.get(), size)};
+  if (size == 0 || size > kLargestText) return {};
+  std::string text(size, '\0');
+  if (query(application_, kind, text.data(), size) != size) return {};
+  text.resize(strnlen(text.data(), size));
+  return text;
 }
 
 }  // namespace cw
