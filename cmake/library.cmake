@@ -1,7 +1,7 @@
 # All modules' objects, and the shared library made of them. Object libraries are not transitive:
 # whoever wants the library's code (libtavo.so, every unit test) links tavo_objects.
 add_library(tavo_objects INTERFACE)
-foreach(module forge cw flrpc flrpc_qt src)
+foreach(module forge cw flrpc flrpc_qt src wrapper)
   target_sources(tavo_objects INTERFACE $<TARGET_OBJECTS:tavo_${module}>)
 endforeach()
 target_link_libraries(tavo_objects INTERFACE Qt5::Core)

@@ -34,7 +34,9 @@ set(TAVO_PUBLIC_HEADERS
   forge/signals.h
   forge/strings.h
   platform/flutter_ostrel/flutter_ostrel.h
-  src/tavo_capi.h)
+  src/tavo_capi.h
+  wrapper/intent_manager.h
+  wrapper/manager_wrapper.h)
 
 # What programs of a desk may include, too.
 set(TAVO_DESK_HEADERS

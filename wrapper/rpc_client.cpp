@@ -1,0 +1,121 @@
+#include "wrapper/rpc_client.h"
+
+#include <optional>
+#include <utility>
+
+#include "flrpc/message.h"
+#include "forge/fence.h"
+#include "forge/logger.h"
+
+namespace tavo {
+namespace {
+
+using flrpc::Message;
+using ProcTable = TAVORpcClientProcTable;
+
+// Missing entries, told by name: none.
+bool IsComplete(const ProcTable& table) {
+  const struct {
+    const char* name;
+    bool is_provided;
+  } entries[] = {{"SendMessage", forge::Covered(table, &ProcTable::SendMessage)},
+                 {"StartTask", forge::Set(table, &ProcTable::StartTask)},
+                 {"UnlockResources", forge::Set(table, &ProcTable::UnlockResources)},
+                 {"Release", forge::Covered(table, &ProcTable::Release)}};
+  for (const auto& entry : entries) {
+    if (entry.is_provided) continue;
+    FORGE_LOG(kError) << forge::NotProvided(entry.name);
+    return false;
+  }
+  return true;
+}
+
+void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* client,
+          const Message& message) {
+  const auto table = weak_table.lock();
+  if (!table) return;
+  if (!forge::Covered(table->Get(), &ProcTable::SendMessage)) {
+    FORGE_LOG(kError) << forge::NotProvided("SendMessage");
+    return;
+  }
+  const std::string text = message.ToBase64();
+  if (!text.empty()) table->Get().SendMessage(client, text.c_str());
+}
+
+// None for code 0.
+std::optional<Message::Error> ErrorOf(int code, const char* text) {
+  if (code == 0) return std::nullopt;
+  return Message::Error(code, text ? text : "");
+}
+
+}  // namespace
+
+RpcClient::RpcClient(const std::shared_ptr<forge::IDispatcher>& dispatcher,
+                     std::shared_ptr<Table> table, _TAVORpcClientRef* client, PrivateTag)
+    : Object(dispatcher),
+      table_(std::move(table)),
+      client_(client),
+      inner_(flrpc::IOwnedClient::Create(
+          [weak_table = std::weak_ptr<Table>(table_), client](Message&& message) {
+            Send(weak_table, client, message);
+          })) {}
+
+RpcClient::~RpcClient() { table_->Get().Release(client_); }
+
+std::shared_ptr<flrpc::IClient> RpcClient::Create(
+    const std::shared_ptr<forge::IDispatcher>& dispatcher, const std::string& name,
+    const std::shared_ptr<Table>& table, _TAVORpcClientRef* client) {
+  if (!table || !client || !IsComplete(table->Get())) return nullptr;
+  auto object = Object::Create(dispatcher, table, client, PrivateTag{});
+  if (!object->inner_) return nullptr;
+  TAVORpcClientSlots slots{};
+  slots.size = sizeof(slots);
+  slots.OnStarted = HandleOnStarted;
+  slots.OnDisconnect = HandleOnDisconnect;
+  slots.OnMessage = HandleOnMessage;
+  slots.user_data = object->GetRef();
+  const std::string directory = table->GetLibrary()->GetPath().parent_path().string();
+  table->Get().StartTask(client, name.c_str(), directory.c_str(), &slots);
+  return object;
+}
+
+// Unlike the other two this gives back only what is there, and tests nothing: kept so.
+void RpcClient::HandleOnStarted(void* context, int code, const char* text, unsigned int chunk_id) {
+  const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
+  if (!self) return;
+  std::optional<Message::Error> error;
+  forge::Fence("OnStarted", [&] {
+    error = ErrorOf(code, text);
+    if (error) self->inner_->NotifyDisconnected(error);
+  });
+  if (chunk_id != 0) self->table_->Get().UnlockResources(self->client_, chunk_id);
+  forge::Fence("OnStarted", [&] { self->inner_->NotifyStarted(std::move(error)); });
+}
+
+void RpcClient::HandleOnDisconnect(void* context, int code, const char* text,
+                                   unsigned int chunk_id) {
+  const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
+  if (!self) return;
+  forge::Fence("OnDisconnect", [&] { self->inner_->NotifyDisconnected(ErrorOf(code, text)); });
+  self->Unlock(chunk_id);
+}
+
+void RpcClient::HandleOnMessage(void* context, const char* text, unsigned int chunk_id) {
+  const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
+  if (!self) return;
+  forge::Fence("OnMessage", [&] {
+    std::string owned(text);  // A null text throws.
+    if (!owned.empty()) self->inner_->ReceiveMessage(Message::FromBase64(std::move(owned)));
+  });
+  self->Unlock(chunk_id);
+}
+
+void RpcClient::Unlock(unsigned int chunk_id) const {
+  if (forge::Covered(table_->Get(), &ProcTable::UnlockResources)) {
+    table_->Get().UnlockResources(client_, chunk_id);
+  } else {
+    FORGE_LOG(kError) << forge::NotProvided("UnlockResources");
+  }
+}
+
+}  // namespace tavo

@@ -1,0 +1,82 @@
+#include "wrapper/rpc_server.h"
+
+#include <utility>
+
+#include "flrpc/message.h"
+#include "forge/fence.h"
+#include "forge/logger.h"
+
+namespace tavo {
+namespace {
+
+using flrpc::Message;
+using ProcTable = TAVORpcServerProcTable;
+
+bool IsComplete(const ProcTable& table) {
+  const struct {
+    const char* name;
+    bool is_provided;
+  } entries[] = {{"Run", forge::Covered(table, &ProcTable::Run)},
+                 {"SendMessage", forge::Covered(table, &ProcTable::SendMessage)},
+                 {"UnlockResources", forge::Set(table, &ProcTable::UnlockResources)}};
+  for (const auto& entry : entries) {
+    if (entry.is_provided) continue;
+    FORGE_LOG(kError) << forge::NotProvided(entry.name);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
+                     std::shared_ptr<Table> table, _TAVORpcServerRef* server, PrivateTag)
+    : Object(dispatcher),
+      table_(std::move(table)),
+      server_(server),
+      inner_(flrpc::IOwnedServer::Create(
+          [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
+            const auto living = weak_table.lock();
+            const std::string text = living ? message.ToBase64() : std::string();
+            if (!text.empty()) living->Get().SendMessage(server, text.c_str());
+          })) {}
+
+std::shared_ptr<flrpc::IServer> RpcServer::Create(
+    const std::shared_ptr<forge::IDispatcher>& dispatcher, const std::shared_ptr<Table>& table,
+    _TAVORpcServerRef* server) {
+  if (!table || !server || !IsComplete(table->Get())) return nullptr;
+  return Object::Create(dispatcher, table, server, PrivateTag{});
+}
+
+void RpcServer::Run() {
+  TAVORpcServerSlots slots{};
+  slots.size = sizeof(slots);
+  slots.OnStarted = HandleOnStarted;
+  slots.OnMessage = HandleOnMessage;
+  slots.user_data = GetRef();
+  table_->Get().Run(server_, &slots);
+}
+
+// Whatever the code, the server runs; an error is not told here: kept so.
+void RpcServer::HandleOnStarted(void* context, int, const char*, unsigned int chunk_id) {
+  const auto self = FromRef(static_cast<_RpcServerWrapperRef*>(context));
+  if (!self) return;
+  self->UnlockIfAny(chunk_id);
+  forge::Fence("OnStarted", [&] { self->inner_->Run(); });
+}
+
+void RpcServer::HandleOnMessage(void* context, const char* text, unsigned int chunk_id) {
+  const auto self = FromRef(static_cast<_RpcServerWrapperRef*>(context));
+  if (!self) return;
+  forge::Fence("OnMessage", [&] {
+    std::string owned(text);  // A null text throws.
+    if (!owned.empty()) self->inner_->ReceiveMessage(Message::FromBase64(std::move(owned)));
+  });
+  self->UnlockIfAny(chunk_id);
+}
+
+void RpcServer::UnlockIfAny(unsigned int chunk_id) const {
+  if (chunk_id != 0) table_->Get().UnlockResources(server_, chunk_id);
+}
+
+}  // namespace tavo
