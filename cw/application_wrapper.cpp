@@ -45,20 +45,22 @@ constexpr std::array<std::string_view, 31> kPermissionNames = {
     "Contacts",
 };
 
-// What claims to be larger is no text: an error code, perhaps.
+// A larger answer (an error code such as -1) is no text.
 constexpr std::size_t kLargestText = std::size_t{16} << 20;
 
 constexpr details::NumberSet kInfoTypes{1, 3, 1, 1};
 constexpr details::NumberSet kDirectoryTypes{1, 23, 1, 7};
 
 // Asks for a version; the numbers that the answer does not cover stay 0.
-template <std::size_t kCount, typename Version>
-std::array<uint32_t, kCount> AskForVersion(uint32_t (*ask)(Version*, uint32_t)) {
+template <std::size_t kCount, typename Table, typename Version>
+std::array<uint32_t, kCount> AskForVersion(const Table& table,
+                                           uint32_t (*Table::*ask)(Version*, uint32_t)) {
   std::array<uint32_t, kCount> numbers{};
   Version version{};
   static_assert(sizeof(version.numbers) == sizeof(numbers), "All of them");
   version.size = sizeof(version);
-  if (!ask || ask(&version, sizeof(version)) == 0) return numbers;
+  const uint32_t size = sizeof(version);
+  if (details::CallIfSet(table, ask, 0u, &version, size) == 0) return numbers;
   for (std::size_t i = 0; i < kCount; ++i) {
     if (forge::Reaches(version, version.numbers[i])) numbers[i] = version.numbers[i];
   }
@@ -83,11 +85,11 @@ std::unique_ptr<ApplicationWrapper> ApplicationWrapper::Create(
 }
 
 ApplicationWrapper::OSVersion ApplicationWrapper::GetOSVersion() const {
-  return AskForVersion<4>(table_.GetOSVersion);
+  return AskForVersion<4>(table_, &Table::GetOSVersion);
 }
 
 ApplicationWrapper::EmbedderVersion ApplicationWrapper::GetEmbedderVersion() const {
-  return AskForVersion<3>(table_.GetEmbedderVersion);
+  return AskForVersion<3>(table_, &Table::GetEmbedderVersion);
 }
 
 void ApplicationWrapper::EnqueueTask(std::function<void()> task, uint32_t value) const {
@@ -125,10 +127,7 @@ bool ApplicationWrapper::HasPermission(Permission permission) const {
 bool ApplicationWrapper::CreateMainWindow(
     const std::string& first_text, const std::string& second_text, const EncodableValue* payload,
     const std::function<void(const EncodableValue&, std::string)>& callback) {
-  if (!forge::Covered(table_, &Table::CreateMainWindow)) {
-    FORGE_LOG(kError) << forge::NotProvided("CreateMainWindow");
-    return false;
-  }
+  if (!FORGE_COVERED_OR_LOG(table_, CreateMainWindow)) return false;
   const forge::Buffer bytes = payload ? payload->Serialize() : forge::Buffer();
   FlutterOstrelWindowParameters parameters{};
   parameters.size = sizeof(parameters);
@@ -141,11 +140,11 @@ bool ApplicationWrapper::CreateMainWindow(
 }
 
 std::string ApplicationWrapper::GetApplicationInfo(InfoType type) const {
-  return GetText(table_.GetApplicationInfo, kInfoTypes.Restrict(static_cast<uint32_t>(type)));
+  return GetText(&Table::GetApplicationInfo, kInfoTypes.Restrict(static_cast<uint32_t>(type)));
 }
 
 std::filesystem::path ApplicationWrapper::GetPath(DirectoryType type) const {
-  return GetText(table_.GetPath, kDirectoryTypes.Restrict(static_cast<uint32_t>(type)));
+  return GetText(&Table::GetPath, kDirectoryTypes.Restrict(static_cast<uint32_t>(type)));
 }
 
 std::filesystem::path ApplicationWrapper::GetLibraryPath(std::string_view name) const {
@@ -163,10 +162,13 @@ std::vector<std::string> ApplicationWrapper::GetDartEntryPointArgs() const {
 
 // The embedder is asked for the size, then for the text: empty unless both answers agree.
 std::string ApplicationWrapper::GetText(TextQuery query, uint32_t kind) const {
-  const std::size_t size = query ? query(application_, kind, nullptr, 0) : 0;
+  const auto ask = [&](char* buffer, std::size_t size) {
+    return details::CallIfSet(table_, query, std::size_t{0}, application_, kind, buffer, size);
+  };
+  const std::size_t size = ask(nullptr, 0);
   if (size == 0 || size > kLargestText) return {};
   std::string text(size, '\0');
-  if (query(application_, kind, text.data(), size) != size) return {};
+  if (ask(text.data(), size) != size) return {};
   text.resize(strnlen(text.data(), size));
   return text;
 }

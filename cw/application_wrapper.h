@@ -101,6 +101,7 @@ class FORGE_EXPORT ApplicationWrapper final : public forge::IDispatcher {
                         const EncodableValue* payload,
                         const std::function<void(const EncodableValue&, std::string)>& callback);
 
+  // At most 16 MiB, as the paths below; empty for more.
   std::string GetApplicationInfo(InfoType type) const;
   std::filesystem::path GetPath(DirectoryType type) const;
 
@@ -112,7 +113,7 @@ class FORGE_EXPORT ApplicationWrapper final : public forge::IDispatcher {
 
  private:
   using Table = FlutterOstrelApplicationProcTable;
-  using TextQuery = size_t (*)(_FlutterOstrelApplication*, uint32_t, char*, size_t);
+  using TextQuery = size_t (*Table::*)(_FlutterOstrelApplication*, uint32_t, char*, size_t);
 
   ApplicationWrapper(_FlutterOstrelApplication* application, const Table& table)
       : application_(application), table_(table) {}

@@ -6,8 +6,8 @@
 //   });
 //
 // Data is borrowed until the call returns; null data has the size 0. A handler may replace or
-// remove itself, and end the messenger. Nothing of a messenger is called after its end: messages
-// and answers that still come are dropped, replies that are still held do nothing.
+// remove itself, and end the messenger. Nothing of a messenger is called after its end: messages,
+// answers and updates that still come are dropped, replies that are still held do nothing.
 //
 // Threads: the embedder's, where handlers and replies run, too.
 // Errors:  an operation that the embedder does not offer does nothing; those on channel updates log
@@ -31,7 +31,7 @@ class MessageHandlers;
 using BinaryReply = std::function<void(const uint8_t* data, size_t size)>;
 
 // `reply` answers the message, once, now or later; a second answer is refused with a line on
-// standard error.
+// standard error. Nobody answers for a handler that does not: the other side waits.
 using BinaryMessageHandler =
     std::function<void(const uint8_t* data, size_t size, BinaryReply reply)>;
 
@@ -60,6 +60,8 @@ class FORGE_EXPORT BinaryMessenger {
   using Table = FlutterOstrelMessengerProcTable;
 
   BinaryMessenger(_FlutterOstrelEngine* engine, const Table& table);
+
+  bool HasEnded() const { return !handlers_; }
 
   _FlutterOstrelEngine* const engine_;
   const Table table_;

@@ -23,7 +23,9 @@ struct MessageHandlersRef;
 // The handlers of one messenger by their channels. The embedder knows them by a number, which finds
 // nothing once the messenger is gone.
 class MessageHandlers final : public forge::Object<MessageHandlers, MessageHandlersRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
   using Handler = std::shared_ptr<const BinaryMessageHandler>;  // Shared with a running call.
 
  public:
@@ -90,8 +92,12 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
                    _FlutterOstrelResponse* response, void* user_data) {
   forge::Fence("message handler", [&] {
     auto handlers = MessageHandlers::FromRef(static_cast<details::MessageHandlersRef*>(user_data));
-    const auto handler = handlers && channel ? handlers->Find(channel) : nullptr;
-    if (!handler) return;
+    if (!handlers) return;
+    const auto handler = channel ? handlers->Find(channel) : nullptr;
+    if (!handler) {  // It was on its way when the handler was removed.
+      if (send_response) send_response(engine, response, nullptr, 0);
+      return;
+    }
     const auto answer = std::make_shared<Response>(handlers, engine, send_response, response);
     handlers.reset();  // The handler may end the messenger, and these with it.
     (*handler)(data, SizeOf(data, size), [answer](const uint8_t* answer_data, size_t answer_size) {
@@ -124,26 +130,30 @@ BinaryMessenger::BinaryMessenger(_FlutterOstrelEngine* engine, const Table& tabl
     : engine_(engine), table_(table), handlers_(MessageHandlers::Create()) {}
 
 BinaryMessenger::~BinaryMessenger() {
-  handlers_.reset();
+  // What dies here is foreign and may call this: it has ended already.
+  const auto handlers = std::exchange(handlers_, nullptr);
   PendingReplies::GetInstance().Withdraw(this);
 }
 
 void BinaryMessenger::Send(const std::string& channel, const uint8_t* data, size_t size,
                            BinaryReply reply) const {
-  if (!forge::Set(table_, &Table::Send)) return;
+  if (HasEnded() || !forge::Set(table_, &Table::Send)) return;
+  const size_t data_size = SizeOf(data, size);
   if (!reply) {
-    table_.Send(engine_, channel.c_str(), data, size, nullptr, nullptr);
+    table_.Send(engine_, channel.c_str(), data, data_size, nullptr, nullptr);
     return;
   }
   auto& replies = PendingReplies::GetInstance();
   void* const number = replies.Add(std::move(reply), this);
   // The messenger may end within the call. A callback that came though the answer is false has
   // taken the reply.
-  if (!table_.Send(engine_, channel.c_str(), data, size, HandleReply, number)) replies.Take(number);
+  if (!table_.Send(engine_, channel.c_str(), data, data_size, HandleReply, number)) {
+    replies.Take(number);
+  }
 }
 
 void BinaryMessenger::SetMessageHandler(const std::string& channel, BinaryMessageHandler handler) {
-  if (!forge::Set(table_, &Table::SetMessageHandler)) return;
+  if (HasEnded() || !forge::Set(table_, &Table::SetMessageHandler)) return;
   if (!handler) {
     const auto removed = handlers_->Remove(channel);
     table_.SetMessageHandler(engine_, channel.c_str(), nullptr, nullptr);
@@ -155,21 +165,24 @@ void BinaryMessenger::SetMessageHandler(const std::string& channel, BinaryMessag
 
 unsigned BinaryMessenger::OnChannelUpdateSubscribe(const std::string& channel,
                                                    std::function<void(bool)> callback) {
-  if (!forge::Covered(table_, &Table::ChannelUpdateSubscribe)) {
-    FORGE_LOG(kError) << forge::NotProvided("OnChannelUpdateSubscribe");
+  if (HasEnded()) return 0;
+  if (!FORGE_COVERED_OR_LOG_AS(table_, ChannelUpdateSubscribe, "OnChannelUpdateSubscribe")) {
     return 0;
   }
+  std::function<void(bool)> while_living = [messenger = std::weak_ptr(handlers_),
+                                            callback = std::move(callback)](bool listens) {
+    if (callback && !messenger.expired()) callback(listens);
+  };
   const auto slot =
-      details::CreateFencedSlot<FlutterOstrelBoolSlot>("channel update", std::move(callback));
+      details::CreateFencedSlot<FlutterOstrelBoolSlot>("channel update", std::move(while_living));
   return table_.ChannelUpdateSubscribe(engine_, channel.c_str(), &slot);
 }
 
 void BinaryMessenger::OnChannelUpdateUnsubscribe(const std::string& channel, unsigned id) {
-  if (!forge::Covered(table_, &Table::ChannelUpdateUnsubscribe)) {
-    FORGE_LOG(kError) << forge::NotProvided("OnChannelUpdateUnsubscribe");
-    return;
+  if (HasEnded()) return;
+  if (FORGE_COVERED_OR_LOG_AS(table_, ChannelUpdateUnsubscribe, "OnChannelUpdateUnsubscribe")) {
+    table_.ChannelUpdateUnsubscribe(engine_, channel.c_str(), id);
   }
-  table_.ChannelUpdateUnsubscribe(engine_, channel.c_str(), id);
 }
 
 // ---- ReplyManager ----

@@ -49,12 +49,14 @@ inline EncodableValue DecodeForeign(const char* place, const uint8_t* data, std:
 
 using WindowResult = std::function<void(const EncodableValue&, std::string)>;
 
-// The slot of a window that answers with a value and a text. None for an empty function.
+// The slot of a window that answers, once, with a value and a text. None for an empty function.
 inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResult& function) {
   if (!function) return std::nullopt;
+  auto pending = std::make_shared<WindowResult>(function);
   std::function<void(const uint8_t*, std::size_t, const char*)> decode =
-      [function](const uint8_t* data, std::size_t size, const char* text) {
-        function(DecodeForeign("window result", data, size), text ? text : "");
+      [pending](const uint8_t* data, std::size_t size, const char* text) {
+        const WindowResult result = std::exchange(*pending, nullptr);
+        if (result) result(DecodeForeign("window result", data, size), text ? text : "");
       };
   return CreateFencedSlot<FlutterOstrelResultSlot>("window result", std::move(decode));
 }

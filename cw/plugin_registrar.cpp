@@ -18,13 +18,14 @@ PluginRegistrar::PluginRegistrar(FlutterOstrelPluginContext* context)
       textures_(TextureRegistrar::Create(context)) {}
 
 PluginRegistrar::~PluginRegistrar() {
+  is_ending_ = true;
   ClearPlugins();  // While the messenger still exists.
   messenger_.reset();
   textures_.reset();
 }
 
 void PluginRegistrar::AddPlugin(const std::shared_ptr<Plugin>& plugin) {
-  if (plugin) plugins_.insert(plugin);
+  if (plugin && !is_ending_) plugins_.insert(plugin);
 }
 
 void PluginRegistrar::ClearPlugins() {
@@ -46,7 +47,9 @@ PluginRegistrar* PluginRegistrarManager::GetRegistrarImpl(FlutterOstrelPluginCon
   if (!context || !forge::Covered(*context, &Context::engine)) return nullptr;
   _FlutterOstrelEngine* const engine = context->engine;
   if (auto* registrar = Find(engine)) return registrar;
-  registrars_[engine] = std::make_unique<PluginRegistrar>(context);
+  auto made = std::make_unique<PluginRegistrar>(context);
+  const bool is_first = registrars_.try_emplace(engine, std::move(made)).second;
+  if (!is_first) return Find(engine);  // A loader asked for it meanwhile; ours goes.
   if (forge::Covered(*context, &Context::EngineDestroyedSubscribe)) {
     context->EngineDestroyedSubscribe(engine, OnRegistrarDestroyed);
   }

@@ -46,7 +46,8 @@ class FORGE_EXPORT PluginRegistrar {
   void AddPlugin(const std::shared_ptr<Plugin>& plugin);
 
   // Calls Release on each plug-in, in the order of their addresses, and drops them. A plug-in may
-  // add and clear within it: what is added then stays.
+  // add and clear within it: what is added then stays, but for when the registrar ends: then
+  // nothing is taken any more.
   void ClearPlugins();
 
   // The directory of the application's libraries; empty without an application.
@@ -67,6 +68,7 @@ class FORGE_EXPORT PluginRegistrar {
   std::unique_ptr<BinaryMessenger> messenger_;
   std::unique_ptr<TextureRegistrar> textures_;
   Plugins plugins_;
+  bool is_ending_ = false;
 };
 
 class FORGE_EXPORT PluginRegistrarManager {

@@ -69,7 +69,7 @@ class FORGE_EXPORT TextureRegistrar {
   bool MarkTextureFrameAvailable(int64_t texture_id);
 
   // The callback (empty: none) is called once, when the texture is gone, also after the registrar's
-  // end; not at all when the answer is false.
+  // end; it is dropped when the answer is false.
   bool UnregisterTexture(int64_t texture_id, std::function<void()> callback);
 
  private:

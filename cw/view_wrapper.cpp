@@ -20,15 +20,6 @@ constexpr NumberSet kWindowTypes{1, 3, 1, 0};
 
 constexpr uint32_t kWindowModeVisibility = 3;
 
-// The test of the newer entries.
-template <typename Entry>
-bool Offers(const FlutterOstrelViewProcTable& table, Entry FlutterOstrelViewProcTable::*entry,
-            const char* name) {
-  if (forge::Covered(table, entry)) return true;
-  FORGE_LOG(kError) << forge::NotProvided(name);
-  return false;
-}
-
 // A chunk of the view's resources, locked while this lives.
 class ResourcesLock {
  public:
@@ -190,27 +181,24 @@ void ViewWrapper::GetHandle(HandleEntry entry, void** out) const {
 // ---- Entries that must be covered, and log --------------------------------------------------
 
 bool ViewWrapper::GetWindowMode() const {
-  if (!Offers(table_, &Table::GetWindowVisibility, "GetWindowVisibility")) return false;
+  if (!FORGE_COVERED_OR_LOG(table_, GetWindowVisibility)) return false;
   return table_.GetWindowVisibility(view_) == kWindowModeVisibility;
 }
 
 unsigned int ViewWrapper::WindowVisibilityChangedSubscribe(std::function<void()> callback) {
-  if (!Offers(table_, &Table::WindowVisibilityChangedSubscribe, "WindowVisibilityChangedSubscribe"))
-    return 0;
+  if (!FORGE_COVERED_OR_LOG(table_, WindowVisibilityChangedSubscribe)) return 0;
   return Subscribe(&Table::WindowVisibilityChangedSubscribe, std::move(callback));
 }
 
 void ViewWrapper::WindowVisibilityChangedUnsubscribe(unsigned int id) {
-  if (!Offers(table_, &Table::WindowVisibilityChangedUnsubscribe,
-              "WindowVisibilityChangedUnsubscribe"))
-    return;
+  if (!FORGE_COVERED_OR_LOG(table_, WindowVisibilityChangedUnsubscribe)) return;
   table_.WindowVisibilityChangedUnsubscribe(view_, id);
 }
 
 ViewWrapper::Theme ViewWrapper::GetTheme() const {
-  if (!Offers(table_, &Table::LockResources, "LockResources")) return {};
-  if (!Offers(table_, &Table::UnlockResources, "UnlockResources")) return {};
-  if (!Offers(table_, &Table::GetTheme, "GetTheme")) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, LockResources)) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, UnlockResources)) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, GetTheme)) return {};
   const ResourcesLock lock(table_, view_);
   FlutterOstrelTheme theme{};
   theme.size = sizeof(theme);
@@ -219,19 +207,19 @@ ViewWrapper::Theme ViewWrapper::GetTheme() const {
 }
 
 unsigned int ViewWrapper::ThemeChangedSubscribe(std::function<void()> callback) {
-  if (!Offers(table_, &Table::ThemeChangedSubscribe, "ThemeChangedSubscribe")) return 0;
+  if (!FORGE_COVERED_OR_LOG(table_, ThemeChangedSubscribe)) return 0;
   return Subscribe(&Table::ThemeChangedSubscribe, std::move(callback));
 }
 
 void ViewWrapper::ThemeChangedUnsubscribe(unsigned int id) {
-  if (!Offers(table_, &Table::ThemeChangedUnsubscribe, "ThemeChangedUnsubscribe")) return;
+  if (!FORGE_COVERED_OR_LOG(table_, ThemeChangedUnsubscribe)) return;
   table_.ThemeChangedUnsubscribe(view_, id);
 }
 
 EncodableValue ViewWrapper::GetWindowPayload() const {
-  if (!Offers(table_, &Table::LockResources, "LockResources")) return {};
-  if (!Offers(table_, &Table::UnlockResources, "UnlockResources")) return {};
-  if (!Offers(table_, &Table::GetWindowPayload, "GetWindowPayload")) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, LockResources)) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, UnlockResources)) return {};
+  if (!FORGE_COVERED_OR_LOG(table_, GetWindowPayload)) return {};
   const ResourcesLock lock(table_, view_);
   ForgeBufferView view{};
   view.struct_size = sizeof(view);
@@ -261,7 +249,7 @@ void ViewWrapper::CreatePopupWindow(
 }
 
 void ViewWrapper::CloseWindow(const EncodableValue& result) {
-  if (!Offers(table_, &Table::CloseWindow, "CloseWindow")) return;
+  if (!FORGE_COVERED_OR_LOG(table_, CloseWindow)) return;
   const forge::Buffer bytes = result.Serialize();
   table_.CloseWindow(view_, bytes.GetData(), bytes.GetSize());
 }

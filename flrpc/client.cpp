@@ -26,7 +26,9 @@ constexpr uint32_t kMostConnectRequests = 4;
 class Client final : public IOwnedClient,
                      public forge::details::CounterClient,
                      public std::enable_shared_from_this<Client> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   Client(std::function<void(Message&&)>&& send, PrivateTag)

@@ -17,7 +17,9 @@ using cw::EncodableValue;
 constexpr char kConnect[] = "flrpc.connected";
 
 class Server final : public std::enable_shared_from_this<Server>, public IOwnedServer {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   Server(std::function<void(Message&&)>&& send, PrivateTag)

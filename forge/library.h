@@ -16,7 +16,9 @@
 namespace forge {
 
 class FORGE_EXPORT Library {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit Library(std::filesystem::path path, PrivateTag);

@@ -27,7 +27,9 @@ FORGE_EXPORT bool HasBound(ForgeResult result);
 
 template <typename Table>
 class LibraryApi {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   // Fills the table as far as caller and library both know it.

@@ -1,9 +1,6 @@
 // What a C table or structure offers: its first field is its declared size, `size`, in bytes.
 //
-//   if (!forge::Covered(table, &TAVOProcTable::Initialize)) {
-//     FORGE_LOG(kError) << forge::NotProvided("Initialize");
-//     return nullptr;
-//   }
+//   if (!FORGE_COVERED_OR_LOG(table, Initialize)) return nullptr;
 //
 // Threads: any.
 // Errors:  none; memory beyond the declared size is never read by Covered.
@@ -12,8 +9,10 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "forge/export.h"
+#include "forge/logger.h"
 
 namespace forge {
 
@@ -41,3 +40,13 @@ bool Covered(const Structure& structure, Field Structure::*field) {
 FORGE_EXPORT std::string NotProvided(std::string_view method);
 
 }  // namespace forge
+
+// The two tests of an entry; where it is missing they are false, after an error line that has the
+// place of this statement.
+#define FORGE_COVERED_OR_LOG(table, entry) FORGE_COVERED_OR_LOG_AS(table, entry, #entry)
+#define FORGE_COVERED_OR_LOG_AS(table, entry, name)                  \
+  (::forge::Covered(table, &std::decay_t<decltype(table)>::entry) || \
+   (FORGE_LOG(kError) << ::forge::NotProvided(name), false))
+#define FORGE_SET_OR_LOG(table, entry)                           \
+  (::forge::Set(table, &std::decay_t<decltype(table)>::entry) || \
+   (FORGE_LOG(kError) << ::forge::NotProvided(#entry), false))

@@ -31,7 +31,9 @@
 namespace tavo {
 
 class IntentManagerImpl final : public forge::Object<IntentManagerImpl, _TAVOIntentManagerRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit IntentManagerImpl(PrivateTag);

@@ -15,7 +15,9 @@
 namespace tavo::details {
 
 class IntentReply final : public forge::Object<IntentReply, void*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   using Function = RuntimeManager::RuntimeDispatcher::IntentReply;

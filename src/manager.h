@@ -16,7 +16,9 @@
 namespace tavo::details {
 
 class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit Manager(PrivateTag);

@@ -28,7 +28,9 @@
 namespace tavo {
 
 class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   using StopListener = forge::IListener<_TAVORpcClientRef*>;

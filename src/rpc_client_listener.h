@@ -9,7 +9,9 @@
 namespace tavo {
 
 class RpcClientListener final : public details::SlotHolder<TAVORpcClientSlots> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   RpcClientListener(const TAVORpcClientSlots* slots, PrivateTag) : SlotHolder(slots) {}

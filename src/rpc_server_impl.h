@@ -20,7 +20,9 @@
 namespace tavo {
 
 class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit RpcServerImpl(PrivateTag);

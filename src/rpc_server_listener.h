@@ -9,7 +9,9 @@
 namespace tavo {
 
 class RpcServerListener final : public details::SlotHolder<TAVORpcServerSlots> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   RpcServerListener(const TAVORpcServerSlots* slots, PrivateTag) : SlotHolder(slots) {}

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "forge/logger.h"
 #include "forge/signals.h"
 
 namespace tavo {
@@ -18,10 +17,7 @@ std::unique_ptr<IntentManager> IntentManager::Create(std::unique_ptr<Table>&& ta
 }
 
 void IntentManager::OpenUri(const std::string& uri, std::function<void(bool)>&& callback) {
-  if (!forge::Covered(table_->Get(), &TAVOIntentManagerProcTable::OpenUri)) {
-    FORGE_LOG(kError) << forge::NotProvided("OpenUri");
-    return;
-  }
+  if (!FORGE_COVERED_OR_LOG(table_->Get(), OpenUri)) return;
   auto slot =
       forge::CreateSlot<TAVOOpenUriSlot, bool>([callback = std::move(callback)](bool success) {
         if (callback) callback(success);

@@ -16,7 +16,9 @@
 namespace tavo {
 
 class FORGE_EXPORT IntentManager {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   using Table = forge::LibraryApi<TAVOIntentManagerProcTable>;

@@ -4,7 +4,6 @@
 
 #include "cw/plugin_registrar.h"
 #include "forge/library.h"
-#include "forge/logger.h"
 #include "wrapper/rpc_client.h"
 #include "wrapper/rpc_server.h"
 
@@ -38,10 +37,7 @@ std::unique_ptr<ManagerWrapper> ManagerWrapper::Create(
     const std::shared_ptr<forge::IDispatcher>& dispatcher, const std::filesystem::path& directory) {
   auto table = LoadTopTable(directory / "libtavo.so");
   if (!table) return nullptr;
-  if (!forge::Covered(table->Get(), &TAVOProcTable::Initialize)) {
-    FORGE_LOG(kError) << forge::NotProvided("Initialize");
-    return nullptr;
-  }
+  if (!FORGE_COVERED_OR_LOG(table->Get(), Initialize)) return nullptr;
   _TAVOManagerRef* const manager = table->Get().Initialize();
   if (!manager) return nullptr;
   return std::make_unique<ManagerWrapper>(dispatcher, std::move(table), manager, PrivateTag{});
@@ -50,14 +46,8 @@ std::unique_ptr<ManagerWrapper> ManagerWrapper::Create(
 // Here the table is bound before the service is called, below it is the other way round: kept so.
 std::unique_ptr<IntentManager> ManagerWrapper::GetIntentManager() {
   const TAVOProcTable& top = table_->Get();
-  if (!forge::Covered(top, &TAVOProcTable::IntentManagerProcTableLoad)) {
-    FORGE_LOG(kError) << forge::NotProvided("IntentManagerProcTableLoad");
-    return nullptr;
-  }
-  if (!forge::Set(top, &TAVOProcTable::GetIntentManager)) {
-    FORGE_LOG(kError) << forge::NotProvided("GetIntentManager");
-    return nullptr;
-  }
+  if (!FORGE_COVERED_OR_LOG(top, IntentManagerProcTableLoad)) return nullptr;
+  if (!FORGE_SET_OR_LOG(top, GetIntentManager)) return nullptr;
   auto table = forge::LibraryApi<TAVOIntentManagerProcTable>::Create(
       table_->GetLibrary(), top.IntentManagerProcTableLoad);
   if (!table) return nullptr;
@@ -66,14 +56,8 @@ std::unique_ptr<IntentManager> ManagerWrapper::GetIntentManager() {
 
 std::shared_ptr<flrpc::IClient> ManagerWrapper::CreateIpcClient(const std::string& name) const {
   const TAVOProcTable& top = table_->Get();
-  if (!forge::Covered(top, &TAVOProcTable::CreateRpcClient)) {
-    FORGE_LOG(kError) << forge::NotProvided("CreateRpcClient");
-    return nullptr;
-  }
-  if (!forge::Covered(top, &TAVOProcTable::RpcClientProcTableLoad)) {
-    FORGE_LOG(kError) << forge::NotProvided("RpcClientProcTableLoad");
-    return nullptr;
-  }
+  if (!FORGE_COVERED_OR_LOG(top, CreateRpcClient)) return nullptr;
+  if (!FORGE_COVERED_OR_LOG(top, RpcClientProcTableLoad)) return nullptr;
   _TAVORpcClientRef* const client = top.CreateRpcClient(manager_);
   if (!client) return nullptr;
   return RpcClient::Create(dispatcher_, name,
@@ -84,14 +68,8 @@ std::shared_ptr<flrpc::IClient> ManagerWrapper::CreateIpcClient(const std::strin
 
 std::shared_ptr<flrpc::IServer> ManagerWrapper::CreateRpcServer() const {
   const TAVOProcTable& top = table_->Get();
-  if (!forge::Covered(top, &TAVOProcTable::GetRpcServer)) {
-    FORGE_LOG(kError) << forge::NotProvided("GetRpcServer");
-    return nullptr;
-  }
-  if (!forge::Covered(top, &TAVOProcTable::RpcServerProcTableLoad)) {
-    FORGE_LOG(kError) << forge::NotProvided("RpcServerProcTableLoad");
-    return nullptr;
-  }
+  if (!FORGE_COVERED_OR_LOG(top, GetRpcServer)) return nullptr;
+  if (!FORGE_COVERED_OR_LOG(top, RpcServerProcTableLoad)) return nullptr;
   _TAVORpcServerRef* const server = top.GetRpcServer(manager_);
   if (!server) return nullptr;
   return RpcServer::Create(dispatcher_,

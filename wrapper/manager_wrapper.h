@@ -35,7 +35,9 @@ class PluginRegistrar;
 namespace tavo {
 
 class FORGE_EXPORT ManagerWrapper {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   ManagerWrapper(std::shared_ptr<forge::IDispatcher> dispatcher,

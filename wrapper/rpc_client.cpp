@@ -5,7 +5,6 @@
 
 #include "flrpc/message.h"
 #include "forge/fence.h"
-#include "forge/logger.h"
 
 namespace tavo {
 namespace {
@@ -13,31 +12,15 @@ namespace {
 using flrpc::Message;
 using ProcTable = TAVORpcClientProcTable;
 
-// Missing entries, told by name: none.
 bool IsComplete(const ProcTable& table) {
-  const struct {
-    const char* name;
-    bool is_provided;
-  } entries[] = {{"SendMessage", forge::Covered(table, &ProcTable::SendMessage)},
-                 {"StartTask", forge::Set(table, &ProcTable::StartTask)},
-                 {"UnlockResources", forge::Set(table, &ProcTable::UnlockResources)},
-                 {"Release", forge::Covered(table, &ProcTable::Release)}};
-  for (const auto& entry : entries) {
-    if (entry.is_provided) continue;
-    FORGE_LOG(kError) << forge::NotProvided(entry.name);
-    return false;
-  }
-  return true;
+  return FORGE_COVERED_OR_LOG(table, SendMessage) && FORGE_SET_OR_LOG(table, StartTask) &&
+         FORGE_SET_OR_LOG(table, UnlockResources) && FORGE_COVERED_OR_LOG(table, Release);
 }
 
 void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* client,
           const Message& message) {
   const auto table = weak_table.lock();
-  if (!table) return;
-  if (!forge::Covered(table->Get(), &ProcTable::SendMessage)) {
-    FORGE_LOG(kError) << forge::NotProvided("SendMessage");
-    return;
-  }
+  if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
   const std::string text = message.ToBase64();
   if (!text.empty()) table->Get().SendMessage(client, text.c_str());
 }
@@ -111,10 +94,8 @@ void RpcClient::HandleOnMessage(void* context, const char* text, unsigned int ch
 }
 
 void RpcClient::Unlock(unsigned int chunk_id) const {
-  if (forge::Covered(table_->Get(), &ProcTable::UnlockResources)) {
+  if (FORGE_COVERED_OR_LOG(table_->Get(), UnlockResources)) {
     table_->Get().UnlockResources(client_, chunk_id);
-  } else {
-    FORGE_LOG(kError) << forge::NotProvided("UnlockResources");
   }
 }
 

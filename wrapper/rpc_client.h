@@ -25,7 +25,9 @@ namespace tavo {
 
 class RpcClient final : public forge::Object<RpcClient, _RpcClientWrapperRef*>,
                         public flrpc::IClient {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   using Table = forge::LibraryApi<TAVORpcClientProcTable>;

@@ -4,7 +4,6 @@
 
 #include "flrpc/message.h"
 #include "forge/fence.h"
-#include "forge/logger.h"
 
 namespace tavo {
 namespace {
@@ -13,18 +12,8 @@ using flrpc::Message;
 using ProcTable = TAVORpcServerProcTable;
 
 bool IsComplete(const ProcTable& table) {
-  const struct {
-    const char* name;
-    bool is_provided;
-  } entries[] = {{"Run", forge::Covered(table, &ProcTable::Run)},
-                 {"SendMessage", forge::Covered(table, &ProcTable::SendMessage)},
-                 {"UnlockResources", forge::Set(table, &ProcTable::UnlockResources)}};
-  for (const auto& entry : entries) {
-    if (entry.is_provided) continue;
-    FORGE_LOG(kError) << forge::NotProvided(entry.name);
-    return false;
-  }
-  return true;
+  return FORGE_COVERED_OR_LOG(table, Run) && FORGE_COVERED_OR_LOG(table, SendMessage) &&
+         FORGE_SET_OR_LOG(table, UnlockResources);
 }
 
 }  // namespace

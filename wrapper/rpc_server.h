@@ -25,7 +25,9 @@ namespace tavo {
 
 class RpcServer final : public forge::Object<RpcServer, _RpcServerWrapperRef*>,
                         public flrpc::IServer {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   using Table = forge::LibraryApi<TAVORpcServerProcTable>;

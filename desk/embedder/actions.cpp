@@ -9,7 +9,8 @@ namespace desk {
 void Actions::Record(const char* action, cw::EncodableMap details) {
   details["action"] = action;
   cw::EncodableValue value(std::move(details));
-  if (observer_) observer_(value);
+  const auto observer = observer_;  // It may replace itself.
+  if (observer) observer(value);
   if (actions_.size() < kMostKept) actions_.push_back(std::move(value));
 }
 

@@ -68,10 +68,11 @@ uint32_t GetEmbedderVersion(FlutterOstrelEmbedderVersion* version, uint32_t size
 // The engine may be used on its own thread only, so not here: the queue finds it again later.
 void EnqueueTask(Application* application, const FlutterOstrelSlot* slot, uint32_t value) {
   try {
-    const auto taken = TakeSlot(slot);
+    auto taken = TakeSlot(slot);
     const auto queue = FindQueue(application);
     if (!queue) return;
-    queue->Post([application, taken, value] {
+    // Moved: the last to hold it is the embedder's thread.
+    queue->Post([application, taken = std::move(taken), value] {
       With(application, [&](Engine& engine) {
         engine.actions.Record("EnqueueTask", {{"value", ToValue(size_t{value})}});
       });

@@ -41,7 +41,7 @@ struct View {
   uint32_t device_orientation = 0;
   uint32_t width = 720;  // In pixels, as the next.
   uint32_t height = 1440;
-  float pixel_ratio = 2;
+  double pixel_ratio = 2;
   bool keyboard = false;
   uint32_t statusbar = 0;  // The wanted visibility, 0 to 2.
   bool statusbar_visible = true;

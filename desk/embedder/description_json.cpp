@@ -56,7 +56,7 @@ void Fields(Archive& archive, Source& it) {
     archive("device_orientation", it.device_orientation, kDegrees);
     archive("width", it.width);
     archive("height", it.height);
-    archive("pixel_ratio", it.pixel_ratio, Limits{0, 1000});
+    archive("pixel_ratio", it.pixel_ratio, Limits{0.1, 1000});
     archive("keyboard", it.keyboard);
     archive("statusbar", it.statusbar, Limits{0, 2});
     archive("statusbar_visible", it.statusbar_visible);
@@ -210,7 +210,11 @@ constexpr Variant<Step> kSteps[] = {
      [](const Step& it, Json* json) {
        *json = {{"channel", it.channel}, {"answer", Write(it.answer)}};
      }},
-    {"cease", [](const Node& node, Step* it) { Read(node, &it->channel); },
+    {"cease",
+     [](const Node& node, Step* it) {
+       Read(node, &it->channel);
+       ExpectChannel(node, *it);
+     },
      [](const Step& it, Json* json) { *json = it.channel; }},
     {"destroy_engine", [](const Node& node, Step*) { ReadTrue(node); },
      [](const Step&, Json* json) { *json = true; }},
@@ -234,10 +238,11 @@ namespace {
 Json ParseJson(const std::string& text) {
   try {
     return Json::parse(text);
-  } catch (const Json::parse_error& error) {
-    const std::string what = error.what();
+  } catch (const Json::exception& error) {
+    const std::string what = error.what();  // "[json.exception...] at line 3, column 7: ..."
     const size_t place = what.find("line ");
-    throw std::runtime_error(place == std::string::npos ? what : what.substr(place));
+    const size_t text_begin = place == std::string::npos ? what.find("] ") + 2 : place;
+    throw std::runtime_error(what.substr(text_begin));
   }
 }
 

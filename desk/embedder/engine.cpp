@@ -1,8 +1,28 @@
 #include "desk/embedder/engine.h"
 
+#include <exception>
+#include <iostream>
+
 #include <QEventLoop>
 
 namespace desk {
+
+bool Engine::IsOnItsThread() const {
+  if (std::this_thread::get_id() == thread) return true;
+  std::cerr << "embedder: a table was used on another thread than the embedder's: ignored"
+            << std::endl;
+  return false;
+}
+
+void ComplainOfException() noexcept {
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    std::cerr << "embedder: an exception at the border: " << error.what() << std::endl;
+  } catch (...) {
+    std::cerr << "embedder: an exception at the border" << std::endl;
+  }
+}
 
 Engine::Engine(Description described)
     : description(std::move(described)), window(description.view) {

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -36,6 +37,10 @@ struct Engine {
   Engine& operator=(const Engine&) = delete;
 
   unsigned int NextId() { return ++last_id; }
+
+  // What is not, is a mistake of the plug-in: a line on standard error.
+  bool IsOnItsThread() const;
+
   void Exit(int code);  // The first one counts.
   int Run();
   void Destroy();
@@ -53,20 +58,25 @@ struct Engine {
   Textures textures{*this};
   std::map<uint32_t, Chunk> chunks;
   std::vector<void (*)(_FlutterOstrelEngine*)> destroyed_callbacks;
+  const std::thread::id thread = std::this_thread::get_id();
   unsigned int last_id = 0;
   bool is_ending = false;
   std::optional<int> exit_code;
   QEventLoop* loop = nullptr;  // While it runs.
 };
 
-// Calls the function with the handle's engine; without one, and when it throws, there is
-// `otherwise`.
+// Writes the exception that is being handled to standard error.
+void ComplainOfException() noexcept;
+
+// Calls the function with the handle's engine; without one, on a wrong thread and when the function
+// throws, there is `otherwise`.
 template <typename Handle, typename Result, typename Function>
 Result With(const Handle* handle, Result otherwise, Function function) {
   try {
     Engine* engine = FindEngine(handle);
-    return engine ? function(*engine) : otherwise;
+    return engine && engine->IsOnItsThread() ? function(*engine) : otherwise;
   } catch (...) {
+    ComplainOfException();
     return otherwise;
   }
 }

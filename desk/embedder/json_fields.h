@@ -98,10 +98,10 @@ inline void Read(const Node& node, int* target, const Limits& limits) {
   *target = node.json.get<int>();
 }
 
-inline void Read(const Node& node, float* target, const Limits& limits) {
+inline void Read(const Node& node, double* target, const Limits& limits) {
   node.Expect(node.json.is_number(), "a number");
   Check(node, node.json.get<double>(), limits);
-  *target = node.json.get<float>();
+  *target = node.json.get<double>();
 }
 
 inline void Read(const Node& node, cw::EncodableValue* target) {
@@ -190,7 +190,7 @@ class ObjectReader {
 
 inline Json Write(bool source) { return source; }
 inline Json Write(uint32_t source) { return source; }
-inline Json Write(float source) { return source; }
+inline Json Write(double source) { return source; }
 inline Json Write(const std::string& source) { return source; }
 inline Json Write(const cw::EncodableValue& source) { return ToJson(source); }
 

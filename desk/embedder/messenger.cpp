@@ -48,7 +48,9 @@ void SendResponse(_FlutterOstrelEngine* handle, _FlutterOstrelResponse* response
 
 void Messenger::Send(const char* channel, const uint8_t* data, size_t size,
                      FlutterOstrelReplyCallback callback, void* user_data) {
-  engine_.actions.Record("Send", {{"channel", channel}, {"size", ToValue(size)}});
+  cw::EncodableMap details = {{"channel", channel}, {"size", ToValue(size)}};
+  AddDecoded("message", data, size, &details);
+  engine_.actions.Record("Send", std::move(details));
   const auto pending = std::make_shared<PendingReply>(engine_, callback, user_data);
   engine_.runner.GetQueue()->Post([this, pending, name = std::string(channel),
                                    bytes = std::vector<uint8_t>(data, data + size)] {

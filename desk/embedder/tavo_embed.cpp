@@ -11,6 +11,7 @@
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 
 #include <QCoreApplication>
@@ -45,13 +46,17 @@ class Failure : public std::runtime_error {
 
 // ---- What the plug-in is shown ----
 
+std::string NameOf(const std::string& file) { return file == "-" ? "standard input" : file; }
+
 std::string ReadFile(const std::string& name) {
   std::ifstream file;
   if (name != "-") file.open(name);
   std::istream& stream = name == "-" ? std::cin : file;
-  std::string text(std::istreambuf_iterator<char>(stream), {});
-  if (!stream || stream.bad()) throw Failure(kWrongUsage, name + ": " + std::strerror(errno));
-  return text;
+  std::ostringstream text;
+  if (stream && stream.peek() != std::istream::traits_type::eof()) text << stream.rdbuf();
+  if (!stream.eof() && !stream)
+    throw Failure(kWrongUsage, NameOf(name) + ": " + std::strerror(errno));
+  return text.str();
 }
 
 desk::Description ReadDescription(const std::optional<std::string>& name) {
@@ -60,7 +65,7 @@ desk::Description ReadDescription(const std::optional<std::string>& name) {
   try {
     return desk::ParseDescription(text);
   } catch (const std::runtime_error& error) {
-    throw Failure(kWrongUsage, (*name == "-" ? "standard input" : *name) + ": " + error.what());
+    throw Failure(kWrongUsage, NameOf(*name) + ": " + error.what());
   }
 }
 
@@ -136,10 +141,20 @@ void Report(desk::Embedder& embedder, std::ostream& stream) {
       [&stream](const cw::EncodableValue& action) { stream << desk::ToText(action) << std::endl; });
 }
 
+// A process's exit code has eight bits; what is lost must not look like success.
+int WithinRange(int exit_code) {
+  constexpr int kHighest = 255;
+  if (exit_code >= 0 && exit_code <= kHighest) return exit_code;
+  std::cerr << "tavo-embed: the plug-in's exit code " << exit_code << " is not within 0 to "
+            << kHighest << std::endl;
+  return kHighest;
+}
+
 int Run(const desk::Options& options) {
   const desk::Description description = MakeDescription(options);
   if (options.offer) {
     std::cout << desk::ToText(description) << std::endl;
+    if (!std::cout) throw Failure(kWrongUsage, "standard output cannot be written");
     return 0;
   }
   std::ofstream file;
@@ -168,7 +183,8 @@ int Run(const desk::Options& options) {
   steps.Start();
   const int exit_code = embedder.Run();
   embedder.DestroyEngine();
-  return exit_code;
+  if (report && !*report) throw Failure(kWrongUsage, *options.report + " cannot be written");
+  return WithinRange(exit_code);
 }
 
 }  // namespace

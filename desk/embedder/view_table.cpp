@@ -34,6 +34,10 @@ void SetVisibility(Handle* handle, const char* action) {
   });
 }
 
+float GetDevicePixelRatio(Handle* handle) {
+  return static_cast<float>(Get<&View::pixel_ratio>(handle));
+}
+
 void MaximizeWindow(Handle* handle) {
   SetVisibility<kVisibilityMaximized>(handle, "MaximizeWindow");
 }
@@ -172,7 +176,7 @@ const FlutterOstrelViewProcTable kViewTable = {
     GetNoGraphics,
     GetNoGraphics,
     GetNoGraphics,
-    Get<&View::pixel_ratio>,
+    GetDevicePixelRatio,
     Get<&View::visibility>,
     Subscribe<&Window::visibility_subscribers>,
     Unsubscribe<&Window::visibility_subscribers>,

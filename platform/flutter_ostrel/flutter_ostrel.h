@@ -2,8 +2,11 @@
  * tables and structures that it leads to.
  *
  *   uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
- *     FlutterOstrelApplicationProcTable table = {sizeof table};
- *     return context->ApplicationProcTableLoad(&table, sizeof table, context->application);
+ *     static FlutterOstrelApplicationProcTable table;
+ *     table.size = sizeof table;
+ *     return FLUTTER_OSTREL_HAS(context, ApplicationProcTableLoad) &&
+ *            context->ApplicationProcTableLoad(&table, sizeof table, context->application) &&
+ *            FLUTTER_OSTREL_HAS(&table, Exit);
  *   }
  *
  * A plug-in in C++ has objects for all of it: cw/plugin_registrar.h.
@@ -40,7 +43,14 @@ extern "C" {
 /* Templates over these types are as visible as the types. */
 #pragma GCC visibility push(default)
 
-/* Handles: opaque, and valid as long as what they stand for. */
+/* Does the structure that is pointed to offer the field: covered by its declared size, and set? */
+#define FLUTTER_OSTREL_HAS(structure, field)                                          \
+  ((structure)->size >=                                                               \
+       (size_t)((const char*)(&(structure)->field + 1) - (const char*)(structure)) && \
+   (structure)->field != NULL)
+
+/* Handles: opaque. An application's is valid as long as the process, the others as long as their
+ * engine. */
 typedef struct _FlutterOstrelApplication _FlutterOstrelApplication;
 typedef struct _FlutterOstrelEngine _FlutterOstrelEngine;
 typedef struct _FlutterOstrelView _FlutterOstrelView;
@@ -197,6 +207,7 @@ typedef struct FlutterOstrelViewProcTable {
   void (*GetEGLContextHandle)(_FlutterOstrelView* view, void** context);
   void (*GetEGLOffscreenContextHandle)(_FlutterOstrelView* view, void** context);
 
+  /* Device pixels to a logical one. */
   float (*GetDevicePixelRatio)(_FlutterOstrelView* view);
 
   /* The window's visibility, 1 to 5. Subscriptions, here and below: the slot is called whenever the
@@ -206,6 +217,7 @@ typedef struct FlutterOstrelViewProcTable {
                                                    const FlutterOstrelSlot* slot);
   void (*WindowVisibilityChangedUnsubscribe)(_FlutterOstrelView* view, unsigned int id);
 
+  /* Ask for a state of the window; whoever subscribed is told when it has changed. */
   void (*MaximizeWindow)(_FlutterOstrelView* view);
   void (*MinimizeWindow)(_FlutterOstrelView* view);
 
@@ -225,23 +237,27 @@ typedef struct FlutterOstrelViewProcTable {
                                                     const FlutterOstrelSlot* slot);
   void (*DeviceOrientationChangedUnsubscribe)(_FlutterOstrelView* view, unsigned int id);
 
+  /* Does the on-screen keyboard show? */
   bool (*IsKeyboardVisible)(_FlutterOstrelView* view);
   unsigned int (*KeyboardVisibilityChangedSubscribe)(_FlutterOstrelView* view,
                                                      const FlutterOstrelSlot* slot);
   void (*KeyboardVisibilityChangedUnsubscribe)(_FlutterOstrelView* view, unsigned int id);
 
-  /* The wanted visibility of the status bar, 1 or 2 (0: none is wanted), and whether it shows. */
+  /* The wanted visibility of the status bar, 1 or 2 (0: none is wanted; false: refused), and
+   * whether it shows. */
   bool (*SetStatusbarVisibility)(_FlutterOstrelView* view, uint32_t visibility);
   uint32_t (*GetStatusbarVisibility)(_FlutterOstrelView* view);
   bool (*IsStatusbarVisible)(_FlutterOstrelView* view);
 
+  /* Ask for the whole screen, and for the foreground. */
   void (*Fullscreen)(_FlutterOstrelView* view);
   void (*Activate)(_FlutterOstrelView* view);
 
+  /* Does the window draw its background? */
   bool (*IsBackgroundVisible)(_FlutterOstrelView* view);
   void (*SetBackgroundVisible)(_FlutterOstrelView* view, bool visible);
 
-  /* 1 to 3. */
+  /* The kind of window, 1 to 3. */
   uint32_t (*GetWindowType)(_FlutterOstrelView* view);
 
   /* Opens a chunk and returns its id; what is handed out for the chunk stays valid until it is
@@ -252,6 +268,7 @@ typedef struct FlutterOstrelViewProcTable {
   /* Fills the theme; zero on success. */
   uint32_t (*GetTheme)(_FlutterOstrelView* view, uint32_t chunk_id, FlutterOstrelTheme* theme,
                        uint32_t size);
+  /* As the other subscriptions. */
   unsigned int (*ThemeChangedSubscribe)(_FlutterOstrelView* view, const FlutterOstrelSlot* slot);
   void (*ThemeChangedUnsubscribe)(_FlutterOstrelView* view, unsigned int id);
 
@@ -343,16 +360,16 @@ typedef struct FlutterOstrelTextureProcTable {
 
 /* ---- The context ---------------------------------------------------------------------------- */
 
-/* What a plug-in is registered with; borrowed until the registration function returns. The handles
- * and functions in it stay valid until the engine is destroyed. */
+/* What a plug-in is registered with; borrowed until the registration function returns. Its
+ * functions stay valid until the engine is destroyed. */
 typedef struct FlutterOstrelPluginContext {
   uint32_t size;
   _FlutterOstrelApplication* application;
   _FlutterOstrelEngine* engine;
   _FlutterOstrelView* view;
 
-  /* Has the callback called when the engine is about to be destroyed: within it, and never again
-   * after it, the engine's tables can be used. */
+  /* Has the callback called when the engine is about to be destroyed. Within the callback the
+   * engine's tables still work; after it they must not be used. */
   void (*EngineDestroyedSubscribe)(_FlutterOstrelEngine* engine,
                                    void (*callback)(_FlutterOstrelEngine* engine));
 
@@ -388,6 +405,8 @@ static_assert(sizeof(FlutterOstrelWindowParameters) == 20, "The 32-bit layout is
 static_assert(sizeof(FlutterOstrelOSVersion) == 20, "The 32-bit layout is fixed");
 static_assert(sizeof(FlutterOstrelEmbedderVersion) == 16, "The 32-bit layout is fixed");
 static_assert(sizeof(FlutterOstrelSlot) == 16, "The 32-bit layout is fixed");
+static_assert(sizeof(FlutterOstrelBoolSlot) == 16, "The 32-bit layout is fixed");
+static_assert(sizeof(FlutterOstrelResultSlot) == 16, "The 32-bit layout is fixed");
 static_assert(sizeof(FlutterOstrelTextureDescriptor) == 16, "The 32-bit layout is fixed");
 static_assert(sizeof(FlutterOstrelOpenGLSource) == 12, "The 32-bit layout is fixed");
 #endif

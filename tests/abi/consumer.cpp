@@ -35,7 +35,9 @@ class RunAtOnce final : public forge::IDispatcher {
 
 struct ThingRef;
 class Thing final : public forge::Object<Thing, ThingRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit Thing(PrivateTag) : Object(std::make_shared<RunAtOnce>()) {}

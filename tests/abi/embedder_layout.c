@@ -14,10 +14,11 @@ typedef _FlutterOstrelView* View;
 
 #define PLACE(field, index) \
   static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved")
-#define FIELD(index, field, type)                                                              \
-  PLACE(field, index);                                                                         \
-  static_assert(_Generic(&((TABLE*)0)->field, type * : 1, default : 0), #field " changed its " \
-                                                                               "type")
+#define FIELD(index, field, type)                                              \
+  PLACE(field, index);                                                         \
+  static_assert(_Generic(&((TABLE*)0)->field, type * : 1, default : 0), #field \
+                " changed its "                                                \
+                "type")
 #define ENTRY(index, field, result, ...)                                               \
   PLACE(field, index);                                                                 \
   static_assert(_Generic(((TABLE*)0)->field, result(*)(__VA_ARGS__) : 1, default : 0), \

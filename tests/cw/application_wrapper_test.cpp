@@ -9,7 +9,6 @@ namespace {
 
 using cw::ApplicationWrapper;
 using cw::EncodableValue;
-using Lines = std::vector<std::string>;
 
 class ApplicationWrapperTest : public test::TestBase {
  protected:
@@ -30,28 +29,32 @@ std::string Join(const Numbers& numbers) {
 
 TEST_F(ApplicationWrapperTest, OffersWhatTheTableDoes) {
   using Table = FlutterOstrelApplicationProcTable;
-#define ROW(entry, must_be_covered) #entry, TEST_ENTRY_END(Table, entry), must_be_covered
+#define ROW(entry, arguments, must_be_covered) \
+#entry, arguments, TEST_ENTRY_END(Table, entry), must_be_covered
   const std::string no_permissions =
       "Current embedder version does not support HasPermission() method. Please, update flutter "
       "cache by removing `flutter/bin/cache` directory and running `flutter precache` command.";
   const std::vector<test::Operation<ApplicationWrapper>> operations = {
-      {ROW(GetApplicationInfo, false), "",
+      {ROW(GetApplicationInfo, "application, 2", false), "",
        [](auto& a) { return a.GetApplicationInfo(ApplicationWrapper::InfoType{2}); }, "text", ""},
-      {ROW(GetDartEntryPointArgs, false), "",
+      {ROW(GetDartEntryPointArgs, "application", false), "",
        [](auto& a) { return std::to_string(a.GetDartEntryPointArgs().size()); }, "2", "0"},
-      {ROW(GetOSVersion, false), "", [](auto& a) { return Join(a.GetOSVersion()); }, "1234",
+      {ROW(GetOSVersion, "", false), "", [](auto& a) { return Join(a.GetOSVersion()); }, "1234",
        "0000"},
-      {ROW(GetEmbedderVersion, false), "", [](auto& a) { return Join(a.GetEmbedderVersion()); },
+      {ROW(GetEmbedderVersion, "", false), "", [](auto& a) { return Join(a.GetEmbedderVersion()); },
        "123", "000"},
-      {ROW(EnqueueTask, false), "", [](auto& a) { return a.EnqueueTask([] {}, 7), ""; }, "", ""},
-      {ROW(EnqueueTask, false), "", [](auto& a) { return a.Invoke([] {}, 7), ""; }, "", ""},
-      {ROW(Exit, false), "", [](auto& a) { return a.Exit(3), ""; }, "", ""},
-      {ROW(GetPath, false), "", [](auto& a) { return a.GetLibraryPath("foo").string(); },
-       "text/libfoo.so", "libfoo.so"},
-      {ROW(HasPermission, false), no_permissions,
+      {ROW(EnqueueTask, "application, 7", false), "",
+       [](auto& a) { return a.EnqueueTask([] {}, 7), ""; }, "", ""},
+      {ROW(EnqueueTask, "application, 7", false), "",
+       [](auto& a) { return a.Invoke([] {}, 7), ""; }, "", ""},
+      {ROW(Exit, "application, 3", false), "", [](auto& a) { return a.Exit(3), ""; }, "", ""},
+      {ROW(GetPath, "application, 1", false), "",
+       [](auto& a) { return a.GetLibraryPath("foo").string(); }, "text/libfoo.so", "libfoo.so"},
+      {ROW(HasPermission, "application, Camera", false), no_permissions,
        [](auto& a) { return std::to_string(a.HasPermission(cw::Permission::kCamera)); }, "1", "0"},
-      {ROW(CreateMainWindow, true), "Method 'CreateMainWindow' is not provided by the loaded API.",
-       [](auto& a) { return std::to_string(a.CreateMainWindow("", "", nullptr, nullptr)); }, "1",
+      {ROW(CreateMainWindow, "application, a, b, 0", true),
+       "Method 'CreateMainWindow' is not provided by the loaded API.",
+       [](auto& a) { return std::to_string(a.CreateMainWindow("a", "b", nullptr, nullptr)); }, "1",
        "0"},
   };
 #undef ROW
@@ -64,14 +67,16 @@ TEST_F(ApplicationWrapperTest, KindsOutsideTheSetsAreTheDefaults) {
   const auto application = Create();
   for (const uint32_t kind : {0u, 1u, 2u, 3u, 4u, ~0u}) {
     application->GetApplicationInfo(ApplicationWrapper::InfoType{kind});
-    EXPECT_EQ(std::to_string(kind == 2 || kind == 3 ? kind : 1), embedder_.texts.at(0));
+    const uint32_t asked = kind == 2 || kind == 3 ? kind : 1;
+    EXPECT_EQ("application, " + std::to_string(asked), embedder_.GetLastArguments());
   }
   for (const uint32_t kind : {0u, 1u, 7u, 23u, 24u, ~0u}) {
     application->GetPath(ApplicationWrapper::DirectoryType{kind});
-    EXPECT_EQ(std::to_string(kind >= 1 && kind <= 23 ? kind : 7), embedder_.texts.at(0));
+    const uint32_t asked = kind >= 1 && kind <= 23 ? kind : 7;
+    EXPECT_EQ("application, " + std::to_string(asked), embedder_.GetLastArguments());
   }
   EXPECT_EQ("text", application->GetLibraryPath(""));
-  EXPECT_EQ("1", embedder_.texts.at(0));
+  EXPECT_EQ("application, 1", embedder_.GetLastArguments());
 }
 
 TEST_F(ApplicationWrapperTest, TextEndsAtItsFirstNulAndMustKeepItsSize) {
@@ -88,7 +93,12 @@ TEST_F(ApplicationWrapperTest, ArgumentsAreCopiedInOrder) {
   const auto application = Create();
   EXPECT_EQ((std::vector<std::string>{"one", "two"}), application->GetDartEntryPointArgs());
   embedder_.dart_arguments = {"one", nullptr};
-  EXPECT_THROW(application->GetDartEntryPointArgs(), std::logic_error);
+  try {
+    application->GetDartEntryPointArgs();
+    ADD_FAILURE() << "a null argument must throw";
+  } catch (const std::logic_error& error) {
+    EXPECT_STREQ("basic_string: construction from null is not valid", error.what());
+  }
   embedder_.application.GetDartEntryPointArgs = [](auto*, int* count, auto*) { *count = -1; };
   EXPECT_TRUE(Create()->GetDartEntryPointArgs().empty());
   embedder_.application.GetDartEntryPointArgs = [](auto*, int* count, auto*) { *count = 2; };
@@ -111,7 +121,7 @@ TEST_F(ApplicationWrapperTest, TaskRunsWhenTheEmbedderCallsItAndMayThrow) {
   int runs = 0;
   const auto count = std::make_shared<int>();
   application->Invoke([&runs, count] { ++runs; }, 9);
-  EXPECT_EQ("9", embedder_.texts.at(0));
+  EXPECT_EQ("application, 9", embedder_.GetLastArguments());
   embedder_.Call();
   EXPECT_EQ(1, runs);
   embedder_.ReleaseSlot();
@@ -136,7 +146,7 @@ TEST_F(ApplicationWrapperTest, PermissionNamesFollowTheEmbeddersNumbers) {
     EXPECT_EQ("[error] Contract violation: permission string cannot be empty.", log_.TakeLine());
   }
   EXPECT_TRUE(application->HasPermission(std::string_view("Camera2").substr(0, 6)));
-  EXPECT_EQ((Lines{"Camera"}), embedder_.texts);
+  EXPECT_EQ("application, Camera", embedder_.GetLastArguments());
 }
 
 TEST_F(ApplicationWrapperTest, MainWindowAnswersOnce) {
@@ -144,20 +154,24 @@ TEST_F(ApplicationWrapperTest, MainWindowAnswersOnce) {
   embedder_.answers["CreateMainWindow"] = 0;
   const EncodableValue payload("open");
   std::vector<std::pair<EncodableValue, std::string>> results;
-  EXPECT_TRUE(application->CreateMainWindow(
-      "first", "second", &payload,
-      [&](const EncodableValue& value, std::string text) { results.emplace_back(value, text); }));
-  EXPECT_EQ((Lines{"first", "second"}), embedder_.texts);
+  const auto open = [&] {
+    return application->CreateMainWindow(
+        "first", "second", &payload,
+        [&](const EncodableValue& value, std::string text) { results.emplace_back(value, text); });
+  };
+  EXPECT_TRUE(open());
+  EXPECT_EQ("application, first, second, 6", embedder_.GetLastArguments());
   EXPECT_EQ(payload, EncodableValue::Deserialize(embedder_.data.data(), embedder_.data.size()));
-
   embedder_.Call({3, 42, 0, 0, 0}, "text");
+  embedder_.Call({3, 43, 0, 0, 0}, "again");
+  open();
   embedder_.Call({}, nullptr);
+  open();
   embedder_.Call({12, 255, 0, 0, 0, 4}, nullptr);  // A list of absurd length.
   EXPECT_EQ("[error] Undecodable window result: it declares more than it holds", log_.TakeLine());
-  ASSERT_EQ(3u, results.size());
-  EXPECT_EQ(std::make_pair(EncodableValue(int32_t{42}), std::string("text")), results[0]);
-  EXPECT_EQ(std::make_pair(EncodableValue(), std::string()), results[1]);
-  EXPECT_TRUE(results[2].first.IsNull());
+  const std::vector<std::pair<EncodableValue, std::string>> expected = {
+      {int32_t{42}, "text"}, {EncodableValue(), ""}, {EncodableValue(), ""}};
+  EXPECT_EQ(expected, results);
 
   embedder_.answers["CreateMainWindow"] = 1;
   EXPECT_FALSE(application->CreateMainWindow("", "", nullptr, nullptr));

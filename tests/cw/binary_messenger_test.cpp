@@ -18,8 +18,9 @@ const char kDuplicate[] = "Error: Response can be set only once. Ignoring duplic
 // What the embedder was answered.
 std::vector<Bytes> responses;
 
-void SendResponse(_FlutterOstrelEngine*, _FlutterOstrelResponse* response, const uint8_t* data,
-                  size_t size) {
+void SendResponse(_FlutterOstrelEngine* engine, _FlutterOstrelResponse* response,
+                  const uint8_t* data, size_t size) {
+  EXPECT_EQ(test::FakeEmbedder::Get().context.engine, engine);
   EXPECT_EQ(reinterpret_cast<_FlutterOstrelResponse*>(5), response);
   responses.emplace_back(data, data + size);
 }
@@ -54,20 +55,22 @@ class BinaryMessengerTest : public test::TestBase {
 };
 
 TEST_F(BinaryMessengerTest, OffersWhatTheTableDoes) {
-#define ROW(entry, must_be_covered) #entry, TEST_ENTRY_END(Table, entry), must_be_covered
+#define ROW(entry, arguments, must_be_covered) \
+#entry, "engine, c" arguments, TEST_ENTRY_END(Table, entry), must_be_covered
   const std::vector<test::Operation<BinaryMessenger>> operations = {
-      {ROW(Send, false), "", [](auto& m) { return m.Send("c", nullptr, 0, nullptr), ""; }, "", ""},
-      {ROW(Send, false), "", [](auto& m) { return m.Send("c", nullptr, 0, [](auto...) {}), ""; },
+      {ROW(Send, ", 0", false), "", [](auto& m) { return m.Send("c", nullptr, 0, nullptr), ""; },
        "", ""},
-      {ROW(SetMessageHandler, false), "",
+      {ROW(Send, ", 0", false), "",
+       [](auto& m) { return m.Send("c", nullptr, 0, [](auto...) {}), ""; }, "", ""},
+      {ROW(SetMessageHandler, ", 1", false), "",
        [](auto& m) { return m.SetMessageHandler("c", [](auto...) {}), ""; }, "", ""},
-      {ROW(ChannelUpdateSubscribe, true),
+      {ROW(ChannelUpdateSubscribe, "", true),
        "Method 'OnChannelUpdateSubscribe' is not provided by the loaded API.",
        [](auto& m) { return std::to_string(m.OnChannelUpdateSubscribe("c", [](bool) {})); }, "1",
        "0"},
-      {ROW(ChannelUpdateUnsubscribe, true),
+      {ROW(ChannelUpdateUnsubscribe, ", 5", true),
        "Method 'OnChannelUpdateUnsubscribe' is not provided by the loaded API.",
-       [](auto& m) { return m.OnChannelUpdateUnsubscribe("c", 1), ""; }, "", ""},
+       [](auto& m) { return m.OnChannelUpdateUnsubscribe("c", 5), ""; }, "", ""},
   };
 #undef ROW
   test::CheckDeclaredSizes<BinaryMessenger>(
@@ -85,9 +88,9 @@ TEST_F(BinaryMessengerTest, HandlerAnswersAMessageOnce) {
   EXPECT_EQ((Bytes{1, 2}), received);
   EXPECT_EQ((std::vector<Bytes>{{1}}), responses);
   EXPECT_EQ(kDuplicate, error_.TakeText());
-  Deliver("other");
+  Deliver("other");  // On their way to nobody: answered with nothing.
   Deliver(nullptr);
-  EXPECT_EQ(1u, responses.size());
+  EXPECT_EQ((std::vector<Bytes>{{1}, {}, {}}), responses);
 }
 
 TEST_F(BinaryMessengerTest, HandlerMayReplaceAndRemoveItself) {
@@ -112,7 +115,7 @@ TEST_F(BinaryMessengerTest, HandlerMayReplaceAndRemoveItself) {
   embedder_.user_data = user_data;
   Deliver("c");
   EXPECT_EQ("12", order);
-  EXPECT_EQ(2u, responses.size());
+  EXPECT_EQ(3u, responses.size());
 }
 
 TEST_F(BinaryMessengerTest, HandlerMayEndTheMessengerAndReplyLate) {
@@ -123,6 +126,8 @@ TEST_F(BinaryMessengerTest, HandlerMayEndTheMessengerAndReplyLate) {
   late(nullptr, 0);
   EXPECT_EQ(1u, responses.size());
 
+  bool told = false;
+  messenger_->OnChannelUpdateSubscribe("c", [&](bool) { told = true; });
   messenger_->SetMessageHandler("c", [&](const uint8_t*, size_t, BinaryReply reply) {
     messenger_.reset();
     reply(nullptr, 0);
@@ -136,6 +141,27 @@ TEST_F(BinaryMessengerTest, HandlerMayEndTheMessengerAndReplyLate) {
   EXPECT_EQ(1u, responses.size());
   EXPECT_EQ(std::string(kDuplicate) + kDuplicate, error_.TakeText());
   EXPECT_TRUE(embedder_.TakeCalls().empty());  // The end tells the embedder nothing.
+  embedder_.Call(true);
+  EXPECT_FALSE(told);
+}
+
+// What dies with the messenger may hold guards that use it once more.
+TEST_F(BinaryMessengerTest, WhatDiesWithTheMessengerMayUseIt) {
+  struct Guard {
+    BinaryMessenger* messenger;
+    ~Guard() {
+      messenger->SetMessageHandler("c", nullptr);
+      messenger->SetMessageHandler("c", [](auto...) {});
+      messenger->Send("c", nullptr, 0, [](const uint8_t*, size_t) {});
+      messenger->OnChannelUpdateUnsubscribe("c", messenger->OnChannelUpdateSubscribe("c", nullptr));
+    }
+  };
+  const auto guard = [this] { return std::make_shared<Guard>(Guard{messenger_.get()}); };
+  messenger_->SetMessageHandler("c", [kept = guard()](auto...) {});
+  messenger_->Send("c", nullptr, 0, [kept = guard()](const uint8_t*, size_t) {});
+  embedder_.TakeCalls();
+  messenger_.reset();
+  EXPECT_TRUE(embedder_.TakeCalls().empty());
 }
 
 TEST_F(BinaryMessengerTest, HandlersKeepTheirStateAndMayThrow) {
@@ -160,6 +186,7 @@ TEST_F(BinaryMessengerTest, ReplyIsCalledAtMostOnce) {
     });
   };
   send();
+  EXPECT_EQ("engine, c, 0", embedder_.GetLastArguments());
   Reply({1, 2});
   Reply({3});
   EXPECT_EQ(1, replies);

@@ -126,7 +126,8 @@ TEST_F(PluginRegistrarTest, PluginsAreReleasedOnceInTheOrderOfTheirAddresses) {
 
 TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
   auto* registrar = GetRegistrar(embedder_.GetContext());
-  const auto late = std::make_shared<cw::Plugin>();
+  int late_releases = 0;
+  const auto late = std::make_shared<Probe>([&](Probe*) { ++late_releases; });
   registrar->AddPlugin(std::make_shared<Probe>([&](Probe*) {
     registrar->ClearPlugins();
     registrar->AddPlugin(late);
@@ -135,11 +136,31 @@ TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
   embedder_.TakeCalls();
   registrar->ClearPlugins();
   EXPECT_EQ(2, late.use_count());
-  registrar->AddPlugin(std::make_shared<Probe>(
-      [&](Probe*) { registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr); }));
+  const auto too_late = std::make_shared<cw::Plugin>();
+  registrar->AddPlugin(std::make_shared<Probe>([&](Probe*) {
+    registrar->AddPlugin(too_late);
+    EXPECT_EQ(1, too_late.use_count());  // Nothing is taken any more.
+    registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
+  }));
   embedder_.engine_destroyed(embedder_.context.engine);
   EXPECT_EQ((Lines{"Send", "Send"}), embedder_.TakeCalls());
   EXPECT_EQ(1, late.use_count());
+  EXPECT_EQ(1, late_releases);
+}
+
+// A loader asks for the registrar that is being made.
+TEST_F(PluginRegistrarTest, ReentranceGivesOneRegistrar) {
+  static PluginRegistrar* inner;
+  static Context* context;
+  static int asked;
+  embedder_.context.ViewProcTableLoad = [](auto...) -> uint32_t {
+    if (++asked == 1) inner = GetRegistrar(context);
+    return 0;
+  };
+  context = embedder_.GetContext();
+  EXPECT_EQ(GetRegistrar(context), inner);
+  const auto calls = embedder_.TakeCalls();
+  EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "EngineDestroyedSubscribe"));
 }
 
 // ---- Textures ----
@@ -148,13 +169,13 @@ using cw::TextureRegistrar;
 
 TEST_F(PluginRegistrarTest, TexturesOfferWhatTheTableDoes) {
   using Table = FlutterOstrelTextureProcTable;
-#define ROW(entry) #entry, TEST_ENTRY_END(Table, entry), false, ""
+#define ROW(entry, arguments) #entry, arguments, TEST_ENTRY_END(Table, entry), false, ""
   static cw::Texture texture = cw::OpenGLTexture(nullptr);
   const std::vector<test::Operation<TextureRegistrar>> operations = {
-      {ROW(RegisterTexture), [](auto& t) { return std::to_string(t.RegisterTexture(&texture)); },
-       "1", "-1"},
-      {ROW(UnregisterTexture),
-       [](auto& t) { return std::to_string(t.UnregisterTexture(1, nullptr)); }, "1", "0"},
+      {ROW(RegisterTexture, "engine, 1"),
+       [](auto& t) { return std::to_string(t.RegisterTexture(&texture)); }, "1", "-1"},
+      {ROW(UnregisterTexture, "engine, 6"),
+       [](auto& t) { return std::to_string(t.UnregisterTexture(6, nullptr)); }, "1", "0"},
   };
 #undef ROW
   test::CheckDeclaredSizes<TextureRegistrar>(
@@ -162,7 +183,8 @@ TEST_F(PluginRegistrarTest, TexturesOfferWhatTheTableDoes) {
       [this] { return TextureRegistrar::Create(embedder_.GetContext()); }, operations);
 
   auto textures = TextureRegistrar::Create(embedder_.GetContext());
-  EXPECT_TRUE(textures->MarkTextureFrameAvailable(1));
+  EXPECT_TRUE(textures->MarkTextureFrameAvailable(8));
+  EXPECT_EQ("engine, 8", embedder_.GetLastArguments());
   embedder_.texture.RegisterTexture = nullptr;  // The one that marking looks at.
   textures = TextureRegistrar::Create(embedder_.GetContext());
   embedder_.TakeCalls();

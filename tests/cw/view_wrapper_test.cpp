@@ -25,24 +25,25 @@ class ViewWrapperTest : public test::TestBase {
 TEST_F(ViewWrapperTest, OffersWhatTheTableDoes) {
   using Operation = test::Operation<ViewWrapper>;
   std::vector<Operation> operations;
-#define ADD(entry, covered, line, expression, result, neutral)                                     \
-  operations.push_back({#entry, TEST_ENTRY_END(Table, entry), covered, line,                       \
+#define ADD(entry, arguments, covered, line, expression, result, neutral)                          \
+  operations.push_back({#entry, "view" arguments, TEST_ENTRY_END(Table, entry), covered, line,     \
                         []([[maybe_unused]] ViewWrapper& v) -> std::string { expression }, result, \
                         neutral})
-#define HANDLE(entry)                                                      \
-  ADD(entry, false, "", void* out = &out; v.entry(&out); v.entry(nullptr); \
+#define HANDLE(entry)                                                          \
+  ADD(entry, "", false, "", void* out = &out; v.entry(&out); v.entry(nullptr); \
       return out ? "set" : "null";, "set", "null")
 #define NUMBER(entry, operation, result, neutral) \
-  ADD(entry, false, "", return std::to_string(static_cast<int>(v.operation));, result, neutral)
-#define PLAIN(entry, operation) ADD(entry, false, "", v.operation; return {};, "", "")
+  ADD(entry, "", false, "", return std::to_string(static_cast<int>(v.operation));, result, neutral)
+#define PLAIN(entry, arguments, operation) \
+  ADD(entry, arguments, false, "", v.operation; return {};, "", "")
 #define SUBSCRIPTION(name)                                   \
   NUMBER(name##Subscribe, name##Subscribe([] {}), "1", "0"); \
-  PLAIN(name##Unsubscribe, name##Unsubscribe(1))
-#define NEW_SUBSCRIPTION(name)                                                           \
-  ADD(name##Subscribe, true, NotProvided(#name "Subscribe"),                             \
-      return std::to_string(v.name##Subscribe([] {}));                                   \
-      , "1", "0");                                                                       \
-  ADD(name##Unsubscribe, true, NotProvided(#name "Unsubscribe"), v.name##Unsubscribe(1); \
+  PLAIN(name##Unsubscribe, ", 5", name##Unsubscribe(5))
+#define NEW_SUBSCRIPTION(name)                                                                  \
+  ADD(name##Subscribe, "", true, NotProvided(#name "Subscribe"),                                \
+      return std::to_string(v.name##Subscribe([] {}));                                          \
+      , "1", "0");                                                                              \
+  ADD(name##Unsubscribe, ", 5", true, NotProvided(#name "Unsubscribe"), v.name##Unsubscribe(5); \
       return {};, "", "")
 
   HANDLE(GetEGLConfig);
@@ -53,12 +54,12 @@ TEST_F(ViewWrapperTest, OffersWhatTheTableDoes) {
   HANDLE(GetEGLOffscreenContextHandle);
   NUMBER(GetDevicePixelRatio, GetDevicePixelRatio(), "2", "1");
   NUMBER(GetWindowVisibility, GetWindowVisibility(), "3", "0");
-  ADD(GetWindowVisibility, true, NotProvided("GetWindowVisibility"),
+  ADD(GetWindowVisibility, "", true, NotProvided("GetWindowVisibility"),
       return std::to_string(v.GetWindowMode());
       , "1", "0");
   NEW_SUBSCRIPTION(WindowVisibilityChanged);
-  PLAIN(MaximizeWindow, MaximizeWindow());
-  PLAIN(MinimizeWindow, MinimizeWindow());
+  PLAIN(MaximizeWindow, "", MaximizeWindow());
+  PLAIN(MinimizeWindow, "", MinimizeWindow());
   NUMBER(GetWindowOrientation, GetWindowOrientation(), "90", "0");
   SUBSCRIPTION(WindowOrientationChanged);
   NUMBER(GetWindowWidth, GetWindowWidth(), "1", "0");
@@ -67,21 +68,22 @@ TEST_F(ViewWrapperTest, OffersWhatTheTableDoes) {
   SUBSCRIPTION(DeviceOrientationChanged);
   NUMBER(IsKeyboardVisible, IsKeyboardVisible(), "1", "0");
   SUBSCRIPTION(KeyboardVisibilityChanged);
-  NUMBER(SetStatusbarVisibility, SetStatusbarVisibility(ViewWrapper::StatusbarVisibility{2}), "1",
-         "0");
+  ADD(SetStatusbarVisibility, ", 2", false, "", const ViewWrapper::StatusbarVisibility two{2};
+      return std::to_string(v.SetStatusbarVisibility(two));, "1", "0");
   NUMBER(GetStatusbarVisibility, GetStatusbarVisibility(), "1", "0");
   NUMBER(IsStatusbarVisible, IsStatusbarVisible(), "1", "0");
-  PLAIN(Fullscreen, Fullscreen());
-  PLAIN(Activate, Activate());
+  PLAIN(Fullscreen, "", Fullscreen());
+  PLAIN(Activate, "", Activate());
   NUMBER(IsBackgroundVisible, IsBackgroundVisible(), "1", "0");
-  PLAIN(SetBackgroundVisible, SetBackgroundVisible(true));
+  PLAIN(SetBackgroundVisible, ", 1", SetBackgroundVisible(true));
   NUMBER(GetWindowType, GetWindowType(), "1", "0");
   NEW_SUBSCRIPTION(ThemeChanged);
-  ADD(CreatePopupWindow, true, "Method \"CreatePopupWindow()\" is not provided by the loaded API.",
-      v.CreatePopupWindow("entry", "", nullptr, nullptr);
+  ADD(CreatePopupWindow, ", entry, text, 0", true,
+      "Method \"CreatePopupWindow()\" is not provided by the loaded API.",
+      v.CreatePopupWindow("entry", "text", nullptr, nullptr);
       return {};, "", "");
-  ADD(CloseWindow, true, NotProvided("CloseWindow"), v.CloseWindow(EncodableValue()); return {};
-      , "", "");
+  ADD(CloseWindow, ", 1", true, NotProvided("CloseWindow"), v.CloseWindow(EncodableValue());
+      return {};, "", "");
 #undef NEW_SUBSCRIPTION
 #undef SUBSCRIPTION
 #undef PLAIN
@@ -120,6 +122,9 @@ TEST_F(ViewWrapperTest, LockedResourcesNeedThreeEntries) {
     EXPECT_EQ(missing(size, TEST_ENTRY_END(Table, GetTheme), "GetTheme"), log_.TakeLines());
     EXPECT_EQ(has_theme ? Lines({"LockResources", "GetTheme", "UnlockResources"}) : Lines(),
               embedder_.TakeCalls());
+    if (has_theme) {
+      EXPECT_EQ("view, 7", embedder_.GetLastArguments());  // The chunk that was locked.
+    }
     const bool has_payload = size >= TEST_ENTRY_END(Table, GetWindowPayload);
     EXPECT_EQ(has_payload, view->GetWindowPayload() == EncodableValue(true));
     EXPECT_EQ(missing(size, TEST_ENTRY_END(Table, GetWindowPayload), "GetWindowPayload"),
@@ -228,7 +233,7 @@ TEST_F(ViewWrapperTest, PopupWindowAnswersItsCallback) {
   EXPECT_EQ(Lines(), embedder_.TakeCalls());
   const EncodableValue payload(7);
   view->CreatePopupWindow("entry", "text", &payload, callback);
-  EXPECT_EQ((Lines{"entry", "text"}), embedder_.texts);
+  EXPECT_EQ("view, entry, text, 5", embedder_.GetLastArguments());
   EXPECT_EQ(payload.Serialize(), forge::Buffer(embedder_.data));
   embedder_.Call({1}, "done");
   const std::vector<std::pair<EncodableValue, std::string>> expected = {

@@ -9,9 +9,8 @@
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
 static _FlutterOstrelApplication* application;
-static FlutterOstrelApplicationProcTable applications = {
-    sizeof applications, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-static FlutterOstrelMessengerProcTable messenger = {sizeof messenger, 0, 0, 0, 0};
+static FlutterOstrelApplicationProcTable applications = {.size = sizeof applications};
+static FlutterOstrelMessengerProcTable messenger = {.size = sizeof messenger};
 static int code;
 
 static void ExitNow(void* data) {
@@ -60,13 +59,23 @@ static void OnDestroyed(_FlutterOstrelEngine* engine) {
   fflush(stdout);
 }
 
-__attribute__((visibility("default"))) uint32_t FlutterOstrelPluginRegister(
-    FlutterOstrelPluginContext* context) {
+/* An older embedder may lack anything; this plug-in does without nothing. */
+static bool LoadTables(const FlutterOstrelPluginContext* context) {
+  if (!FLUTTER_OSTREL_HAS(context, ApplicationProcTableLoad) ||
+      !FLUTTER_OSTREL_HAS(context, MessengerProcTableLoad)) {
+    return false;
+  }
+  application = context->application;
+  return context->ApplicationProcTableLoad(&applications, sizeof applications, application) &&
+         context->MessengerProcTableLoad(&messenger, sizeof messenger, context->engine) &&
+         FLUTTER_OSTREL_HAS(&applications, Exit) && FLUTTER_OSTREL_HAS(&messenger, Send) &&
+         FLUTTER_OSTREL_HAS(&messenger, SetMessageHandler);
+}
+
+uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   int count = 0;
   const char* const* arguments = NULL;
-  application = context->application;
-  if (!context->ApplicationProcTableLoad(&applications, sizeof applications, application)) return 0;
-  if (!context->MessengerProcTableLoad(&messenger, sizeof messenger, context->engine)) return 0;
+  if (!LoadTables(context)) return 0;
   applications.GetDartEntryPointArgs(application, &count, &arguments);
   if (count == 0 || strcmp(arguments[0], "refuse") == 0) return 0;
   if (strcmp(arguments[0], "exit") == 0 && count > 1) {

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # The program tavo-embed: what it says of errors, its exit codes, what it offers, steps, signals.
-# Usage: tavo_embed_test.sh PROGRAM PLUGIN [EMULATOR...]
+# Usage: tavo_embed_test.sh PROGRAM PLUGIN LIBRARY [EMULATOR...]
+# LIBRARY is one that is no plug-in.
 set -euo pipefail
 
 program=$1
 plugin=$2
-shift 2
+without=$3
+shift 3
 emulator=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -30,7 +32,10 @@ expect 2 '--timeout: "soon" is no number' --timeout soon "$plugin"
 expect 2 '"popup=4" is no STRUCTURE=BYTES' --declare popup=4 "$plugin"
 expect 2 '"4097" is no number from 0 to' --declare=view=4097 "$plugin"
 expect 2 "$work/none: No such file or directory" --description "$work/none" "$plugin"
-expect 2 'Is a directory' --description "$work" "$plugin"
+expect 2 "$work: Is a directory" --description "$work" "$plugin"
+expect 3 'there is no function "FlutterOstrelPluginRegister"' "$without"
+expect 2 '/dev/full cannot be written' "$plugin" --report /dev/full -- exit 0
+expect 255 "exit code 256 is not within 0 to 255" "$plugin" -- exit 256
 expect 3 "$work/none.so: No such file or directory" "$work/none.so"
 expect 3 'text.so cannot be loaded' "$work/text.so"
 expect 3 'its registration answered 0' "$plugin" -- refuse
@@ -40,6 +45,19 @@ expect 0 '' "$plugin" -- exit 0
 expect 77 '' "$plugin" -- exit 77
 cp "$plugin" "$work/here.so"
 (cd "$work" && expect 9 '' here.so -- exit 9)
+
+code=0
+embed --offer >/dev/full 2>"$work/err" || code=$?
+[[ $code -eq 2 ]] || fail "exit code $code for a full disk"
+
+# Every older embedder: the plug-in refuses what it cannot do without, and never crashes.
+for structure in context application messenger; do
+  for bytes in 0 4 8 16 24 32 40 48 56 64 72 80; do
+    code=0
+    embed "$plugin" --declare "$structure=$bytes" -- exit 0 >"$work/out" 2>&1 || code=$?
+    [[ $code -eq 0 || $code -eq 3 ]] || fail "exit code $code with $structure=$bytes: $(cat "$work/out")"
+  done
+done
 
 # What is wrong with a description is told with its place.
 while IFS='|' read -r text error; do
@@ -53,6 +71,8 @@ done <<'ROWS'
 {"view": {"visibility": 9}}|/view/visibility: 9 is not within 1 to 5
 {"view": {"width": 4294967296}}|/view/width: 4294967296 is not within
 {"view": {"orientation": 45}}|/view/orientation: 45 is no multiple of 90
+{"view": {"pixel_ratio": 1e999}}|number overflow
+{"steps": [{"cease": ""}]}|/steps/0/cease: a "channel" is wanted
 {"view": {"theme": {"values": [1]}}}|/view/theme/values: 4 elements are wanted, not 1
 {"arguments": ["a", 1]}|/arguments/1: a text is wanted, not a number
 {"information": {"4": ""}}|/information/4: there is no such kind

@@ -12,7 +12,9 @@ struct ThingRef;
 struct OtherRef;
 
 class Thing final : public forge::Object<Thing, ThingRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   Thing(const std::shared_ptr<forge::IDispatcher>& dispatcher, PrivateTag) : Object(dispatcher) {}
@@ -28,7 +30,9 @@ class Thing final : public forge::Object<Thing, ThingRef*> {
 };
 
 class Other final : public forge::Object<Other, OtherRef*> {
-  struct PrivateTag {};
+  struct PrivateTag {
+    explicit PrivateTag() = default;
+  };
 
  public:
   explicit Other(PrivateTag) : Object(nullptr) {}

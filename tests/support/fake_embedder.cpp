@@ -11,6 +11,12 @@ namespace {
 
 FakeEmbedder* current = nullptr;
 
+// Three different handles.
+char handles[3];
+const auto kApplication = reinterpret_cast<_FlutterOstrelApplication*>(&handles[0]);
+const auto kEngine = reinterpret_cast<_FlutterOstrelEngine*>(&handles[1]);
+const auto kView = reinterpret_cast<_FlutterOstrelView*>(&handles[2]);
+
 template <typename Table, typename Handle>
 uint32_t Load(Table* table, uint32_t size, const Table& full, Handle* handle, const char* name) {
   EXPECT_EQ(sizeof(Table), size);
@@ -41,30 +47,31 @@ uint32_t FillVersion(Version* version, const char* name) {
 }  // namespace
 
 // An entry that only records and answers.
-#define FAKE(table, entry)                                                  \
-  table.entry = [](auto... arguments) {                                     \
-    using Result = decltype(FakeEmbedder::Get().table.entry(arguments...)); \
-    return static_cast<Result>(FakeEmbedder::Get().Record(#entry));         \
+#define FAKE(table, entry)                                                        \
+  table.entry = [](auto... arguments) {                                           \
+    using Result = decltype(FakeEmbedder::Get().table.entry(arguments...));       \
+    return static_cast<Result>(FakeEmbedder::Get().Record(#entry, arguments...)); \
   }
-#define FAKE_HANDLE(entry)                           \
-  view.entry = [](_FlutterOstrelView*, void** out) { \
-    FakeEmbedder::Get().Record(#entry);              \
-    *out = &FakeEmbedder::Get();                     \
+#define FAKE_HANDLE(entry)                                  \
+  view.entry = [](_FlutterOstrelView* handle, void** out) { \
+    FakeEmbedder::Get().Record(#entry, handle);             \
+    *out = &FakeEmbedder::Get();                            \
   }
-#define FAKE_SUBSCRIPTION(name)                                                             \
-  FAKE(view, name##ChangedUnsubscribe);                                                     \
-  view.name##ChangedSubscribe = [](_FlutterOstrelView*, const FlutterOstrelSlot* slot) {    \
-    FakeEmbedder::Get().Take(slot, &FakeEmbedder::Get().void_slot_);                        \
-    return static_cast<unsigned int>(FakeEmbedder::Get().Record(#name "ChangedSubscribe")); \
+#define FAKE_SUBSCRIPTION(name)                                                                 \
+  FAKE(view, name##ChangedUnsubscribe);                                                         \
+  view.name##ChangedSubscribe = [](_FlutterOstrelView* handle, const FlutterOstrelSlot* slot) { \
+    FakeEmbedder::Get().Take(slot, &FakeEmbedder::Get().void_slot_);                            \
+    return static_cast<unsigned int>(                                                           \
+        FakeEmbedder::Get().Record(#name "ChangedSubscribe", handle));                          \
   }
 
 FakeEmbedder::FakeEmbedder() {
   current = this;
-  context.application = reinterpret_cast<_FlutterOstrelApplication*>(this);
-  context.engine = reinterpret_cast<_FlutterOstrelEngine*>(this);
-  context.view = reinterpret_cast<_FlutterOstrelView*>(this);
-  context.EngineDestroyedSubscribe = [](_FlutterOstrelEngine*, auto callback) {
-    Get().Record("EngineDestroyedSubscribe");
+  context.application = kApplication;
+  context.engine = kEngine;
+  context.view = kView;
+  context.EngineDestroyedSubscribe = [](_FlutterOstrelEngine* handle, auto callback) {
+    Get().Record("EngineDestroyedSubscribe", handle);
     Get().engine_destroyed = callback;
     if (Get().within_subscribe) Get().within_subscribe();
   };
@@ -82,18 +89,16 @@ FakeEmbedder::FakeEmbedder() {
   };
 
   application.size = sizeof(application);
-  application.GetApplicationInfo = [](auto*, uint32_t kind, char* buffer, size_t size) {
-    Get().Record("GetApplicationInfo");
-    Get().texts = {std::to_string(kind)};
+  application.GetApplicationInfo = [](auto* handle, uint32_t kind, char* buffer, size_t size) {
+    Get().Record("GetApplicationInfo", handle, kind);
     return CopyText(buffer, size);
   };
-  application.GetPath = [](auto*, uint32_t kind, char* buffer, size_t size) {
-    Get().Record("GetPath");
-    Get().texts = {std::to_string(kind)};
+  application.GetPath = [](auto* handle, uint32_t kind, char* buffer, size_t size) {
+    Get().Record("GetPath", handle, kind);
     return CopyText(buffer, size);
   };
-  application.GetDartEntryPointArgs = [](auto*, int* count, const char* const** arguments) {
-    Get().Record("GetDartEntryPointArgs");
+  application.GetDartEntryPointArgs = [](auto* handle, int* count, const char* const** arguments) {
+    Get().Record("GetDartEntryPointArgs", handle);
     *count = static_cast<int>(Get().dart_arguments.size());
     *arguments = Get().dart_arguments.data();
   };
@@ -103,23 +108,21 @@ FakeEmbedder::FakeEmbedder() {
   application.GetEmbedderVersion = [](FlutterOstrelEmbedderVersion* version, uint32_t) {
     return FillVersion(version, "GetEmbedderVersion");
   };
-  application.EnqueueTask = [](auto*, const FlutterOstrelSlot* slot, uint32_t value) {
-    Get().Record("EnqueueTask");
-    Get().texts = {std::to_string(value)};
+  application.EnqueueTask = [](auto* handle, const FlutterOstrelSlot* slot, uint32_t value) {
+    Get().Record("EnqueueTask", handle, value);
     Get().Take(slot, &Get().void_slot_);
   };
   FAKE(application, Exit);
-  application.HasPermission = [](auto*, const char* permission, size_t size) {
-    Get().texts = {std::string(permission, size)};
-    return Get().Record("HasPermission") != 0;
+  application.HasPermission = [](auto* handle, const char* permission, size_t size) {
+    return Get().Record("HasPermission", handle, std::string(permission, size)) != 0;
   };
-  application.CreateMainWindow = [](auto*, const FlutterOstrelWindowParameters* parameters,
+  application.CreateMainWindow = [](auto* handle, const FlutterOstrelWindowParameters* parameters,
                                     const FlutterOstrelResultSlot* slot) {
     EXPECT_EQ(sizeof(*parameters), parameters->size);
     KeepData(parameters->payload, parameters->payload_size);
-    Get().texts = {parameters->first_text, parameters->second_text};
     Get().Take(slot, &Get().result_slot_);
-    return static_cast<uint32_t>(Get().Record("CreateMainWindow"));
+    return static_cast<uint32_t>(Get().Record("CreateMainWindow", handle, parameters->first_text,
+                                              parameters->second_text, parameters->payload_size));
   };
 
   view.size = sizeof(view);
@@ -152,67 +155,63 @@ FakeEmbedder::FakeEmbedder() {
   FAKE(view, GetWindowType);
   FAKE(view, LockResources);
   FAKE(view, UnlockResources);
-  view.GetTheme = [](auto*, uint32_t, FlutterOstrelTheme* filled, uint32_t size) {
+  view.GetTheme = [](auto* handle, uint32_t chunk, FlutterOstrelTheme* filled, uint32_t size) {
     EXPECT_EQ(sizeof(*filled), size);
     *filled = Get().theme;
-    return static_cast<uint32_t>(Get().Record("GetTheme"));
+    return static_cast<uint32_t>(Get().Record("GetTheme", handle, chunk));
   };
   FAKE_SUBSCRIPTION(Theme);
-  view.GetWindowPayload = [](auto*, uint32_t, ForgeBufferView* filled, uint32_t size) {
+  view.GetWindowPayload = [](auto* handle, uint32_t chunk, ForgeBufferView* filled, uint32_t size) {
     EXPECT_EQ(sizeof(*filled), size);
     filled->data = Get().payload.data();
     filled->size = Get().payload.size();
-    return static_cast<uint32_t>(Get().Record("GetWindowPayload"));
+    return static_cast<uint32_t>(Get().Record("GetWindowPayload", handle, chunk));
   };
-  view.CreatePopupWindow = [](auto*, const char* entry_point, const char* second,
+  view.CreatePopupWindow = [](auto* handle, const char* entry_point, const char* second,
                               const uint8_t* bytes, size_t size,
                               const FlutterOstrelResultSlot* slot) {
-    Get().Record("CreatePopupWindow");
-    Get().texts = {entry_point, second};
+    Get().Record("CreatePopupWindow", handle, entry_point, second, size);
     KeepData(bytes, size);
     Get().Take(slot, &Get().result_slot_);
   };
-  view.CloseWindow = [](auto*, const uint8_t* bytes, size_t size) {
-    Get().Record("CloseWindow");
+  view.CloseWindow = [](auto* handle, const uint8_t* bytes, size_t size) {
+    Get().Record("CloseWindow", handle, size);
     KeepData(bytes, size);
   };
 
   messenger.size = sizeof(messenger);
-  messenger.Send = [](auto*, const char* channel, const uint8_t* bytes, size_t size,
+  messenger.Send = [](auto* handle, const char* channel, const uint8_t* bytes, size_t size,
                       FlutterOstrelReplyCallback callback, void* closure) {
     FakeEmbedder& fake = Get();
-    fake.texts = {channel};
     KeepData(bytes, size);
     fake.reply_callback = callback;
     fake.user_data = closure;
     if (fake.within_send) fake.within_send();
-    return fake.Record("Send") != 0;
+    return fake.Record("Send", handle, channel, size) != 0;
   };
-  messenger.SetMessageHandler = [](auto*, const char* channel,
+  messenger.SetMessageHandler = [](auto* handle, const char* channel,
                                    FlutterOstrelMessageCallback callback, void* closure) {
-    Get().Record("SetMessageHandler");
-    Get().texts = {channel};
+    Get().Record("SetMessageHandler", handle, channel, callback != nullptr);
     Get().message_callback = callback;
     Get().user_data = closure;
   };
-  messenger.ChannelUpdateSubscribe = [](auto*, const char* channel,
+  messenger.ChannelUpdateSubscribe = [](auto* handle, const char* channel,
                                         const FlutterOstrelBoolSlot* slot) {
-    Get().texts = {channel};
     Get().Take(slot, &Get().bool_slot_);
-    return static_cast<unsigned int>(Get().Record("ChannelUpdateSubscribe"));
+    return static_cast<unsigned int>(Get().Record("ChannelUpdateSubscribe", handle, channel));
   };
   FAKE(messenger, ChannelUpdateUnsubscribe);
 
   texture.size = sizeof(texture);
-  texture.RegisterTexture = [](auto*, const FlutterOstrelTextureDescriptor* given) {
+  texture.RegisterTexture = [](auto* handle, const FlutterOstrelTextureDescriptor* given) {
     Get().descriptor = *given;
-    return static_cast<int64_t>(Get().Record("RegisterTexture"));
+    return static_cast<int64_t>(Get().Record("RegisterTexture", handle, given->kind));
   };
-  texture.UnregisterTexture = [](auto*, int64_t, void (*callback)(void*), void* closure) {
+  texture.UnregisterTexture = [](auto* handle, int64_t id, void (*callback)(void*), void* closure) {
     Get().unregistered_callback = callback;
     Get().user_data = closure;
     if (Get().within_send) Get().within_send();
-    return Get().Record("UnregisterTexture") != 0;
+    return Get().Record("UnregisterTexture", handle, id) != 0;
   };
   FAKE(texture, MarkTextureFrameAvailable);
 }
@@ -241,10 +240,14 @@ void FakeEmbedder::ReleaseSlot() {
 
 FakeEmbedder& FakeEmbedder::Get() { return *current; }
 
-double FakeEmbedder::Record(const std::string& entry) {
-  calls_.push_back(entry);
-  const auto found = answers.find(entry);
-  return found == answers.end() ? 1 : found->second;
+const char* FakeEmbedder::Describe(_FlutterOstrelApplication* handle) {
+  return handle == kApplication ? "application" : "?";
+}
+const char* FakeEmbedder::Describe(_FlutterOstrelEngine* handle) {
+  return handle == kEngine ? "engine" : "?";
+}
+const char* FakeEmbedder::Describe(_FlutterOstrelView* handle) {
+  return handle == kView ? "view" : "?";
 }
 
 }  // namespace test

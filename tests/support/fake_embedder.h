@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,7 +24,7 @@ namespace test {
 class FakeEmbedder {
  public:
   FakeEmbedder();
-  ~FakeEmbedder();  // Every slot that was taken must have been released.
+  ~FakeEmbedder();  // Releases the last slot.
   FakeEmbedder(const FakeEmbedder&) = delete;
   FakeEmbedder& operator=(const FakeEmbedder&) = delete;
 
@@ -41,12 +42,13 @@ class FakeEmbedder {
   std::string text = "text";              // Of the text queries.
   std::vector<const char*> dart_arguments{"one", "two"};
   FlutterOstrelTheme theme{};
-  std::vector<uint8_t> payload;    // Of GetWindowPayload.
-  std::vector<std::string> texts;  // What the last entry with texts was given.
-  std::vector<uint8_t> data;       // What the last entry with bytes was given.
+  std::vector<uint8_t> payload;  // Of GetWindowPayload.
+  std::vector<uint8_t> data;     // What the last entry with bytes was given.
 
-  // The entries called since the last time.
+  // The entries called since the last time: their names, and the last one's handle and arguments,
+  // such as "view, 7".
   std::vector<std::string> TakeCalls() { return std::exchange(calls_, {}); }
+  const std::string& GetLastArguments() const { return last_arguments_; }
 
   // The last slot that was taken.
   void Call() { void_slot_.callback(void_slot_.user_data); }
@@ -67,7 +69,16 @@ class FakeEmbedder {
 
   // Of the one that lives; for the tables' functions.
   static FakeEmbedder& Get();
-  double Record(const std::string& entry);
+  template <typename... Arguments>
+  double Record(const std::string& entry, const Arguments&... arguments) {
+    std::ostringstream described;
+    [[maybe_unused]] const char* separator = "";
+    ((described << std::exchange(separator, ", ") << Describe(arguments)), ...);
+    last_arguments_ = described.str();
+    calls_.push_back(entry);
+    const auto found = answers.find(entry);
+    return found == answers.end() ? 1 : found->second;
+  }
   template <typename Slot>
   void Take(const Slot* slot, Slot* taken) {
     ReleaseSlot();
@@ -82,7 +93,17 @@ class FakeEmbedder {
   FlutterOstrelResultSlot result_slot_{};
 
  private:
+  // Whose handle it is, or "?"; anything else as it is.
+  static const char* Describe(_FlutterOstrelApplication* handle);
+  static const char* Describe(_FlutterOstrelEngine* handle);
+  static const char* Describe(_FlutterOstrelView* handle);
+  template <typename T>
+  static const T& Describe(const T& argument) {
+    return argument;
+  }
+
   std::vector<std::string> calls_;
+  std::string last_arguments_;
   void (*release_)(void* user_data) = nullptr;
   void* released_data_ = nullptr;
   std::unique_ptr<void, void (*)(void*)> context_memory_{nullptr, std::free};
@@ -92,6 +113,7 @@ class FakeEmbedder {
 template <typename Wrapper>
 struct Operation {
   std::string entry;
+  std::string arguments;                      // What the entry must be given.
   size_t end;                                 // Of the entry in its table.
   bool must_be_covered;                       // Otherwise it need only be set.
   std::string line;                           // The log line when it is missing; empty: none.
@@ -125,6 +147,9 @@ void CheckDeclaredSizes(FakeEmbedder* embedder, Table* table, LogCapture* log,
         EXPECT_EQ(works ? operation.result : operation.neutral, operation.call(*wrapper));
         const auto calls = embedder->TakeCalls();
         EXPECT_EQ(works, !calls.empty() && calls.back() == operation.entry);
+        if (works) {
+          EXPECT_EQ(operation.arguments, embedder->GetLastArguments());
+        }
         const bool logs = !works && !operation.line.empty();
         EXPECT_EQ(logs ? std::vector<std::string>{"[error] " + operation.line}
                        : std::vector<std::string>{},
