@@ -1,6 +1,5 @@
 # `cmake --install` and the package that find_package(tavo) finds: see cmake/tavoConfig.cmake.in.
 include(CMakePackageConfigHelpers)
-include(GNUInstallDirs)
 
 set(include_directory ${CMAKE_INSTALL_INCLUDEDIR}/tavo)
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/tavo)

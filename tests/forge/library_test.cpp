@@ -7,6 +7,15 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"
 
+namespace forge {
+
+class LibraryTestPeer {
+ public:
+  static Library Unloaded() { return Library("/nowhere", Library::PrivateTag()); }
+};
+
+}  // namespace forge
+
 namespace {
 
 using forge::Library;
@@ -54,6 +63,9 @@ TEST_F(LibraryTest, SymbolsAreResolvedByName) {
   const std::string line = log_.TakeLine();
   EXPECT_EQ(0u, line.find("[error] Could not load LoadNone symbol: ")) << line;
   EXPECT_NE(std::string::npos, line.find("undefined symbol")) << line;
+
+  EXPECT_EQ(nullptr, forge::LibraryTestPeer::Unloaded().ResolveImpl("Any"));
+  EXPECT_EQ("[error] Could not load Any symbol: Library handle is null", log_.TakeLine());
 
   const auto without = Library::Create(TAVO_TEST_NO_TABLES);
   ASSERT_TRUE(without);
