@@ -20,7 +20,7 @@ namespace forge {
 template <typename Structure, typename Field>
 bool Reaches(const Structure& structure, const Field& field) {
   const auto* begin = reinterpret_cast<const char*>(&structure);
-  const auto* end = reinterpret_cast<const char*>(&field) + sizeof(Field);
+  const auto* end = reinterpret_cast<const char*>(&field + 1);
   return structure.size >= static_cast<std::size_t>(end - begin);
 }
 

@@ -21,7 +21,7 @@ struct Structure {
 };
 
 #define ENTRY(name) \
-  { #name, static_cast < uint32_t>(offsetof(Table, name) + sizeof(Table::name)) }
+  { #name, static_cast < uint32_t>(offsetof(Table, name) + sizeof(void*)) }
 
 namespace context {
 using Table = FlutterOstrelPluginContext;
