@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-#include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "forge/fence.h"
@@ -23,7 +23,7 @@ class NullTextError : public std::logic_error {
   NullTextError() : std::logic_error("basic_string: construction from null is not valid") {}
 };
 
-inline std::string RequireText(const char* text) {
+inline std::string_view RequireText(const char* text) {
   if (!text) throw NullTextError();
   return text;
 }

@@ -6,9 +6,10 @@
 // Threads: any.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
+#include <string_view>
 
 #include <QJsonObject>
 
@@ -19,7 +20,7 @@ namespace tavo::details {
 
 // Calls callback(text, chunk id) with a copy. False, and no call, when no chunk can be had.
 template <typename Callback, typename Reachable>
-bool LendText(forge::ResourcesCache& cache, const std::string& text, Callback&& callback,
+bool LendText(forge::ResourcesCache& cache, std::string_view text, Callback&& callback,
               Reachable&& reachable) {
   const uint32_t chunk_id = cache.CreateChunk();
   if (chunk_id == 0) return false;
@@ -40,7 +41,7 @@ void DeliverMessage(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& 
   const auto text = MessageChannel::TextOf(message);
   if (!text || !slots || !slots->HasOnMessage()) return;
   LendText(
-      cache, *text,
+      cache, {text->constData(), static_cast<std::size_t>(text->size())},
       [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
       reachable);
 }

@@ -13,6 +13,13 @@ namespace {
 
 QString DataKey() { return QStringLiteral("data"); }
 
+// A function of its own, so that the copies which Qt makes on the way are gone when it is sent.
+QJsonObject ToMessage(std::string_view text) {
+  QJsonObject message;
+  message.insert(DataKey(), QString::fromUtf8(text.data(), static_cast<int>(text.size())));
+  return message;
+}
+
 }  // namespace
 
 MessageChannel::MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> messaging,
@@ -27,10 +34,9 @@ MessageChannel::MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> me
 
 MessageChannel::~MessageChannel() { Close(); }
 
-void MessageChannel::Send(const std::string& text) {
+void MessageChannel::Send(std::string_view text) {
   if (text.size() > std::numeric_limits<int>::max()) throw std::length_error("text is too long");
-  messaging_->sendMessage(
-      {{DataKey(), QString::fromUtf8(text.data(), static_cast<int>(text.size()))}});
+  messaging_->sendMessage(ToMessage(text));
 }
 
 void MessageChannel::Close() {
@@ -38,10 +44,10 @@ void MessageChannel::Close() {
   messaging_->disconnect();
 }
 
-std::optional<std::string> MessageChannel::TextOf(const QJsonObject& message) {
+std::optional<QByteArray> MessageChannel::TextOf(const QJsonObject& message) {
   const QJsonValue data = message.value(DataKey());
   if (!data.isString()) return std::nullopt;
-  return data.toString().toStdString();
+  return data.toString().toUtf8();
 }
 
 }  // namespace tavo::details

@@ -8,8 +8,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
+#include <string_view>
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
 
@@ -26,13 +27,13 @@ class MessageChannel {
   MessageChannel(const MessageChannel&) = delete;
   MessageChannel& operator=(const MessageChannel&) = delete;
 
-  void Send(const std::string& text);
+  void Send(std::string_view text);
 
   // No message that arrives later reaches the handler.
   void Close();
 
   // The text that a message carries, UTF-8; none if "data" is no string.
-  static std::optional<std::string> TextOf(const QJsonObject& message);
+  static std::optional<QByteArray> TextOf(const QJsonObject& message);
 
  private:
   const std::shared_ptr<RuntimeManager::TaskMessaging> messaging_;

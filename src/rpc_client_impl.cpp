@@ -56,8 +56,8 @@ ForgeResult RpcClientImpl::ProcTableLoad(TAVORpcClientProcTable* table, unsigned
 ForgeResult RpcClientImpl::HandleStartTask(_TAVORpcClientRef* ref, const char* name,
                                            const char* libs_path, TAVORpcClientSlots* slots) {
   return details::FenceEntry("StartTask", FORGE_RESULT_WRONG_STATE, [=]() -> ForgeResult {
-    const std::string name_text = details::RequireText(name);
-    const std::string path_text = details::RequireText(libs_path);
+    const std::string name_text(details::RequireText(name));
+    const std::string path_text(details::RequireText(libs_path));
     if (name_text.empty() || path_text.empty()) return FORGE_RESULT_INVALID_ARGUMENT;
     const auto client = FromRef(ref);
     if (!client) return FORGE_RESULT_INVALID_ARGUMENT;
@@ -170,7 +170,7 @@ void RpcClientImpl::OpenChannel() {
   slots->OnStarted(0, "", 0);
 }
 
-bool RpcClientImpl::SendMessage(const std::string& text) {
+bool RpcClientImpl::SendMessage(std::string_view text) {
   const auto channel = std::atomic_load(&channel_);
   if (!channel) return false;
   channel->Send(text);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <QJsonObject>
 
@@ -65,7 +66,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
   void OnTaskFailed(const std::string& message);
   void OpenChannel();
 
-  bool SendMessage(const std::string& text);
+  bool SendMessage(std::string_view text);
   void OnMessageReceived(const QJsonObject& message);
 
   void Release();

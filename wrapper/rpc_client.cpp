@@ -18,10 +18,11 @@ bool IsComplete(const ProcTable& table) {
 }
 
 void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* client,
-          const Message& message) {
+          Message&& message) {
   const auto table = weak_table.lock();
   if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
-  const std::string text = message.ToBase64();
+  // The message ends before its text goes on: a large payload is not held twice.
+  const std::string text = Message(std::move(message)).ToBase64();
   if (!text.empty()) table->Get().SendMessage(client, text.c_str());
 }
 
@@ -40,7 +41,7 @@ RpcClient::RpcClient(const std::shared_ptr<forge::IDispatcher>& dispatcher,
       client_(client),
       inner_(flrpc::IOwnedClient::Create(
           [weak_table = std::weak_ptr<Table>(table_), client](Message&& message) {
-            Send(weak_table, client, message);
+            Send(weak_table, client, std::move(message));
           })) {}
 
 RpcClient::~RpcClient() { table_->Get().Release(client_); }

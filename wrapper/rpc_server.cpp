@@ -26,7 +26,10 @@ RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
       inner_(flrpc::IOwnedServer::Create(
           [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
             const auto living = weak_table.lock();
-            const std::string text = living ? message.ToBase64() : std::string();
+            if (!living) return;
+            // The message ends before its text goes on: of a large one that is half of what is
+            // held.
+            const std::string text = Message(std::move(message)).ToBase64();
             if (!text.empty()) living->Get().SendMessage(server, text.c_str());
           })) {}
 

@@ -178,14 +178,21 @@ void MessagePeer::DeliverLines() {
 bool MessagePeer::TakeLine(QByteArray* line) {
   const int newline = received_.indexOf('\n', searched_);
   if (newline < 0) {
-    received_.remove(0, line_start_);
-    line_start_ = 0;
-    searched_ = received_.size();
+    DropDelivered();
     return false;
   }
-  *line = received_.mid(line_start_, newline - line_start_);
+  *line = QByteArray::fromRawData(received_.constData() + line_start_, newline - line_start_);
   line_start_ = searched_ = newline + 1;
   return true;
+}
+
+// Makes room for what is read next. The room stays, but for that of an uncommonly large line.
+void MessagePeer::DropDelivered() {
+  received_.remove(0, line_start_);
+  line_start_ = 0;
+  searched_ = received_.size();
+  if (received_.isEmpty() && received_.capacity() > kMostReadAtOnce) received_.clear();
+  if (received_.capacity() < kReadBlock) received_.reserve(kReadBlock);
 }
 
 void MessagePeer::Deliver(const QByteArray& line) {

@@ -58,7 +58,8 @@ class MessagePeer : public QObject {
   void OnReadable();
   bool ReadSome();
   void DeliverLines();
-  bool TakeLine(QByteArray* line);
+  bool TakeLine(QByteArray* line);  // It borrows from received_: parse it first of all.
+  void DropDelivered();
   void Deliver(const QByteArray& line);
   void Close();
 

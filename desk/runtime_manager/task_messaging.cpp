@@ -140,7 +140,8 @@ TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)
 TaskMessaging::~TaskMessaging() = default;
 
 void TaskMessaging::sendMessage(const QJsonObject& message) {
-  const QByteArray line = QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n';
+  QByteArray line = QJsonDocument(message).toJson(QJsonDocument::Compact);
+  line.append('\n');
   if (line.size() - 1 > desk::kLargestFrame) {
     return desk::Complain(
         QStringLiteral("message dropped: it has %1 bytes, at most %2 are possible")
