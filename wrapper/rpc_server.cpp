@@ -27,8 +27,7 @@ RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
           [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
             const auto living = weak_table.lock();
             if (!living) return;
-            // The message ends before its text goes on: of a large one that is half of what is
-            // held.
+            // The message ends before its text goes on: a large payload is not held twice.
             const std::string text = Message(std::move(message)).ToBase64();
             if (!text.empty()) living->Get().SendMessage(server, text.c_str());
           })) {}
