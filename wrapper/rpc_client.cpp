@@ -23,8 +23,6 @@ void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* 
   if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
   // The message ends before its text goes on: a large payload is not held twice.
   const std::string text = Message(std::move(message)).ToBase64();
-  // The message ends before its text goes on: a large payload is not held twice.
-  const std::string text = Message(std::move(message)).ToBase64();
   if (!text.empty()) table->Get().SendMessage(client, text.c_str());
 }
 
