@@ -1,4 +1,5 @@
-// tavo-dump: prints RPC messages, given as Base64 texts or as {"data": ...} lines, as trees.
+// tavo-dump: prints RPC messages, given as Base64 texts, as {"data": ...} lines or as the desk
+// records them, as trees.
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -7,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "cw/admission.h"
 #include "flrpc/message.h"
@@ -23,12 +25,15 @@ constexpr char kUsage[] =
     "usage: tavo-dump [--json] [--file FILE | TEXT...]\n"
     "\n"
     "Prints messages and values as trees, with types. A text is Base64, as it goes over the\n"
-    "transport, or a line {\"data\": BASE64}, as it goes over a task's socket. Without texts and\n"
-    "without a file the lines of standard input are read. What is no message is printed as the\n"
-    "value that it holds.\n"
+    "transport, a line {\"data\": BASE64}, as it goes over a task's socket, or a line of the file\n"
+    "that TAVO_DESK_RECORD names: a frame of a task's socket, with the time, the task and the\n"
+    "direction (to the task or from it) in a line before the tree, or an intent. Without texts\n"
+    "and without a file the lines of standard input are read. What is no message is printed as\n"
+    "the value that it holds.\n"
     "\n"
     "--json prints one JSON object a text: values are {\"type\": ..., \"value\": ...}, bytes are\n"
-    "Base64, maps are arrays of [key, value].\n"
+    "Base64, maps are arrays of [key, value]; of what was recorded, time, task and direction come\n"
+    "first.\n"
     "\n"
     "Ends with 0, 1 when a text made no sense (the others are printed), 2 for a wrong command "
     "line.\n";
@@ -40,13 +45,24 @@ class BadInput : public std::runtime_error {
 
 // ---- In ----
 
-std::string DataOf(const std::string& line) {
-  if (line.front() != '{') return line;
-  const Json json = Json::parse(line, nullptr, false);
+const Json& MemberOf(const Json& json, const char* key) {
+  const auto member = json.find(key);
+  if (member == json.end()) throw BadInput("it has no \"" + std::string(key) + '"');
+  return *member;
+}
+
+std::string TextOf(const Json& json, const char* key) {
+  const auto member = json.find(key);
+  if (member == json.end() || !member->is_string()) {
+    throw BadInput("it has no text \"" + std::string(key) + '"');
+  }
+  return member->get<std::string>();
+}
+
+Json ParseLine(const std::string& line) {
+  Json json = Json::parse(line, nullptr, false);
   if (json.is_discarded()) throw BadInput("it is no JSON");
-  const auto data = json.find("data");
-  if (data == json.end() || !data->is_string()) throw BadInput("it has no text \"data\"");
-  return data->get<std::string>();
+  return json;
 }
 
 EncodableValue ValueOf(const std::string& text) {
@@ -155,14 +171,56 @@ Json ToJson(const Message& message) {
   return {{"kind", "error"}, {"error", ErrorToJson(*message.GetError())}};
 }
 
-void Print(const EncodableValue& value, bool as_json) {
-  const auto message = MessageOf(value);
-  if (!as_json) {
-    std::cout << (message ? tools::Describe(*message) : tools::Describe(value)) << '\n';
-    return;
-  }
-  const Json json = message ? ToJson(*message) : Json{{"kind", "value"}, {"value", ToJson(value)}};
+// For a line of text: without the quotes.
+std::string Escaped(const std::string& text) {
+  const std::string quoted = tools::Quote(text);
+  return quoted.substr(1, quoted.size() - 2);
+}
+
+void PrintLine(const Json& json) {
   std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+// `origin` is an object: what is known of the frame that brought the value.
+void Print(const EncodableValue& value, Json origin, bool as_json) {
+  const auto message = MessageOf(value);
+  if (as_json) {
+    origin.update(message ? ToJson(*message) : Json{{"kind", "value"}, {"value", ToJson(value)}});
+    return PrintLine(origin);
+  }
+  const char* separator = "";
+  for (const Json& text : origin) {
+    std::cout << std::exchange(separator, " ") << Escaped(text.get<std::string>());
+  }
+  if (!origin.empty()) std::cout << '\n';
+  std::cout << (message ? tools::Describe(*message) : tools::Describe(value)) << '\n';
+}
+
+void PrintFrame(const Json& frame, bool as_json) {
+  const Json origin = {{"time", TextOf(frame, "time")},
+                       {"task", TextOf(frame, "task")},
+                       {"direction", TextOf(frame, "direction")}};
+  Print(ValueOf(TextOf(MemberOf(frame, "message"), "data")), origin, as_json);
+}
+
+void PrintIntent(const Json& entry, bool as_json) {
+  const std::string time = TextOf(entry, "time");
+  const std::string intent = TextOf(entry, "intent");
+  const Json& parameters = MemberOf(entry, "parameters");
+  if (as_json) {
+    return PrintLine(
+        {{"time", time}, {"kind", "intent"}, {"intent", intent}, {"parameters", parameters}});
+  }
+  std::cout << Escaped(time) << " intent " << tools::Quote(intent) << "\n  parameters: ";
+  PrintLine(parameters);
+}
+
+void PrintText(const std::string& text, bool as_json) {
+  if (text.front() != '{') return Print(ValueOf(text), Json::object(), as_json);
+  const Json json = ParseLine(text);
+  if (json.contains("message")) return PrintFrame(json, as_json);
+  if (json.contains("intent")) return PrintIntent(json, as_json);
+  Print(ValueOf(TextOf(json, "data")), Json::object(), as_json);
 }
 
 // ---- All of it ----
@@ -176,7 +234,7 @@ class Dump {
     line.erase(0, line.find_first_not_of(" \t"));
     if (line.empty()) return;
     try {
-      Print(ValueOf(DataOf(line)), as_json_);
+      PrintText(line, as_json_);
     } catch (const std::exception& error) {
       std::cerr << "tavo-dump: " << where << ": " << error.what() << '\n';
       exit_code_ = 1;

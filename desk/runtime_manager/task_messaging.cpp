@@ -13,6 +13,7 @@
 
 #include "desk/runtime_manager/acceptor.h"
 #include "desk/runtime_manager/message_peer.h"
+#include "desk/runtime_manager/recorder.h"
 #include "desk/runtime_manager/socket_files.h"
 
 namespace RuntimeManager {
@@ -34,6 +35,9 @@ struct TaskMessaging::Private {
   bool waits_for_first_peer = true;          // Until then messages are kept for it.
   std::unique_ptr<desk::Acceptor> acceptor;  // None: a client.
 
+  // None: nothing is recorded. Only the starter's end does, so that each frame is there once.
+  std::unique_ptr<desk::FrameRecorder> recorder;
+
   std::mutex mutex;
   std::vector<QByteArray> outbox;  // Guarded by mutex, as all that follows.
   qint64 outbox_bytes = 0;
@@ -43,6 +47,7 @@ struct TaskMessaging::Private {
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
 
   void ConnectTo(const QString& path) {
+    recorder = desk::FrameRecorder::Create(path);
     auto* peer = Add();
     peer->Connect(path);
   }
@@ -67,6 +72,10 @@ struct TaskMessaging::Private {
   desk::MessagePeer* Add() {
     auto* peer = new desk::MessagePeer(owner);
     peers.push_back(peer);
+    if (recorder) {  // Before whoever answers.
+      QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
+                       [this](const QJsonObject& message) { recorder->RecordFrom(message); });
+    }
     QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
                      &TaskMessaging::messageReceived);
     QObject::connect(peer, &desk::MessagePeer::connected, owner, [this] { Flush(); });
@@ -108,11 +117,18 @@ struct TaskMessaging::Private {
     outbox_bytes = 0;
     const bool drop = std::exchange(overflowed, false);
     lock.unlock();
+    if (recorder) RecordTo(lines);
     const auto receivers = peers;  // Sending may drop one.
     for (desk::MessagePeer* peer : receivers) {
       for (const QByteArray& line : lines) peer->Send(line);
     }
     if (drop) DropEverybody();
+  }
+
+  void RecordTo(const std::vector<QByteArray>& lines) {
+    for (const QByteArray& line : lines) {
+      recorder->RecordTo(QJsonDocument::fromJson(line).object());
+    }
   }
 
   // A message did not even reach the outbox: whoever is there has missed it.

@@ -33,6 +33,11 @@ TaskSocket::~TaskSocket() {
   if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
 }
 
+// Behind the name stand the process and a number: see Listen.
+QString TaskSocket::GetTask(const QString& path) {
+  return path.section(QLatin1Char('/'), -1).section(QLatin1Char('-'), 0, -3);
+}
+
 bool TaskSocket::PrepareDirectory(QByteArray* directory, QString* error) {
   const QByteArray runtime = GetRuntimeDirectory();
   if (!runtime.isEmpty()) {

@@ -20,6 +20,9 @@ class TaskSocket {
   TaskSocket(const TaskSocket&) = delete;
   TaskSocket& operator=(const TaskSocket&) = delete;
 
+  // The task that a socket of that path is named after.
+  static QString GetTask(const QString& path);
+
   int GetDescriptor() const { return descriptor_; }  // Closed with this object.
   const QByteArray& GetPath() const { return path_; }
   const QByteArray& GetPrivateDirectory() const { return private_directory_; }  // May be empty.

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <thread>
 
+#include <QJsonDocument>
 #include <QLocalSocket>
 
 #include "desk/runtime_manager/message_peer.h"
@@ -104,6 +105,44 @@ TEST_F(TaskMessagingTest, FramesAreFoundHoweverTheyArrive) {
   launcher.sendMessage(Number(6));
   ASSERT_TRUE(inbox.Holds(5));
   EXPECT_EQ(Number(6), inbox.messages[4]);
+}
+
+TEST_F(TaskMessagingTest, EachFrameIsRecordedOnceByTheStarter) {
+  const QString path = directory_.filePath(QStringLiteral("record"));
+  const QString socket = directory_.filePath(QStringLiteral("a-task-12-3"));
+  ASSERT_TRUE(QFile::link(path_, socket));
+  qputenv("TAVO_DESK_RECORD", QFile::encodeName(path));
+  TaskMessaging server(listener_);
+  Inbox at_server(server);
+  TaskMessaging launcher(socket);
+  Inbox at_launcher(launcher);
+  launcher.sendMessage(Number(1));
+  ASSERT_TRUE(at_server.Holds(1));
+  server.sendMessage(Text(QStringLiteral("back")));
+  ASSERT_TRUE(at_launcher.Holds(1));
+  QFile record(path);
+  ASSERT_TRUE(record.open(QIODevice::ReadOnly));
+  const QList<QByteArray> lines = record.readAll().split('\n');
+  ASSERT_EQ(3, lines.size());  // The last is empty.
+  const char* const directions[] = {"to", "from"};
+  const QJsonObject messages[] = {Number(1), Text(QStringLiteral("back"))};
+  for (int i = 0; i < 2; ++i) {
+    const QJsonObject entry = QJsonDocument::fromJson(lines[i]).object();
+    EXPECT_EQ(QStringLiteral("a-task"), entry[QStringLiteral("task")].toString());
+    EXPECT_EQ(QLatin1String(directions[i]), entry[QStringLiteral("direction")].toString());
+    EXPECT_EQ(messages[i], entry[QStringLiteral("message")].toObject());
+    EXPECT_FALSE(entry[QStringLiteral("time")].toString().isEmpty());
+  }
+  ASSERT_TRUE(record.remove());
+  ASSERT_TRUE(QDir().mkdir(path));  // Cannot be written: told once, and the messages go on.
+  testing::internal::CaptureStderr();
+  launcher.sendMessage(Number(2));
+  launcher.sendMessage(Number(3));
+  ASSERT_TRUE(at_server.Holds(3));
+  const std::string complaints = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(1, std::count(complaints.begin(), complaints.end(), '\n')) << complaints;
+  EXPECT_NE(std::string::npos, complaints.find("nothing more is recorded: "));
+  qunsetenv("TAVO_DESK_RECORD");
 }
 
 TEST_F(TaskMessagingTest, LargeFramesPassAndTooLargeOnesDoNot) {

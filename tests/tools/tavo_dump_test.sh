@@ -44,9 +44,33 @@ JSON
 dump --json "$response" "$value" | diff "$work/expected" - || fail "JSON"
 dump --json "$request" | python3 -c 'import json, sys; json.load(sys.stdin)' || fail "no JSON"
 
+# What the desk recorded: frames with their origin, intents between them.
+frame() { printf '{"direction":"%s","message":{"data":"%s"},"task":"a\\tb","time":"2026-01-02T03:04:05.678Z"}\n' "$@"; }
+intent='{"intent":"OpenURI","parameters":{"uri":"x:"},"time":"2026-01-02T03:04:06.000Z"}'
+(frame to "$value"; echo "$intent"; frame from "$response") >"$work/lines"
+cat >"$work/expected" <<'TREE'
+2026-01-02T03:04:05.678Z a\x09b to
+int32 list (2): 1, -1
+2026-01-02T03:04:06.000Z intent "OpenURI"
+  parameters: {"uri":"x:"}
+2026-01-02T03:04:05.678Z a\x09b from
+response "7"
+  result: list (3)
+    bool true
+    bool true
+    list (1)
+      bool false
+TREE
+dump --file "$work/lines" | diff "$work/expected" - || fail "the tree of a recording"
+cat >"$work/expected" <<'JSON'
+{"time":"2026-01-02T03:04:05.678Z","task":"a\tb","direction":"to","kind":"value","value":{"type":"int32 list","value":[1,-1]}}
+{"time":"2026-01-02T03:04:06.000Z","kind":"intent","intent":"OpenURI","parameters":{"uri":"x:"}}
+JSON
+head -n 2 "$work/lines" | dump --json | diff "$work/expected" - || fail "JSON of a recording"
+
 # Bad input is told, and the rest is printed all the same.
 code=0
-printf 'no base64\n{"data":1}\n{oops\n%s\n%s\n' "$(base64_of 0cffffffff03)" "$value" >"$work/lines"
+printf 'no base64\n{"data":1}\n{oops\n%s\n{"message":{}}\n{"message":[],"time":"","task":"","direction":""}\n{"intent":"","time":""}\n%s\n' "$(base64_of 0cffffffff03)" "$value" >"$work/lines"
 dump <"$work/lines" >"$work/out" 2>"$work/errors" || code=$?
 [[ $code -eq 1 ]] || fail "exit code $code"
 [[ "$(cat "$work/out")" == "int32 list (2): 1, -1" ]] || fail "$(cat "$work/out")"
@@ -55,6 +79,9 @@ tavo-dump: line 1: it is no Base64 text
 tavo-dump: line 2: it has no text "data"
 tavo-dump: line 3: it is no JSON
 tavo-dump: line 4: it declares more than it holds
+tavo-dump: line 5: it has no text "time"
+tavo-dump: line 6: it has no text "data"
+tavo-dump: line 7: it has no "parameters"
 ERRORS
 diff "$work/expected" "$work/errors" || fail "errors"
 code=0

@@ -1,0 +1,233 @@
+// A complete plug-in: it prints the SHA-256 digests of files, made by the task "digest" that it
+// starts and talks to, and opens a URI. options.cpp tells the command line and the exit codes,
+// digest_client.h what is said; examples/digest_server_plugin is the task.
+//
+// Run it headless: tavo-embed libdigest_plugin.so --libs-path DIR -- DIRECTORY
+#include <cw/plugin_registrar.h>
+#include <platform/flutter_ostrel/flutter_ostrel.h>
+#include <wrapper/manager_wrapper.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "digest_client.h"
+#include "file_list.h"
+#include "options.h"
+#include "progress.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+enum ExitCode { kOk = 0, kSomeFailed = 1, kCannotRun = 2 };
+
+// The entry point's arguments without the directory of the libraries, which comes first.
+std::vector<std::string> GetCommandLine(const cw::ApplicationWrapper& application) {
+  auto arguments = application.GetDartEntryPointArgs();
+  if (arguments.size() >= 2 && arguments[0] == "--libs-path") {
+    arguments.erase(arguments.begin(), arguments.begin() + 2);
+  }
+  return arguments;
+}
+
+// As sha256sum: a name with a backslash or a line break is escaped.
+std::string EscapedName(const std::string& name) {
+  std::string escaped;
+  for (const char character : name) {
+    if (character == '\\') {
+      escaped += "\\\\";
+    } else if (character == '\n') {
+      escaped += "\\n";
+    } else if (character == '\r') {
+      escaped += "\\r";
+    } else {
+      escaped += character;
+    }
+  }
+  return escaped;
+}
+
+class DigestPlugin final : public cw::Plugin,
+                           public digest::IDigestListener,
+                           public std::enable_shared_from_this<DigestPlugin> {
+ public:
+  explicit DigestPlugin(cw::PluginRegistrar* registrar)
+      : application_(registrar->GetApplication()), registrar_(registrar) {}
+
+  void Begin() {
+    try {
+      options_ = digest::ParseOptions(GetCommandLine(*application_));
+    } catch (const std::exception& error) {
+      Complain(std::string(error.what()) + " (--help tells more)");
+      return Leave(kCannotRun);
+    }
+    if (options_.help) {
+      std::fputs(digest::kUsage, stdout);
+      return Leave(kOk);
+    }
+    begin_ = Clock::now();
+    Start(digest::ListFiles(options_.paths, options_.skipped));
+  }
+
+ private:
+  // The engine is about to end.
+  void Release() override {
+    progress_.reset();
+    client_.reset();
+    intents_.reset();
+    manager_.reset();
+  }
+
+  void Start(digest::FileList list) {
+    manager_ = tavo::ManagerWrapper::Create(registrar_);
+    auto client = manager_ ? manager_->CreateIpcClient("digest") : nullptr;
+    if (!client) {
+      Complain("libtavo.so cannot be used: is --libs-path its directory?");
+      return Leave(kCannotRun);
+    }
+    for (const std::string& failure : list.failures) OnSomeFailed(failure);
+    file_count_ = list.files.size();
+    int64_t bytes = 0;
+    for (const digest::File& file : list.files) bytes += file.size;
+    progress_.emplace(file_count_, bytes);
+    client_.emplace(std::move(client), std::move(list.files), options_.timeout, *this);
+    client_->Run();
+  }
+
+  // ---- The conversation ----
+
+  void OnDigest(const digest::File& file, const std::string& sha256) override {
+    progress_->Hide();
+    const std::string name = EscapedName(file.path);
+    std::printf("%s%s  %s\n", name == file.path ? "" : "\\", sha256.c_str(), name.c_str());
+  }
+
+  void OnFailure(const digest::File& file, const std::string& cause) override {
+    OnSomeFailed(EscapedName(file.path) + ": " + cause);
+  }
+
+  void OnPart(const digest::File& file, int64_t done, int64_t size) override {
+    progress_->ShowFile(EscapedName(file.path), done, size);
+  }
+
+  void OnProgress(size_t files_done, int64_t bytes_done) override {
+    progress_->Show(files_done, bytes_done);
+  }
+
+  // Not at once: whoever calls this goes with the client.
+  void OnEnd(const std::string& failure) override {
+    application_->EnqueueTask(
+        [weak = weak_from_this(), failure] {
+          if (const auto self = weak.lock()) self->Finish(failure);
+        },
+        0);
+  }
+
+  void Finish(const std::string& failure) {
+    progress_->Hide();
+    request_count_ = client_->GetRequestCount();
+    byte_count_ = client_->GetByteCount();
+    client_.reset();
+    if (!failure.empty()) {
+      Complain(failure);
+      return Leave(kCannotRun);
+    }
+    if (options_.uri.empty()) return Summarize();
+    OpenUri();
+  }
+
+  // ---- The URI ----
+
+  // A request that is refused is dropped with its callback: the token tells.
+  void OpenUri() {
+    intents_ = manager_->GetIntentManager();
+    auto token = std::make_shared<bool>(true);
+    const std::weak_ptr<bool> waiting = token;
+    if (intents_) {
+      intents_->OpenUri(options_.uri,
+                        [weak = weak_from_this(), token = std::move(token)](bool success) {
+                          if (!std::exchange(*token, false)) return;
+                          if (const auto self = weak.lock()) self->OnOpened(success);
+                        });
+    } else {
+      token.reset();
+    }
+    if (waiting.expired() && !has_summarized_) OnOpened(false);
+  }
+
+  void OnOpened(bool success) {
+    if (success) {
+      Complain("opened " + options_.uri);
+    } else {
+      OnSomeFailed(options_.uri + " could not be opened");
+    }
+    Summarize();
+  }
+
+  // ---- The end ----
+
+  void Summarize() {
+    has_summarized_ = true;
+    const std::chrono::duration<double> seconds = Clock::now() - begin_;
+    char time[32];
+    std::snprintf(time, sizeof time, "%.2f", seconds.count());
+    const std::string failed =
+        failed_count_ > 0 ? " (" + std::to_string(failed_count_) + " failed)" : "";
+    Complain(std::to_string(file_count_) + " files" + failed + ", " +
+             digest::FormatSize(byte_count_) + ", " + std::to_string(request_count_) +
+             " requests, " + time + " s");
+    Leave(failed_count_ > 0 ? kSomeFailed : kOk);
+  }
+
+  void OnSomeFailed(const std::string& sentence) {
+    ++failed_count_;
+    Complain(sentence);
+  }
+
+  void Complain(const std::string& sentence) {
+    if (progress_) progress_->Hide();
+    std::fflush(stdout);  // Where both are one terminal the lines stay in order.
+    std::fprintf(stderr, "digest_plugin: %s\n", sentence.c_str());
+  }
+
+  void Leave(int exit_code) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+      std::perror("digest_plugin: standard output");
+      exit_code = kCannotRun;
+    }
+    application_->Exit(exit_code);
+  }
+
+  const std::shared_ptr<cw::ApplicationWrapper> application_;
+  cw::PluginRegistrar* const registrar_;  // Owns this.
+  digest::Options options_;
+  Clock::time_point begin_;
+  std::unique_ptr<tavo::ManagerWrapper> manager_;
+  std::unique_ptr<tavo::IntentManager> intents_;
+  std::optional<digest::Progress> progress_;
+  std::optional<digest::DigestClient> client_;
+
+  size_t file_count_ = 0;
+  size_t failed_count_ = 0;  // Of files, directories, and the URI.
+  size_t request_count_ = 0;
+  int64_t byte_count_ = 0;
+  bool has_summarized_ = false;
+};
+
+}  // namespace
+
+uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
+  auto* const registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
+  if (!registrar || !registrar->GetApplication()) return 0;
+  const auto plugin = std::make_shared<DigestPlugin>(registrar);
+  registrar->AddPlugin(plugin);
+  registrar->GetApplication()->EnqueueTask([plugin] { plugin->Begin(); }, 0);
+  return 1;
+}

@@ -1,0 +1,67 @@
+#include "file_list.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace digest {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Walker {
+ public:
+  explicit Walker(const std::set<std::string>& skipped) : skipped_(skipped) {}
+
+  void Walk(const fs::path& directory) {
+    for (const auto& entry : EntriesOf(directory)) {
+      std::error_code error;
+      const fs::file_type type = entry.symlink_status(error).type();
+      if (type == fs::file_type::directory) Walk(entry.path());
+      if (type == fs::file_type::regular) Add(entry.path());
+    }
+  }
+
+  void Add(const fs::path& file) {
+    std::error_code error;
+    const auto size = fs::file_size(file, error);
+    list_.files.push_back({file.native(), error ? 0 : static_cast<int64_t>(size)});
+  }
+
+  FileList Take() { return std::move(list_); }
+
+ private:
+  std::vector<fs::directory_entry> EntriesOf(const fs::path& directory) {
+    std::vector<fs::directory_entry> entries;
+    std::error_code error;
+    for (fs::directory_iterator at(directory, error), end; !error && at != end;
+         at.increment(error)) {
+      if (skipped_.count(at->path().native()) == 0) entries.push_back(*at);
+    }
+    if (error) list_.failures.push_back(directory.native() + ": " + error.message());
+    std::sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
+      return left.path().native() < right.path().native();
+    });
+    return entries;
+  }
+
+  const std::set<std::string>& skipped_;
+  FileList list_;
+};
+
+}  // namespace
+
+FileList ListFiles(const std::vector<std::string>& paths, const std::set<std::string>& skipped) {
+  Walker walker(skipped);
+  for (const std::string& path : paths) {
+    std::error_code error;
+    if (fs::is_directory(path, error)) {
+      walker.Walk(path);
+    } else {
+      walker.Add(path);
+    }
+  }
+  return walker.Take();
+}
+
+}  // namespace digest

@@ -1,0 +1,26 @@
+// The command line of the plug-in: the entry point's arguments behind "--libs-path DIR".
+//
+// Threads: any.
+// Errors:  std::runtime_error with a sentence for a command line that makes no sense.
+#pragma once
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace digest {
+
+extern const char kUsage[];
+
+struct Options {
+  bool help = false;
+  std::string uri;                // To be opened at the end; empty: none.
+  std::set<std::string> skipped;  // Paths, as they would be printed.
+  std::chrono::seconds timeout{60};
+  std::vector<std::string> paths = {"."};
+};
+
+Options ParseOptions(const std::vector<std::string>& arguments);
+
+}  // namespace digest

@@ -1,0 +1,46 @@
+// The task "digest", as a plug-in: an embedder that is started as a task loads it, and whoever
+// started the task asks it for the digests of files. digest_server.h tells what is said.
+#include <cw/plugin_registrar.h>
+#include <platform/flutter_ostrel/flutter_ostrel.h>
+#include <wrapper/manager_wrapper.h>
+
+#include <memory>
+#include <utility>
+
+#include "digest_server.h"
+
+namespace {
+
+class DigestServerPlugin final : public cw::Plugin {
+ public:
+  // False, with an error line of the library's, when nobody can be served.
+  bool Begin(cw::PluginRegistrar* registrar) {
+    manager_ = tavo::ManagerWrapper::Create(registrar);
+    auto server = manager_ ? manager_->CreateRpcServer() : nullptr;
+    if (!server) return false;
+    server_ = std::make_shared<digest::DigestServer>(registrar->GetApplication(), server);
+    server_->Run();
+    return true;
+  }
+
+ private:
+  // The engine is about to end.
+  void Release() override {
+    server_.reset();
+    manager_.reset();
+  }
+
+  std::unique_ptr<tavo::ManagerWrapper> manager_;
+  std::shared_ptr<digest::DigestServer> server_;
+};
+
+}  // namespace
+
+uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
+  auto* const registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
+  if (!registrar || !registrar->GetApplication()) return 0;
+  const auto plugin = std::make_shared<DigestServerPlugin>();
+  if (!plugin->Begin(registrar)) return 0;
+  registrar->AddPlugin(plugin);
+  return 1;
+}

@@ -1,0 +1,41 @@
+// The SHA-256 digest of a file, made in slices so that whoever makes it stays responsive.
+//
+// Threads: one.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <QCryptographicHash>
+
+namespace digest {
+
+class FileDigest {
+ public:
+  enum class State { kReading, kDone, kFailed };
+
+  // Null, with the cause in `error`, when there is no regular file that can be read. Never waits
+  // for whoever writes a pipe.
+  static std::unique_ptr<FileDigest> Open(const std::string& path, std::string* error);
+  ~FileDigest();
+  FileDigest(const FileDigest&) = delete;
+  FileDigest& operator=(const FileDigest&) = delete;
+
+  // Reads on, 1 MiB at most; why that failed is in `error`.
+  State ReadSlice(std::string* error);
+
+  int64_t GetSize() const { return size_; }  // When it was opened.
+  int64_t GetDone() const { return done_; }
+  std::string GetHex() const;
+
+ private:
+  FileDigest(int descriptor, int64_t size) : descriptor_(descriptor), size_(size) {}
+
+  const int descriptor_;
+  const int64_t size_;
+  int64_t done_ = 0;
+  QCryptographicHash hash_{QCryptographicHash::Sha256};
+};
+
+}  // namespace digest

@@ -1,0 +1,20 @@
+# Writes the desktop entry ENTRY, which starts PROGRAM with ARGUMENT.
+#
+# A word of an Exec line is quoted as for a shell, a percent sign begins a field code, and a
+# backslash is one of the file format before it is one of the word.
+function(quote word result)
+  string(REGEX REPLACE "([\\\"`$])" "\\\\\\1" word "${word}")
+  string(REPLACE "\\" "\\\\" word "${word}")
+  string(REPLACE "%" "%%" word "${word}")
+  set(${result} "\"${word}\"" PARENT_SCOPE)
+endfunction()
+
+quote("${PROGRAM}" program)
+quote("${ARGUMENT}" argument)
+file(WRITE "${ENTRY}" "[Desktop Entry]
+Type=Application
+Name=Digest
+Comment=Makes the SHA-256 digests of files for other applications
+NoDisplay=true
+Exec=${program} ${argument}
+")
