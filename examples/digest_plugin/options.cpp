@@ -14,7 +14,7 @@ const char kUsage[] =
     "below the directories are left out; a file may be named, too. DIR holds libtavo.so.\n"
     "\n"
     "  --open URI         open the URI at the end, and tell the outcome\n"
-    "  --skip PATH        leave out what would be printed so, with all that is below it; repeatable\n"
+    "  --skip PATH        leave out what would be printed so, and what is below; repeatable\n"
     "  --timeout SECONDS  how long the task may be silent until it counts as dead (60)\n"
     "  --help             print this\n"
     "  DIRECTORY          default: the current one\n"
