@@ -1,6 +1,9 @@
 #include "src/rpc_client_impl.h"
 
 #include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include <QString>
@@ -14,6 +17,33 @@ namespace tavo {
 namespace {
 
 constexpr int kInternalError = -32603;  // As JSON-RPC numbers it.
+
+// The clients whose tasks are being stopped, which live until those have. The platform's callback
+// has the number alone: dropped with an event loop that ends, it must not take a client and its Qt
+// objects along, since Qt holds a lock then. What is left here when the process ends just ends.
+class StoppingClients {
+ public:
+  static StoppingClients& Get() {
+    static auto& clients = *new StoppingClients;
+    return clients;
+  }
+
+  void Add(const std::shared_ptr<RpcClientImpl>& client) {
+    const std::lock_guard lock(mutex_);
+    clients_[client->GetId()] = client;
+  }
+
+  // Null when it was taken before.
+  std::shared_ptr<RpcClientImpl> Take(uint32_t id) {
+    const std::lock_guard lock(mutex_);
+    const auto node = clients_.extract(id);
+    return node ? node.mapped() : nullptr;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<uint32_t, std::shared_ptr<RpcClientImpl>> clients_;  // Guarded by mutex_.
+};
 
 }  // namespace
 
@@ -187,13 +217,17 @@ void RpcClientImpl::Release() {
   CleanupMessaging();
   if (!task_) return OnStop();
   try {
-    task_->stop({}, [self = shared_from_this()](const RuntimeManager::Error& error) {
+    StoppingClients::Get().Add(shared_from_this());
+    task_->stop({}, [id = GetId()](const RuntimeManager::Error& error) {
+      const auto stopped = StoppingClients::Get().Take(id);
+      if (!stopped) return;
       details::Fence("stop callback", [&error] {
         if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();
       });
-      details::Fence("stop callback", [&self] { self->OnStop(); });
+      details::Fence("stop callback", [&stopped] { stopped->OnStop(); });
     });
   } catch (...) {  // Nobody will call back: the client ends here, and its task with it.
+    StoppingClients::Get().Take(GetId());
     OnStop();
     throw;
   }

@@ -16,12 +16,15 @@ mkdir -m 0700 "$XDG_RUNTIME_DIR"
 fail() { echo "FAILED: $*"; exit 1; }
 c_launcher() { "${emulator[@]}" "$build/bin/c_launcher" "$@"; }
 launch() { c_launcher --libs-path "$build/lib" "$@"; }
+# Ours alone: other tests may run at the same time.
+processes() { grep -lz "^XDG_RUNTIME_DIR=$XDG_RUNTIME_DIR$" /proc/[0-9]*/environ 2>/dev/null |
+                cut -d / -f 3 | xargs -r ps -o pid=,args= -p | grep '[l]ibs-path' || true; }
 nothing_is_left() {
   for _ in $(seq 5000); do
-    [[ -z "$(ls "$XDG_RUNTIME_DIR/tavo")" ]] && ! pgrep -f "libs-path $build/lib" >/dev/null && return
+    [[ -z "$(ls "$XDG_RUNTIME_DIR/tavo")" && -z "$(processes)" ]] && return
     read -rt 0.01 <> <(:) || true
   done
-  fail "something is left: $(ls "$XDG_RUNTIME_DIR/tavo"; pgrep -af "libs-path $build/lib")"
+  fail "something is left: $(ls "$XDG_RUNTIME_DIR/tavo"; processes)"
 }
 
 # Names of every kind, below a directory and given by themselves, relative and absolute.

@@ -4,7 +4,7 @@
 # Usage: digest_plugin_test.sh BUILD_DIRECTORY [EMULATOR...]
 set -euo pipefail
 
-build=$1
+build=$(realpath "$1")
 shift
 emulator=("$@")
 work=$(mktemp -d)
