@@ -34,6 +34,12 @@ build_project "$work/desk_program" "$work/desk_program/build"
 [[ "$("${emulator[@]}" "$work/desk_program/build/desk_program")" == "delivered" ]] ||
   fail "the desk's program says something else"
 
+# Plug-ins that link more than the library.
+for plugin in digest_plugin digest_server_plugin; do
+  cp -r "$source/examples/$plugin" "$work/$plugin"
+  build_project "$work/$plugin" "$work/$plugin/build"
+done
+
 # The plug-in, once from the tree and once from the package, in the embedder of each.
 cp -r "$source/examples/hello_plugin" "$work/hello_plugin"
 build_project "$work/hello_plugin" "$work/hello_plugin/build"
