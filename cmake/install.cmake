@@ -20,7 +20,6 @@ endif()
 if(TAVO_TOOLS)
   install(TARGETS tavo-dump)
 endif()
-set_target_properties(tavo PROPERTIES INSTALL_RPATH $ORIGIN)  # Beside the runtime manager.
 install(TARGETS ${installed} EXPORT tavo)
 install(EXPORT tavo NAMESPACE tavo:: FILE tavoTargets.cmake DESTINATION ${package_directory})
 

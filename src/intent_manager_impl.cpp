@@ -71,7 +71,7 @@ ForgeResult IntentManagerImpl::HandleOpenUri(_TAVOIntentManagerRef* ref, const c
       caller->HandOver(
           [&] { manager->OpenURI(uri, [caller](bool success) { caller->Invoke(success); }); });
     }  // From here on the queue alone holds the slot: it is released where the outcome is told.
-    manager->SendNext();
+    details::Fence("OpenUri", [&] { manager->SendNext(); });  // Taken over, whatever comes of it.
     return FORGE_RESULT_OK;
   });
 }

@@ -1,6 +1,8 @@
 #include "src/rpc_client_impl.h"
 
 #include <exception>
+#include <iterator>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -19,30 +21,67 @@ namespace {
 constexpr int kInternalError = -32603;  // As JSON-RPC numbers it.
 
 // The clients whose tasks are being stopped, which live until those have. The platform's callback
-// has the number alone: dropped with an event loop that ends, it must not take a client and its Qt
-// objects along, since Qt holds a lock then. What is left here when the process ends just ends.
+// owns none of them: dropped with an event loop that ends, it must not take a client and its Qt
+// objects along, since Qt holds a lock then. It holds a ticket; the clients of those that were
+// dropped go when the next one comes. What is left when the process ends just ends.
 class StoppingClients {
  public:
+  class Ticket {
+   public:
+    explicit Ticket(uint32_t id) : id_(id) {}
+    ~Ticket() { Get().Abandon(id_); }
+    Ticket(const Ticket&) = delete;
+    Ticket& operator=(const Ticket&) = delete;
+
+    uint32_t GetId() const { return id_; }
+
+   private:
+    const uint32_t id_;
+  };
+
   static StoppingClients& Get() {
     static auto& clients = *new StoppingClients;
     return clients;
   }
 
-  void Add(const std::shared_ptr<RpcClientImpl>& client) {
+  std::shared_ptr<const Ticket> Add(const std::shared_ptr<RpcClientImpl>& client) {
+    auto ticket = std::make_shared<const Ticket>(client->GetId());
+    std::list<std::shared_ptr<RpcClientImpl>> abandoned;  // Die after the lock.
     const std::lock_guard lock(mutex_);
-    clients_[client->GetId()] = client;
+    for (auto entry = clients_.begin(); entry != clients_.end();) {
+      const auto next = std::next(entry);
+      if (entry->second.is_abandoned) {
+        abandoned.push_back(std::move(entry->second.client));
+        clients_.erase(entry);
+      }
+      entry = next;
+    }
+    clients_[client->GetId()] = {client, false};
+    return ticket;
   }
 
   // Null when it was taken before.
   std::shared_ptr<RpcClientImpl> Take(uint32_t id) {
     const std::lock_guard lock(mutex_);
     const auto node = clients_.extract(id);
-    return node ? node.mapped() : nullptr;
+    return node ? node.mapped().client : nullptr;
   }
 
  private:
+  struct Entry {
+    std::shared_ptr<RpcClientImpl> client;
+    bool is_abandoned;
+  };
+
+  void Abandon(uint32_t id) {
+    const std::lock_guard lock(mutex_);
+    if (const auto found = clients_.find(id); found != clients_.end()) {
+      found->second.is_abandoned = true;
+    }
+  }
+
   std::mutex mutex_;
-  std::map<uint32_t, std::shared_ptr<RpcClientImpl>> clients_;  // Guarded by mutex_.
+  std::map<uint32_t, Entry> clients_;  // Guarded by mutex_.
 };
 
 }  // namespace
@@ -217,9 +256,9 @@ void RpcClientImpl::Release() {
   CleanupMessaging();
   if (!task_) return OnStop();
   try {
-    StoppingClients::Get().Add(shared_from_this());
-    task_->stop({}, [id = GetId()](const RuntimeManager::Error& error) {
-      const auto stopped = StoppingClients::Get().Take(id);
+    const auto ticket = StoppingClients::Get().Add(shared_from_this());
+    task_->stop({}, [ticket](const RuntimeManager::Error& error) {
+      const auto stopped = StoppingClients::Get().Take(ticket->GetId());
       if (!stopped) return;
       details::Fence("stop callback", [&error] {
         if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();

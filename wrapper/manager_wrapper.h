@@ -59,6 +59,7 @@ class FORGE_EXPORT ManagerWrapper {
   std::unique_ptr<IntentManager> GetIntentManager();
 
   // Starts the application of that name as a task, and talks to it. The task ends with the client.
+  // (Where it gives null after the service has made a client, that one stays idle until this ends.)
   std::shared_ptr<flrpc::IClient> CreateIpcClient(const std::string& name) const;
 
   // Answers whoever started this application as a task. Serve once, with one server.

@@ -72,6 +72,7 @@ void RpcClient::HandleOnStarted(void* context, int code, const char* text, unsig
     error = ErrorOf(code, text);
     if (error) self->inner_->NotifyDisconnected(error);
   });
+  if (code != 0 && !error) error.emplace(code, "");  // No memory for the text.
   if (chunk_id != 0) self->table_->Get().UnlockResources(self->client_, chunk_id);
   forge::Fence("OnStarted", [&] { self->inner_->NotifyStarted(std::move(error)); });
 }

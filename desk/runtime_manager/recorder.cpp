@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 #include <QDateTime>
@@ -28,10 +29,16 @@ bool AppendLine(const QString& path, const QByteArray& line, QString* error) {
   const int descriptor =
       open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   const QByteArray whole = line + '\n';
-  const ssize_t written = write(descriptor, whole.constData(), static_cast<size_t>(whole.size()));
-  if (written != whole.size()) *error = QStringLiteral("%1: %2").arg(path, ErrnoText());
+  ssize_t written = -1;
+  do {
+    if (descriptor < 0) break;
+    written = write(descriptor, whole.constData(), static_cast<size_t>(whole.size()));
+  } while (written < 0 && errno == EINTR);
+  const bool is_whole = written == whole.size();
+  if (written >= 0 && !is_whole) errno = ENOSPC;  // A part was written: there is no room.
+  if (!is_whole) *error = QStringLiteral("%1: %2").arg(path, ErrnoText());
   if (descriptor >= 0) close(descriptor);
-  return written == whole.size();
+  return is_whole;
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ fi
 
 dynamic=$("$readelf" -d "$library")
 grep -q NODELETE <<<"$dynamic" || { echo "The library may be unloaded"; exit 1; }
+! grep -E 'R(UN)?PATH.*(\[:|::|:\])' <<<"$dynamic" || { echo "The run path has an empty element"; exit 1; }
 ! grep -q TEXTREL <<<"$dynamic" || { echo "The library has relocations in its text"; exit 1; }
 
 if [[ -n "$list" ]]; then

@@ -91,7 +91,11 @@ TEST_F(EndToEndTest, WhatWaitsForTheConnectionKeepsItsOrder) {
     };
     if (runs_first) client->Run();
     for (int32_t i = 0; i < 20; ++i) send(i);
-    if (!runs_first) client->Run();
+    if (!runs_first) {
+      // The task may be up before: its socket is there at once, so wait for its process.
+      for (int round = 0; round < 100; ++round) QCoreApplication::processEvents();
+      client->Run();
+    }
     for (int32_t i = 20; i < 40; ++i) send(i);
     ASSERT_TRUE(WaitUntil([&] { return order.size() == 40; }));
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
@@ -117,6 +121,8 @@ TEST_F(EndToEndTest, KilledTaskIsNoticedByNobodyAndTheClientEndsWell) {
   client->SendNotify("poke", 1);
   EXPECT_TRUE(client->IsConnected());
   client.reset();
+  connected_ = false;
+  EXPECT_TRUE(Connect()->IsConnected());  // The next one is unharmed.
 }
 
 TEST_F(EndToEndTest, ManagersEndIsTheClientsDisconnect) {

@@ -155,7 +155,10 @@ TEST_F(RpcClientTest, TableIsCheckedInItsOrder) {
       {"SendMessage", offsetof(Table, Release) - 1, [](Table&) {}},
       {"SendMessage", sizeof(Table), [](Table& t) { t.SendMessage = nullptr; }},
       {"StartTask", sizeof(Table), [](Table& t) { t.StartTask = nullptr; }},
+      {"StartTask", offsetof(Table, Release),
+       [](Table& t) { t.StartTask = nullptr, t.UnlockResources = nullptr; }},
       {"UnlockResources", sizeof(Table), [](Table& t) { t.UnlockResources = nullptr; }},
+      {"UnlockResources", offsetof(Table, Release), [](Table& t) { t.UnlockResources = nullptr; }},
       {"Release", offsetof(Table, Release), [](Table&) {}},
       {"Release", sizeof(Table), [](Table& t) { t.Release = nullptr; }},
       {"SendMessage", 0, [](Table& t) { t = {}; }},
@@ -199,6 +202,23 @@ TEST_F(RpcClientTest, FailedStartIsToldOnceAndSendsNothing) {
   EXPECT_TRUE(service_.sent.empty());
 }
 
+// The start may be reported before the plug-in asks for a connection.
+TEST_F(RpcClientTest, ConnectsAlsoWhenTheTaskWasThereFirst) {
+  Start(0, "", 0);
+  EXPECT_TRUE(service_.sent.empty());
+  client_->Run();
+  ASSERT_EQ(1u, service_.sent.size());
+  EXPECT_TRUE(service_.sent[0].IsRequest("flrpc.connected"));
+
+  client_ = Create(MakeClientTable());
+  Start(-1, "no task", 0);
+  client_->Run();
+  service_.Take();
+  client_->OnConnected([this](const auto& error) { Note("connected", error); });
+  EXPECT_EQ(Events{"connected: -1 no task"}, service_.Take());
+  EXPECT_EQ(1u, service_.sent.size());
+}
+
 TEST_F(RpcClientTest, NullTextsAreEmpty) {
   service_.Take();
   client_->Run();
@@ -217,8 +237,7 @@ TEST_F(RpcClientTest, DisconnectIsToldWithItsError) {
   service_.sent.clear();
   Connect();
   Disconnect(0, "", 9);
-  EXPECT_EQ((Events{"disconnected: -32603 Internal error", "unlock 9"}).back(),
-            service_.Take().back());
+  EXPECT_EQ((Events{"disconnected: -32603 Unknown runtime error", "unlock 9"}), service_.Take());
 }
 
 // Whatever becomes of a text, its chunk is given back.
@@ -288,6 +307,7 @@ TEST_F(RpcServerTest, TableIsCheckedInItsOrder) {
       {"Run", sizeof(Table), [](Table& t) { t.Run = nullptr; }},
       {"SendMessage", offsetof(Table, SendMessage), [](Table&) {}},
       {"SendMessage", sizeof(Table), [](Table& t) { t.SendMessage = nullptr; }},
+      {"SendMessage", offsetof(Table, SendMessage), [](Table& t) { t.UnlockResources = nullptr; }},
       {"UnlockResources", sizeof(Table), [](Table& t) { t.UnlockResources = nullptr; }},
   };
   for (const auto& row : rows) {
@@ -337,6 +357,24 @@ TEST_F(RpcServerTest, AnswersOnceItsChannelIsOpenWhateverTheCode) {
   Start(0, 7);
   Deliver("late", 8);
   EXPECT_EQ(Events(), service_.Take());
+}
+
+// A reply that outlives its server is without effect, and holds no table.
+TEST_F(RpcServerTest, LateReplyIsDropped) {
+  auto server = Create(MakeServerTable());
+  std::unique_ptr<flrpc::IReply> kept;
+  server->OnRequest("later", [&](const auto&, const auto&, std::unique_ptr<flrpc::IReply>&& reply) {
+    kept = std::move(reply);
+  });
+  server->Run();
+  Start(0, 0);
+  Deliver(Message::CreateRequest(Message::ID(1), "flrpc.connected", {}), 1);
+  Deliver(Message::CreateRequest(Message::ID(2), "later", {}), 1);
+  ASSERT_TRUE(kept);
+  service_.sent.clear();
+  server.reset();
+  kept->SendResult(1);
+  EXPECT_TRUE(service_.sent.empty());
 }
 
 // ---- IntentManager ----
