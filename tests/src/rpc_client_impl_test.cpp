@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <stdexcept>
 
 #include "tests/src/service_fixture.h"
@@ -124,6 +125,20 @@ TEST_F(RpcClientImplTest, FailedStopIsLoggedAndDropsTheClientAllTheSame) {
   platform_.Task().Stopped({1, QStringLiteral("it will not die")});
   EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
   EXPECT_EQ("release", recorder_.events.back());
+}
+
+// An event loop that ended with the stop on its way destroyed the callback, and the client with it,
+// under Qt's lock: the process hung in its exit. The client goes with the next stop instead.
+TEST_F(RpcClientImplTest, PlatformMayDropTheStopCallback) {
+  client_table_.Release(RunningClient(recorder_));
+  platform_.Task().stop = nullptr;
+  top_.Release(manager_);
+  EXPECT_EQ(0, std::count(recorder_.events.begin(), recorder_.events.end(), "release"));
+  test::Recorder next;
+  client_table_.Release(RunningClient(next));
+  EXPECT_EQ("release", recorder_.events.back());
+  platform_.tasks.back()->Stopped({});
+  EXPECT_EQ("release", next.events.back());
 }
 
 TEST_F(RpcClientImplTest, ReleasedWhileStartingItRunsOnWithoutItsHandle) {
