@@ -1,11 +1,9 @@
 #include "digest_client.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <exception>
 #include <optional>
 #include <utility>
-
-#include <QByteArray>
 
 namespace digest {
 namespace {
@@ -15,11 +13,6 @@ using cw::EncodableValue;
 using Error = flrpc::Message::Error;
 
 constexpr size_t kWindow = 16;  // Requests that are on their way at once.
-
-std::string EncodedPathOf(const File& file) {
-  const std::string absolute = std::filesystem::absolute(file.path).native();  // For the task.
-  return QByteArray::fromStdString(absolute).toPercentEncoding("/").toStdString();
-}
 
 const EncodableValue* Find(const EncodableMap* map, const char* key) {
   if (!map) return nullptr;
@@ -74,15 +67,20 @@ void DigestClient::Run() {
   client_->Run();
 }
 
+// Called within callbacks, which would swallow what is thrown: nothing would follow.
 void DigestClient::SendMore() {
-  while (!has_ended_ && sent_ < files_.size() && sent_ < answered_ + kWindow) Send(sent_++);
-  if (!has_ended_ && answered_ == files_.size()) ShutDown();
+  try {
+    while (!has_ended_ && sent_ < files_.size() && sent_ < answered_ + kWindow) Send(sent_++);
+    if (!has_ended_ && answered_ == files_.size()) ShutDown();
+  } catch (const std::exception& error) {
+    End(error.what());
+  }
 }
 
 void DigestClient::Send(size_t index) {
-  std::string path = EncodedPathOf(files_[index]);
+  const std::string& path = files_[index].encoded;
   const EncodableMap params = {{"path", path}};
-  parts_[std::move(path)] = {index, 0};
+  parts_[path] = {index, 0};
   ++request_count_;
   client_->SendRequest("digest", params, [this, index](const flrpc::Message::Response& response) {
     HandleAnswer(index, response);
@@ -105,7 +103,7 @@ void DigestClient::HandleAnswer(size_t index, const flrpc::Message::Response& re
   } else {
     bytes_done_ += size;
   }
-  parts_.erase(EncodedPathOf(files_[index]));
+  parts_.erase(files_[index].encoded);
   ++answered_;
   TellAnswers();
   TellProgress();

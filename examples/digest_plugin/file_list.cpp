@@ -3,11 +3,18 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
+
+#include <QByteArray>
 
 namespace digest {
 namespace {
 
 namespace fs = std::filesystem;
+
+std::string Encoded(const fs::path& path) {
+  return QByteArray::fromStdString(path.native()).toPercentEncoding("/").toStdString();
+}
 
 class Walker {
  public:
@@ -24,13 +31,21 @@ class Walker {
 
   void Add(const fs::path& file) {
     std::error_code error;
+    const fs::path absolute = fs::absolute(file, error);
+    if (error) return Fail(file, error);
     const auto size = fs::file_size(file, error);
-    list_.files.push_back({file.native(), error ? 0 : static_cast<int64_t>(size)});
+    list_.files.push_back(
+        {file.native(), Encoded(absolute), error ? 0 : static_cast<int64_t>(size)});
   }
 
   FileList Take() { return std::move(list_); }
 
  private:
+  void Fail(const fs::path& path, const std::error_code& error) {
+    const std::string name = path.empty() ? "\"\"" : path.native();
+    list_.failures.push_back(name + ": " + error.message());
+  }
+
   std::vector<fs::directory_entry> EntriesOf(const fs::path& directory) {
     std::vector<fs::directory_entry> entries;
     std::error_code error;
@@ -38,7 +53,7 @@ class Walker {
          at.increment(error)) {
       if (skipped_.count(at->path().native()) == 0) entries.push_back(*at);
     }
-    if (error) list_.failures.push_back(directory.native() + ": " + error.message());
+    if (error) Fail(directory, error);
     std::sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
       return left.path().native() < right.path().native();
     });

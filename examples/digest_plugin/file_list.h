@@ -11,13 +11,14 @@
 namespace digest {
 
 struct File {
-  std::string path;  // As it is printed: what was given, and the names below it. Any bytes.
+  std::string path;     // As it is printed: what was given, and the names below it. Any bytes.
+  std::string encoded;  // As the task is told it: absolute, percent-encoded.
   int64_t size = 0;  // When it was listed; 0 where that is not known.
 };
 
 struct FileList {
   std::vector<File> files;
-  std::vector<std::string> failures;  // Sentences: directories that could not be read.
+  std::vector<std::string> failures;  // Sentences: what could not be listed.
 };
 
 // The regular files below each directory, sorted by name in each, without the paths that are

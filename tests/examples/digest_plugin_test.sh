@@ -70,6 +70,8 @@ expect 1 'digest_plugin: data/dangling: No such file or directory' data/dangling
 grep -qF 'digest_plugin: data/pipe: it is no regular file' errors || fail "$(cat errors)"
 grep -qF '3 files (2 failed), 1 B, 4 requests' errors || fail "$(cat errors)"
 sha256sum data/plain | diff - actual || fail "the other file was not done"
+expect 1 'digest_plugin: "": Invalid argument' data/plain ''
+sha256sum data/plain | diff - actual || fail "an empty name ends the rest"
 
 # The URI's outcome, and the conversation, in which each frame is there once.
 export TAVO_DESK_RECORD=$work/record
