@@ -101,8 +101,9 @@ void DigestClient::HandleAnswer(size_t index, const flrpc::Message::Response& re
     answer.sha256.clear();
     answer.cause = "the answer is no digest";
   } else {
-    bytes_done_ += size;
+    byte_count_ += size;
   }
+  bytes_done_ += answer.sha256.empty() ? files_[index].size : size;
   parts_.erase(files_[index].encoded);
   ++answered_;
   TellAnswers();

@@ -50,7 +50,7 @@ class DigestClient {
   void Run();
 
   size_t GetRequestCount() const { return request_count_; }
-  int64_t GetByteCount() const { return bytes_done_; }
+  int64_t GetByteCount() const { return byte_count_; }  // Of the digests.
 
  private:
   struct Answer {
@@ -83,7 +83,8 @@ class DigestClient {
   size_t answered_ = 0;
   size_t told_ = 0;
   size_t request_count_ = 0;
-  int64_t bytes_done_ = 0;
+  int64_t byte_count_ = 0;
+  int64_t bytes_done_ = 0;  // With the files that failed.
   bool has_ended_ = false;
 };
 

@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include <QTimer>
+
 #include "digest_client.h"
 #include "file_list.h"
 #include "options.h"
@@ -59,7 +61,10 @@ class DigestPlugin final : public cw::Plugin,
                            public std::enable_shared_from_this<DigestPlugin> {
  public:
   explicit DigestPlugin(cw::PluginRegistrar* registrar)
-      : application_(registrar->GetApplication()), registrar_(registrar) {}
+      : application_(registrar->GetApplication()), registrar_(registrar) {
+    opening_.setSingleShot(true);
+    QObject::connect(&opening_, &QTimer::timeout, &opening_, [this] { OnOpened(false); });
+  }
 
   void Begin() {
     try {
@@ -72,6 +77,10 @@ class DigestPlugin final : public cw::Plugin,
       std::fputs(digest::kUsage, stdout);
       return Leave(kOk);
     }
+    if (registrar_->GetLibraryPath().empty()) {
+      Complain("where is libtavo.so? --libs-path DIR tells it");
+      return Leave(kCannotRun);
+    }
     begin_ = Clock::now();
     Start(digest::ListFiles(options_.paths, options_.skipped));
   }
@@ -79,10 +88,12 @@ class DigestPlugin final : public cw::Plugin,
  private:
   // The engine is about to end.
   void Release() override {
+    opening_.stop();
     progress_.reset();
     client_.reset();
     intents_.reset();
     manager_.reset();
+    registrar_ = nullptr;
   }
 
   void Start(digest::FileList list) {
@@ -93,6 +104,9 @@ class DigestPlugin final : public cw::Plugin,
       return Leave(kCannotRun);
     }
     for (const std::string& failure : list.failures) OnSomeFailed(failure);
+    for (const std::string& path : list.unmatched) {
+      Complain("--skip " + EscapedName(path) + ": there is nothing to be skipped");
+    }
     file_count_ = list.files.size();
     int64_t bytes = 0;
     for (const digest::File& file : list.files) bytes += file.size;
@@ -110,6 +124,7 @@ class DigestPlugin final : public cw::Plugin,
   }
 
   void OnFailure(const digest::File& file, const std::string& cause) override {
+    ++failed_file_count_;
     OnSomeFailed(EscapedName(file.path) + ": " + cause);
   }
 
@@ -125,7 +140,8 @@ class DigestPlugin final : public cw::Plugin,
   void OnEnd(const std::string& failure) override {
     application_->EnqueueTask(
         [weak = weak_from_this(), failure] {
-          if (const auto self = weak.lock()) self->Finish(failure);
+          const auto self = weak.lock();
+          if (self && self->registrar_) self->Finish(failure);
         },
         0);
   }
@@ -147,22 +163,25 @@ class DigestPlugin final : public cw::Plugin,
 
   // A request that is refused is dropped with its callback: the token tells.
   void OpenUri() {
+    opening_.start(options_.timeout);
     intents_ = manager_->GetIntentManager();
-    auto token = std::make_shared<bool>(true);
-    const std::weak_ptr<bool> waiting = token;
+    auto token = std::make_shared<char>();
+    const std::weak_ptr<char> waiting = token;
     if (intents_) {
       intents_->OpenUri(options_.uri,
                         [weak = weak_from_this(), token = std::move(token)](bool success) {
-                          if (!std::exchange(*token, false)) return;
                           if (const auto self = weak.lock()) self->OnOpened(success);
                         });
     } else {
       token.reset();
     }
-    if (waiting.expired() && !has_summarized_) OnOpened(false);
+    if (waiting.expired()) OnOpened(false);
   }
 
+  // The first outcome counts: an answer may come when its time is over.
   void OnOpened(bool success) {
+    if (std::exchange(has_opened_, true)) return;
+    opening_.stop();
     if (success) {
       Complain("opened " + options_.uri);
     } else {
@@ -174,20 +193,19 @@ class DigestPlugin final : public cw::Plugin,
   // ---- The end ----
 
   void Summarize() {
-    has_summarized_ = true;
     const std::chrono::duration<double> seconds = Clock::now() - begin_;
     char time[32];
     std::snprintf(time, sizeof time, "%.2f", seconds.count());
     const std::string failed =
-        failed_count_ > 0 ? " (" + std::to_string(failed_count_) + " failed)" : "";
-    Complain(std::to_string(file_count_) + " files" + failed + ", " +
-             digest::FormatSize(byte_count_) + ", " + std::to_string(request_count_) +
-             " requests, " + time + " s");
-    Leave(failed_count_ > 0 ? kSomeFailed : kOk);
+        failed_file_count_ > 0 ? " (" + std::to_string(failed_file_count_) + " failed)" : "";
+    Complain(digest::FormatCount(file_count_, "file") + failed + ", " +
+             digest::FormatSize(byte_count_) + ", " +
+             digest::FormatCount(request_count_, "request") + ", " + time + " s");
+    Leave(has_some_failed_ ? kSomeFailed : kOk);
   }
 
   void OnSomeFailed(const std::string& sentence) {
-    ++failed_count_;
+    has_some_failed_ = true;
     Complain(sentence);
   }
 
@@ -206,19 +224,21 @@ class DigestPlugin final : public cw::Plugin,
   }
 
   const std::shared_ptr<cw::ApplicationWrapper> application_;
-  cw::PluginRegistrar* const registrar_;  // Owns this.
+  cw::PluginRegistrar* registrar_;  // Owns this; null once this is released.
   digest::Options options_;
   Clock::time_point begin_;
   std::unique_ptr<tavo::ManagerWrapper> manager_;
   std::unique_ptr<tavo::IntentManager> intents_;
   std::optional<digest::Progress> progress_;
   std::optional<digest::DigestClient> client_;
+  QTimer opening_;  // The URI: nothing else tells that nobody answers.
 
   size_t file_count_ = 0;
-  size_t failed_count_ = 0;  // Of files, directories, and the URI.
+  size_t failed_file_count_ = 0;
   size_t request_count_ = 0;
   int64_t byte_count_ = 0;
-  bool has_summarized_ = false;
+  bool has_some_failed_ = false;  // Files, directories, the URI.
+  bool has_opened_ = false;       // Or has failed to.
 };
 
 }  // namespace
@@ -228,6 +248,11 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   if (!registrar || !registrar->GetApplication()) return 0;
   const auto plugin = std::make_shared<DigestPlugin>(registrar);
   registrar->AddPlugin(plugin);
-  registrar->GetApplication()->EnqueueTask([plugin] { plugin->Begin(); }, 0);
+  const std::weak_ptr<DigestPlugin> weak = plugin;
+  registrar->GetApplication()->EnqueueTask(
+      [weak] {
+        if (const auto held = weak.lock()) held->Begin();
+      },
+      0);
   return 1;
 }

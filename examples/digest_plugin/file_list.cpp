@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -16,9 +17,18 @@ std::string Encoded(const fs::path& path) {
   return QByteArray::fromStdString(path.native()).toPercentEncoding("/").toStdString();
 }
 
+// Without what does not matter: "a/./b/" is "a/b".
+std::string Normal(const fs::path& path) {
+  const fs::path normal = path.lexically_normal();
+  return (normal.has_filename() ? normal : normal.parent_path()).native();
+}
+
 class Walker {
  public:
-  explicit Walker(const std::set<std::string>& skipped) : skipped_(skipped) {}
+  explicit Walker(const std::set<std::string>& skipped) {
+    list_.unmatched = skipped;
+    for (const std::string& path : skipped) skipped_[Normal(path)].insert(path);
+  }
 
   void Walk(const fs::path& directory) {
     for (const auto& entry : EntriesOf(directory)) {
@@ -41,6 +51,14 @@ class Walker {
   FileList Take() { return std::move(list_); }
 
  private:
+  bool IsSkipped(const fs::path& path) {
+    if (skipped_.empty()) return false;
+    const auto found = skipped_.find(Normal(path));
+    if (found == skipped_.end()) return false;
+    for (const std::string& given : found->second) list_.unmatched.erase(given);
+    return true;
+  }
+
   void Fail(const fs::path& path, const std::error_code& error) {
     const std::string name = path.empty() ? "\"\"" : path.native();
     list_.failures.push_back(name + ": " + error.message());
@@ -51,7 +69,7 @@ class Walker {
     std::error_code error;
     for (fs::directory_iterator at(directory, error), end; !error && at != end;
          at.increment(error)) {
-      if (skipped_.count(at->path().native()) == 0) entries.push_back(*at);
+      if (!IsSkipped(at->path())) entries.push_back(*at);
     }
     if (error) Fail(directory, error);
     std::sort(entries.begin(), entries.end(), [](const auto& left, const auto& right) {
@@ -60,7 +78,7 @@ class Walker {
     return entries;
   }
 
-  const std::set<std::string>& skipped_;
+  std::map<std::string, std::set<std::string>> skipped_;  // As they were given, by normal path.
   FileList list_;
 };
 

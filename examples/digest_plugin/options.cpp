@@ -2,11 +2,13 @@
 
 #include <charconv>
 #include <stdexcept>
+#include <utility>
 
 namespace digest {
 
 const char kUsage[] =
-    "usage: tavo-embed libdigest_plugin.so --libs-path DIR -- [OPTION...] [--] [DIRECTORY...]\n"
+    "usage: tavo-embed libdigest_plugin.so --libs-path DIR -- [OPTION | DIRECTORY]... [-- "
+    "DIRECTORY...]\n"
     "\n"
     "Prints the SHA-256 digest of each regular file below the directories, as sha256sum does. The\n"
     "digests are made by the task \"digest\", which is found through TAVO_DESK_PATH. Symbolic "
@@ -15,12 +17,15 @@ const char kUsage[] =
     "\n"
     "  --open URI         open the URI at the end, and tell the outcome\n"
     "  --skip PATH        leave out what would be printed so, and what is below; repeatable\n"
-    "  --timeout SECONDS  how long the task may be silent until it counts as dead (60)\n"
+    "  --timeout SECONDS  how long the task may be silent until it counts as dead, and how long\n"
+    "                     opening the URI may take (60)\n"
     "  --help             print this\n"
     "  DIRECTORY          default: the current one\n"
     "\n"
     "Standard error shows the progress: a bar on a terminal, without colour when NO_COLOR is set,\n"
     "elsewhere a line now and then for a large file; and in the end a summary.\n"
+    "\n"
+    "The library's log lines go to standard output.\n"
     "\n"
     "Ends with 0; 1 when a file or a directory could not be read, or the URI not be opened (the\n"
     "rest is done); 2 when the command line makes no sense, the library or the task cannot be\n"
@@ -60,10 +65,11 @@ bool TakesValue(const std::string& option) {
 Options ParseOptions(const std::vector<std::string>& arguments) {
   Options options;
   auto at = arguments.begin();
-  for (; at != arguments.end() && at->size() > 1 && at->front() == '-'; ++at) {
-    if (*at == "--") {
-      ++at;
-      break;
+  std::vector<std::string> paths;
+  for (; at != arguments.end() && *at != "--"; ++at) {
+    if (at->size() < 2 || at->front() != '-') {
+      paths.push_back(*at);
+      continue;
     }
     options.help = options.help || *at == "--help";
     if (*at == "--help") continue;
@@ -72,7 +78,8 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
     SetValue(*at, *(at + 1), &options);
     ++at;
   }
-  if (at != arguments.end()) options.paths.assign(at, arguments.end());
+  if (at != arguments.end()) paths.insert(paths.end(), at + 1, arguments.end());
+  if (!paths.empty()) options.paths = std::move(paths);
   return options;
 }
 

@@ -1,5 +1,6 @@
 #include "progress.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +18,12 @@ constexpr auto kRedrawEvery = std::chrono::milliseconds(50);
 bool IsTerminal() {
   const char* const kind = std::getenv("TERM");
   return isatty(STDERR_FILENO) && kind && std::string_view(kind) != "dumb";
+}
+
+size_t TerminalWidth() {
+  constexpr size_t kUsual = 80;
+  winsize size{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
 bool WantsColour() {
@@ -37,6 +44,10 @@ std::string FormatSize(int64_t bytes) {
   return text;
 }
 
+std::string FormatCount(size_t count, const std::string& noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 Progress::Progress(size_t files, int64_t bytes)
     : files_(files), bytes_(bytes), has_terminal_(IsTerminal()), has_colour_(WantsColour()) {}
 
@@ -51,17 +62,25 @@ void Progress::Show(size_t files_done, int64_t bytes_done) {
   const double share =
       bytes_ > 0 ? std::min(1.0, static_cast<double>(bytes_done) / static_cast<double>(bytes_)) : 1;
   const auto filled = static_cast<size_t>(share * static_cast<double>(kWidth));
-  std::fprintf(stderr, "\r\033[K[%s%s%s%s] %3d %%  %zu of %zu files  %s of %s",
-               has_colour_ ? "\033[32m" : "", std::string(filled, '#').c_str(),
-               has_colour_ ? "\033[0m" : "", std::string(kWidth - filled, '-').c_str(),
-               static_cast<int>(share * 100), files_done, files_, FormatSize(bytes_done).c_str(),
-               FormatSize(bytes_).c_str());
+  char percent[8];
+  std::snprintf(percent, sizeof percent, "%3d %%", static_cast<int>(share * 100));
+  std::string line = "[" + std::string(filled, '#') + std::string(kWidth - filled, '-') + "] " +
+                     percent + "  " + std::to_string(files_done) + " of " +
+                     FormatCount(files_, "file") + "  " + FormatSize(bytes_done) + " of " +
+                     FormatSize(bytes_);
+  line.resize(std::min(line.size(), TerminalWidth() - 1));  // A full line may wrap.
+  if (has_colour_) {
+    line.insert(std::min(line.size(), 1 + filled), "\033[0m");
+    line.insert(std::min<size_t>(line.size(), 1), "\033[32m");
+  }
+  std::fprintf(stderr, "\r\033[K%s", line.c_str());
   std::fflush(stderr);
 }
 
 void Progress::ShowFile(const std::string& name, int64_t done, int64_t size) {
   if (has_terminal_ || size <= 0 || done < 0) return;
-  const int64_t quarter = std::min(done, size) / ((size + 3) / 4);
+  const double share = static_cast<double>(std::min(done, size)) / static_cast<double>(size);
+  const auto quarter = static_cast<int64_t>(share * 4);
   int64_t& told = quarters_[name];
   if (quarter <= told) return;
   told = quarter;

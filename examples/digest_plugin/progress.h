@@ -1,10 +1,11 @@
-// How far the work is, on standard error: on a terminal a bar below what is printed, elsewhere a
-// line at each quarter of a file that its reader reports on.
+// How far the work is, on standard error: on a terminal a bar below what is printed, as wide as
+// there is room, elsewhere a line at each quarter of a file that its reader reports on.
 //
 // Threads: one.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -13,6 +14,9 @@ namespace digest {
 
 // "1.5 MiB".
 std::string FormatSize(int64_t bytes);
+
+// "1 file", "2 files".
+std::string FormatCount(size_t count, const std::string& noun);
 
 class Progress {
  public:

@@ -92,9 +92,10 @@ void DigestServer::ReadNext() {
   Job job = std::move(open_.front());
   open_.pop_front();
   std::string error;
-  switch (job.file->ReadSlice(&error)) {
+  const FileDigest::State state = job.file->ReadSlice(&error);
+  TellProgress(&job, state);
+  switch (state) {
     case FileDigest::State::kReading:
-      TellProgress(&job);
       open_.push_back(std::move(job));
       break;
     case FileDigest::State::kDone:
@@ -107,9 +108,10 @@ void DigestServer::ReadNext() {
   }
 }
 
-void DigestServer::TellProgress(Job* job) {
+void DigestServer::TellProgress(Job* job, FileDigest::State state) {
   const int64_t done = job->file->GetDone();
-  if (job->file->GetSize() < kLargeFile || done < job->told + kProgressStep) return;
+  const int64_t step = state == FileDigest::State::kDone ? 1 : kProgressStep;
+  if (job->file->GetSize() < kLargeFile || done < job->told + step) return;
   job->told = done;
   server_->SendNotify(
       "progress",

@@ -1,7 +1,8 @@
 // Answers requests for the SHA-256 of files:
 //
 //   request      "digest" {"path": text}  ->  {"sha256": text, "size": bytes}
-//   notification "progress" {"path": text, "done": bytes, "size": bytes}, for a large file
+//   notification "progress" {"path": text, "done": bytes, "size": bytes}, as a large file is read,
+//                                             the last one at its end
 //   request      "shutdown"               ->  null; the application ends
 //
 // A path is absolute and percent-encoded. Wrong parameters are answered with -32602, a file that
@@ -44,7 +45,7 @@ class DigestServer : public std::enable_shared_from_this<DigestServer> {
   void TakeTurn();
   void OpenNext();
   void ReadNext();
-  void TellProgress(Job* job);
+  void TellProgress(Job* job, FileDigest::State state);
 
   const std::shared_ptr<cw::ApplicationWrapper> application_;
   const std::shared_ptr<flrpc::IServer> server_;

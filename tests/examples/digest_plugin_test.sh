@@ -58,20 +58,42 @@ mkfifo data/pipe
 find data -type f ! -path 'data/skipped/*' -print0 | LC_ALL=C sort -z | xargs -0 sha256sum >expected
 expect 0 'digest_plugin: data/a large one: 50 % of 19.1 MiB' --skip data/skipped data
 LC_ALL=C sort -k 2 expected | diff - <(LC_ALL=C sort -k 2 actual) || fail "digests differ"
+grep -qF 'digest_plugin: data/a large one: 100 % of 19.1 MiB' errors || fail "$(cat errors)"
 grep -qE '^digest_plugin: 108 files, 19\.1 MiB, 109 requests, [0-9.]+ s$' errors || fail "$(cat errors)"
-expect 0 '1 files, 1 B, 2 requests' data/link
+expect 0 '1 file, 1 B, 2 requests' data/link
 sha256sum data/link | diff - actual || fail "the digest of a named link differs"
-expect 0 '0 files, 0 B, 1 requests' -- data/empty
+expect 0 '0 files, 0 B, 1 request,' -- data/empty
+
+# Options may follow paths until "--"; skipped paths are compared however they are written.
+expect 0 '1 file, 1 B, 2 requests' data/skipped --skip data --timeout 5
+grep -qF 'digest_plugin: --skip data: there is nothing to be skipped' errors || fail "$(cat errors)"
+expect 0 '1 file, 1 B, 2 requests' ./data/deep --skip data//deep/./er/ --skip 'data/deep/file*' \
+  $(printf -- '--skip data/deep/file%s ' $(seq 100))
+[[ $(cut -c 67- actual) == ./data/deep/skipped ]] || fail "$(cat actual)"
+[[ $(grep -c 'nothing to be skipped' errors) -eq 1 ]] || fail "$(cat errors)"
+(cd data/deep/er && expect 0 '1 file, 1 B, 2 requests' -- --option)
 nothing_is_left
 
 # What cannot be read is told; the others are done.
 ln -s missing data/dangling
 expect 1 'digest_plugin: data/dangling: No such file or directory' data/dangling data/plain data/pipe
 grep -qF 'digest_plugin: data/pipe: it is no regular file' errors || fail "$(cat errors)"
-grep -qF '3 files (2 failed), 1 B, 4 requests' errors || fail "$(cat errors)"
+grep -qF '3 files (2 failed), 1 B, 4 requests,' errors || fail "$(cat errors)"
 sha256sum data/plain | diff - actual || fail "the other file was not done"
 expect 1 'digest_plugin: "": Invalid argument' data/plain ''
 sha256sum data/plain | diff - actual || fail "an empty name ends the rest"
+
+# An opener that does not end.
+mkdir opener
+mkfifo opener/fifo
+printf '#!/bin/sh\nread -r line <"%s"\n' "$work/opener/fifo" >opener/xdg-open
+chmod +x opener/xdg-open
+exec {opener}<>opener/fifo
+PATH=$work/opener:$PATH TAVO_DESK_OPEN_URI=open expect 1 \
+  'digest_plugin: https://example.org could not be opened' --timeout 1 --open https://example.org data/empty
+grep -qF 'digest_plugin: 0 files, 0 B' errors || fail "$(cat errors)"
+echo >&"$opener"
+exec {opener}>&-
 
 # The URI's outcome, and the conversation, in which each frame is there once.
 export TAVO_DESK_RECORD=$work/record
@@ -97,24 +119,27 @@ assert set(answers) == {x["id"] for x in asked} and len(only("from", "response")
 assert plain(answers[asked[1]["id"]]["result"])["size"] == 20000000
 assert answers[asked[3]["id"]]["error"]["message"] == "No such file or directory"
 done = [plain(x["params"]) for x in only("from", "notification") if x["method"] == "progress"]
-assert [x["done"] >> 20 for x in done] == [4, 8, 12, 16] and {x["path"] for x in done} == {paths[0]}, done
+assert [x["done"] >> 20 for x in done] == [4, 8, 12, 16, 19] and {x["path"] for x in done} == {paths[0]}, done
 assert lines[-1]["kind"] == "intent" and lines[-1]["parameters"]["uri"] == "https://example.org/?q=a b"
 PYTHON
 
 # On a terminal there is a bar, in colour unless NO_COLOR is set.
 terminal() {
-  TERM=xterm script -qec "$(printf '%q ' "${emulator[@]}" "$build/bin/tavo-embed" \
+  TERM=xterm script -qec "stty cols ${columns:-80} && $(printf '%q ' "${emulator[@]}" "$build/bin/tavo-embed" \
     "$build/lib/libdigest_plugin.so" --libs-path "$libs" -- 'data/a large one')" /dev/null </dev/null
 }
 terminal >screen || fail "exit code $? on a terminal"
 grep -qF $'\r\e[K[\e[32m#' screen || fail "no bar: $(cat -v screen)"
-grep -qF ' of 1 files  ' screen && grep -qF '  data/a large one' screen || fail "$(cat -v screen)"
+grep -qF ' of 1 file  ' screen && grep -qF '  data/a large one' screen || fail "$(cat -v screen)"
 NO_COLOR=1 terminal >screen
 grep -qF $'\r\e[K[#' screen && ! grep -qF $'\e[32m' screen || fail "colour: $(cat -v screen)"
+NO_COLOR=1 columns=20 terminal >screen
+grep -qF $'\r\e[K['"$(printf '#%.0s' {1..18})"$'\r' screen || fail "not cut to the width: $(cat -v screen)"
 
 # Command lines, and what ends it.
 expect 0 '' --help
 grep -q '^usage: tavo-embed libdigest_plugin.so' actual || fail "no help"
+libs='' expect 2 'digest_plugin: where is libtavo.so? --libs-path' data
 expect 2 '--unknown: there is no such option' --unknown
 expect 2 '--open: its value is missing' --open
 expect 2 '--timeout: "0" is no number from 1 to' --timeout 0
