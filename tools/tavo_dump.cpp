@@ -1,5 +1,9 @@
 // tavo-dump: prints RPC messages, given as Base64 texts, as {"data": ...} lines or as the desk
 // records them, as trees.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
@@ -36,7 +40,7 @@ constexpr char kUsage[] =
     "first.\n"
     "\n"
     "Ends with 0, 1 when a text made no sense (the others are printed), 2 for a wrong command "
-    "line.\n";
+    "line or\na file that cannot be read.\n";
 
 class BadInput : public std::runtime_error {
  public:
@@ -225,6 +229,14 @@ void PrintText(const std::string& text, bool as_json) {
 
 // ---- All of it ----
 
+// Where one of the standard descriptors is closed, the next file that is opened would become it,
+// and output would go there.
+void OpenStandardDescriptors() {
+  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+    if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);  // The lowest that is free.
+  }
+}
+
 class Dump {
  public:
   explicit Dump(bool as_json) : as_json_(as_json) {}
@@ -263,6 +275,7 @@ class Dump {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenStandardDescriptors();
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   size_t next = 0;
   const auto is = [&](const char* option) {
@@ -277,11 +290,13 @@ int main(int argc, char** argv) {
   Dump dump(as_json);
   if (is("--file") && arguments.size() == next + 2) {
     std::ifstream file(arguments[next + 1]);
-    if (!file) {
-      std::cerr << "tavo-dump: " << arguments[next + 1] << ": " << std::strerror(errno) << '\n';
+    if (file) dump.TakeLines(file);
+    if (!file.is_open() || file.bad()) {  // A directory can be opened, but not read.
+      const int cause = errno;
+      dump.Finish();
+      std::cerr << "tavo-dump: " << arguments[next + 1] << ": " << std::strerror(cause) << '\n';
       return 2;
     }
-    dump.TakeLines(file);
   } else if (next < arguments.size() && arguments[next].rfind("--", 0) == 0) {
     std::cerr << kUsage;
     return 2;

@@ -129,6 +129,14 @@ void CatchSignals() {
 
 // ---- All of it ----
 
+// Where one of the standard descriptors is closed, the next file that is opened would become it,
+// and output would go there.
+void OpenStandardDescriptors() {
+  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+    if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);  // The lowest that is free.
+  }
+}
+
 std::ostream& OpenReport(const std::string& name, std::ofstream* file) {
   if (name == "-") return std::cerr;
   file->open(name);
@@ -190,6 +198,7 @@ int Run(const desk::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenStandardDescriptors();
   // Qt takes words of the command line that it knows: it is shown the name only.
   int count = 1;
   const QCoreApplication application(count, argv);

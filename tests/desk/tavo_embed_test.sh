@@ -50,6 +50,10 @@ code=0
 embed --offer >/dev/full 2>"$work/err" || code=$?
 [[ $code -eq 2 ]] || fail "exit code $code for a full disk"
 
+# Closed descriptors: the report is not mixed with what the plug-in prints.
+embed "$plugin" --report "$work/report" -- exit 0 <&- >&- 2>&- || fail "exit code $? with closed descriptors"
+grep -q '"action":"Exit"' "$work/report" && ! grep -qv '^{' "$work/report" || fail "$(cat "$work/report")"
+
 # Every older embedder: the plug-in refuses what it cannot do without, and never crashes.
 for structure in context application messenger; do
   for bytes in 0 4 8 16 24 32 40 48 56 64 72 80; do

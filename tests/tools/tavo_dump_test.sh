@@ -87,4 +87,8 @@ diff "$work/expected" "$work/errors" || fail "errors"
 code=0
 dump --unknown 2>/dev/null || code=$?
 [[ $code -eq 2 ]] || fail "exit code $code of a wrong command line"
+code=0
+dump --file "$work" >"$work/out" 2>"$work/errors" || code=$?
+[[ $code -eq 2 && "$(cat "$work/errors")" == "tavo-dump: $work: Is a directory" ]] ||
+  fail "exit code $code of a directory: $(cat "$work/errors")"
 dump --help | grep -q '^usage: tavo-dump' || fail "no help"
