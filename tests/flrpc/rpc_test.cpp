@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -12,6 +11,7 @@
 #include "flrpc/request_ids.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"
+#include "tests/support/scale.h"
 
 namespace {
 
@@ -28,12 +28,6 @@ std::string Show(const Message::Response& response) {
   if (const auto* error = response.GetError()) return Show(OptionalError(*error));
   const auto* number = response.GetResult()->GetIf<int32_t>();
   return number ? std::to_string(*number) : "other";
-}
-
-// How much longer than usual the long tests take: TAVO_TEST_SCALE, by hand.
-int GetScale() {
-  const char* scale = std::getenv("TAVO_TEST_SCALE");
-  return scale ? std::atoi(scale) : 1;
 }
 
 class RpcTest : public testing::Test {
@@ -347,7 +341,7 @@ TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
 
 // Failing, answering and sending race: each callback is called once, whoever wins.
 TEST_F(RpcTest, EveryCallbackIsCalledOnceWhateverTheRace) {
-  const int kRounds = 200 * GetScale();
+  const int kRounds = 200 * test::GetScale();
   constexpr int kRequests = 50;
   for (int round = 0; round < kRounds; ++round) {
     std::vector<std::atomic<int>> calls(kRequests);
@@ -398,7 +392,7 @@ TEST_F(RpcTest, AnsweredRequestsLeaveNothingBehind) {
   answer_all();
   const size_t before = flrpc::details::RequestIds::Get().CountIntervals();
   int answered = 0;
-  const int requests = 100000 * GetScale();
+  const int requests = 100000 * test::GetScale();
   const size_t memory = mallinfo2().uordblks;
   for (int i = 0; i < requests; ++i) {
     client->SendRequest("m", {}, [&answered](const Message::Response&) { ++answered; });

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "tests/support/deadline.h"
+#include "tests/support/scale.h"
 
 namespace test {
 namespace {
@@ -30,7 +31,7 @@ void StartAndJoinAThread() {
 }  // namespace
 
 void TestBase::SetUp() {
-  alarm(static_cast<unsigned>(5 * kDeadline.count()));
+  alarm(static_cast<unsigned>(5 * kDeadline.count() * GetScale()));
   StartAndJoinAThread();
   descriptors_ = CountDescriptors();
   threads_ = CountThreads();
