@@ -3,6 +3,7 @@
 add_library(tavo_objects INTERFACE)
 foreach(module forge cw flrpc flrpc_qt src wrapper)
   target_sources(tavo_objects INTERFACE $<TARGET_OBJECTS:tavo_${module}>)
+  target_compile_options(tavo_${module} PRIVATE $<$<BOOL:${TAVO_LIBRARY_DEBUG_INFO}>:-g>)
 endforeach()
 target_link_libraries(tavo_objects INTERFACE Qt5::Core)
 
