@@ -44,6 +44,9 @@ if(TAVO_SANITIZE)
   # With sanitizers GCC's flow analysis sees ghosts (its manual says so); the other builds keep it.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
+if(TAVO_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # Coverage, which steers the search.
+endif()
 
 include_directories(${CMAKE_SOURCE_DIR})
 if(TAVO_RUNTIME_MANAGER_INCLUDE)  # The device's declarations hide ours.

@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "flrpc/client.h"
@@ -14,10 +15,11 @@ namespace test {
 struct RpcLink {
   std::deque<std::string> to_server;  // Base64 texts, as on the wire.
   std::deque<std::string> to_client;
-  std::shared_ptr<flrpc::IOwnedClient> client = flrpc::IOwnedClient::Create(
-      [this](flrpc::Message&& message) { to_server.push_back(message.ToBase64()); });
-  std::shared_ptr<flrpc::IOwnedServer> server = flrpc::IOwnedServer::Create(
-      [this](flrpc::Message&& message) { to_client.push_back(message.ToBase64()); });
+  bool is_down = false;  // The transport throws.
+  std::shared_ptr<flrpc::IOwnedClient> client =
+      flrpc::IOwnedClient::Create([this](flrpc::Message&& message) { Send(message, to_server); });
+  std::shared_ptr<flrpc::IOwnedServer> server =
+      flrpc::IOwnedServer::Create([this](flrpc::Message&& message) { Send(message, to_client); });
 
   // False when nothing was on its way.
   bool DeliverToServer() {
@@ -47,6 +49,11 @@ struct RpcLink {
   }
 
  private:
+  void Send(const flrpc::Message& message, std::deque<std::string>& texts) const {
+    if (is_down) throw std::runtime_error("the transport is down");
+    texts.push_back(message.ToBase64());
+  }
+
   static std::string Take(std::deque<std::string>& texts) {
     std::string text = std::move(texts.front());
     texts.pop_front();
