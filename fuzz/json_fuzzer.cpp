@@ -44,7 +44,8 @@ void CheckStays(const QJsonValue& json) {
   FUZZ_CHECK(again == json);
   if (const auto* map = value.GetIf<cw::EncodableMap>()) {
     const QJsonDocument parsed = Parse(EncodableMapToJsonString(*map).toUtf8());
-    FUZZ_CHECK(parsed.isObject() && parsed.object() == json.toObject());
+    // As texts: Qt reads large numbers as integers, unequal to the doubles that they are.
+    FUZZ_CHECK(parsed.isObject() && TextOf(parsed.object()) == TextOf(json));
   }
 }
 
