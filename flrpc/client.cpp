@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <new>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -23,6 +24,15 @@ using OptionalError = std::optional<Message::Error>;
 constexpr char kConnect[] = "flrpc.connected";
 constexpr uint32_t kMostConnectRequests = 4;
 
+// Without its text where there is no memory for one.
+Message::Error MakeUnknownError() noexcept {
+  try {
+    return Message::Error(kInternalError, "Unknown runtime error");
+  } catch (const std::bad_alloc&) {
+    return Message::Error(kInternalError, "");
+  }
+}
+
 class Client final : public IOwnedClient,
                      public forge::details::CounterClient,
                      public std::enable_shared_from_this<Client> {
@@ -33,10 +43,6 @@ class Client final : public IOwnedClient,
  public:
   Client(std::function<void(Message&&)>&& send, PrivateTag)
       : receiver_(std::move(send), [this](const Message& message) { return OnMessage(message); }) {}
-
-  ~Client() override {
-    for (const auto& entry : pending_) details::RequestIds::Get().Finish(entry.first);
-  }
 
   static std::shared_ptr<Client> Make(std::function<void(Message&&)>&& send) {
     return std::make_shared<Client>(std::move(send), PrivateTag{});
@@ -65,17 +71,17 @@ class Client final : public IOwnedClient,
   void SendRequest(std::string_view method, const EncodableValue& params,
                    ResponseCallback&& callback) override {
     const auto self = shared_from_this();
-    auto request = Message::CreateRequest(details::RequestIds::Get().Draw(), method, params);
-    const Message::ID id = request.GetRequest()->id;
+    details::OpenRequest open;
+    const Message::ID id = open.GetId();
+    auto request = Message::CreateRequest(id, method, params);
     {
       details::SendGuard guard(receiver_);  // Sends when the mutex is free.
       const std::lock_guard lock(mutex_);
       if (!failure_) {
-        pending_.try_emplace(id, std::move(callback));
+        pending_.try_emplace(id, Pending{std::move(callback), std::move(open)});
         return Submit(std::move(request), guard);
       }
     }
-    details::RequestIds::Get().Finish(id);
     if (callback) callback(Message::Response(id, *failure_));  // It never changes again.
   }
 
@@ -111,6 +117,12 @@ class Client final : public IOwnedClient,
 
  private:
   enum class State : uint32_t { kConnecting = 1, kConnected = 2, kFailed = 3 };
+
+  struct Pending {
+    ResponseCallback callback;
+    details::OpenRequest open;
+  };
+  using PendingRequests = std::unordered_map<Message::ID, Pending>;
 
   // The caller holds mutex_. The handshake passes the queue, which waits for it.
   void Submit(Message&& request, details::SendGuard& guard) {
@@ -164,27 +176,26 @@ class Client final : public IOwnedClient,
   }
 
   void Fail(OptionalError error) {
-    const Message::Error failure =
-        error ? std::move(*error) : Message::Error(kInternalError, "Unknown runtime error");
-    std::unordered_map<Message::ID, ResponseCallback> given_up;
+    if (!error) error = MakeUnknownError();
+    PendingRequests given_up;
     State before;
     {
-      const std::lock_guard lock(mutex_);
+      const std::lock_guard lock(mutex_);  // Nothing here can fail: it failed as a whole, or not.
       before = state_.exchange(State::kFailed);
       if (before == State::kFailed) return;
-      failure_.emplace(failure);
+      failure_ = std::move(error);
       connect_requests_.clear();
       given_up.swap(pending_);
     }
     if (before == State::kConnecting) receiver_.Close();
     for (const auto& entry : given_up) {
-      details::RequestIds::Get().Finish(entry.first);
-      forge::Fence("response callback", [&entry, &failure] {
-        if (entry.second) entry.second(Message::Response(entry.first, failure));
+      forge::Fence("response callback", [this, &entry] {
+        const auto& callback = entry.second.callback;
+        if (callback) callback(Message::Response(entry.first, *failure_));
       });
     }
     auto& signal = before == State::kConnecting ? connected_ : disconnected_;
-    signal.Emit(failure);
+    signal.Emit(failure_);
   }
 
   // The receiver's handler: takes the responses to our requests.
@@ -200,9 +211,8 @@ class Client final : public IOwnedClient,
         FORGE_LOG(kError) << "Invalid server response";
         return true;
       }
-      callback = std::move(found->second);
+      callback = std::move(found->second.callback);
       pending_.erase(found);
-      details::RequestIds::Get().Finish(response->id);
     }
     if (callback) callback(*response);
     return true;
@@ -217,7 +227,7 @@ class Client final : public IOwnedClient,
 
   std::mutex mutex_;
   // Guarded by mutex_. No callback runs under it.
-  std::unordered_map<Message::ID, ResponseCallback> pending_;
+  PendingRequests pending_;
   std::vector<Message> connect_requests_;  // While the handshake runs.
   OptionalError failure_;                  // Once failed; written once.
 };

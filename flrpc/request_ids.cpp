@@ -3,7 +3,6 @@
 #include <charconv>
 #include <chrono>
 #include <exception>
-#include <iterator>
 #include <random>
 #include <string_view>
 
@@ -26,26 +25,6 @@ std::string MakePrefix() {
 
 }  // namespace
 
-void IntervalSet::Insert(uint64_t number) {
-  const auto next = ends_.upper_bound(number);
-  const auto before = next == ends_.begin() ? ends_.end() : std::prev(next);
-  if (before != ends_.end() && number <= before->second) return;
-  const bool joins_before = before != ends_.end() && before->second + 1 == number;
-  const bool joins_next = next != ends_.end() && number + 1 == next->first;
-  const uint64_t last = joins_next ? next->second : number;
-  if (joins_next) ends_.erase(next);
-  if (joins_before) {
-    before->second = last;
-  } else {
-    ends_.emplace(number, last);
-  }
-}
-
-bool IntervalSet::Contains(uint64_t number) const {
-  const auto next = ends_.upper_bound(number);
-  return next != ends_.begin() && number <= std::prev(next)->second;
-}
-
 RequestIds& RequestIds::Get() {
   static auto& ids = *new RequestIds;
   return ids;
@@ -53,28 +32,34 @@ RequestIds& RequestIds::Get() {
 
 RequestIds::RequestIds() : prefix_(MakePrefix()) {}
 
-Message::ID RequestIds::Draw() { return Message::ID(prefix_ + std::to_string(++drawn_)); }
-
-void RequestIds::Finish(const Message::ID& id) {
-  const auto counter = CounterOf(id);
-  if (!counter) return;
+uint64_t RequestIds::Draw() {
   const std::lock_guard lock(mutex_);
-  finished_.Insert(*counter);
+  open_.insert(drawn_ + 1);
+  return ++drawn_;
+}
+
+void RequestIds::Finish(uint64_t number) noexcept {
+  const std::lock_guard lock(mutex_);
+  open_.erase(number);
+}
+
+Message::ID RequestIds::IdOf(uint64_t number) const {
+  return Message::ID(prefix_ + std::to_string(number));
 }
 
 bool RequestIds::IsFinished(const Message::ID& id) const {
   const auto counter = CounterOf(id);
   if (!counter) return false;
   const std::lock_guard lock(mutex_);
-  return finished_.Contains(*counter);
+  return *counter <= drawn_ && open_.count(*counter) == 0;
 }
 
-size_t RequestIds::CountIntervals() const {
+size_t RequestIds::CountOpen() const {
   const std::lock_guard lock(mutex_);
-  return finished_.CountIntervals();
+  return open_.size();
 }
 
-// Only as Draw writes it.
+// Only as IdOf writes it.
 std::optional<uint64_t> RequestIds::CounterOf(const Message::ID& id) const {
   const std::string_view text = id.GetText();
   if (text.substr(0, prefix_.size()) != prefix_) return std::nullopt;

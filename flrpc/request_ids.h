@@ -1,55 +1,58 @@
 // The identifiers of this process's requests: a prefix that other processes hardly have, and a
-// counter. Remembers which are done with, so that a second answer can be told from a strange one:
-// all clients of the process together, since the counters that are done with merge to few intervals
-// (each request ends with its answer, with the failure, or with its client).
+// counter. Remembers which are open, so that a second answer can be told from a strange one.
 //
 // Threads: any.
+// Errors:  beginning a request may lack the memory; ending one never does.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_set>
+#include <utility>
 
 #include "flrpc/message.h"
 
 namespace flrpc::details {
 
-// Numbers, kept as intervals.
-class IntervalSet {
- public:
-  void Insert(uint64_t number);
-  bool Contains(uint64_t number) const;
-  size_t CountIntervals() const { return ends_.size(); }
-
- private:
-  std::map<uint64_t, uint64_t> ends_;  // First and last number of each.
-};
-
 class RequestIds {
  public:
   static RequestIds& Get();  // The process's; never destroyed.
 
-  Message::ID Draw();
-
-  // The request with this identifier is done with: answered, or given up.
-  void Finish(const Message::ID& id);
-
   // Was it drawn here, and is it done with?
   bool IsFinished(const Message::ID& id) const;
 
-  size_t CountIntervals() const;
+  size_t CountOpen() const;
 
  private:
+  friend class OpenRequest;
+
   RequestIds();
+  uint64_t Draw();
+  void Finish(uint64_t number) noexcept;
+  Message::ID IdOf(uint64_t number) const;
   std::optional<uint64_t> CounterOf(const Message::ID& id) const;
 
   const std::string prefix_;
-  std::atomic<uint64_t> drawn_{0};
   mutable std::mutex mutex_;
-  IntervalSet finished_;  // Guarded by mutex_.
+  uint64_t drawn_ = 0;                 // Guarded by mutex_,
+  std::unordered_set<uint64_t> open_;  // as this.
+};
+
+// A request with an identifier of its own, which is done with when this ends: answered, given up,
+// or never sent.
+class OpenRequest {
+ public:
+  OpenRequest() : number_(RequestIds::Get().Draw()) {}
+  OpenRequest(OpenRequest&& other) noexcept : number_(std::exchange(other.number_, 0)) {}
+  OpenRequest& operator=(OpenRequest&&) = delete;
+  ~OpenRequest() { RequestIds::Get().Finish(number_); }
+
+  Message::ID GetId() const { return RequestIds::Get().IdOf(number_); }
+
+ private:
+  uint64_t number_;  // 0: moved to another.
 };
 
 }  // namespace flrpc::details
