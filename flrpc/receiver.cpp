@@ -1,7 +1,5 @@
 #include "flrpc/receiver.h"
 
-#include <iterator>
-
 #include "forge/logger.h"
 
 namespace flrpc::details {
@@ -93,15 +91,15 @@ void Receiver::ProcessQueue() {
 
 // A handler that sends or receives delivers that at once, before the rest of what was taken out.
 void Receiver::Deliver(Queue& queue) {
-  auto next = queue.begin();
+  Queue current;  // The one that is delivered dies with it.
   try {
-    while (next != queue.end()) {
-      auto& [kind, message] = *next++;
-      DeliverOne(kind, std::move(message));
+    while (!queue.empty()) {
+      current.clear();
+      current.splice(current.end(), queue, queue.begin());
+      DeliverOne(current.front().first, std::move(current.front().second));
     }
   } catch (...) {
-    queue_.insert(queue_.begin(), std::make_move_iterator(next),
-                  std::make_move_iterator(queue.end()));
+    queue_.splice(queue_.begin(), queue);
     throw;
   }
 }

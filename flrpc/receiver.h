@@ -10,6 +10,7 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,7 +19,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "flrpc/message.h"
 #include "forge/signals.h"
@@ -63,7 +63,7 @@ class Receiver {
 
  private:
   enum class Kind { kReceive = 0, kSend = 1 };
-  using Queue = std::vector<std::pair<Kind, Message>>;
+  using Queue = std::list<std::pair<Kind, Message>>;  // A list: what was taken out goes back.
   using NotifySignal = forge::OwnedSignal<Message::Notification>;
 
   void Append(Kind kind, Message&& message);
