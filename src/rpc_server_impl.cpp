@@ -63,6 +63,17 @@ void RpcServerImpl::Run(const TAVORpcServerSlots* slots) {
   if (std::atomic_load(&channel_)) return;  // The first Run wins.
   const auto listener = RpcServerListener::Create(slots);
   slots_ = listener;
+  try {
+    OpenChannel();
+  } catch (...) {  // The caller keeps its slots, and may try again.
+    listener->Forget();
+    slots_.reset();
+    throw;
+  }
+  listener->OnStarted(0, "", 0);
+}
+
+void RpcServerImpl::OpenChannel() {
   const auto channel = std::make_shared<details::MessageChannel>(
       details::MakeQtShared<RuntimeManager::TaskMessaging>(
           RuntimeManager::RuntimeDispatcher::instance()->localServerSocket(), nullptr),
@@ -70,7 +81,6 @@ void RpcServerImpl::Run(const TAVORpcServerSlots* slots) {
         if (const auto server = FromRef(ref)) server->OnMessageReceived(message);
       });
   std::atomic_store(&channel_, channel);
-  listener->OnStarted(0, "", 0);
 }
 
 void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {

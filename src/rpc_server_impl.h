@@ -41,6 +41,7 @@ class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRe
  private:
   bool IsReachable() const;  // Does the handle still lead here?
   void Run(const TAVORpcServerSlots* slots);
+  void OpenChannel();
   void OnMessageReceived(const QJsonObject& message);
 
   forge::ResourcesCache cache_;
