@@ -199,7 +199,7 @@ void RpcClientImpl::AbandonStart() {
 
 void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
   if (error) {
-    if (Move(kStarting, kStopped)) OnTaskFailed(error.message().toStdString());
+    if (Move(kStarting, kStopped)) OnTaskFailed(error.message().toUtf8().constData());
     return;
   }
   if (!Move(kStarting, kRunning)) return;
@@ -213,17 +213,20 @@ void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
   }
 }
 
-void RpcClientImpl::OnTaskFailed(const std::string& message) {
-  FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message;
+// The caller is told in any case, if need be with a text that is not its to keep.
+void RpcClientImpl::OnTaskFailed(const char* message) {
   const auto slots = slots_;
-  if (!slots->HasOnStarted()) return;
-  const bool lent = details::LendText(
-      cache_, message,
-      [&slots](const char* text, uint32_t chunk_id) {
-        slots->OnStarted(kInternalError, text, chunk_id);
-      },
-      [this] { return IsReachable(); });
-  if (!lent) slots->OnStarted(kInternalError, message.c_str(), 0);
+  bool is_lent = false;
+  details::Fence("start callback", [&] {
+    FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message;
+    is_lent = !slots->HasOnStarted() || details::LendText(
+                                            cache_, message,
+                                            [&slots](const char* text, uint32_t chunk_id) {
+                                              slots->OnStarted(kInternalError, text, chunk_id);
+                                            },
+                                            [this] { return IsReachable(); });
+  });
+  if (!is_lent) slots->OnStarted(kInternalError, message, 0);
 }
 
 void RpcClientImpl::OpenChannel() {

@@ -63,7 +63,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
   void LaunchTask(const std::string& name, const std::string& libs_path);
   void AbandonStart();
   void OnTaskStarted(const RuntimeManager::Error& error);
-  void OnTaskFailed(const std::string& message);
+  void OnTaskFailed(const char* message);
   void OpenChannel();
 
   bool SendMessage(std::string_view text);

@@ -68,11 +68,13 @@ void RpcClient::HandleOnStarted(void* context, int code, const char* text, unsig
   const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
   if (!self) return;
   std::optional<Message::Error> error;
+  bool is_told = false;
   forge::Fence("OnStarted", [&] {
     error = ErrorOf(code, text);
     if (error) self->inner_->NotifyDisconnected(error);
+    is_told = true;
   });
-  if (code != 0 && !error) error.emplace(code, "");  // No memory for the text.
+  if (code != 0 && !is_told) error.emplace(code, "");  // No memory for the text.
   if (chunk_id != 0) self->table_->Get().UnlockResources(self->client_, chunk_id);
   forge::Fence("OnStarted", [&] { self->inner_->NotifyStarted(std::move(error)); });
 }
