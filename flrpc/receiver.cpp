@@ -1,8 +1,49 @@
 #include "flrpc/receiver.h"
 
+#include <type_traits>
+
 #include "forge/logger.h"
 
 namespace flrpc::details {
+namespace {
+
+constexpr size_t kNodeBytes = 64;  // Of a map or the heap, around what is in it; about.
+
+size_t GetMemory(const cw::EncodableValue& value) {
+  return sizeof value + value.Visit([](const auto& held) {
+    using T = std::decay_t<decltype(held)>;
+    size_t bytes = 0;
+    if constexpr (std::is_same_v<T, cw::EncodableList>) {
+      for (const auto& element : held) bytes += GetMemory(element);
+    } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
+      for (const auto& [key, mapped] : held) {
+        bytes += kNodeBytes + GetMemory(key) + GetMemory(mapped);
+      }
+    } else if constexpr (std::is_class_v<T> && !std::is_same_v<T, std::monostate> &&
+                         !std::is_same_v<T, cw::CustomEncodableValue>) {
+      bytes += kNodeBytes + held.size() * sizeof(typename T::value_type);
+    }
+    return bytes;
+  });
+}
+
+// What a received message takes, about.
+size_t GetMemory(const Message& message) {
+  if (const auto* request = message.GetRequest()) {
+    return request->id.GetText().size() + request->method.size() + GetMemory(request->params);
+  }
+  if (const auto* notification = message.GetNotification()) {
+    return notification->method.size() + GetMemory(notification->params);
+  }
+  const auto* response = message.GetResponse();
+  if (const auto* result = response ? response->GetResult() : nullptr) {
+    return response->id.GetText().size() + GetMemory(*result);
+  }
+  const auto* error = response ? response->GetError() : message.GetError();
+  return error ? error->message.size() + GetMemory(error->data) : 0;
+}
+
+}  // namespace
 
 Receiver::Receiver(SendFunction&& send, Handler&& handler)
     : send_(std::move(send)), handler_(std::move(handler)) {}
@@ -50,11 +91,15 @@ void Receiver::Append(Kind kind, Message&& message) {
 // The caller holds queue_mutex_, also of the next two.
 void Receiver::Hold(Kind kind, Message&& message) {
   if (closed_) return;
-  if (kind == Kind::kReceive && held_ == kMostHeldMessages) {
-    FORGE_LOG(kError) << "RPC message dropped: " << kMostHeldMessages << " wait already";
-    return;
+  if (kind == Kind::kReceive) {
+    const size_t bytes = GetMemory(message);
+    if (held_ == kMostHeldMessages || held_bytes_ + bytes > kMostHeldBytes) {
+      FORGE_LOG(kError) << "RPC message dropped: " << held_ << " wait already";
+      return;
+    }
+    ++held_;
+    held_bytes_ += bytes;
   }
-  if (kind == Kind::kReceive) ++held_;
   queue_.emplace_back(kind, std::move(message));
 }
 

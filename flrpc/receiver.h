@@ -25,9 +25,10 @@
 
 namespace flrpc::details {
 
-// What a peer can make us hold before the queue is enabled. It bounds messages, not bytes: each may
-// take what admission.h lets pass.
+// What a peer can make us hold before the queue is enabled: a few bytes on the wire may be a large
+// message in memory, so both are bounded.
 constexpr size_t kMostHeldMessages = 1024;
+constexpr size_t kMostHeldBytes = size_t{16} << 20;
 
 class Receiver {
  public:
@@ -44,8 +45,8 @@ class Receiver {
   void SendImmediately(Message&& message);
   void ReceiveImmediately(const Message& message);
 
-  // Through the queue. Until it is enabled, at most kMostHeldMessages received ones are held; the
-  // next are dropped with an error line.
+  // Through the queue. Until it is enabled, received ones are held within the limits above; the
+  // others are dropped with an error line.
   void Send(Message&& message);
   void Receive(Message&& message);
 
@@ -81,8 +82,9 @@ class Receiver {
 
   // The one lock that is held while foreign code runs.
   std::recursive_mutex queue_mutex_;
-  Queue queue_;      // Guarded by queue_mutex_, as all that follows.
-  size_t held_ = 0;  // Received messages in the queue while it is not enabled.
+  Queue queue_;            // Guarded by queue_mutex_, as all that follows.
+  size_t held_ = 0;        // Received messages in the queue while it is not enabled,
+  size_t held_bytes_ = 0;  // and the memory that they take.
   bool queue_enabled_ = false;
   bool closed_ = false;
 };

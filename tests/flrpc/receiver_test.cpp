@@ -82,6 +82,31 @@ TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBounded) {
   EXPECT_EQ("sent ours", events[1024]);
 }
 
+TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBoundedInBytesToo) {
+  using cw::EncodableValue;
+  const std::string mebibyte(1 << 20, 'x');
+  cw::EncodableMap map;
+  for (int i = 0; i < 4096; ++i) map.emplace(i, EncodableValue(std::vector<double>(32)));
+  const EncodableValue large[] = {mebibyte, cw::EncodableList(1 << 15), std::move(map)};
+  for (int i = 0; i < 3 * 16; ++i) {
+    switch (i % 3) {
+      case 0:
+        receiver_.Receive(Message::CreateNotification("n", large[0]));
+        break;
+      case 1:
+        receiver_.Receive(Message::CreateError(5, mebibyte, large[1]));
+        break;
+      default:
+        receiver_.Receive(Message::CreateResponse(Message::ID(mebibyte), large[2]));
+    }
+  }
+  const size_t dropped = log_.TakeLines().size();
+  EXPECT_GT(dropped, 3u * 16 - 16);
+  EXPECT_LT(dropped, 3u * 16 - 4);
+  receiver_.Receive(Note("small"));  // Fits still.
+  EXPECT_EQ(0u, log_.TakeLines().size());
+}
+
 TEST_F(ReceiverTest, NotificationsGoToTheirHandlersUnlessTaken) {
   on_receive_ = [](const std::string& name) { return name == "taken"; };
   for (const char* mark : {"a", "b"}) {
