@@ -37,6 +37,35 @@ int ConnectTo(int descriptor, const QByteArray& path) {
   return connect(descriptor, generic, sizeof address) == 0 ? 0 : errno;
 }
 
+// Where the closing quote stands, or the end if there is none.
+const char* FindEndOfText(const char* at, const char* end) {
+  while (at < end) {
+    const auto* quote =
+        static_cast<const char*>(std::memchr(at, '"', static_cast<size_t>(end - at)));
+    if (!quote) return end;
+    const char* before = quote;
+    while (before > at && before[-1] == '\\') --before;
+    if ((quote - before) % 2 == 0) return quote;
+    at = quote + 1;
+  }
+  return end;
+}
+
+// Counts no further than to the limit. What begins a value, but for the first of a line, stands
+// behind one of the characters that count, outside of any text.
+bool HasTooManyValues(const QByteArray& line) {
+  int values = 0;
+  const char* const end = line.constData() + line.size();
+  for (const char* at = line.constData(); at < end; ++at) {
+    if (*at == '"') {
+      at = FindEndOfText(at + 1, end);
+    } else if (*at == ',' || *at == '[' || *at == '{') {
+      if (++values > kMostValues) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 void Complain(const QString& text) {
@@ -198,6 +227,9 @@ void MessagePeer::DropDelivered() {
 void MessagePeer::Deliver(const QByteArray& line) {
   if (line.size() > kLargestFrame) {
     return Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
+  }
+  if (HasTooManyValues(line)) {
+    return Complain(QStringLiteral("a line of more than %1 values").arg(kMostValues));
   }
   QJsonParseError error{};
   const QJsonDocument document = QJsonDocument::fromJson(line, &error);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <thread>
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QLocalSocket>
 
@@ -165,8 +166,27 @@ TEST_F(TaskMessagingTest, LargeFramesPassAndTooLargeOnesDoNot) {
   launcher.sendMessage(Number(1));  // The others go on.
   ASSERT_TRUE(inbox.Holds(2));
   const std::string complaints = testing::internal::GetCapturedStderr();
-  EXPECT_NE(std::string::npos, complaints.find("message dropped: it has 67108865 bytes"));
-  EXPECT_NE(std::string::npos, complaints.find("a line of more than 67108864 bytes"));
+  EXPECT_NE(std::string::npos, complaints.find("message dropped: it has 33554433 bytes"));
+  EXPECT_NE(std::string::npos, complaints.find("a line of more than 33554432 bytes"));
+}
+
+// As objects, values take many times their bytes; what stands in texts are no values.
+TEST_F(TaskMessagingTest, LineOfTooManyValuesIsSkipped) {
+  TaskMessaging server(listener_);
+  Inbox inbox(server);
+  const auto raw = RawLauncher();
+  const QByteArray most(desk::kMostValues - 2, ',');
+  testing::internal::CaptureStderr();
+  for (const QByteArray& extra : {QByteArray("1"), QByteArray("1,1")}) {
+    raw->write("{\"n\":[" + QByteArray(most).replace(",", "1,") + extra + "]}\n");
+  }
+  for (const char* quote : {"", "\\\"", "\\\\\\\"", "\",\"y\":\"\\\\"}) {
+    raw->write("{\"x\":\"" + QByteArray(quote) + most + "{[,[{" + "\"}\n");
+  }
+  ASSERT_TRUE(inbox.Holds(5));
+  EXPECT_EQ(desk::kMostValues - 1, inbox.messages[0][QStringLiteral("n")].toArray().size());
+  const std::string complaints = testing::internal::GetCapturedStderr();
+  EXPECT_EQ("tavo-desk: a line of more than 131072 values\n", complaints);
 }
 
 TEST_F(TaskMessagingTest, LauncherThatDoesNotReadIsDroppedAlone) {
