@@ -13,6 +13,8 @@
 #include <QPointer>
 #include <QTimer>
 
+#include "desk/runtime_manager/transfer.h"
+
 namespace desk {
 namespace {
 
@@ -144,9 +146,10 @@ void MessagePeer::WriteQueue() {
     queue_.pop_front();
     queue_offset_ = 0;
   }
-  const bool waits = !queue_.empty() && (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM);
+  const bool waits = !queue_.empty() && IsTransient(errno);
   if (!queue_.empty() && !waits) {  // What the other end sent before it went is still to be read.
     write_failed_ = true;
+    shutdown(descriptor_, SHUT_WR);  // It may be there still, and must not wait for more.
     queue_.clear();
     unsent_bytes_ = 0;
   }
@@ -173,7 +176,7 @@ bool MessagePeer::ReadSome() {
   do {
     size = recv(descriptor_, received_.data() + before, kReadBlock, MSG_DONTWAIT);
   } while (size < 0 && errno == EINTR);
-  const bool waits = size < 0 && (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM);
+  const bool waits = size < 0 && IsTransient(errno);
   received_.resize(before + (size > 0 ? static_cast<int>(size) : 0));
   if (size <= 0 && !waits) {
     ended_ = true;

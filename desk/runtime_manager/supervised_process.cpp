@@ -13,6 +13,8 @@
 
 #include <QFile>
 
+#include "desk/runtime_manager/transfer.h"
+
 extern "C" char** environ;
 
 namespace desk {
@@ -121,10 +123,14 @@ SupervisedProcess::SupervisedProcess(int link, const TaskSocket* socket)
 SupervisedProcess::~SupervisedProcess() { close(link_); }
 
 SupervisedProcess::News SupervisedProcess::ReadNews(QString* error) {
-  SupervisorReport report{};
-  const ssize_t size = recv(link_, &report, sizeof report, MSG_DONTWAIT);
-  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return News::kNone;
-  return size == sizeof report ? OnReport(report, error) : OnLinkEnd(error);
+  const ssize_t size = recv(link_, reinterpret_cast<char*>(&report_) + report_size_,
+                            sizeof report_ - report_size_, MSG_DONTWAIT);
+  if (size < 0 && IsTransient(errno)) return News::kNone;
+  if (size <= 0) return OnLinkEnd(error);
+  report_size_ += static_cast<size_t>(size);
+  if (report_size_ < sizeof report_) return News::kNone;
+  report_size_ = 0;
+  return OnReport(report_, error);
 }
 
 SupervisedProcess::News SupervisedProcess::OnReport(const SupervisorReport& report,
@@ -157,8 +163,10 @@ SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
 }
 
 void SupervisedProcess::Send(Command command) {
-  while (send(link_, &command, sizeof command, MSG_NOSIGNAL) < 0 && errno == EINTR) {
-  }
+  const size_t sent = MoveAll(sizeof command, [&](size_t, size_t left) {
+    return send(link_, &command, left, MSG_NOSIGNAL);
+  });
+  if (sent < sizeof command) shutdown(link_, SHUT_WR);  // The end says to terminate.
 }
 
 }  // namespace desk

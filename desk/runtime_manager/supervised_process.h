@@ -49,6 +49,8 @@ class SupervisedProcess {
   News OnLinkEnd(QString* error);
 
   const int link_;
+  SupervisorReport report_{};  // The one that comes,
+  size_t report_size_ = 0;     // as far as it has come.
   const QByteArray socket_path_;
   const QByteArray private_directory_;
   int group_ = 0;  // The task's process group; 0: there is none.

@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <initializer_list>
 
+#include "desk/runtime_manager/transfer.h"
+
 namespace desk {
 namespace {
 
@@ -98,8 +100,9 @@ void ResetSignals() {
     failure.kind = SupervisorReport::kExecFailed;
   }
   failure.error = errno;
-  while (write(pipe, &failure, sizeof failure) < 0 && errno == EINTR) {
-  }
+  const auto* bytes = reinterpret_cast<const char*>(&failure);
+  MoveAll(sizeof failure,
+          [=](size_t done, size_t left) { return write(pipe, bytes + done, left); });
   _exit(127);
 }
 
@@ -120,10 +123,10 @@ SupervisorReport StartTask(const Launch& launch, int socket) {
     setpgid(task, task);  // Here, too: whoever comes first.
     report = {SupervisorReport::kRunning, 0, task, report.supervisor, 0};
     SupervisorReport failure{};
-    ssize_t size = 0;
-    do {
-      size = read(ends[0], &failure, sizeof failure);
-    } while (size < 0 && errno == EINTR);
+    auto* bytes = reinterpret_cast<char*>(&failure);
+    const size_t size = MoveAll(sizeof failure, [&](size_t done, size_t left) {
+      return read(ends[0], bytes + done, left);
+    });
     if (size == sizeof failure) {
       report.kind = failure.kind;
       report.error = failure.error;
@@ -131,6 +134,12 @@ SupervisorReport StartTask(const Launch& launch, int socket) {
   }
   close(ends[0]);
   return report;
+}
+
+void Tell(const SupervisorReport& report, int link) {
+  const auto* bytes = reinterpret_cast<const char*>(&report);
+  MoveAll(sizeof report,
+          [=](size_t done, size_t left) { return send(link, bytes + done, left, MSG_NOSIGNAL); });
 }
 
 int64_t NowMs() {
@@ -186,7 +195,7 @@ class Watch {
   void ReadCommand() {
     char command = 0;
     const ssize_t size = recv(link_, &command, 1, MSG_DONTWAIT);
-    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (size < 0 && IsTransient(errno)) return;
     if (size <= 0) {  // The starter is gone, or does not want the task any more.
       link_ = -1;     // ppoll skips it from now on. Others may still hold the other end.
     }
@@ -243,13 +252,13 @@ void RunSupervisor(const Launch& launch, int link) {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, socket}) {
     if (descriptor >= 0) close(descriptor);
   }
-  send(link, &report, sizeof report, MSG_NOSIGNAL);
+  Tell(report, link);
   if (report.task > 0) report.status = Watch(report.task, link, launch.spares_leftovers).Run();
 
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);
   report.kind = SupervisorReport::kDone;
-  send(link, &report, sizeof report, MSG_NOSIGNAL);
+  Tell(report, link);
   _exit(0);
 }
 
