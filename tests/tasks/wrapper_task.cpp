@@ -1,4 +1,6 @@
-// A task that answers as the tests of the wrapper want it, through the wrapper's own objects.
+// A task that answers as the tests of the wrapper want it, through the wrapper's own objects. At
+// "start" it starts a task itself, whose server may ask what this one's client may.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -23,6 +25,18 @@ int main(int argc, char** argv) {
   });
   server->OnRequest("pid", [](const auto&, const auto&, Reply&& reply) {
     reply->SendResult(static_cast<int32_t>(getpid()));
+  });
+  server->OnRequest(
+      "trim", [](const auto&, const auto&, Reply&& reply) { reply->SendResult(malloc_trim(0)); });
+  std::shared_ptr<flrpc::IClient> client;  // Of the task started last.
+  server->OnRequest("start", [&](const auto&, const cw::EncodableValue& name, Reply&& reply) {
+    client.reset();
+    client = manager->CreateIpcClient(name.Get<std::string>());
+    client->OnNotify("poke", [&client](const flrpc::Message::Notification& notification) {
+      client->SendNotify("poked", notification.params);
+    });
+    client->Run();
+    reply->SendResult({});
   });
   server->OnNotify("poke", [&server](const flrpc::Message::Notification& notification) {
     server->SendNotify("poked", notification.params);
