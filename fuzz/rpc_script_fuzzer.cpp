@@ -23,8 +23,7 @@ constexpr const char* kMethods[] = {"echo", "hold", "unknown", "flrpc.connected"
 
 // What the process's next request will be called. The one drawn to know that is done with.
 Message::ID ForeseeId() {
-  const Message::ID drawn = flrpc::details::RequestIds::Get().Draw();
-  flrpc::details::RequestIds::Get().Finish(drawn);
+  const Message::ID drawn = flrpc::details::OpenRequest().GetId();
   const std::string& text = drawn.GetText();
   const size_t counter = text.find('_') + 1;
   const uint64_t next = std::stoull(text.substr(counter)) + 1;

@@ -14,6 +14,7 @@ struct Bomb {
   std::function<std::string()> make;  // The bytes on the socket.
   Moment moment = kAnyTime;
   bool ends_connection = false;  // By design, beyond the desk's limits.
+  int most_mebibytes = 64;       // What the victim may take for it, above what it had.
 };
 
 const std::vector<Bomb>& GetBombs();
