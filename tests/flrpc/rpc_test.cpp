@@ -3,10 +3,7 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 #include <stdexcept>
-#include <thread>
 
 #include "flrpc/request_ids.h"
 #include "tests/support/log_capture.h"
@@ -337,44 +334,6 @@ TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
   }
   link_.client.reset();
   EXPECT_LE(flrpc::details::RequestIds::Get().CountOpen(), before);
-}
-
-// Failing, answering and sending race: each callback is called once, whoever wins.
-TEST_F(RpcTest, EveryCallbackIsCalledOnceWhateverTheRace) {
-  const int kRounds = 200 * test::GetScale();
-  constexpr int kRequests = 50;
-  for (int round = 0; round < kRounds; ++round) {
-    std::vector<std::atomic<int>> calls(kRequests);
-    std::mutex mutex;
-    std::vector<Message::ID> sent;
-    const auto client = flrpc::IOwnedClient::Create([&](Message&& message) {
-      const std::lock_guard lock(mutex);
-      sent.push_back(message.GetRequest()->id);
-    });
-    client->Run();
-    client->NotifyStarted({});
-    client->ReceiveMessage(Message::CreateResponse(sent.at(0), {}));
-    std::thread sender([&] {
-      for (auto& count : calls) {
-        client->SendRequest("m", {}, [&count](const Message::Response&) { ++count; });
-      }
-    });
-    std::thread answerer([&] {
-      for (size_t next = 1; !client->HasConnectionFailed(); std::this_thread::yield()) {
-        std::unique_lock lock(mutex);
-        if (next >= sent.size()) continue;
-        const Message::ID id = sent[next++];
-        lock.unlock();
-        client->ReceiveMessage(Message::CreateResponse(id, {}));
-      }
-    });
-    for (int spins = round; spins > 0; --spins) std::this_thread::yield();
-    client->NotifyDisconnected({});
-    sender.join();
-    answerer.join();
-    for (const auto& count : calls) ASSERT_EQ(1, count);
-  }
-  log_.TakeText();  // Answers that came after the failure.
 }
 
 TEST_F(RpcTest, AnsweredRequestsLeaveNothingBehind) {

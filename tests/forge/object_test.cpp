@@ -1,6 +1,6 @@
 #include "forge/object.h"
 
-#include <thread>
+#include <atomic>
 #include <vector>
 
 #include "tests/support/log_capture.h"
@@ -125,22 +125,6 @@ TEST_F(ObjectTest, EmptyDispatcherDropsTasksWithAWarningEach) {
   for (int i = 0; i < 2; ++i) thing->Invoke([] { FAIL() << "The task ran."; }, 0);
   const std::string warning = "[warn] EmptyDispatcher::Invoke(): no-op method invoked.";
   EXPECT_EQ((std::vector<std::string>{warning, warning}), log.TakeLines());
-}
-
-TEST_F(ObjectTest, HandlesMayBeResolvedWhileObjectsComeAndGo) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([] {
-      for (int round = 0; round < 500; ++round) {
-        auto thing = Thing::Create();
-        ThingRef* ref = thing->GetRef();
-        EXPECT_EQ(thing, Thing::FromRef(ref));
-        thing.reset();
-        EXPECT_EQ(nullptr, Thing::FromRef(ref));
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

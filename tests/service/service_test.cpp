@@ -1,9 +1,7 @@
 // libtavo.so as its callers meet it: loaded by path, over the desk, with tasks in processes of
 // their own.
 #include <dlfcn.h>
-#include <sys/resource.h>
 
-#include <cstdlib>
 
 #include <QJsonDocument>
 
@@ -152,26 +150,6 @@ TEST_F(ServiceTest, FloodsInBothDirectionsArriveWholeAndInOrder) {
   Stop(client_);
 }
 
-TEST_F(ServiceTest, ManyStartsAndStopsLeaveNothingBehind) {
-  RunNatively();
-  Write(QStringLiteral("idle"), "#!/bin/sh\nexec sleep 1000\n");
-  constexpr int kCycles = TAVO_TEST_DEADLINE_FACTOR == 1 ? 1000 : 50;
-  const auto cycle = [this] {
-    Client client;
-    Start(client, "idle");
-    ASSERT_EQ(0, client.started) << client.error;
-    Stop(client);
-  };
-  cycle();
-  const int descriptors = CountDescriptors();
-  const int threads = CountThreads();
-  for (int i = 1; i < kCycles && !HasFatalFailure(); ++i) cycle();
-  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(descriptors, CountDescriptors());
-  EXPECT_EQ(threads, CountThreads());
-  EXPECT_FALSE(HasChildren());
-}
-
 TEST_F(ServiceTest, ReleasedManagerEndsItsTasks) {
   Start(client_, "service_task");
   Client starting;
@@ -182,46 +160,6 @@ TEST_F(ServiceTest, ReleasedManagerEndsItsTasks) {
   top_.Release(manager_);
   EXPECT_EQ(1, client_.releases);
   EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
-}
-
-// The process may end at any time; the sanitizers watch how it does.
-TEST_F(ServiceTest, ProcessMayExitWithinACallback) {
-  EXPECT_EXIT(
-      {
-        Start(client_, "service_task");
-        Client leaving;
-        leaving.table = &table_;
-        leaving.ref = top_.CreateRpcClient(manager_);
-        TAVORpcClientSlots slots{};
-        slots.size = sizeof slots;
-        slots.OnStarted = [](void*, int, const char*, unsigned int) { exit(9); };
-        table_.StartTask(leaving.ref, "service_task", TAVO_TEST_LIBS, &slots);
-        WaitUntil([] { return false; });
-      },
-      testing::ExitedWithCode(9), "");
-}
-
-TEST_F(ServiceTest, ProcessMayExitWithLivingClientsAndAServer) {
-  EXPECT_EXIT(
-      {
-        // Told of the end, after all statics of this program.
-        static auto& client = *new Client;
-        Start(client, "service_task");
-        client.Send("text");
-        client.Holds(1);
-        TAVORpcServerProcTable server_table{};
-        top_.RpcServerProcTableLoad(&server_table, sizeof server_table);
-        server_table.Run(top_.GetRpcServer(manager_), nullptr);
-        TAVOOpenUriSlot uri_slot{};
-        uri_slot.size = sizeof uri_slot;
-        intent_table_.OpenUri(top_.GetIntentManager(manager_), "waits:", &uri_slot);
-        TAVORegisterIntentSlot intent_slot{};
-        intent_slot.size = sizeof intent_slot;
-        intent_table_.RegisterIntent(top_.GetIntentManager(manager_), "left", &intent_slot);
-        StopApplication();
-        exit(7);
-      },
-      testing::ExitedWithCode(7), "");
 }
 
 // What an application that invokes an intent gets to know.

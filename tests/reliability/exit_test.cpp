@@ -1,0 +1,129 @@
+// A process may end in any way, with the service in use: with the code that it asked for, silently,
+// and nothing stays behind. Sanitizers watch the programs that end, or whatever TAVO_TEST_WRAPPER
+// puts before them.
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "platform/runtime_manager/task_messaging.h"
+#include "tests/support/desk_fixture.h"
+#include "tests/support/scale.h"
+
+namespace {
+
+using test::WaitUntil;
+
+struct Shape {
+  const char* name;
+  const char* errors = "";  // What the desk, or Qt, is to say of it on standard error.
+};
+
+class ExitTest : public test::DeskTest, public testing::WithParamInterface<Shape> {
+ protected:
+  void SetUp() override {
+    DeskTest::SetUp();
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // Whatever it leaves becomes our child.
+    qputenv("PATH", QFile::encodeName(apps_) + ":" + path_);
+    Write(QStringLiteral("xdg-open"), "#!/bin/sh\nexec sleep 1000\n");  // Opens for ever.
+  }
+  void TearDown() override {
+    qputenv("PATH", path_);
+    DeskTest::TearDown();
+  }
+
+  QByteArray PathOf(const char* name) const {
+    return QFile::encodeName(directory_.filePath(QLatin1String(name)));
+  }
+
+  // The socket that the program is given as a task, if it is to be one.
+  int Listen() const {
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, PathOf("socket").constData(), sizeof address.sun_path);
+    EXPECT_EQ(0, bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, listen(listener, 1));
+    return listener;
+  }
+
+  pid_t Start(const char* shape, int listener) const {
+    QByteArrayList command = (qgetenv("TAVO_TEST_WRAPPER") + " " TAVO_TEST_EMULATOR).split(' ');
+    command.removeAll({});
+    command << TAVO_TEST_EXIT_PROGRAM << shape << TAVO_TEST_LIBS << TAVO_TEST_EXIT_PLUGIN;
+    std::vector<char*> arguments;
+    for (QByteArray& argument : command) arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
+    const pid_t process = fork();
+    if (process != 0) return process;
+    dup2(open(PathOf("output").constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+    dup2(open(PathOf("errors").constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+    if (listener >= 0) {
+      dup2(listener, 3);
+      qputenv("LISTEN_FDS", "1");
+      qputenv("LISTEN_PID", QByteArray::number(getpid()));
+    }
+    execvp(arguments[0], arguments.data());
+    _exit(127);
+  }
+
+  std::string Read(const char* name) const {
+    QFile file(directory_.filePath(QLatin1String(name)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : "unreadable";
+  }
+
+  const QByteArray path_ = qgetenv("PATH");
+};
+
+TEST_P(ExitTest, IsSilentAndComplete) {
+  const int runs = test::GetScale();
+  for (int run = 0; run < runs && !HasFailure(); ++run) {
+    const bool is_task = GetParam().name == std::string("Task");
+    const int listener = is_task ? Listen() : -1;
+    const pid_t process = Start(GetParam().name, listener);
+    std::unique_ptr<RuntimeManager::TaskMessaging> starter;
+    if (is_task) {
+      close(listener);
+      starter = std::make_unique<RuntimeManager::TaskMessaging>(
+          directory_.filePath(QStringLiteral("socket")));
+      starter->sendMessage({{QStringLiteral("data"), QStringLiteral("end")}});
+    }
+    int status = -1;
+    ASSERT_TRUE(WaitUntil([&] { return waitpid(process, &status, WNOHANG) == process; }));
+    starter.reset();
+    EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    EXPECT_EQ(42, WEXITSTATUS(status));
+    EXPECT_TRUE(WaitUntil([] {
+      while (waitpid(-1, nullptr, WNOHANG) > 0) {
+      }
+      return errno == ECHILD;
+    })) << "A process was left.";
+    EXPECT_TRUE(std::regex_match(Read("errors"), std::regex(GetParam().errors))) << Read("errors");
+    EXPECT_EQ("", Read("output"));
+    EXPECT_TRUE(Sockets().isEmpty() && Intents().isEmpty()) << "A socket file was left.";
+    QFile::remove(directory_.filePath(QStringLiteral("socket")));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, ExitTest,
+    testing::Values(Shape{"MainReturns"}, Shape{"ExitInACallback"}, Shape{"ExitOnAThread"},
+                    Shape{"StaticBefore"}, Shape{"StaticAfter"},
+                    Shape{"NoApplication",
+                          "QSocketNotifier: Can only be used with threads started with QThread\n"},
+                    Shape{"ApplicationOutlivesAll"}, Shape{"PluginUnloaded"},
+                    Shape{"LibraryClosed"}, Shape{"TaskStarting"},
+                    Shape{"MessageOnItsWay",
+                          "(tavo-desk: connection closed with [0-9]+ bytes unsent\n)+"},
+                    Shape{"UriOpen"}, Shape{"ManagerReleased"}, Shape{"QuickExit"},
+                    Shape{"RawExit"}, Shape{"Task"}),
+    [](const auto& shape) { return std::string(shape.param.name); });
+
+}  // namespace
