@@ -52,6 +52,7 @@ bool RunOnce(Subject& subject, const Row<Subject>& row, long n, bool for_ever) {
   EXPECT_TRUE(is_done || has_failed);
   EXPECT_TRUE(!row.holds || row.holds(subject));
   EXPECT_TRUE(!row.is_repeated || row.act(subject));
+  subject.CheckChunks();
   subject.CheckItWorks();
   return has_failed;
 }
