@@ -215,7 +215,7 @@ const std::vector<Bomb>& GetBombs() {
       {"a flood of phantom elements before the handshake",
        [] { return Times(Call(Declare("0c", cw::kMostMissingElements)), 2); }, Bomb::kEarly},
       {"a flood of small maps before the handshake",  // Of few bytes, each of them a node.
-       [] { return Times(Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000)), 20); },
+       [] { return Times(Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000)), 12); },
        Bomb::kEarly},
   };
   return bombs;

@@ -267,7 +267,9 @@ void HostileTest::Attack(const test::Bomb& bomb) {
   ResetPeak();
   bool lives = wire_->Write(bytes);
   if (lives && bomb.moment == test::Bomb::kEarly) ShakeHands();
+  const auto begin = Clock::now();
   lives = lives && !HasFatalFailure() && Answers();
+  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
   if (!lives) {  // The connection may have ended; the victim must not, and serves a new one.
     EXPECT_TRUE(bomb.ends_connection);
     MeetVictim();
@@ -282,8 +284,8 @@ void HostileTest::Attack(const test::Bomb& bomb) {
   EXPECT_LE(peak - before, bomb.most_mebibytes << 10) << "KiB while";
   EXPECT_LE(after - before, 5 << 10) << "KiB after";
   if (std::getenv("TAVO_TEST_SCALE")) {
-    std::printf("%-50s KiB: %6ld while %6ld kept %6ld after\n", bomb.name, long(peak - before),
-                long(kept - before), long(after - before));
+    std::printf("%-50s %4ld ms, KiB: %6ld while %6ld kept %6ld after\n", bomb.name,
+                long(took.count()), long(peak - before), long(kept - before), long(after - before));
   }
 }
 
