@@ -2,7 +2,6 @@
 // their own.
 #include <dlfcn.h>
 
-
 #include <QJsonDocument>
 
 #include "platform/runtime_manager/intents_invoker.h"
