@@ -178,10 +178,10 @@ const std::vector<Bomb>& GetBombs() {
       {"phantom texts in step",  // A failed read does not advance: each reads the next ones.
        [] {
          const std::string text = Declare("07", cw::kMostMissingBytes / 64);
-         return Times(Ignored(Declare("0c", 64) + Times(text, 64)), 8);
+         return Times(Ignored(Declare("0c", 64) + Times(text, 64)), 2);
        },
        Bomb::kAnyTime, false, kWithPhantomText},
-      {"phantom texts", [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 8); },
+      {"phantom texts", [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 2); },
        Bomb::kAnyTime, false, kWithPhantomText},
       {"truncated everything", TruncatedEverything},
       {"every tag", EveryTag},
@@ -213,12 +213,12 @@ const std::vector<Bomb>& GetBombs() {
        [] { return Times(TextOf(Message::CreateNotification("poke", "early")), kFlood); },
        Bomb::kEarly},
       {"a flood of phantom texts before the handshake",
-       [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 8); }, Bomb::kEarly, false,
+       [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 2); }, Bomb::kEarly, false,
        kWithPhantomText},
       {"a flood of phantom elements before the handshake",
-       [] { return Times(Ignored(Declare("0c", cw::kMostMissingElements)), 2); }, Bomb::kEarly},
+       [] { return Times(Ignored(Declare("0c", cw::kMostMissingElements)), 1); }, Bomb::kEarly},
       {"a flood of small maps before the handshake",  // Of few bytes, each of them a node.
-       [] { return Times(Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000)), 12); },
+       [] { return Times(Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000)), 8); },
        Bomb::kEarly},
   };
   return bombs;
