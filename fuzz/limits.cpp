@@ -52,7 +52,8 @@ class LineCounter final : public std::streambuf {
 };
 
 LineCounter& GetLineCounter() {
-  static LineCounter counter;
+  // Never destroyed: the streams are flushed once more after the last static object is gone.
+  static LineCounter& counter = *new LineCounter;
   return counter;
 }
 
