@@ -1,18 +1,13 @@
-// Values to JSON and back. The first byte chooses: the rest is an encoded value, or JSON text.
-#include <QJsonArray>
+// Values to JSON and back. The first byte chooses: the rest is an encoded value, or a line of JSON,
+// as it comes from another process.
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include "cw/admission.h"
+#include "desk/runtime_manager/json_line.h"
 #include "flrpc/qt/utils.h"
 #include "fuzz/input.h"
 #include "fuzz/values.h"
-
-// The leak sanitizer's, where there is one.
-extern "C" {
-[[gnu::weak]] void __lsan_disable();
-[[gnu::weak]] void __lsan_enable();
-}
 
 namespace {
 
@@ -20,14 +15,6 @@ using cw::EncodableValue;
 using flrpc::qt::EncodableMapToJsonString;
 using flrpc::qt::EncodableToJson;
 using flrpc::qt::JsonToEncodable;
-
-// Qt's parser loses the memory of a value whose key comes again, which is not the bridge's fault.
-QJsonDocument Parse(const QByteArray& text) {
-  if (__lsan_disable) __lsan_disable();
-  const QJsonDocument document = QJsonDocument::fromJson(text);
-  if (__lsan_enable) __lsan_enable();
-  return document;
-}
 
 QByteArray TextOf(const QJsonValue& json) {
   return QJsonDocument(QJsonObject{{QStringLiteral("v"), json}}).toJson(QJsonDocument::Compact);
@@ -43,7 +30,7 @@ void CheckStays(const QJsonValue& json) {
   if (TextOf(json).contains("\xEF\xBB\xBF")) return;
   FUZZ_CHECK(again == json);
   if (const auto* map = value.GetIf<cw::EncodableMap>()) {
-    const QJsonDocument parsed = Parse(EncodableMapToJsonString(*map).toUtf8());
+    const auto parsed = QJsonDocument::fromJson(EncodableMapToJsonString(*map).toUtf8());
     // As texts: Qt reads large numbers as integers, unequal to the doubles that they are.
     FUZZ_CHECK(parsed.isObject() && TextOf(parsed.object()) == TextOf(json));
   }
@@ -59,11 +46,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const fuzz::Limits limits;
   EncodableValue value;
   if (is_text) {
+    QString fault;
     const auto* text = reinterpret_cast<const char*>(rest.data());
-    const QJsonDocument document = Parse(QByteArray(text, static_cast<int>(rest.size())));
-    const QJsonValue json =
-        document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
-    FUZZ_CHECK(JsonToEncodable(json, value));
+    const QByteArray line(text, static_cast<int>(rest.size()));
+    if (const auto object = desk::ParseLine(line, &fault)) {
+      FUZZ_CHECK(JsonToEncodable(*object, value));
+    }
   } else if (!cw::FindInadmissible(rest.data(), rest.size())) {
     value = EncodableValue::Deserialize(rest.data(), rest.size());
   }

@@ -9,10 +9,10 @@
 #include <cstring>
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QPointer>
 #include <QTimer>
 
+#include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/transfer.h"
 
 namespace desk {
@@ -37,35 +37,6 @@ int ConnectTo(int descriptor, const QByteArray& path) {
   std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   return connect(descriptor, generic, sizeof address) == 0 ? 0 : errno;
-}
-
-// Where the closing quote stands, or the end if there is none.
-const char* FindEndOfText(const char* at, const char* end) {
-  while (at < end) {
-    const auto* quote =
-        static_cast<const char*>(std::memchr(at, '"', static_cast<size_t>(end - at)));
-    if (!quote) return end;
-    const char* before = quote;
-    while (before > at && before[-1] == '\\') --before;
-    if ((quote - before) % 2 == 0) return quote;
-    at = quote + 1;
-  }
-  return end;
-}
-
-// Counts no further than to the limit. What begins a value, but for the first of a line, stands
-// behind one of the characters that count, outside of any text.
-bool HasTooManyValues(const QByteArray& line) {
-  int values = 0;
-  const char* const end = line.constData() + line.size();
-  for (const char* at = line.constData(); at < end; ++at) {
-    if (*at == '"') {
-      at = FindEndOfText(at + 1, end);
-    } else if (*at == ',' || *at == '[' || *at == '{') {
-      if (++values > kMostValues) return true;
-    }
-  }
-  return false;
 }
 
 }  // namespace
@@ -231,17 +202,10 @@ void MessagePeer::Deliver(const QByteArray& line) {
   if (line.size() > kLargestFrame) {
     return Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
   }
-  if (HasTooManyValues(line)) {
-    return Complain(QStringLiteral("a line of more than %1 values").arg(kMostValues));
-  }
-  QJsonParseError error{};
-  const QJsonDocument document = QJsonDocument::fromJson(line, &error);
-  if (document.isObject()) {
-    Q_EMIT messageReceived(document.object());
-  } else {
-    Complain(QStringLiteral("a line is no JSON object: ") +
-             (document.isNull() ? error.errorString() : QStringLiteral("it is an array")));
-  }
+  QString fault;
+  const std::optional<QJsonObject> message = ParseLine(line, &fault);
+  if (!message) return Complain(fault);
+  Q_EMIT messageReceived(*message);
 }
 
 void MessagePeer::Close() {

@@ -2,8 +2,7 @@
 //
 // A line has at most kLargestFrame bytes, and at most kMostUnsent bytes wait for a peer that does
 // not read; a peer that breaks a limit, or that is another user's process, is dropped with a line
-// on standard error. A line that is no JSON object, or that has more than kMostValues values, is
-// reported there and skipped: as an object each takes many times its bytes.
+// on standard error. A line that json_line.h refuses is reported there and skipped.
 //
 // A handler may send, run an event loop (the next messages come within it), drop the peer or
 // delete it. What a peer sent before it closed is still delivered.
@@ -25,7 +24,6 @@ namespace desk {
 
 constexpr qint64 kLargestFrame = qint64{32} << 20;
 constexpr qint64 kMostUnsent = qint64{128} << 20;
-constexpr int kMostValues = 1 << 17;
 
 // Writes a line to standard error.
 void Complain(const QString& text);

@@ -12,6 +12,7 @@
 #include <QJsonDocument>
 #include <QLocalSocket>
 
+#include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/message_peer.h"
 #include "tests/support/desk_fixture.h"
 
@@ -187,6 +188,20 @@ TEST_F(TaskMessagingTest, LineOfTooManyValuesIsSkipped) {
   EXPECT_EQ(desk::kMostValues - 1, inbox.messages[0][QStringLiteral("n")].toArray().size());
   const std::string complaints = testing::internal::GetCapturedStderr();
   EXPECT_EQ("tavo-desk: a line of more than 131072 values\n", complaints);
+}
+
+// Qt's parser would lose the memory of what the first of two equal keys holds.
+TEST_F(TaskMessagingTest, LineWithAKeyThatComesAgainIsSkipped) {
+  TaskMessaging server(listener_);
+  Inbox inbox(server);
+  const auto raw = RawLauncher();
+  testing::internal::CaptureStderr();
+  raw->write("{\"n\":[1],\"n\":2}\n{\"x\":[{\"n\":{},\"\\u006e\":{}}]}\n");
+  raw->write("{\"x\":[{\"n\":1},{\"n\":1}],\"y\":{\"x\":0}}\n");
+  ASSERT_TRUE(inbox.Holds(1));
+  const std::string fault = "tavo-desk: a line is refused: a key comes again\n";
+  EXPECT_EQ(fault + fault, testing::internal::GetCapturedStderr());
+  EXPECT_EQ(2, inbox.messages[0][QStringLiteral("x")].toArray().size());
 }
 
 TEST_F(TaskMessagingTest, LauncherThatDoesNotReadIsDroppedAlone) {

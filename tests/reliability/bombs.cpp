@@ -144,6 +144,8 @@ const std::vector<Bomb>& GetBombs() {
       {"millions of JSON members",
        [] { return "{" + Times("\"\":{},", 8 * kMiB / 6) + "\"data\":\"\"}\n"; }},
       {"a million JSON numbers", [] { return "{\"data\":[" + Times("1,", 4 * kMiB) + "1]}\n"; }},
+      {"keys that come again",
+       [] { return Times("{\"data\":[\"" + std::string(1000, 'x') + "\"],\"data\":1}\n", 20000); }},
       {"a JSON number of 1 MiB", [] { return "{\"data\":" + std::string(kMiB, '9') + "}\n"; }},
       {"a text that does not end", [] { return "{\"data\":\"" + Times("\\\"", kMiB) + '\n'; }},
       {"lone surrogates",

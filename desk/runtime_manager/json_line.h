@@ -1,0 +1,21 @@
+// What stands on a line that a peer sent: a JSON object.
+//
+// Errors: an empty optional, with the cause in `fault`. A line of more than kMostValues values is
+// refused, since as an object each takes many times its bytes. So is one with values inside of
+// values where a key comes again: Qt's parser loses the memory of the first.
+#pragma once
+
+#include <optional>
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+
+namespace desk {
+
+constexpr int kMostValues = 1 << 17;
+
+// Takes time that grows with the line's bytes, and no stack for values inside of values.
+std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault);
+
+}  // namespace desk
