@@ -1,5 +1,6 @@
 // Base64 against a second, plain implementation, both ways.
 #include <string>
+#include <string_view>
 
 #include "forge/buffer.h"
 #include "fuzz/input.h"
@@ -8,7 +9,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::string_view kAlphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 std::string Encode(const Bytes& bytes) {
   std::string text;
@@ -27,8 +29,8 @@ Bytes DecodeLeniently(const std::string& text) {
   Bytes bytes;
   uint32_t bits = 0, count = 0;
   for (const char character : text) {
-    const size_t digit = std::string(kAlphabet).find(character);
-    if (digit == std::string::npos) continue;
+    const size_t digit = kAlphabet.find(character);
+    if (digit == std::string_view::npos) continue;
     bits = bits << 6 | static_cast<uint32_t>(digit);
     count += 6;
     if (count >= 8) bytes.push_back(static_cast<uint8_t>(bits >> (count -= 8)));
