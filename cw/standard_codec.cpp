@@ -157,10 +157,13 @@ class BlockWriter {
   }
 
   // Grows by three: growing by two frees more in all than the last allocation has, whereupon glibc
-  // gives the pages back to the system, with every large message anew.
+  // gives the pages back to the system, with every large message anew. The largest ones it gives
+  // back always: there what is too much weighs more.
   void MakeRoom(size_t size) {
+    constexpr size_t kLarge = size_t{16} << 20;
     if (size <= buffer_.GetCapacity() - flushed_) return;
-    const uint64_t ample = std::min<uint64_t>(3 * uint64_t{flushed_}, PTRDIFF_MAX);
+    const uint64_t more = flushed_ < kLarge ? 2 * uint64_t{flushed_} : flushed_ / 2;
+    const uint64_t ample = std::min<uint64_t>(flushed_ + more, PTRDIFF_MAX);
     buffer_.Reserve(std::max(flushed_ + size, static_cast<size_t>(ample)));
   }
 

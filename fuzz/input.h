@@ -68,7 +68,8 @@ class Limits {
  public:
   explicit Limits(size_t most_bytes = kMostBytes, size_t most_lines = kMostLines);
 
-  // Was anything refused, be it that the code under test told nobody?
+  // Was anything refused, be it that the code under test told nobody? While libFuzzer searches, an
+  // input may also take no more than a second of the processor, however busy the machine is.
   bool WereKept() const;
 
   // Runs what may exceed them, or throw something else. False when it did.
@@ -81,6 +82,9 @@ class Limits {
       return false;
     }
   }
+
+ private:
+  double begin_;
 };
 
 }  // namespace fuzz

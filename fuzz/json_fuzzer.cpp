@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Choices choices(data, size);
   const bool is_text = choices.Byte() % 2 == 1;
   const std::vector<uint8_t> rest = choices.Rest();
-  if (!is_text && !fuzz::IsToBeRun(rest.data(), rest.size())) return 0;
+  if (!is_text && !fuzz::IsLight(rest.data(), rest.size())) return 0;
   const fuzz::Limits limits;
   EncodableValue value;
   if (is_text) {

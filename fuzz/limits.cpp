@@ -1,4 +1,5 @@
 #include <malloc.h>
+#include <time.h>
 
 #include <atomic>
 #include <cstdio>
@@ -51,6 +52,14 @@ class LineCounter final : public std::streambuf {
   }
 };
 
+constexpr double kMostSeconds = 1;
+
+double GetSecondsOfThisProcess() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 LineCounter& GetLineCounter() {
   // Never destroyed: the streams are flushed once more after the last static object is gone.
   static LineCounter& counter = *new LineCounter;
@@ -92,10 +101,12 @@ Limits::Limits(size_t most_bytes, size_t most_lines) {
   GetLineCounter().most = most_lines;
   refused = false;
   most_live = live + most_bytes;
+  begin_ = GetSecondsOfThisProcess();
 }
 
 bool Limits::WereKept() const {
-  return !refused && GetLineCounter().lines <= GetLineCounter().most;
+  const double seconds = TAVO_FUZZ ? GetSecondsOfThisProcess() - begin_ : 0;
+  return !refused && GetLineCounter().lines <= GetLineCounter().most && seconds < kMostSeconds;
 }
 
 }  // namespace fuzz

@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text =
       is_text ? std::string(rest.begin(), rest.end()) : forge::Buffer(rest).ToBase64();
   const forge::Buffer bytes = forge::Buffer::FromBase64(text);
-  if (!fuzz::IsToBeRun(bytes.GetData(), bytes.GetSize())) return 0;
+  if (!fuzz::IsLight(bytes.GetData(), bytes.GetSize())) return 0;
   const fuzz::Limits limits;
   const Message message = Message::FromBase64(text);
   CheckSurvives(message);

@@ -31,7 +31,7 @@ void CheckRoundTrip(const uint8_t* data, size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (!fuzz::IsToBeRun(data, size)) return 0;  // The bare codec, with little of everything.
+  if (!fuzz::IsLight(data, size)) return 0;
   const fuzz::Limits limits;
   if (!cw::FindInadmissible(data, size)) {
     CheckRoundTrip(data, size);

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cw/admission.h"
 #include "cw/encodable_value.h"
 #include "fuzz/input.h"
 
@@ -33,15 +34,27 @@ class ReadsBack {
   }
 };
 
-// Is the input to be run? Few bytes may declare so much that decoding them takes a thousand times
-// as long as usual. Of those one in 1,024 is run, chosen by its bytes: the search goes on, and a
-// file is always treated alike.
-inline bool IsToBeRun(const uint8_t* data, size_t size) {
-  const Limits little(size_t{1} << 20, 200);
-  if (Limits::Try([&] { cw::EncodableValue::Deserialize(data, size); })) return true;
+// Few bytes may declare so much that decoding them takes a thousand times as long as usual. False
+// for those: they are not to be run again. Of them one in 1,024, chosen by its bytes, is run here,
+// in and out: the search goes on, and a file is always treated alike.
+inline bool IsLight(const uint8_t* data, size_t size) {
+  using cw::EncodableValue;
+  const auto decode = [&] { return EncodableValue::Deserialize(data, size); };
+  {
+    const Limits little(size_t{1} << 20, 200);
+    if (Limits::Try(decode)) return true;
+  }
   uint32_t hash = 2166136261u;
   for (size_t i = 0; i < size; ++i) hash = (hash ^ data[i]) * 16777619u;
-  return hash >> 22 == 0;
+  if (hash >> 22 != 0) return false;
+  const Limits limits;
+  if (cw::FindInadmissible(data, size)) {
+    Limits::Try(decode);
+  } else {
+    decode().Serialize();
+    FUZZ_CHECK(limits.WereKept());
+  }
+  return false;
 }
 
 }  // namespace fuzz
