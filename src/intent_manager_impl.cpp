@@ -46,6 +46,7 @@ void IntentManagerImpl::Close() {
   std::list<Reply> dropped;  // Dies outside the lock: that releases the callers' slots.
   const std::lock_guard lock(mutex_);
   dropped.swap(queue_);
+  busy_ = false;  // What was in flight is dropped, too: its failure, if it comes, completes nobody.
 }
 
 std::shared_ptr<IntentManagerImpl> IntentManagerImpl::Create() {

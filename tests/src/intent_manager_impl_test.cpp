@@ -115,6 +115,16 @@ TEST_F(IntentManagerTest, PlatformThatThrowsHasFailedTheRequest) {
   EXPECT_EQ(1u, log_.TakeLines().size());
 }
 
+TEST_F(IntentManagerTest, PlatformThatThrowsMayHaveReleasedTheManager) {
+  platform_.on_invoke = [this] {
+    top_.Release(manager_);
+    throw std::runtime_error("gone");
+  };
+  Open("a:");
+  EXPECT_EQ(Events{"a: released"}, TakeEvents());
+  EXPECT_EQ("[error] Stray exception in intent invocation: gone", log_.TakeLine());
+}
+
 // A platform that answers within the call must not use up the stack, however many wait.
 TEST_F(IntentManagerTest, AnswersWithinTheCallDoNotNest) {
   for (int i = 0; i < 20000; ++i) Open("u:" + std::to_string(i));
