@@ -118,7 +118,8 @@ IntentsInvoker::IntentsInvoker(QObject* parent) : QObject(parent) {
 }
 
 IntentsInvoker::~IntentsInvoker() {
-  if (test::current) test::current->invoker = nullptr;  // A process may end after the test.
+  // A process may end after the test, and a newer invoker may have come.
+  if (test::current && test::current->invoker == this) test::current->invoker = nullptr;
 }
 
 void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,

@@ -66,7 +66,7 @@ class FakePlatform {
   std::vector<std::shared_ptr<FakeMessaging>> messagings;  // Likewise.
   bool fail_start = false;  // Task::start throws, as on a machine without memory.
 
-  RuntimeManager::IntentsInvoker* invoker = nullptr;  // The living one.
+  RuntimeManager::IntentsInvoker* invoker = nullptr;  // The newest, while it lives.
   std::vector<FakeInvocation> invocations;            // Guarded by mutex.
   std::function<void()> on_invoke;                    // Called within invoke.
   std::map<QString, RuntimeManager::RuntimeDispatcher::IntentHandler> intents;
