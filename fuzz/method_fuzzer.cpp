@@ -42,12 +42,22 @@ class Recorder final : public cw::MethodResult<EncodableValue> {
   }
 };
 
+// What is put into an error comes out of its envelope.
+void CheckErrorCarries(const std::string& text, const EncodableValue& details) {
+  Recorder recorder;
+  const forge::Buffer bytes = GetCodec().EncodeErrorEnvelope("code", text, &details);
+  GetCodec().DecodeAndProcessResponseEnvelope(bytes.GetData(), bytes.GetSize(), &recorder);
+  const EncodableValue expected(cw::EncodableList{false, "code", text, details});
+  FUZZ_CHECK(recorder.told.Serialize() == expected.Serialize());
+}
+
 void CheckCall(const uint8_t* data, size_t size) {
   const auto call = GetCodec().DecodeMethodCall(data, size);
   if (!call) return;
   FUZZ_CHECK(call->GetArguments());
   const forge::Buffer bytes = GetCodec().EncodeMethodCall(*call);
   if (!fuzz::ReadsBack::Is(*call->GetArguments())) return;
+  CheckErrorCarries(call->GetMethodName(), *call->GetArguments());
   const auto again = GetCodec().DecodeMethodCall(bytes.GetData(), bytes.GetSize());
   FUZZ_CHECK(again && again->GetMethodName() == call->GetMethodName());
   FUZZ_CHECK(GetCodec().EncodeMethodCall(*again) == bytes);
