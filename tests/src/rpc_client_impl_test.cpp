@@ -182,29 +182,6 @@ TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
   EXPECT_EQ(8193u, recorder_.events.size());
 }
 
-TEST_F(RpcClientImplTest, HandlerMayReleaseTheClientAndItsChunk) {
-  struct Context {
-    TAVORpcClientProcTable* table;
-    _TAVORpcClientRef* client;
-    int releases;
-  } context{&client_table_, top_.CreateRpcClient(manager_), 0};
-  TAVORpcClientSlots slots{};
-  slots.size = sizeof slots;
-  slots.user_data = &context;
-  slots.OnMessage = [](void* data, const char*, unsigned int chunk) {
-    auto* self = static_cast<Context*>(data);
-    self->table->UnlockResources(self->client, chunk);
-    self->table->Release(self->client);
-  };
-  slots.Release = [](void* data) { ++static_cast<Context*>(data)->releases; };
-  client_table_.StartTask(context.client, "worker", "/libs", &slots);
-  platform_.Task().Started();
-  platform_.Messaging().ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ(0, context.releases);
-  platform_.Task().Stopped();
-  EXPECT_EQ(1, context.releases);
-}
-
 TEST_F(RpcClientImplTest, ExceptionsOfCallbacksEndAtTheBorder) {
   TAVORpcClientSlots slots{};
   slots.size = sizeof slots;

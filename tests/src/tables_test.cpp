@@ -1,9 +1,8 @@
 // The size rule, at every declared size of every table and of the slots.
-#include <algorithm>
-#include <array>
-#include <cstring>
+#include <functional>
 
 #include "tests/src/service_fixture.h"
+#include "tests/support/declared_size.h"
 
 namespace {
 
@@ -11,104 +10,80 @@ using test::Events;
 
 class TablesTest : public test::ServiceTest {
  protected:
-  // Loads a table at each declared size into guarded memory, and compares every byte with what
-  // must be there: the declared bytes cleared, the size always, and each entry at its boundary.
   template <typename Table>
-  void Sweep(ForgeResult (*load)(Table*, unsigned int)) {
-    constexpr size_t kWidth = sizeof(void*);
-    constexpr size_t kRoom = sizeof(Table) + 16;
-    Table full{};
-    ASSERT_EQ(FORGE_RESULT_OK, load(&full, sizeof full));
-    for (uint32_t size = 0; size <= kRoom; ++size) {
-      SCOPED_TRACE(size);
-      alignas(Table) std::array<uint8_t, kRoom + 8> memory;
-      memory.fill(0xA5);
-      auto expected = memory;
-      std::memset(expected.data(), 0, size);
-      std::memcpy(expected.data(), &size, sizeof size);
-      for (size_t at = kWidth; at + kWidth <= std::min<size_t>(size, sizeof full); at += kWidth) {
-        void* entry = nullptr;
-        std::memcpy(&entry, reinterpret_cast<const char*>(&full) + at, kWidth);
-        EXPECT_NE(nullptr, entry) << at;
-        std::memcpy(expected.data() + at, &entry, kWidth);
-      }
-      ASSERT_EQ(FORGE_RESULT_OK, load(reinterpret_cast<Table*>(memory.data()), size));
-      EXPECT_EQ(expected, memory);
-    }
-    EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, load(nullptr, sizeof full));
+  void Check(ForgeResult (*load)(Table*, unsigned int)) {
+    test::CheckFilling<Table>(load);
+    EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, load(nullptr, sizeof(Table)));
     EXPECT_EQ("[error] Null table specified.", log_.TakeLine());
   }
 };
 
 TEST_F(TablesTest, EveryLoaderKeepsToTheDeclaredSize) {
-  Sweep<TAVOProcTable>(TAVOProcTableLoad);
-  Sweep<TAVORpcClientProcTable>(top_.RpcClientProcTableLoad);
-  Sweep<TAVORpcServerProcTable>(top_.RpcServerProcTableLoad);
-  Sweep<TAVOIntentManagerProcTable>(top_.IntentManagerProcTableLoad);
+  Check<TAVOProcTable>(TAVOProcTableLoad);
+  Check<TAVORpcClientProcTable>(top_.RpcClientProcTableLoad);
+  Check<TAVORpcServerProcTable>(top_.RpcServerProcTableLoad);
+  Check<TAVOIntentManagerProcTable>(top_.IntentManagerProcTableLoad);
 }
 
-// What the callbacks below were called with: "+" when the user data came along.
-Events seen;
+// Slots are read field by field: a callback that the declared size covers is called, with the user
+// data if that, the last field, is covered too.
+class SlotsTest : public test::ServiceTest {
+ protected:
+  static inline Events seen_;
 
-void Note(void* user_data, const std::string& name) {
-  seen.push_back(name + (user_data ? "+" : "-"));
-}
+  template <char kName, typename... Arguments>
+  static void Note(void* user_data, Arguments...) {
+    seen_.push_back({kName, user_data ? '+' : '-'});
+  }
 
-template <uint32_t kFields>
-std::vector<uint32_t> SizesThatCover(uint32_t fields) {
-  constexpr uint32_t kWidth = sizeof(void*);
-  return {fields * kWidth, fields == kFields ? 0xFFFFFFFFu : (fields + 1) * kWidth - 1};
-}
-
-TEST_F(TablesTest, ClientSlotsAreReadWithinTheirDeclaredSize) {
-  for (uint32_t fields = 0; fields <= 6; ++fields) {
-    for (const uint32_t size : SizesThatCover<6>(fields)) {
-      SCOPED_TRACE(size);
-      seen.clear();
-      TAVORpcClientSlots slots{
-          size,
-          [](void* data, int, const char*, unsigned int) { Note(data, "started"); },
-          [](void* data, int, const char*, unsigned int) { Note(data, "disconnect"); },
-          [](void* data, const char*, unsigned int) { Note(data, "message"); },
-          [](void* data) { Note(data, "release"); },
-          &slots};
-      const auto client = top_.CreateRpcClient(manager_);
-      ASSERT_EQ(FORGE_RESULT_OK, client_table_.StartTask(client, "worker", "/libs", &slots));
-      platform_.tasks.back()->Started();
-      platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
-      top_.Release(manager_);
-      const std::string with = fields >= 6 ? "+" : "-";
-      Events expected;
-      if (fields >= 2) expected.push_back("started" + with);
-      if (fields >= 4) expected.push_back("message" + with);
-      // A client destroyed while running tells of the disconnect twice.
-      if (fields >= 3) expected.insert(expected.end(), 2, "disconnect" + with);
-      if (fields >= 5) expected.push_back("release" + with);
-      EXPECT_EQ(expected, seen);
+  // `expected[n]` are the names of the callbacks that come when n fields are covered.
+  template <typename Slots, size_t kCount>
+  void Sweep(const Slots& full, const char* const (&expected)[kCount],
+             const std::function<void(Slots*)>& run) {
+    static_assert(sizeof(Slots) == (kCount - 1) * sizeof(void*));
+    for (uint32_t fields = 0; fields < kCount; ++fields) {
+      const bool is_whole = fields == kCount - 1;
+      const auto width = static_cast<uint32_t>(sizeof(void*));
+      for (const uint32_t size :
+           {fields * width, is_whole ? 0xFFFFFFFFu : (fields + 1) * width - 1}) {
+        SCOPED_TRACE(size);
+        seen_.clear();
+        Slots slots = full;
+        slots.size = size;
+        run(&slots);
+        Events calls;
+        for (const char* name = expected[fields]; *name; ++name) {
+          calls.push_back({*name, is_whole ? '+' : '-'});
+        }
+        EXPECT_EQ(calls, seen_);
+      }
     }
   }
-}
+};
 
-TEST_F(TablesTest, ServerSlotsAreReadWithinTheirDeclaredSize) {
-  for (uint32_t fields = 0; fields <= 5; ++fields) {
-    for (const uint32_t size : SizesThatCover<5>(fields)) {
-      SCOPED_TRACE(size);
-      seen.clear();
-      TAVORpcServerSlots slots{
-          size, [](void* data, int, const char*, unsigned int) { Note(data, "started"); },
-          [](void* data, const char*, unsigned int) { Note(data, "message"); },
-          [](void* data) { Note(data, "release"); }, &slots};
-      server_table_.Run(top_.GetRpcServer(manager_), &slots);
-      platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
-      top_.Release(manager_);
-      const std::string with = fields >= 5 ? "+" : "-";
-      Events expected;
-      if (fields >= 2) expected.push_back("started" + with);
-      if (fields >= 3) expected.push_back("message" + with);
-      if (fields >= 4) expected.push_back("release" + with);
-      EXPECT_EQ(expected, seen);
-    }
-  }
+TEST_F(SlotsTest, AreReadWithinTheirDeclaredSize) {
+  // A client that is destroyed while it runs tells of the disconnect twice.
+  Sweep<TAVORpcClientSlots>(
+      {0, Note<'s'>, Note<'d'>, Note<'m'>, Note<'r'>, this},
+      {"", "", "s", "sdd", "smdd", "smddr", "smddr"}, [this](TAVORpcClientSlots* slots) {
+        const auto client = top_.CreateRpcClient(manager_);
+        ASSERT_EQ(FORGE_RESULT_OK, client_table_.StartTask(client, "worker", "/libs", slots));
+        platform_.tasks.back()->Started();
+        platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+        top_.Release(manager_);
+      });
+  Sweep<TAVORpcServerSlots>({0, Note<'s'>, Note<'m'>, Note<'r'>, this},
+                            {"", "", "s", "sm", "smr", "smr"}, [this](TAVORpcServerSlots* slots) {
+                              server_table_.Run(top_.GetRpcServer(manager_), slots);
+                              platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+                              top_.Release(manager_);
+                            });
+  Sweep<TAVOOpenUriSlot>({0, Note<'c'>, Note<'r'>, this}, {"", "", "c", "cr", "cr"},
+                         [this](TAVOOpenUriSlot* slot) {
+                           const auto intents = top_.GetIntentManager(manager_);
+                           ASSERT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents, "u:", slot));
+                           platform_.ReplyToIntent(0);
+                         });
 }
 
 }  // namespace
