@@ -1,33 +1,18 @@
 #include "forge/object.h"
 
-#include <atomic>
 #include <vector>
 
 #include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"
+#include "tests/support/thing.h"
 
 namespace {
 
-struct ThingRef;
+using test::RunAtOnce;
+using test::Thing;
+using test::ThingRef;
+
 struct OtherRef;
-
-class Thing final : public forge::Object<Thing, ThingRef*> {
-  struct PrivateTag {
-    explicit PrivateTag() = default;
-  };
-
- public:
-  Thing(const std::shared_ptr<forge::IDispatcher>& dispatcher, PrivateTag) : Object(dispatcher) {}
-  ~Thing() override { found_while_dying = FromRef(GetRef()) != nullptr; }
-
-  static std::shared_ptr<Thing> Create(
-      const std::shared_ptr<forge::IDispatcher>& dispatcher = nullptr) {
-    return Object::Create(dispatcher, PrivateTag{});
-  }
-  using Object::Unregister;
-
-  static inline std::atomic<bool> found_while_dying = false;
-};
 
 class Other final : public forge::Object<Other, OtherRef*> {
   struct PrivateTag {
@@ -42,15 +27,6 @@ class Other final : public forge::Object<Other, OtherRef*> {
 struct Counter : forge::details::CounterClient {
   static void Set(uint32_t value) { counter_ = value; }
   using CounterClient::DrawId;
-};
-
-class RunAtOnce final : public forge::IDispatcher {
- public:
-  void Invoke(const std::function<void()>& task, uint32_t flags) override {
-    flags_ = flags;
-    task();
-  }
-  uint32_t flags_ = 0;
 };
 
 class ObjectTest : public test::TestBase {};
@@ -114,7 +90,7 @@ TEST_F(ObjectTest, TaskMayResetTheDispatcherThatRunsIt) {
   thing->Invoke(task, 5);
   thing->Invoke(task, 6);  // No dispatcher is left.
   EXPECT_EQ(1, runs);
-  EXPECT_EQ(5u, dispatcher->flags_);
+  EXPECT_EQ(5u, dispatcher->last_flags);
 }
 
 TEST_F(ObjectTest, EmptyDispatcherDropsTasksWithAWarningEach) {

@@ -22,10 +22,13 @@
 #include "tests/src/service_fixture.h"
 #include "tests/support/rpc_link.h"
 #include "tests/support/scale.h"
+#include "tests/support/thing.h"
 
 namespace {
 
 using flrpc::Message;
+using test::Thing;
+using test::ThingRef;
 
 constexpr int kThreads = 8;
 constexpr int kOperations = 10000;  // Of a thread, at scale 1.
@@ -59,38 +62,12 @@ void Race(int operations, const Operation& operate,
 
 int CountRounds() { return kOperations / kInRound * test::GetScale(); }
 
-struct ThingRef;
-
-class Thing final : public forge::Object<Thing, ThingRef*> {
-  struct PrivateTag {
-    explicit PrivateTag() = default;
-  };
-
- public:
-  Thing(const std::shared_ptr<forge::IDispatcher>& dispatcher, PrivateTag) : Object(dispatcher) {}
-  static std::shared_ptr<Thing> Create(const std::shared_ptr<forge::IDispatcher>& dispatcher) {
-    return Object::Create(dispatcher, PrivateTag{});
-  }
-};
-
-class CountingDispatcher final : public forge::IDispatcher {
- public:
-  explicit CountingDispatcher(std::atomic<int>& count) : count_(count) {}
-  void Invoke(const std::function<void()>& task, uint32_t) override {
-    ++count_;
-    task();
-  }
-
- private:
-  std::atomic<int>& count_;
-};
-
 class RaceTest : public test::TestBase {};
 
 TEST_F(RaceTest, HandlesLeadToTheirObjectsOrNowhere) {
   std::array<std::atomic<ThingRef*>, kThreads> handles{};
   Race(kOperations * test::GetScale(), [&](int thread, int operation) {
-    auto thing = Thing::Create(nullptr);
+    auto thing = Thing::Create();
     ThingRef* const own = thing->GetRef();
     handles[static_cast<size_t>(thread)] = own;
     ThingRef* const other = handles[static_cast<size_t>((thread + operation) % kThreads)];
@@ -106,14 +83,14 @@ TEST_F(RaceTest, HandlesLeadToTheirObjectsOrNowhere) {
 
 TEST_F(RaceTest, TasksRunAsLongAsThereIsADispatcher) {
   for (int round = CountRounds(); round > 0; --round) {
-    std::atomic<int> dispatched{0};
     std::atomic<int> run{0};
-    const auto thing = Thing::Create(std::make_shared<CountingDispatcher>(dispatched));
+    const auto dispatcher = std::make_shared<test::RunAtOnce>();
+    const auto thing = Thing::Create(dispatcher);
     Race(kInRound, [&](int thread, int operation) {
       if (thread == 0 && operation == round % kInRound) thing->ResetDispatcher();
       thing->Invoke([&run] { ++run; }, 0);
     });
-    EXPECT_EQ(dispatched, run);
+    EXPECT_EQ(dispatcher->runs, run);
     thing->Invoke([] { FAIL() << "The dispatcher was dropped."; }, 0);
   }
 }
@@ -352,6 +329,30 @@ TEST_F(ServiceRaceTest, StartMessagesChunksAndReleaseOfAClientMayMeet) {
     EXPECT_EQ(1, context.releases);
     ForgetPlatform();
     EXPECT_FALSE(task->alive);
+  }
+}
+
+TEST_F(ServiceRaceTest, UrisAreOpenedWhileRepliesArrive) {
+  struct Fate {
+    std::atomic<int> outcomes{0};
+    std::atomic<int> releases{0};
+  };
+  for (int round = CountRounds(); round > 0; --round) {
+    std::vector<Fate> fates(kThreads * kInRound);
+    const auto intents = top_.GetIntentManager(manager_);
+    Race(
+        kInRound,
+        [&](int thread, int operation) {
+          TAVOOpenUriSlot slot{sizeof slot,
+                               [](void* fate, bool) { ++static_cast<Fate*>(fate)->outcomes; },
+                               [](void* fate) { ++static_cast<Fate*>(fate)->releases; },
+                               &fates[static_cast<size_t>(thread * kInRound + operation)]};
+          intent_table_.OpenUri(intents, "u:", &slot);
+        },
+        [&] { platform_.ReplyToIntent(0); });
+    for (size_t i = 0; i < fates.size(); ++i) platform_.ReplyToIntent(0);  // The last ones.
+    EXPECT_EQ(fates.size(), std::exchange(platform_.invocations, {}).size());
+    for (const Fate& fate : fates) ASSERT_TRUE(fate.outcomes == 1 && fate.releases == 1);
   }
 }
 
