@@ -7,10 +7,11 @@
 #include "platform/runtime_manager/intents_invoker.h"
 #include "src/tavo_capi.h"
 #include "tests/support/desk_fixture.h"
-#include "tests/support/log_capture.h"
+#include "tests/support/recorder.h"
 
 namespace {
 
+using test::Events;
 using test::WaitUntil;
 
 class ServiceTest : public test::DeskTest {
@@ -34,56 +35,29 @@ class ServiceTest : public test::DeskTest {
     DeskTest::TearDown();
   }
 
-  // A client of a task, seen from the caller's side.
-  struct Client {
-    TAVORpcClientProcTable* table = nullptr;
-    _TAVORpcClientRef* ref = nullptr;
-    int started = -1;
-    std::string error;
-    std::vector<std::string> texts;
-    int disconnects = 0;
-    int releases = 0;
-
-    static void OnStarted(void* data, int code, const char* text, unsigned int chunk) {
-      auto* self = static_cast<Client*>(data);
-      self->started = code;
-      self->error = text;
-      if (chunk != 0) self->table->UnlockResources(self->ref, chunk);
-    }
-    static void OnDisconnect(void* data, int, const char*, unsigned int) {
-      ++static_cast<Client*>(data)->disconnects;
-    }
-    static void OnMessage(void* data, const char* text, unsigned int chunk) {
-      auto* self = static_cast<Client*>(data);
-      self->texts.push_back(text);
-      self->table->UnlockResources(self->ref, chunk);
-    }
-    static void OnRelease(void* data) { ++static_cast<Client*>(data)->releases; }
-
-    bool Send(const std::string& text) { return table->SendMessage(ref, text.c_str()) == 0; }
-    bool Holds(size_t count) {
-      return WaitUntil([this, count] { return texts.size() >= count; });
-    }
-  };
-
-  // Returns when the outcome is known.
-  void Start(Client& client, const char* task) {
-    client.table = &table_;
-    client.ref = top_.CreateRpcClient(manager_);
-    TAVORpcClientSlots slots{sizeof slots,      Client::OnStarted, Client::OnDisconnect,
-                             Client::OnMessage, Client::OnRelease, &client};
-    client.started = -1;
-    ASSERT_EQ(FORGE_RESULT_OK, table_.StartTask(client.ref, task, TAVO_TEST_LIBS, &slots));
-    ASSERT_TRUE(WaitUntil([&client] { return client.started != -1; }));
+  // Returns when the task runs.
+  void Start() {
+    client_ = top_.CreateRpcClient(manager_);
+    TAVORpcClientSlots slots = told_.ClientSlots();
+    ASSERT_EQ(FORGE_RESULT_OK, table_.StartTask(client_, "service_task", TAVO_TEST_LIBS, &slots));
+    ASSERT_EQ(Events{"started 0 <>"}, Hear(1));
   }
 
-  void Stop(Client& client) {
-    const int before = client.releases;
-    table_.Release(client.ref);
-    EXPECT_TRUE(WaitUntil([&] { return client.releases == before + 1; }));
+  void Stop() {
+    table_.Release(client_);
+    EXPECT_EQ((Events{"disconnect 0 <>", "disconnect 0 <>", "release"}), Hear(3));
   }
 
-  Client client_;
+  bool Send(const std::string& text) { return table_.SendMessage(client_, text.c_str()) == 0; }
+
+  // What the client is told next.
+  Events Hear(size_t count) {
+    EXPECT_TRUE(WaitUntil([this, count] { return told_.events.size() >= count; }));
+    return told_.Take();
+  }
+
+  test::Recorder told_;
+  _TAVORpcClientRef* client_ = nullptr;
   TAVOProcTable top_{};
   TAVORpcClientProcTable table_{};
   TAVOIntentManagerProcTable intent_table_{};
@@ -91,74 +65,15 @@ class ServiceTest : public test::DeskTest {
 };
 
 TEST_F(ServiceTest, TextsGoToATaskAndBack) {
-  Start(client_, "service_task");
-  ASSERT_EQ(0, client_.started);
-  const std::vector<std::string> texts = {"hello", "", "line\nbreak\x01\"\\",
-                                          "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80",
-                                          std::string(1 << 20, 'x')};
-  for (const std::string& text : texts) EXPECT_TRUE(client_.Send(text));
-  ASSERT_TRUE(client_.Holds(texts.size()));
-  EXPECT_EQ(texts, client_.texts);
-  Stop(client_);
-  EXPECT_FALSE(client_.Send("late"));
-  EXPECT_EQ(2, client_.disconnects);
-}
-
-TEST_F(ServiceTest, FailedStartIsToldWithItsCause) {
-  test::LogCapture log;
-  Start(client_, "no-such-application");
-  EXPECT_EQ(-32603, client_.started);
-  EXPECT_EQ(
-      "Application \"no-such-application\" could not be started: there is no such application",
-      client_.error);
-  EXPECT_EQ("[info] [ta-vo] on started call error: " + client_.error, log.TakeLine());
-}
-
-TEST_F(ServiceTest, OnlyMessagesWithATextAreDelivered) {
-  Start(client_, "desk_task");
-  EXPECT_TRUE(client_.Send("odd"));
-  ASSERT_TRUE(client_.Holds(1));
-  EXPECT_EQ("text", client_.texts[0]);
-  Stop(client_);
-}
-
-TEST_F(ServiceTest, TaskKilledInAFrameLeavesTheCallerWell) {
-  Start(client_, "desk_task");
-  EXPECT_TRUE(client_.Send("half-frame"));
-  EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
-  EXPECT_TRUE(client_.Send("to nobody"));
-  Client next;
-  Start(next, "service_task");
-  EXPECT_TRUE(next.Send("text"));
-  ASSERT_TRUE(next.Holds(1));
-  Stop(next);
-  Stop(client_);
-  EXPECT_EQ(std::vector<std::string>{}, client_.texts);
-}
-
-TEST_F(ServiceTest, FloodsInBothDirectionsArriveWholeAndInOrder) {
-  constexpr size_t kMessages = 20000;
-  Start(client_, "service_task");
-  EXPECT_TRUE(client_.Send("flood " + std::to_string(kMessages)));
-  for (size_t i = 0; i < kMessages; ++i) EXPECT_TRUE(client_.Send("x" + std::to_string(i)));
-  ASSERT_TRUE(client_.Holds(2 * kMessages));
-  for (size_t i = 0; i < kMessages; ++i) {
-    ASSERT_EQ(std::to_string(i), client_.texts[i]);
-    ASSERT_EQ("x" + std::to_string(i), client_.texts[kMessages + i]);
+  Start();
+  const Events texts = {"hello", "", "line\nbreak\x01\"\\", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80",
+                        std::string(1 << 20, 'x')};
+  for (const std::string& text : texts) {
+    EXPECT_TRUE(Send(text));
+    EXPECT_EQ(Events{"message <" + text + ">"}, Hear(1));
   }
-  Stop(client_);
-}
-
-TEST_F(ServiceTest, ReleasedManagerEndsItsTasks) {
-  Start(client_, "service_task");
-  Client starting;
-  TAVORpcClientSlots slots{};
-  slots.size = sizeof slots;
-  starting.ref = top_.CreateRpcClient(manager_);
-  table_.StartTask(starting.ref, "service_task", TAVO_TEST_LIBS, &slots);
-  top_.Release(manager_);
-  EXPECT_EQ(1, client_.releases);
-  EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
+  Stop();
+  EXPECT_FALSE(Send("late"));
 }
 
 // What an application that invokes an intent gets to know.
@@ -179,15 +94,14 @@ struct Invocation {
 };
 
 TEST_F(ServiceTest, IntentOfOneApplicationIsInvokedByAnother) {
-  Start(client_, "service_task");
-  EXPECT_TRUE(client_.Send("offer greet/\xC3\xA9 now"));
-  ASSERT_TRUE(client_.Holds(1));
-  EXPECT_EQ("offered 0", client_.texts[0]);
+  Start();
+  EXPECT_TRUE(Send("offer greet/\xC3\xA9 now"));
+  EXPECT_EQ(Events{"message <offered 0>"}, Hear(1));
   const QString name = QStringLiteral("greet/\u00E9 now");
   EXPECT_EQ("{\"from\":\"task\"} 0", Invocation(name).answer);
   EXPECT_EQ("{\"from\":\"task\"} 0", Invocation(name).answer);
   EXPECT_EQ("{} " + std::to_string(ENOENT), Invocation(QStringLiteral("another")).answer);
-  Stop(client_);
+  Stop();
   // The task was killed: what it left is found dead, and removed.
   EXPECT_EQ("{} " + std::to_string(ENOENT), Invocation(name).answer);
 }
@@ -284,17 +198,15 @@ TEST_F(OpenUriTest, OpenerMayLeaveABrowserBehindAndEndsWithTheService) {
 
 TEST_F(OpenUriTest, GoesToTheApplicationThatOffersIt) {
   qputenv("TAVO_DESK_OPEN_URI", "fail");
-  Start(client_, "service_task");
-  EXPECT_TRUE(client_.Send("open https://example.org"));
-  ASSERT_TRUE(client_.Holds(1));
-  EXPECT_EQ("not opened", client_.texts[0]);
-  EXPECT_TRUE(client_.Send("offer OpenURI"));
-  ASSERT_TRUE(client_.Holds(2));
+  Start();
+  EXPECT_TRUE(Send("open https://example.org"));
+  EXPECT_EQ(Events{"message <not opened>"}, Hear(1));
+  EXPECT_TRUE(Send("offer OpenURI"));
+  EXPECT_EQ(Events{"message <offered 0>"}, Hear(1));
   EXPECT_EQ("opened, released", Open("https://example.org"));
-  EXPECT_TRUE(client_.Send("open its:own"));
-  ASSERT_TRUE(client_.Holds(3));
-  EXPECT_EQ("opened", client_.texts[2]);
-  Stop(client_);
+  EXPECT_TRUE(Send("open its:own"));
+  EXPECT_EQ(Events{"message <opened>"}, Hear(1));
+  Stop();
   EXPECT_EQ("failed, released", Open("https://example.org"));
 }
 

@@ -5,10 +5,7 @@
 //   pid
 //   {"do": "ignore-term"}      ignores SIGTERM from now on, and says so
 //   {"do": "start", "name"}    starts a task of its own, describes it, and relays the answer
-//   {"do": "half-frame"}       is killed in the middle of a frame
-//   {"do": "odd"}              sends messages without a "data" text, and one with
 //   {"do": "exit"}             ends
-// Over the service the words come as {"data": "half-frame"}.
 #include <dirent.h>
 #include <signal.h>
 #include <unistd.h>
@@ -64,21 +61,10 @@ class DeskTask : public QObject {
 
  private:
   void Do(const QJsonObject& message) {
-    const QString data = QStringLiteral("data");
-    const QString what =
-        message.value(QStringLiteral("do")).toString(message.value(data).toString());
+    const QString what = message.value(QStringLiteral("do")).toString();
     if (what == QStringLiteral("describe")) return Describe();
     if (what == QStringLiteral("fork")) return Fork();
     if (what == QStringLiteral("start")) return Start(message.value(QStringLiteral("name")));
-    if (what == QStringLiteral("half-frame")) return DieInAFrame();
-    if (what == QStringLiteral("odd")) {
-      for (const QJsonObject& odd :
-           {QJsonObject{{data, 5}}, QJsonObject{{data, QJsonValue::Null}}, QJsonObject{},
-            QJsonObject{{data, QJsonArray{data}}}, QJsonObject{{data, QStringLiteral("text")}}}) {
-        messaging_.sendMessage(odd);
-      }
-      return;
-    }
     if (what == QStringLiteral("exit")) _exit(0);
     if (what == QStringLiteral("ignore-term")) signal(SIGTERM, SIG_IGN);
     messaging_.sendMessage(message);
@@ -116,13 +102,6 @@ class DeskTask : public QObject {
               &TaskMessaging::sendMessage);
       inner_->sendMessage({{QStringLiteral("do"), QStringLiteral("describe")}});
     });
-  }
-
-  void DieInAFrame() {
-    // The connection's descriptor is the newest socket; a frame without its end goes out raw.
-    for (int descriptor = 255; descriptor > 2; --descriptor) {
-      if (write(descriptor, "{\"data\":\"half", 13) == 13) raise(SIGKILL);
-    }
   }
 
   const QJsonArray descriptors_;
