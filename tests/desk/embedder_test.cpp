@@ -114,7 +114,9 @@ class EmbedderTest : public test::TestBase {
 
 TEST_F(EmbedderTest, ShowsWhatIsDescribed) {
   Start(R"({"information": {"2": "name"}, "directories": {"1": "/libs"}, "arguments": ["a", "b"],
-            "permissions": ["Camera"], "os_version": [1, 2, 3, 4]})");
+            "permissions": ["Camera"], "os_version": [1, 2, 3, 4], "embedder_version": [3, 16, 2],
+            "view": {"visibility": 3, "orientation": 90, "device_orientation": 270, "width": 10,
+                     "height": 20, "keyboard": true, "statusbar": 1, "type": 2}})");
   char text[5];
   EXPECT_EQ(application_table_.GetApplicationInfo(App(), 2, nullptr, 0), 5u);
   EXPECT_EQ(application_table_.GetApplicationInfo(App(), 2, text, sizeof text), 5u);
@@ -134,10 +136,22 @@ TEST_F(EmbedderTest, ShowsWhatIsDescribed) {
   EXPECT_EQ(application_table_.GetOSVersion(&version, sizeof version - 1), 0u);
   EXPECT_NE(application_table_.GetOSVersion(&version, sizeof version), 0u);
   EXPECT_EQ(version.numbers[3], 4u);
+  FlutterOstrelEmbedderVersion embedder_version{};
+  EXPECT_NE(application_table_.GetEmbedderVersion(&embedder_version, sizeof embedder_version), 0u);
+  EXPECT_EQ(embedder_version.numbers[2], 2u);
   EXPECT_TRUE(application_table_.HasPermission(App(), "Camera!", 6));
   EXPECT_FALSE(application_table_.HasPermission(App(), "Camera!", 7));
   EXPECT_FALSE(application_table_.HasPermission(App(), nullptr, 7));
   EXPECT_EQ(ActionsOf("HasPermission").front(), R"({"answer":true,"permission":"Camera"})");
+
+  EXPECT_EQ(view_.GetWindowVisibility(Win()), 3u);
+  EXPECT_EQ(view_.GetWindowOrientation(Win()), 90u);
+  EXPECT_EQ(view_.GetDeviceOrientation(Win()), 270u);
+  EXPECT_EQ(view_.GetWindowWidth(Win()), 10u);
+  EXPECT_EQ(view_.GetWindowHeight(Win()), 20u);
+  EXPECT_TRUE(view_.IsKeyboardVisible(Win()));
+  EXPECT_EQ(view_.GetStatusbarVisibility(Win()), 1u);
+  EXPECT_EQ(view_.GetWindowType(Win()), 2u);
 }
 
 // Each declared and asked size fills what both cover, and touches nothing else.

@@ -8,10 +8,9 @@
 #include <fstream>
 
 #include "forge/object.h"
-#include "tests/support/desk_fixture.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/plugin_fixture.h"
 #include "tests/support/scale.h"
-#include "wrapper/manager_wrapper.h"
 
 namespace {
 
@@ -32,37 +31,16 @@ struct Counter : forge::details::CounterClient {
   static void Set(uint32_t value) { counter_ = value; }
 };
 
-class LeaksTest : public test::DeskTest {
+class LeaksTest : public test::PluginTest {
  protected:
   void SetUp() override {
-    Load();
-    DeskTest::SetUp();
+    PluginTest::SetUp();
     descriptors_ = CountDescriptors();
     threads_ = CountThreads();
   }
-  void TearDown() override {
-    manager_.reset();
-    DeskTest::TearDown();
-  }
 
-  void Load() { manager_ = tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_LIBS); }
-
-  std::shared_ptr<flrpc::IClient> Connect(const char* task) {
-    auto client = manager_->CreateIpcClient(task);
-    bool is_known = false;
-    client->OnConnected([&is_known](const auto&) { is_known = true; });
-    client->Run();
-    EXPECT_TRUE(WaitUntil([&is_known] { return is_known; }));
-    return client;
-  }
-
-  int32_t AskForProcess(flrpc::IClient& client) {
-    int32_t process = 0;
-    client.SendRequest("pid", {}, [&process](const Message::Response& response) {
-      process = response.GetResult()->Get<int32_t>();
-    });
-    EXPECT_TRUE(WaitUntil([&process] { return process != 0; }));
-    return process;
+  static int32_t AskForProcess(const Client& client) {
+    return Request(client, "pid", {}).GetResult()->Get<int32_t>();
   }
 
   struct Usage {
@@ -99,25 +77,25 @@ class LeaksTest : public test::DeskTest {
   }
 
   test::LogCapture log_;
-  std::unique_ptr<tavo::ManagerWrapper> manager_;
   int descriptors_ = 0;  // When nothing runs, as the threads.
   int threads_ = 0;
 };
 
 TEST_F(LeaksTest, TasksThatAreStartedTalkedToAndStopped) {
   Repeat(100 / kEase * test::GetScale(), [this] {
-    const auto client = Connect("wrapper_task");
-    EXPECT_NE(0, AskForProcess(*client));
+    const auto client = Connect();
+    EXPECT_NE(0, AskForProcess(client));
   });
 }
 
 TEST_F(LeaksTest, TasksThatAreKilled) {
   Repeat(100 / kEase * test::GetScale(), [this] {
-    const auto client = Connect("wrapper_task");
-    const int32_t process = AskForProcess(*client);
+    const auto client = Connect();
+    const int32_t process = AskForProcess(client);
     kill(process, SIGKILL);
     EXPECT_TRUE(WaitUntil([process] { return test::IsGone(process); }));
     client->SendNotify("poke", 1);
+    EXPECT_TRUE(client->IsConnected());  // The desk tells nobody of it.
   });
 }
 
@@ -129,7 +107,7 @@ TEST_F(LeaksTest, TasksThatCannotBeStarted) {
     EXPECT_TRUE(Connect(++cycle % 2 == 0 ? "missing" : "broken")->HasConnectionFailed());
     if (cycle % 10 == 0) {  // What has failed stays until the manager's end.
       manager_.reset();
-      Load();
+      manager_ = Load();
     }
     EXPECT_EQ(1u, log_.TakeLines().size());
   });
@@ -141,7 +119,7 @@ TEST_F(LeaksTest, MessagesBothWaysWhileTheIdsWrap) {
   const int32_t requests = 10000 / kEase * test::GetScale();  // Of a client; ten clients.
   Counter::Set(0u - 5 * static_cast<uint32_t>(requests));
   Repeat(10, [this, requests] {
-    const auto client = Connect("wrapper_task");
+    const auto client = Connect();
     int32_t sent = 0;
     int32_t answered = 0;
     const auto is_answered = [&] {

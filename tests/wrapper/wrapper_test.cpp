@@ -95,9 +95,33 @@ std::string Describe(const std::optional<Message::Error>& error) {
   return error ? std::to_string(error->code) + " " + error->message : "no error";
 }
 
+// A table that lacks something, and what is told of it.
+template <typename Table>
+struct Lack {
+  const char* first_missing;
+  size_t size;
+  void (*remove)(Table&);
+};
+
 class WrapperTest : public test::TestBase {
  protected:
   WrapperTest() { service = &service_; }
+
+  // Nothing is made over a table that lacks something, without a table or without a handle.
+  template <typename Ref, typename Table, size_t kCount, typename Create>
+  void CheckLacks(const Table& whole, const Lack<Table> (&lacks)[kCount], const Create& create) {
+    for (const auto& lack : lacks) {
+      Table table = whole;
+      lack.remove(table);
+      table.size = static_cast<uint32_t>(lack.size);
+      EXPECT_EQ(nullptr, create(Bind(table), reinterpret_cast<Ref>(7)));
+      EXPECT_EQ(NotProvided(lack.first_missing), log_.TakeLine());
+    }
+    const Ref no_handle = nullptr;
+    EXPECT_EQ(nullptr, create(decltype(Bind(whole))(), no_handle));
+    EXPECT_EQ(nullptr, create(Bind(whole), no_handle));
+    EXPECT_EQ(Events(), service_.Take());
+  }
 
   test::LogCapture log_;
   Service service_;
@@ -147,11 +171,8 @@ class RpcClientTest : public WrapperTest {
 
 TEST_F(RpcClientTest, TableIsCheckedInItsOrder) {
   using Table = TAVORpcClientProcTable;
-  const struct {
-    const char* first_missing;
-    size_t size;
-    void (*remove)(Table&);
-  } rows[] = {
+  service_.Take();
+  const Lack<Table> lacks[] = {
       {"SendMessage", offsetof(Table, Release) - 1, [](Table&) {}},
       {"SendMessage", sizeof(Table), [](Table& t) { t.SendMessage = nullptr; }},
       {"StartTask", sizeof(Table), [](Table& t) { t.StartTask = nullptr; }},
@@ -163,17 +184,9 @@ TEST_F(RpcClientTest, TableIsCheckedInItsOrder) {
       {"Release", sizeof(Table), [](Table& t) { t.Release = nullptr; }},
       {"SendMessage", 0, [](Table& t) { t = {}; }},
   };
-  service_.Take();
-  for (const auto& row : rows) {
-    Table table = MakeClientTable();
-    row.remove(table);
-    table.size = static_cast<uint32_t>(row.size);
-    EXPECT_EQ(nullptr, Create(table));
-    EXPECT_EQ(NotProvided(row.first_missing), log_.TakeLine());
-  }
-  EXPECT_EQ(nullptr, tavo::RpcClient::Create(nullptr, "w", nullptr, nullptr));
-  EXPECT_EQ(nullptr, tavo::RpcClient::Create(nullptr, "w", Bind(MakeClientTable()), nullptr));
-  EXPECT_EQ(Events(), service_.Take());
+  CheckLacks<_TAVORpcClientRef*>(MakeClientTable(), lacks, [](auto api, auto* ref) {
+    return tavo::RpcClient::Create(nullptr, "w", std::move(api), ref);
+  });
 }
 
 TEST_F(RpcClientTest, StartsTheTaskWithItsLibrarysDirectory) {
@@ -262,20 +275,9 @@ TEST_F(RpcClientTest, ChunksAreGivenBackOnEveryPath) {
   Deliver("***", 6);
   EXPECT_EQ(Events{"unlock 6"}, service_.Take());
   EXPECT_FALSE(log_.TakeLines().empty());
-}
-
-TEST_F(RpcClientTest, ClientMayBeDroppedInItsOwnCallbacks) {
-  Connect();
   client_->OnNotify("drop", [this](const auto&) { client_.reset(); });
-  Deliver(Message::CreateNotification("drop", {}).ToBase64().c_str(), 2);
-  EXPECT_EQ((Events{"unlock 2", "release"}), service_.Take());
-
-  client_ = Create(MakeClientTable());
-  client_->OnConnected([this](const auto&) { client_.reset(); });
-  service_.Take();
-  client_->Run();
-  Start(-1, "failed", 3);
-  EXPECT_EQ((Events{"unlock 3", "release"}), service_.Take());
+  Deliver(Message::CreateNotification("drop", {}).ToBase64().c_str(), 7);
+  EXPECT_EQ((Events{"unlock 7", "release"}), service_.Take());
 }
 
 // ---- RpcServer ----
@@ -298,11 +300,7 @@ class RpcServerTest : public WrapperTest {
 
 TEST_F(RpcServerTest, TableIsCheckedInItsOrder) {
   using Table = TAVORpcServerProcTable;
-  const struct {
-    const char* first_missing;
-    size_t size;
-    void (*remove)(Table&);
-  } rows[] = {
+  const Lack<Table> lacks[] = {
       {"Run", offsetof(Table, UnlockResources) - 1, [](Table&) {}},
       {"Run", sizeof(Table), [](Table& t) { t.Run = nullptr; }},
       {"SendMessage", offsetof(Table, SendMessage), [](Table&) {}},
@@ -310,16 +308,9 @@ TEST_F(RpcServerTest, TableIsCheckedInItsOrder) {
       {"SendMessage", offsetof(Table, SendMessage), [](Table& t) { t.UnlockResources = nullptr; }},
       {"UnlockResources", sizeof(Table), [](Table& t) { t.UnlockResources = nullptr; }},
   };
-  for (const auto& row : rows) {
-    Table table = MakeServerTable();
-    row.remove(table);
-    table.size = static_cast<uint32_t>(row.size);
-    EXPECT_EQ(nullptr, Create(table));
-    EXPECT_EQ(NotProvided(row.first_missing), log_.TakeLine());
-  }
-  EXPECT_EQ(nullptr, tavo::RpcServer::Create(nullptr, nullptr, nullptr));
-  EXPECT_EQ(nullptr, tavo::RpcServer::Create(nullptr, Bind(MakeServerTable()), nullptr));
-  EXPECT_EQ(Events(), service_.Take());
+  CheckLacks<_TAVORpcServerRef*>(MakeServerTable(), lacks, [](auto api, auto* ref) {
+    return tavo::RpcServer::Create(nullptr, std::move(api), ref);
+  });
 }
 
 TEST_F(RpcServerTest, AnswersOnceItsChannelIsOpenWhateverTheCode) {
@@ -353,27 +344,17 @@ TEST_F(RpcServerTest, AnswersOnceItsChannelIsOpenWhateverTheCode) {
   EXPECT_NE(std::string::npos, log_.TakeLine().find("construction from null"));
   EXPECT_EQ((Events{"unlock 5", "unlock 6"}), service_.Take());
 
-  server.reset();
-  Start(0, 7);
-  Deliver("late", 8);
-  EXPECT_EQ(Events(), service_.Take());
-}
-
-// A reply that outlives its server is without effect, and holds no table.
-TEST_F(RpcServerTest, LateReplyIsDropped) {
-  auto server = Create(MakeServerTable());
   std::unique_ptr<flrpc::IReply> kept;
-  server->OnRequest("later", [&](const auto&, const auto&, std::unique_ptr<flrpc::IReply>&& reply) {
-    kept = std::move(reply);
-  });
-  server->Run();
-  Start(0, 0);
-  Deliver(Message::CreateRequest(Message::ID(1), "flrpc.connected", {}), 1);
-  Deliver(Message::CreateRequest(Message::ID(2), "later", {}), 1);
-  ASSERT_TRUE(kept);
+  server->OnRequest("keep",
+                    [&](const auto&, const auto&, auto&& reply) { kept = std::move(reply); });
+  Deliver(Message::CreateRequest(Message::ID(5), "keep", {}), 0);
+  service_.Take();
   service_.sent.clear();
   server.reset();
   kept->SendResult(1);
+  Start(0, 7);
+  Deliver("late", 8);
+  EXPECT_EQ(Events(), service_.Take());
   EXPECT_TRUE(service_.sent.empty());
 }
 
