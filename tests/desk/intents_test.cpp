@@ -1,16 +1,12 @@
 // Intents over the desk, offered and invoked within one process, and by peers that misbehave.
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <ctime>
-#include <functional>
 #include <memory>
 #include <thread>
 
-#include <QJsonDocument>
 #include <QLocalServer>
 #include <QLocalSocket>
 
@@ -167,14 +163,9 @@ class StrangeServerTest : public IntentsTest {
     IntentsTest::SetUp();
     Offer([](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
     ASSERT_EQ(1, Intents().size());
-    path_ = QFile::encodeName(directory_.filePath(QStringLiteral("tavo/intents/") + Intents()[0]));
-    ASSERT_EQ(0, unlink(path_.constData()));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    qstrncpy(address.sun_path, path_.constData(), sizeof address.sun_path);
-    listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    ASSERT_EQ(0, listen(listener_, 4));
+    const QString path = directory_.filePath(QStringLiteral("tavo/intents/") + Intents().at(0));
+    ASSERT_TRUE(QFile::remove(path));
+    listener_ = test::ListenAt(path);
   }
   void TearDown() override {
     close(listener_);
@@ -196,7 +187,6 @@ class StrangeServerTest : public IntentsTest {
     return answers;
   }
 
-  QByteArray path_;
   int listener_ = -1;
 };
 

@@ -1,11 +1,8 @@
 #include "platform/runtime_manager/task_messaging.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <thread>
 
 #include <QJsonArray>
@@ -41,12 +38,7 @@ class TaskMessagingTest : public test::DeskTest {
   void SetUp() override {
     DeskTest::SetUp();
     path_ = directory_.filePath(QStringLiteral("socket"));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    qstrncpy(address.sun_path, QFile::encodeName(path_).constData(), sizeof address.sun_path);
-    listener_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(0, bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    ASSERT_EQ(0, listen(listener_, 16));
+    listener_ = test::ListenAt(path_);
   }
   void TearDown() override {
     close(listener_);
@@ -331,11 +323,8 @@ TEST_F(TaskMessagingTest, ProcessOfAnotherUserIsNotServed) {
   const pid_t stranger = fork();
   if (stranger == 0) {
     if (setresuid(65534, 65534, 65534) != 0) _exit(2);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    qstrncpy(address.sun_path, QFile::encodeName(path_).constData(), sizeof address.sun_path);
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) _exit(3);
+    const int descriptor = test::OpenSocket(path_, connect);
+    if (HasFailure()) _exit(3);
     if (send(descriptor, "{\"n\":1}\n", 8, MSG_NOSIGNAL) != 8) _exit(0);
     char byte = 0;
     _exit(read(descriptor, &byte, 1) <= 0 ? 0 : 4);

@@ -2,9 +2,6 @@
 // the starter of one. Victims are processes of their own; the attacker is this one, with raw bytes.
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <fstream>
@@ -37,23 +34,13 @@ constexpr bool kIsNative = sizeof TAVO_TEST_EMULATOR == 1;
 constexpr std::chrono::seconds kAnswer{TAVO_TEST_DEADLINE_FACTOR};
 #endif
 
-sockaddr_un AddressOf(const QString& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path);
-  return address;
-}
-
 // The attacker's end: raw bytes out, messages in. It reads while it writes.
 class Wire {
  public:
   explicit Wire(int descriptor) : descriptor_(descriptor) {
     fcntl(descriptor, F_SETFL, O_NONBLOCK);
   }
-  explicit Wire(const QString& path) : Wire(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = AddressOf(path);
-    EXPECT_EQ(0, connect(descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-  }
+  explicit Wire(const QString& path) : Wire(test::OpenSocket(path, connect)) {}
   ~Wire() { close(descriptor_); }
   Wire(const Wire&) = delete;
   Wire& operator=(const Wire&) = delete;
@@ -124,10 +111,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
     WrapIn("sh -c 'echo $$ >" + output_ + ".pid; exec \"$@\" >>" + output_ + " 2>&1' sh");
     const QString path = directory_.filePath(QStringLiteral("handover"));
     qputenv("TAVO_TEST_HANDOVER", QFile::encodeName(path));
-    const sockaddr_un address = AddressOf(path);
-    handover_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(0, bind(handover_, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-    ASSERT_EQ(0, listen(handover_, 8));
+    handover_ = test::ListenAt(path);
     Begin();
   }
 

@@ -1,7 +1,10 @@
 // A desk of its own for each test: directories for applications and sockets, an event loop.
 #pragma once
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -21,6 +24,22 @@
 namespace test {
 
 inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
+
+// A local socket that `use` binds or connects to the path.
+inline int OpenSocket(const QString& path, int (*use)(int, const sockaddr*, socklen_t)) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path);
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(0, use(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  return descriptor;
+}
+
+inline int ListenAt(const QString& path) {
+  const int descriptor = OpenSocket(path, bind);
+  EXPECT_EQ(0, listen(descriptor, 16));
+  return descriptor;
+}
 
 class DeskTest : public TestBase {
  protected:
