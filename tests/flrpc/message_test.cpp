@@ -207,29 +207,6 @@ TEST_F(MessageTest, HostileTextsGiveTheEmptyMessage) {
     EXPECT_TRUE(Message::FromBase64(forge::Buffer(bytes).ToBase64()).IsEmpty());
     EXPECT_NE(std::string::npos, log_.TakeLine().find("RPC message refused: "));
   }
-  std::mt19937 random(6);
-  test::ErrorCapture errors;
-  const auto good =
-      test::BytesOf(Message::CreateRequest(Message::ID(1), "m", EncodableMap{{"k", 1.5}})
-                        .ToEncodable()
-                        .Serialize());
-  for (int i = 0; i < 5000; ++i) {
-    test::Bytes bytes = good;
-    for (int changes = 1 + i % 3; changes > 0; --changes) {
-      bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
-    }
-    const auto message = Message::FromBase64(forge::Buffer(bytes).ToBase64());
-    if (message.IsEmpty()) continue;
-    // Whatever came out is a message like any other: written and read again it stays what it is.
-    const std::string text = message.ToBase64();
-    const std::string said = errors.TakeText();
-    const std::string again = Message::FromBase64(text).ToBase64();
-    if (errors.TakeText().empty()) {  // An empty typed list may be read otherwise.
-      EXPECT_EQ(text, again);
-    }
-  }
-  errors.TakeText();
-  log_.TakeText();
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Client and server, joined by a transport under the test's control.
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,7 +7,6 @@
 #include "flrpc/request_ids.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"
-#include "tests/support/scale.h"
 
 namespace {
 
@@ -257,32 +255,6 @@ TEST_F(RpcTest, SecondClientThatConnectsIsAnUnknownMethod) {
   }
 }
 
-TEST_F(RpcTest, ClientMayBeDroppedInAnyOfItsCallbacks) {
-  link_.Connect();
-  link_.client->SendRequest("double", 1,
-                            [this](const Message::Response&) { link_.client.reset(); });
-  link_.DeliverToServer();
-  link_.DeliverToClient();
-  EXPECT_EQ(nullptr, link_.client);
-
-  test::RpcLink failing;
-  failing.client->OnConnected([&failing](const OptionalError&) { failing.client.reset(); });
-  failing.client->Run();
-  failing.client->NotifyStarted(Message::Error(1, "m"));
-  EXPECT_EQ(nullptr, failing.client);
-
-  test::RpcLink ending;
-  ending.server->OnRequest("end", [&ending](const std::string&, const EncodableValue&,
-                                            std::unique_ptr<flrpc::IReply>&& reply) {
-    ending.server.reset();
-    reply->SendResult({});
-  });
-  ending.Connect();
-  ending.client->SendRequest("end", {}, nullptr);
-  ending.DeliverToServer();
-  EXPECT_EQ(nullptr, ending.server);
-}
-
 TEST_F(RpcTest, TransportThatThrowsDoesNotEndTheHandshakeForGood) {
   bool fails = true;
   std::vector<Message> sent;
@@ -333,32 +305,6 @@ TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
     link_.client->SendRequest("nor this one", {}, nullptr);
   }
   link_.client.reset();
-  EXPECT_LE(flrpc::details::RequestIds::Get().CountOpen(), before);
-}
-
-TEST_F(RpcTest, AnsweredRequestsLeaveNothingBehind) {
-  std::vector<Message::ID> sent;
-  const auto client = flrpc::IOwnedClient::Create(
-      [&sent](Message&& message) { sent.push_back(message.GetRequest()->id); });
-  const auto answer_all = [&] {
-    std::reverse(sent.begin(), sent.end());
-    for (const Message::ID& id : std::exchange(sent, {})) {
-      client->ReceiveMessage(Message::CreateResponse(id, {}));
-    }
-  };
-  client->Run();
-  client->NotifyStarted({});
-  answer_all();
-  const size_t before = flrpc::details::RequestIds::Get().CountOpen();
-  int answered = 0;
-  const int requests = 100000 * test::GetScale();
-  const size_t memory = mallinfo2().uordblks;
-  for (int i = 0; i < requests; ++i) {
-    client->SendRequest("m", {}, [&answered](const Message::Response&) { ++answered; });
-    if (i % 100 == 99) answer_all();
-  }
-  EXPECT_EQ(requests, answered);
-  EXPECT_LT(mallinfo2().uordblks, memory + (1 << 20));
   EXPECT_LE(flrpc::details::RequestIds::Get().CountOpen(), before);
 }
 

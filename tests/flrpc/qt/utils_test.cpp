@@ -177,20 +177,4 @@ TEST_F(UtilsTest, NestingIsLimitedBothWays) {
   EXPECT_EQ(error, log_.TakeLine());
 }
 
-TEST_F(UtilsTest, RandomValuesComeThroughAsTheirJsonSays) {
-  std::mt19937 random(3);
-  for (int i = 0; i < 500; ++i) {
-    const EncodableMap map{{"key", test::RandomValue(random, 3)}};
-    QJsonObject first, second;
-    EncodableMap back;
-    if (!flrpc::qt::EncodableMapToJsonObject(map, first)) {
-      log_.TakeLine();  // A key that is no text.
-      continue;
-    }
-    EXPECT_TRUE(flrpc::qt::JsonObjectToEncodableMap(first, back));
-    EXPECT_TRUE(flrpc::qt::EncodableMapToJsonObject(back, second));
-    EXPECT_EQ(first, second);
-  }
-}
-
 }  // namespace
