@@ -10,6 +10,7 @@ namespace cw {
 namespace {
 
 constexpr char kTooDeep[] = "its lists and maps are nested too deeply";
+constexpr char kTooMany[] = "it holds too many values";
 constexpr char kTooMuchMissing[] = "it declares more than it holds";
 
 // Goes through the bytes as the decoder does: a read beyond the end does not advance.
@@ -25,6 +26,7 @@ class Scan {
       } else if (location_ >= size_) {
         return CheckMissingElements();
       } else {
+        if (++values_ > kMostValues) return kTooMany;
         --left_[depth_ - 1];
         if (const char* cause = ScanValue()) return cause;
       }
@@ -112,6 +114,7 @@ class Scan {
   const uint8_t* const data_;
   const uint64_t size_;
   uint64_t location_ = 0;
+  uint64_t values_ = 0;
   uint64_t missing_bytes_ = 0;
   int depth_ = 0;                       // The message itself is the first level, not a container.
   uint64_t left_[kDeepestNesting + 1];  // Values still to come at each level.

@@ -14,6 +14,7 @@
 namespace cw {
 
 constexpr int kDeepestNesting = 1024;                       // Of lists and maps.
+constexpr uint64_t kMostValues = 524288;                    // A byte each, but 60 to 80 decoded.
 constexpr uint64_t kMostMissingElements = 131072;           // Declared, but not there;
 constexpr uint64_t kMostMissingBytes = uint64_t{64} << 20;  // of texts and typed lists likewise.
 

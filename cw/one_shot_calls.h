@@ -7,10 +7,9 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <mutex>
-#include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "forge/object.h"
 
@@ -50,15 +49,13 @@ class OneShotCalls {
     return function;
   }
 
+  // Needs no memory: owners withdraw in their destructors.
   void Withdraw(const void* owner) {
-    std::vector<Function> withdrawn;  // Die after the lock.
+    std::map<uintptr_t, Call> withdrawn;  // Die after the lock.
     const std::lock_guard lock(mutex_);
     for (auto call = calls_.begin(); call != calls_.end();) {
       const auto next = std::next(call);
-      if (call->second.owner == owner) {
-        withdrawn.push_back(std::move(call->second.function));
-        calls_.erase(call);
-      }
+      if (call->second.owner == owner) withdrawn.insert(calls_.extract(call));
       call = next;
     }
   }
@@ -70,7 +67,7 @@ class OneShotCalls {
   };
 
   std::mutex mutex_;
-  std::unordered_map<uintptr_t, Call> calls_;  // Guarded by mutex_.
+  std::map<uintptr_t, Call> calls_;  // Guarded by mutex_.
 };
 
 }  // namespace cw::details

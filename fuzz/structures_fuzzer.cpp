@@ -352,16 +352,17 @@ void CheckTheme(const cw::ViewWrapper::Theme& theme, bool works) {
 }
 
 #define HANDLE(entry) OLD(entry, subject.entry(&handle));
-#define HANDLES(X)                                                                    \
-  X(GetEGLConfig)                                                                     \
-  X(GetEGLDisplay) X(GetNativeDisplay) X(GetEGLGetProcAddress) X(GetEGLContextHandle) \
+#define HANDLES(X)                                                   \
+  X(GetEGLConfig)                                                    \
+  X(GetEGLDisplay)                                                   \
+  X(GetNativeDisplay) X(GetEGLGetProcAddress) X(GetEGLContextHandle) \
       X(GetEGLOffscreenContextHandle)
-#define QUERIES(X)                                                                      \
-  X(GetDevicePixelRatio)                                                                \
-  X(GetWindowVisibility) X(MaximizeWindow) X(MinimizeWindow) X(GetWindowOrientation)    \
-      X(GetWindowWidth) X(GetWindowHeight) X(GetDeviceOrientation) X(IsKeyboardVisible) \
-          X(GetStatusbarVisibility) X(IsStatusbarVisible) X(Fullscreen) X(Activate)     \
-              X(IsBackgroundVisible) X(GetWindowType)
+#define QUERIES(X)                                                                                 \
+  X(GetDevicePixelRatio)                                                                           \
+  X(GetWindowVisibility)                                                                           \
+  X(MaximizeWindow) X(MinimizeWindow) X(GetWindowOrientation) X(GetWindowWidth) X(GetWindowHeight) \
+      X(GetDeviceOrientation) X(IsKeyboardVisible) X(GetStatusbarVisibility) X(IsStatusbarVisible) \
+          X(Fullscreen) X(Activate) X(IsBackgroundVisible) X(GetWindowType)
 #define SUBSCRIPTION(KIND, name)                                         \
   KIND(name##ChangedSubscribe, subject.name##ChangedSubscribe(nullptr)); \
   KIND(name##ChangedUnsubscribe, subject.name##ChangedUnsubscribe(1))

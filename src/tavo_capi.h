@@ -23,7 +23,9 @@
  *                      nothing else that changes the manager may run beside it.
  * Callbacks are called on the event loop, or, where an entry says so, within that entry, on its
  * thread. Any entry may be called from within a callback. A client that another thread releases
- * just as it starts may be told of the disconnect before the start.
+ * just as it starts may be told of the disconnect before the start. An entry that runs on another
+ * thread meanwhile keeps what is released until it returns: then the last callbacks come there.
+ * User data is needed until its Release slot was called.
  *
  * Ownership. Arguments are borrowed until the entry returns. Texts handed to callbacks are NUL-
  * terminated UTF-8, borrowed until their chunk id is given back through UnlockResources, or, with

@@ -1,17 +1,17 @@
 #include "desk/runtime_manager/json_line.h"
 
+#include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
+#include <deque>
 #include <string>
-#include <unordered_set>
+#include <string_view>
 #include <vector>
 
+#include <QJsonArray>
 #include <QJsonDocument>
 
 namespace desk {
 namespace {
-
-using Json = nlohmann::json;
 
 // Where the closing quote stands, or the end if there is none.
 const char* FindEndOfText(const char* at, const char* end) {
@@ -27,82 +27,82 @@ const char* FindEndOfText(const char* at, const char* end) {
   return end;
 }
 
-struct Counts {
-  int values = 0;  // But for the first of the line.
-  int containers = 0;
-};
-
-// Counts values no further than to the limit. What begins one stands behind one of the characters
-// that count, outside of any text.
-Counts CountValues(const QByteArray& line) {
-  Counts counts;
-  const char* const end = line.constData() + line.size();
-  for (const char* at = line.constData(); at < end && counts.values <= kMostValues; ++at) {
-    if (*at == '"') {
-      at = FindEndOfText(at + 1, end);
-      if (at == end) break;
-    } else if (*at == ',') {
-      ++counts.values;
-    } else if (*at == '[' || *at == '{') {
-      ++counts.values;
-      ++counts.containers;
-    }
-  }
-  return counts;
-}
-
-// Stops at the first fault.
-class KeyCheck final : public Json::json_sax_t {
+// The keys of the objects that are open, as they stand in the line but without escapes.
+class OpenKeys {
  public:
-  const std::string& fault() const { return fault_; }
+  void Open() { begins_.push_back(keys_.size()); }
 
-  bool null() override { return true; }
-  bool boolean(bool) override { return true; }
-  bool number_integer(number_integer_t) override { return true; }
-  bool number_unsigned(number_unsigned_t) override { return true; }
-  bool number_float(number_float_t, const string_t&) override { return true; }
-  bool string(string_t&) override { return true; }
-  bool binary(binary_t&) override { return true; }
-  bool start_array(size_t) override { return true; }
-  bool end_array() override { return true; }
+  void Add(std::string_view key) {
+    if (key.find('\\') == std::string_view::npos) return keys_.push_back(key);
+    const QByteArray list = '[' + QByteArray('"' + QByteArray(key.data(), int(key.size()))) + "\"]";
+    const QString text = QJsonDocument::fromJson(list).array().at(0).toString();
+    keys_.push_back(unescaped_.emplace_back(text.toStdString()));
+  }
 
-  bool start_object(size_t) override {
-    keys_.emplace_back();
-    return true;
-  }
-  bool end_object() override {
-    keys_.pop_back();
-    return true;
-  }
-  bool key(string_t& key) override {
-    if (keys_.back().insert(key).second) return true;
-    fault_ = "a key comes again";
-    return false;
-  }
-  bool parse_error(size_t, const std::string&, const nlohmann::detail::exception& error) override {
-    fault_ = error.what();
-    return false;
+  size_t Count() const { return keys_.size(); }
+
+  // Of the innermost object. False when a key came twice.
+  bool Close() {
+    if (begins_.empty()) return true;  // No JSON, as the parser will find.
+    const auto begin = keys_.begin() + static_cast<std::ptrdiff_t>(begins_.back());
+    begins_.pop_back();
+    std::sort(begin, keys_.end());
+    const bool is_unique = std::adjacent_find(begin, keys_.end()) == keys_.end();
+    keys_.erase(begin, keys_.end());
+    return is_unique;
   }
 
  private:
-  std::vector<std::unordered_set<std::string>> keys_;  // Of the objects that are open.
-  std::string fault_;
+  std::vector<std::string_view> keys_;
+  std::vector<size_t> begins_;  // Where those of each list (none) and object begin.
+  std::deque<std::string> unescaped_;
 };
+
+// Why the parser must not see the line; empty when it may. What is no JSON is left to the parser,
+// which takes it in the same order.
+QString FindFault(const QByteArray& line) {
+  OpenKeys keys;
+  size_t values = 0;  // But for the first of the line.
+  std::string_view text;
+  const char* const end = line.constData() + line.size();
+  for (const char* at = line.constData(); at < end; ++at) {
+    switch (*at) {
+      case '"': {
+        const char* const begin = at + 1;
+        at = FindEndOfText(begin, end);
+        if (at == end) return {};
+        text = {begin, static_cast<size_t>(at - begin)};
+        break;
+      }
+      case '[':
+      case '{':
+        keys.Open();
+        [[fallthrough]];
+      case ',':
+        if (++values > kMostValues) {
+          return QStringLiteral("a line of more than %1 values").arg(kMostValues);
+        }
+        break;
+      case ':':
+        if (keys.Count() == values) return {};  // No JSON.
+        keys.Add(text);
+        break;
+      case ']':
+      case '}':
+        if (!keys.Close()) return QStringLiteral("a line where a key comes again");
+        break;
+      default:
+        break;
+    }
+  }
+  return {};
+}
 
 }  // namespace
 
 std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
-  const Counts counts = CountValues(line);
-  if (counts.values > kMostValues) {
-    *fault = QStringLiteral("a line of more than %1 values").arg(kMostValues);
-    return {};
-  }
-  // Most lines are one object of texts and numbers: they need no second parser.
-  KeyCheck check;
-  if (counts.containers > 1 && !Json::sax_parse(line.begin(), line.end(), &check)) {
-    *fault = QStringLiteral("a line is refused: ") + QString::fromStdString(check.fault());
-    return {};
-  }
+  *fault = FindFault(line);
+  if (!fault->isEmpty()) return {};
   QJsonParseError error{};
   const QJsonDocument document = QJsonDocument::fromJson(line, &error);
   if (document.isObject()) return document.object();

@@ -1,8 +1,8 @@
 // What stands on a line that a peer sent: a JSON object.
 //
 // Errors: an empty optional, with the cause in `fault`. A line of more than kMostValues values is
-// refused, since as an object each takes many times its bytes. So is one with values inside of
-// values where a key comes again: Qt's parser loses the memory of the first.
+// refused, since as an object each takes many times its bytes. So is one with an object where a key
+// comes again: Qt's parser loses the memory of the first value.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,6 @@ namespace desk {
 
 constexpr int kMostValues = 1 << 17;
 
-// Takes time that grows with the line's bytes, and no stack for values inside of values.
 std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault);
 
 }  // namespace desk

@@ -51,9 +51,7 @@ MessagePeer::~MessagePeer() {
   delete readable_;  // Before the descriptor that they watch is closed.
   delete writable_;
   if (descriptor_ >= 0) ::close(descriptor_);
-  if (unsent_bytes_ > 0) {
-    Complain(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
-  }
+  DropQueue();
 }
 
 void MessagePeer::Connect(const QString& socket_path) {
@@ -121,10 +119,18 @@ void MessagePeer::WriteQueue() {
   if (!queue_.empty() && !waits) {  // What the other end sent before it went is still to be read.
     write_failed_ = true;
     shutdown(descriptor_, SHUT_WR);  // It may be there still, and must not wait for more.
-    queue_.clear();
-    unsent_bytes_ = 0;
+    DropQueue();
   }
   writable_->setEnabled(waits);
+}
+
+// What was accepted is never lost in silence.
+void MessagePeer::DropQueue() {
+  if (unsent_bytes_ > 0) {
+    Complain(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
+  }
+  queue_.clear();
+  unsent_bytes_ = 0;
 }
 
 void MessagePeer::Drop(const QString& reason) {
@@ -211,8 +217,7 @@ void MessagePeer::Deliver(const QByteArray& line) {
 void MessagePeer::Close() {
   closed_ = true;
   ready_ = false;
-  unsent_bytes_ = 0;
-  queue_.clear();
+  DropQueue();
   for (QSocketNotifier* notifier : {readable_, writable_}) {
     if (notifier) notifier->setEnabled(false);
   }

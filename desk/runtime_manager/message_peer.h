@@ -55,6 +55,7 @@ class MessagePeer : public QObject {
   void TryConnect(const QByteArray& path);
   void OnConnected();
   void WriteQueue();
+  void DropQueue();
   void OnReadable();
   bool ReadSome();
   void DeliverLines();

@@ -29,7 +29,10 @@ QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
 
 QByteArray GetRuntimeDirectory() {
   const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
-  return path.startsWith('/') && QDir(QFile::decodeName(path)).exists() ? path : QByteArray();
+  struct stat status {};
+  const bool is_own = path.startsWith('/') && stat(path.constData(), &status) == 0 &&
+                      S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+  return is_own ? path : QByteArray();
 }
 
 bool IsPrivateDirectory(const QByteArray& path) {

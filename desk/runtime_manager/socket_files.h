@@ -11,7 +11,8 @@ namespace desk {
 // The text of errno.
 QString ErrnoText();
 
-// $XDG_RUNTIME_DIR; empty when there is no such directory.
+// $XDG_RUNTIME_DIR; empty when there is no such directory of this user: another could exchange what
+// lies in it.
 QByteArray GetRuntimeDirectory();
 
 // Is it this user's directory, with mode 0700?

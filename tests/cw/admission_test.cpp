@@ -33,6 +33,15 @@ TEST(AdmissionTest, NestingIsLimitedNotDeclared) {
   }
 }
 
+TEST(AdmissionTest, ValuesAreLimited) {
+  Bytes list = FromHex("0c ff ff ff 07 00");  // 524,287 elements: with the list as many as may be.
+  list.resize(list.size() + 524287);
+  EXPECT_TRUE(IsAdmitted(list));
+  list[2] = list[3] = 0, list[4] = 8;  // One more.
+  list.push_back(0);
+  EXPECT_FALSE(IsAdmitted(list));
+}
+
 TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
   const std::pair<const char*, bool> rows[] = {
       {"", true},

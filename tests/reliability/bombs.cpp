@@ -83,6 +83,18 @@ std::string TruncatedEverything() {
   return lines;
 }
 
+// As many entries as may be, next to the envelope's own values; no two keys are equal.
+std::string LargestMap() {
+  const uint64_t entries = (cw::kMostValues - 7) / 2;
+  std::string map = Declare("0d", entries);
+  for (uint64_t key = 0; key < entries; ++key) {
+    map += Hex("03");
+    for (int shift = 0; shift < 32; shift += 8) map += static_cast<char>(key >> shift);
+    map += Hex("00");
+  }
+  return map;
+}
+
 std::string EveryTag() {
   std::string lines;
   for (int tag = 0; tag < 256; ++tag) {
@@ -146,6 +158,10 @@ const std::vector<Bomb>& GetBombs() {
       {"a million JSON numbers", [] { return "{\"data\":[" + Times("1,", 4 * kMiB) + "1]}\n"; }},
       {"keys that come again",
        [] { return Times("{\"data\":[\"" + std::string(1000, 'x') + "\"],\"data\":1}\n", 20000); }},
+      {"blanks, and then no JSON",
+       [] { return "{\"a\":[]," + std::string(8 * kMiB, '\t') + "x}\n"; }},
+      {"a key of 4 MiB, with escapes",
+       [] { return "{\"" + Times("\\u0001", 4 * kMiB / 6) + "\":[{}]}\n"; }},
       {"a JSON number of 1 MiB", [] { return "{\"data\":" + std::string(kMiB, '9') + "}\n"; }},
       {"a text that does not end", [] { return "{\"data\":\"" + Times("\\\"", kMiB) + '\n'; }},
       {"lone surrogates",
@@ -165,6 +181,13 @@ const std::vector<Bomb>& GetBombs() {
        [] { return Call(Hex("0d c8") + Times(Times(Hex("0c 01"), 1000) + Hex("00 00"), 200)); }},
       {"maps as keys of maps",
        [] { return Call(Times(Hex("0d 02"), 1000) + Times(Hex("00 00"), 1000)); }},
+      {"a list as long as may be",
+       [] {
+         return Ignored(Declare("0c", cw::kMostValues - 7) + Times(Hex("00"), cw::kMostValues - 7));
+       }},
+      {"a map as large as may be", [] { return Ignored(LargestMap()); }},
+      {"millions of nulls",
+       [] { return Call(Declare("0c", 4 * kMiB) + Times(Hex("00"), 4 * kMiB)); }},
       {"2^26 - 1 elements", [] { return Call(Declare("0c", (1u << 26) - 1)); }},
       {"2^26 elements", [] { return Call(Declare("0c", 1u << 26)); }},
       {"2^32 - 1 of everything",
