@@ -94,15 +94,21 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
     auto handlers = MessageHandlers::FromRef(static_cast<details::MessageHandlersRef*>(user_data));
     if (!handlers) return;
     const auto handler = channel ? handlers->Find(channel) : nullptr;
-    if (!handler) {  // It was on its way when the handler was removed.
+    BinaryReply reply;
+    if (handler) {
+      forge::Fence("message handler", [&] {
+        reply = [answer = std::make_shared<Response>(handlers, engine, send_response, response)](
+                    const uint8_t* answer_data, size_t answer_size) {
+          answer->Send(answer_data, answer_size);
+        };
+      });
+    }
+    if (!reply) {  // The handler was removed meanwhile, or there is no memory to let it answer.
       if (send_response) send_response(engine, response, nullptr, 0);
       return;
     }
-    const auto answer = std::make_shared<Response>(handlers, engine, send_response, response);
     handlers.reset();  // The handler may end the messenger, and these with it.
-    (*handler)(data, SizeOf(data, size), [answer](const uint8_t* answer_data, size_t answer_size) {
-      answer->Send(answer_data, answer_size);
-    });
+    (*handler)(data, SizeOf(data, size), std::move(reply));
   });
 }
 

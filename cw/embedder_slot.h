@@ -56,7 +56,10 @@ inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResul
   std::function<void(const uint8_t*, std::size_t, const char*)> decode =
       [pending](const uint8_t* data, std::size_t size, const char* text) {
         const WindowResult result = std::exchange(*pending, nullptr);
-        if (result) result(DecodeForeign("window result", data, size), text ? text : "");
+        if (!result) return;
+        std::string owned;  // The caller is told in any case, if need be with less.
+        forge::Fence("window result", [&] { owned = text ? text : ""; });
+        result(DecodeForeign("window result", data, size), std::move(owned));
       };
   return CreateFencedSlot<FlutterOstrelResultSlot>("window result", std::move(decode));
 }

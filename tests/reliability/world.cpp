@@ -36,10 +36,10 @@ struct World::Slots {
     Of(world).Call(kCallback);
   }
   static void OnIntent(void* world, TAVOReplyIntentSlot* reply) {
-    constexpr uint8_t kEmptyMap[] = {13, 0};
+    constexpr uint8_t kMap[] = {13, 1, 7, 1, 'a', 7, 1, 'b'};
     const TAVOReplyIntentSlot kept = *reply;
     Of(world).Call(kIntent);
-    kept.reply(kept.context, kEmptyMap, sizeof kEmptyMap);
+    kept.reply(kept.context, kMap, sizeof kMap);
     kept.release(kept.context);
   }
 };
@@ -157,7 +157,10 @@ void World::InvokeIntent() {
   const auto found = platform.intents.find(QString::fromLatin1(kLongText));
   if (found == platform.intents.end()) return;
   const auto handler = found->second;  // It may be replaced while it runs.
-  handler({}, [this](const QJsonObject&) { Call(kIntentAnswer); });
+  handler({}, [this](const QJsonObject& answer) {
+    intent_answer = answer;
+    Call(kIntentAnswer);
+  });
 }
 
 void World::Serve() {

@@ -68,6 +68,9 @@ class World {
   bool OpenRawUri();
   bool RegisterIntent();
   void InvokeIntent();
+  bool HasWholeAnswer() const {
+    return intent_answer == QJsonObject{{QStringLiteral("a"), QStringLiteral("b")}};
+  }
 
   // The wrapper's side: a server, and a client that connects to it.
   bool CreateManager();
@@ -105,7 +108,8 @@ class World {
   std::shared_ptr<FakeMessaging> raw_channel;
   std::shared_ptr<FakeMessaging> server_channel;
   std::shared_ptr<FakeMessaging> client_channel;
-  unsigned int chunk = 0;  // The one that the running callback was lent.
+  QJsonObject intent_answer;  // The last one.
+  unsigned int chunk = 0;     // The one that the running callback was lent.
 
   std::unique_ptr<tavo::ManagerWrapper> manager;
   std::unique_ptr<tavo::IntentManager> intents;
