@@ -98,6 +98,7 @@ extern "C" {
 [[gnu::visibility("default")]] void TAVOFaultSetPlan(const char* text) {
   plan = {};
   faults = 0;
+  sent = 0;
   if (!text) return;
   char* rest = nullptr;
   plan.error = static_cast<int>(std::strtol(text, &rest, 10));

@@ -1,11 +1,13 @@
 // The desk while system calls fail by a seeded schedule, in its processes at both ends.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <random>
+#include <utility>
 
 #include <QJsonDocument>
 #include <QPointer>
@@ -159,26 +161,73 @@ constexpr Row kMessageFaults[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Faults, MessageFaultsTest, testing::ValuesIn(kMessageFaults), GetName);
 
-// Wherever in its messages the peer dies: what it had sent whole arrives, and nothing else.
-TEST_F(FaultsTest, PeerMayBeKilledAtAnyByte) {
-  for (int round = 0; round < 10 * test::GetScale(); ++round) {
-    std::vector<QJsonObject> sent;
+// A peer that is killed within its messages: what it had sent whole arrives, and nothing else.
+struct Death {
+  Fault fault;
+  std::vector<QJsonObject> sent;
+  std::vector<QJsonObject> whole;
+};
+
+class DeathFaultsTest : public FaultsTest {
+ protected:
+  Death NextDeath() {
+    Death death{{Fault::kKill, "send", 1, seed_}, {}, {}};
     long total = 0;
-    while (sent.size() < 20) total += LineOf(sent.emplace_back(NextMessage(0))).size();
-    const Fault fault{Fault::kKill, "send", 1, seed_, static_cast<long>(random_()) % total};
-    SCOPED_TRACE("killed after " + std::to_string(fault.after) + " bytes");
-    ASSERT_EQ("", Start(&fault));
-    Connection connection(task_->socketPath());
-    ASSERT_TRUE(WaitUntil([&] { return connection.peer->IsConnected(); }));
-    for (const QJsonObject& message : sent) connection.peer->Send(LineOf(message));
-    ASSERT_TRUE(WaitUntil([&] { return connection.closed; }));
-    std::vector<QJsonObject> whole;
-    for (long bytes = 0; (bytes += LineOf(sent[whole.size()]).size()) <= fault.after;) {
-      whole.push_back(sent[whole.size()]);
+    while (death.sent.size() < 20) total += LineOf(death.sent.emplace_back(NextMessage(0))).size();
+    death.fault.after = static_cast<long>(random_()) % total;
+    for (long bytes = 0;;) {
+      const QJsonObject& next = death.sent[death.whole.size()];
+      if ((bytes += LineOf(next).size()) > death.fault.after) return death;
+      death.whole.push_back(next);
     }
-    EXPECT_EQ(whole, connection.echoes);
+  }
+
+  static void SendAll(const Connection& connection, const Death& death) {
+    ASSERT_TRUE(WaitUntil([&] { return connection.peer->IsConnected(); }));
+    for (const QJsonObject& message : death.sent) connection.peer->Send(LineOf(message));
+  }
+};
+
+TEST_F(DeathFaultsTest, TaskMayBeKilledAtAnyByte) {
+  for (int round = 0; round < 10 * test::GetScale(); ++round) {
+    const Death death = NextDeath();
+    SCOPED_TRACE("killed after " + std::to_string(death.fault.after) + " bytes");
+    ASSERT_EQ("", Start(&death.fault));
+    Connection connection(task_->socketPath());
+    SendAll(connection, death);
+    ASSERT_TRUE(WaitUntil([&] { return connection.closed; }));
+    EXPECT_EQ(death.whole, connection.echoes);
     Stop();
   }
+}
+
+// The task serves others on, who hear all that it echoes.
+TEST_F(DeathFaultsTest, StarterMayBeKilledAtAnyByte) {
+  ASSERT_EQ("", Start());
+  Connection witness(task_->socketPath());
+  ASSERT_TRUE(WaitUntil([&] { return witness.peer->IsConnected(); }));
+  for (int round = 0; round < 10 * test::GetScale(); ++round) {
+    Death death = NextDeath();
+    SCOPED_TRACE("killed after " + std::to_string(death.fault.after) + " bytes");
+    const pid_t starter = fork();
+    if (starter == 0) {
+      delete witness.peer;  // What comes there is not for the child.
+      Fail(death.fault);
+      const Connection connection(task_->socketPath());
+      SendAll(connection, death);
+      WaitUntil([] { return false; });
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(starter, waitpid(starter, &status, 0));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    const auto come = [&] { return witness.echoes.size() >= death.whole.size(); };
+    ASSERT_TRUE(WaitUntil(come)) << witness.echoes.size() << " of " << death.whole.size();
+    witness.peer->Send(LineOf(death.whole.emplace_back(NextMessage(1))));
+    ASSERT_TRUE(WaitUntil(come));
+    EXPECT_EQ(death.whole, std::exchange(witness.echoes, {}));
+  }
+  Stop();
 }
 
 // ---- Starts -------------------------------------------------------------------------------------
