@@ -31,7 +31,8 @@ class MessageHandlers;
 using BinaryReply = std::function<void(const uint8_t* data, size_t size)>;
 
 // `reply` answers the message, once, now or later; a second answer is refused with a line on
-// standard error. Nobody answers for a handler that does not: the other side waits.
+// standard error. Nobody answers for a handler that does not: the other side waits. Without memory
+// to call the handler at all the answer is empty.
 using BinaryMessageHandler =
     std::function<void(const uint8_t* data, size_t size, BinaryReply reply)>;
 
