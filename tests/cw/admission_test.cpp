@@ -2,16 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <type_traits>
-
-#include "tests/support/log_capture.h"
 #include "tests/support/values.h"
 
 namespace {
 
-using cw::EncodableList;
-using cw::EncodableValue;
 using test::Bytes;
 using test::FromHex;
 
@@ -74,52 +68,6 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
   for (const auto& [bytes, admitted] : rows)
     EXPECT_EQ(admitted, IsAdmitted(FromHex(bytes))) << bytes;
   EXPECT_EQ(nullptr, cw::FindInadmissible(nullptr, 5));
-}
-
-struct Weight {
-  uint64_t values = 0;
-  uint64_t bytes = 0;  // Of texts and typed lists.
-  int depth = 0;
-
-  void Add(const EncodableValue& value, int level = 0) {
-    ++values;
-    depth = std::max(depth, level);
-    value.Visit([this, level](const auto& held) {
-      using T = std::decay_t<decltype(held)>;
-      if constexpr (std::is_same_v<T, EncodableList>) {
-        for (const auto& element : held) Add(element, level + 1);
-      } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
-        for (const auto& [key, mapped] : held) {
-          Add(key, level + 1);
-          Add(mapped, level + 1);
-        }
-      } else if constexpr (!std::is_arithmetic_v<T> && !std::is_same_v<T, std::monostate> &&
-                           !std::is_same_v<T, cw::CustomEncodableValue>) {
-        bytes += held.size() * sizeof(typename T::value_type);
-      }
-    });
-  }
-};
-
-// Whatever it admits decodes within bounds; whatever was encoded is admitted.
-TEST(AdmissionTest, GoesThroughTheBytesAsTheDecoderDoes) {
-  test::ErrorCapture errors;
-  std::mt19937 random(5);
-  for (int i = 0; i < 3000; ++i) {
-    Bytes bytes =
-        test::BytesOf(EncodableValue(EncodableList{test::RandomValue(random, 4)}).Serialize());
-    EXPECT_TRUE(IsAdmitted(bytes));
-    for (int changes = i % 4; changes > 0; --changes) {
-      bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
-    }
-    if (!IsAdmitted(bytes)) continue;
-    Weight weight;
-    weight.Add(EncodableValue::Deserialize(bytes.data(), bytes.size()));
-    EXPECT_LE(weight.values, bytes.size() + cw::kMostMissingElements);
-    EXPECT_LE(weight.bytes, bytes.size() + cw::kMostMissingBytes);
-    EXPECT_LE(weight.depth, cw::kDeepestNesting);
-  }
-  errors.TakeText();
 }
 
 }  // namespace

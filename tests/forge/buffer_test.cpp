@@ -1,6 +1,5 @@
 #include "forge/buffer.h"
 
-#include "tests/support/declared_size.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"
 
@@ -41,25 +40,6 @@ TEST_F(BufferTest, AlignmentCountsFromTheFirstByte) {
     ASSERT_EQ(row.after, buffer.GetSize());
     for (size_t i = row.before; i < row.after; ++i) EXPECT_EQ(0, buffer.GetData()[i]);
   }
-}
-
-TEST_F(BufferTest, ViewIsWrittenWithinItsDeclaredSize) {
-  const Buffer buffer(std::vector<uint8_t>{1, 2, 3});
-  test::CheckFilling<ForgeBufferView>(
-      [&](ForgeBufferView* view, uint32_t size) { return buffer.ToCAPI(view, size); });
-  ForgeBufferView view{};
-  buffer.ToCAPI(&view, sizeof view);
-  EXPECT_EQ(buffer.GetData(), view.data);
-  EXPECT_EQ(3u, view.size);
-}
-
-TEST_F(BufferTest, ViewIsReadWithinItsDeclaredSize) {
-  const uint8_t bytes[] = {1, 2, 3};
-  for (uint32_t size = 0; size <= sizeof(ForgeBufferView); ++size) {
-    ForgeBufferView view{size, bytes, 3};
-    EXPECT_EQ(size == sizeof view ? Buffer(bytes, 3) : Buffer(), Buffer::FromCAPI(&view));
-  }
-  EXPECT_EQ(Buffer(), Buffer::FromCAPI(nullptr));
 }
 
 TEST_F(BufferTest, NullViewIsRefusedWithALine) {

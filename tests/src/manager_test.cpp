@@ -13,6 +13,14 @@ TEST_F(ManagerTest, IsOneAndTheSameAlways) {
   EXPECT_EQ(manager_, top_.Initialize());
 }
 
+TEST_F(ManagerTest, NullTablesAreRefused) {
+  EXPECT_EQ(2u, TAVOProcTableLoad(nullptr, sizeof top_));
+  EXPECT_EQ(2u, top_.RpcClientProcTableLoad(nullptr, sizeof client_table_));
+  EXPECT_EQ(2u, top_.RpcServerProcTableLoad(nullptr, sizeof server_table_));
+  EXPECT_EQ(2u, top_.IntentManagerProcTableLoad(nullptr, sizeof intent_table_));
+  EXPECT_EQ(Events(4, "[error] Null table specified."), log_.TakeLines());
+}
+
 TEST_F(ManagerTest, MakesAClientACallAndOneServer) {
   EXPECT_NE(top_.CreateRpcClient(manager_), top_.CreateRpcClient(manager_));
   _TAVORpcServerRef* server = top_.GetRpcServer(manager_);

@@ -1,8 +1,7 @@
-// Values for tests: their bytes as text, and random ones.
+// Values for tests, and their bytes as text.
 #pragma once
 
 #include <ostream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -28,8 +27,5 @@ using Bytes = std::vector<uint8_t>;
 Bytes FromHex(const std::string& text);  // Blanks do not count.
 std::string ToHex(const Bytes& bytes);
 Bytes BytesOf(const forge::Buffer& buffer);
-
-// A value of any encodable alternative, lists and maps at most `depth` deep. No NaN.
-cw::EncodableValue RandomValue(std::mt19937& random, int depth);
 
 }  // namespace test
