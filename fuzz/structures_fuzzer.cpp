@@ -291,7 +291,7 @@ struct Operations {
 #define SET(entry) made.full.entry = Enter<INDEX(entry)>
 #define OLD(entry, ...) SET(entry), CALL(entry, {}, LIST(INDEX(entry)), __VA_ARGS__)
 #define NEW(entry, ...) SET(entry), CALL(entry, LIST(INDEX(entry)), {}, __VA_ARGS__)
-#define PLAIN(entry) OLD(entry, subject.entry());
+#define PLAIN(entry) OLD(entry, subject.entry())
 
 using Application = Operations<FlutterOstrelApplicationProcTable, cw::ApplicationWrapper>;
 using View = Operations<FlutterOstrelViewProcTable, cw::ViewWrapper>;
@@ -351,18 +351,15 @@ void CheckTheme(const cw::ViewWrapper::Theme& theme, bool works) {
   }
 }
 
-#define HANDLE(entry) OLD(entry, subject.entry(&handle));
-#define HANDLES(X)                                                   \
-  X(GetEGLConfig)                                                    \
-  X(GetEGLDisplay)                                                   \
-  X(GetNativeDisplay) X(GetEGLGetProcAddress) X(GetEGLContextHandle) \
-      X(GetEGLOffscreenContextHandle)
-#define QUERIES(X)                                                                                 \
-  X(GetDevicePixelRatio)                                                                           \
-  X(GetWindowVisibility)                                                                           \
-  X(MaximizeWindow) X(MinimizeWindow) X(GetWindowOrientation) X(GetWindowWidth) X(GetWindowHeight) \
-      X(GetDeviceOrientation) X(IsKeyboardVisible) X(GetStatusbarVisibility) X(IsStatusbarVisible) \
-          X(Fullscreen) X(Activate) X(IsBackgroundVisible) X(GetWindowType)
+#define HANDLE(entry) OLD(entry, subject.entry(&handle))
+#define HANDLES(X)                                                                 \
+  X(GetEGLConfig), X(GetEGLDisplay), X(GetNativeDisplay), X(GetEGLGetProcAddress), \
+      X(GetEGLContextHandle), X(GetEGLOffscreenContextHandle)
+#define QUERIES(X)                                                                             \
+  X(GetDevicePixelRatio), X(GetWindowVisibility), X(MaximizeWindow), X(MinimizeWindow),        \
+      X(GetWindowOrientation), X(GetWindowWidth), X(GetWindowHeight), X(GetDeviceOrientation), \
+      X(IsKeyboardVisible), X(GetStatusbarVisibility), X(IsStatusbarVisible), X(Fullscreen),   \
+      X(Activate), X(IsBackgroundVisible), X(GetWindowType)
 #define SUBSCRIPTION(KIND, name)                                         \
   KIND(name##ChangedSubscribe, subject.name##ChangedSubscribe(nullptr)); \
   KIND(name##ChangedUnsubscribe, subject.name##ChangedUnsubscribe(1))
@@ -372,8 +369,8 @@ void CheckTheme(const cw::ViewWrapper::Theme& theme, bool works) {
 
 void Describe(View& made) {
   static void* handle;
-  HANDLES(HANDLE)
-  QUERIES(PLAIN)
+  HANDLES(HANDLE);
+  QUERIES(PLAIN);
   SUBSCRIPTION(OLD, WindowOrientation);
   SUBSCRIPTION(OLD, DeviceOrientation);
   SUBSCRIPTION(OLD, KeyboardVisibility);
