@@ -62,6 +62,10 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
       // A failed read does not advance: each text of the list misses its 32 MiB anew.
       {"0c 02 07 ff 00 00 00 02 07 ff 00 00 00 02", true},
       {"0c 03 07 ff 00 00 00 02 07 ff 00 00 00 02 07 01", false},
+      // Behind padding, where a scan that does not align finds other values.
+      {"0c 03 00 06 00 00 00 00 00 00 00 00 00 00 f0 3f 07 ff ff ff ff ff", false},
+      {"0c 03 00 09 01 00 00 00 01 00 00 00 07 ff ff ff ff ff", false},
+      {"0c 03 00 0a 01 00 00 00 01 00 00 00 00 00 00 00 07 ff ff ff ff ff", false},
       {"03 00", true},
       {"0c fe", true},
   };

@@ -1,5 +1,7 @@
 #include "forge/buffer.h"
 
+#include <cstring>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"
 
@@ -39,6 +41,21 @@ TEST_F(BufferTest, AlignmentCountsFromTheFirstByte) {
     buffer.WriteAlignment(row.alignment);
     ASSERT_EQ(row.after, buffer.GetSize());
     for (size_t i = row.before; i < row.after; ++i) EXPECT_EQ(0, buffer.GetData()[i]);
+  }
+}
+
+TEST_F(BufferTest, ViewIsWrittenWithinItsDeclaredSize) {
+  const Buffer buffer(std::vector<uint8_t>{1, 2, 3});
+  for (uint32_t size = sizeof size; size <= sizeof(ForgeBufferView); ++size) {
+    ForgeBufferView view;
+    std::memset(static_cast<void*>(&view), 0xA5, sizeof view);
+    ForgeBufferView expected = view;
+    std::memset(static_cast<void*>(&expected), 0, size);
+    expected.struct_size = size;
+    if (size >= 2 * sizeof(void*)) expected.data = buffer.GetData();
+    if (size >= 3 * sizeof(void*)) expected.size = 3;
+    ASSERT_EQ(FORGE_RESULT_OK, buffer.ToCAPI(&view, size));
+    EXPECT_EQ(0, std::memcmp(&expected, &view, sizeof view)) << size;
   }
 }
 

@@ -76,4 +76,28 @@ TEST_F(ManagerTest, ReleaseDropsClientsInOrderThenTheServerThenTheIntents) {
   for (const auto& task : platform_.tasks) EXPECT_FALSE(task->alive);
 }
 
+// A caller may release the manager, or make a new client, from within any callback.
+TEST_F(ManagerTest, ReleaseMayBeEnteredAgainFromACallback) {
+  static TAVOProcTable* top;
+  static _TAVOManagerRef* manager;
+  static int calls;
+  top = &top_;
+  manager = manager_;
+  calls = 0;
+  TAVORpcClientSlots slots{};
+  slots.size = sizeof slots;
+  slots.OnDisconnect = [](void*, int, const char*, unsigned int) {
+    ++calls;
+    top->Release(manager);
+    EXPECT_NE(nullptr, top->CreateRpcClient(manager));
+  };
+  slots.OnMessage = [](void*, const char*, unsigned int) { top->Release(manager); };
+  for (int i = 0; i < 3; ++i) {
+    client_table_.StartTask(top_.CreateRpcClient(manager_), "worker", "/libs", &slots);
+  }
+  for (const auto& task : platform_.tasks) task->Started();
+  platform_.Messaging(1).ReceiveText(QStringLiteral("text"));
+  EXPECT_EQ(6, calls);  // Twice for each client that is destroyed while it runs.
+}
+
 }  // namespace
