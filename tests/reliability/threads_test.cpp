@@ -362,22 +362,24 @@ TEST_F(ServiceRaceTest, MessagesChunksAndTheEndOfServersMayMeet) {
   std::atomic<_TAVORpcServerRef*> server{nullptr};
   context.unlock = [&](unsigned int chunk) { server_table_.UnlockResources(server, chunk); };
   int runs = 0;
-  Race(
-      kOperations * test::GetScale(),
-      [&](int, int) {
-        server_table_.SendMessage(server, "text");
-        if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
-      },
-      [&] {
-        ++runs;
-        server = top_.GetRpcServer(manager_);
-        server_table_.Run(server, &slots);
-        for (int message = 0; message < kInRound; ++message) {
-          platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
-        }
-        top_.Release(manager_);
-        ForgetPlatform();
-      });
+  for (int round = CountRounds(); round > 0; --round) {
+    Race(
+        kInRound,
+        [&](int, int) {
+          server_table_.SendMessage(server, "text");
+          if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
+        },
+        [&] {
+          ++runs;
+          server = top_.GetRpcServer(manager_);
+          server_table_.Run(server, &slots);
+          for (int message = 0; message < kInRound; ++message) {
+            platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+          }
+          top_.Release(manager_);
+        });
+    ForgetPlatform();  // What the threads left to this one is in order behind their end.
+  }
   EXPECT_EQ(runs, context.releases);
   log_.TakeText();  // Chunks that were given back to the server after theirs.
 }
