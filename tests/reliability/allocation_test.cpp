@@ -166,6 +166,11 @@ const Row<World> kRows[] = {
      [](World& w) {
        return w.server_table.SendMessage(w.raw_server, World::kLongText) == FORGE_RESULT_OK;
      }},
+    {"ServerUnlock", PrepareServer,
+     [](World& w) {
+       w.server_table.UnlockResources(w.raw_server, 4711);
+       return true;
+     }},
     {"ServerMessage", PrepareServer,
      [](World& w) {
        return Makes<test::kServerMessage>(w, [&] { w.server_channel->Receive(w.message); });
