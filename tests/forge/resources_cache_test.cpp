@@ -71,6 +71,7 @@ TEST_F(ResourcesCacheTest, GuardRemovesItsChunk) {
   {
     forge::ResourcesCacheGuard guard(cache_);
     EXPECT_STREQ("text", guard.AppendStr("text"));
+    EXPECT_STREQ("second", guard.AppendStr("first", "second").second);
     ForgeBufferView view{};
     EXPECT_TRUE(guard.AppendBuffer(forge::Buffer({1}), &view, sizeof view));
   }
