@@ -319,6 +319,24 @@ TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
   EXPECT_EQ(ECHILD, error);
 }
 
+TEST_F(TaskTest, SupervisorHoldsNothingOfItsStarter) {
+  const std::vector<char> large(256 << 20, 'x');
+  const auto running = StartDeskTask();
+  const QString process =
+      QStringLiteral("/proc/%1/")
+          .arg(running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt());
+  const auto read = [&](const char* name) {
+    QFile file(process + QLatin1String(name));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return file.readAll();
+  };
+  EXPECT_EQ("tavo-supervisor\n", read("comm"));
+  EXPECT_LT(read("statm").split(' ').value(1).toInt() * (sysconf(_SC_PAGESIZE) >> 10), 128 << 10);
+  if (!*TAVO_TEST_EMULATOR) {  // Which has descriptors of its own.
+    EXPECT_EQ(1, QDir(process + QStringLiteral("fd")).entryList(QDir::System).size());
+  }
+}
+
 // The task's three standard descriptors and its socket are right whatever the starter lacks.
 TEST_F(TaskTest, StarterMayLackStandardDescriptors) {
   int saved[3];

@@ -57,7 +57,7 @@ class FaultsTest : public test::DeskTest {
   }
   static void Fail(const Fault& fault) { Fail(&fault); }
 
-  // The error's text; empty when the task started. `fault`: in the task.
+  // The error's text; empty when the task started. `fault`: in the supervisor and in the task.
   std::string Start(const Fault* fault = nullptr) {
     if (fault) {
       qputenv("LD_PRELOAD", TAVO_TEST_PRELOAD);
@@ -237,9 +237,11 @@ class StartFaultsTest : public FaultsTest, public testing::WithParamInterface<Ro
 
 TEST_P(StartFaultsTest, TaskStartsOrTheFailureIsTold) {
   int failures = 0;
+  WrapIn("env -u LD_PRELOAD -u TAVO_FAULT");
   for (int round = 0; round < 20 * test::GetScale(); ++round) {
-    Fail(GetParam().GetFault(seed_ + static_cast<unsigned>(round)));
-    const std::string error = Start();  // The supervisor keeps the schedule.
+    const Fault fault = GetParam().GetFault(seed_ + static_cast<unsigned>(round));
+    Fail(fault);
+    const std::string error = Start(&fault);  // In the supervisor alone: see the wrapper.
     Fail(nullptr);
     if (error.empty()) {
       Connection connection(task_->socketPath());
