@@ -11,6 +11,8 @@
 #include <QDir>
 #include <QFile>
 
+#include "desk/runtime_manager/socket_directory.h"
+
 namespace desk {
 namespace {
 
@@ -25,7 +27,7 @@ bool Bind(int descriptor, const QByteArray& path) {
 
 }  // namespace
 
-QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
+QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
 
 QByteArray GetRuntimeDirectory() {
   const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
@@ -35,21 +37,20 @@ QByteArray GetRuntimeDirectory() {
   return is_own ? path : QByteArray();
 }
 
-bool IsPrivateDirectory(const QByteArray& path) {
-  struct stat status {};
-  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
+QString PrivateDirectoryFault(const QByteArray& path, int fault) {
+  const QString shown = QFile::decodeName(path);
+  if (fault != EPERM) return QStringLiteral("%1: %2").arg(shown, ErrnoText(fault));
+  return QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
 }
 
 bool MakePrivateDirectory(const QByteArray& path, QString* error) {
-  const QString shown = QFile::decodeName(path);
   if (mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
-    *error = QStringLiteral("no directory %1: %2").arg(shown, ErrnoText());
+    *error = QStringLiteral("no directory %1: %2").arg(QFile::decodeName(path), ErrnoText());
     return false;
   }
-  if (IsPrivateDirectory(path)) return true;
-  *error = QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
-  return false;
+  const int fault = CheckPrivateDirectory(path.constData());
+  if (fault != 0) *error = PrivateDirectoryFault(path, fault);
+  return fault == 0;
 }
 
 QByteArray GetSharedDirectory() {

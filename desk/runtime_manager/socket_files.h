@@ -3,22 +3,24 @@
 // Errors: the cause in `error`.
 #pragma once
 
+#include <cerrno>
+
 #include <QByteArray>
 #include <QString>
 
 namespace desk {
 
-// The text of errno.
-QString ErrnoText();
+// The text of an errno, by default the current one.
+QString ErrnoText(int error = errno);
 
 // $XDG_RUNTIME_DIR; empty when there is no such directory of this user: another could exchange what
 // lies in it.
 QByteArray GetRuntimeDirectory();
 
-// Is it this user's directory, with mode 0700?
-bool IsPrivateDirectory(const QByteArray& path);
+// What CheckPrivateDirectory (socket_directory.h) found wrong with it.
+QString PrivateDirectoryFault(const QByteArray& path, int fault);
 
-// Makes the directory so, or finds it so.
+// Makes it a directory of this user with mode 0700, or finds it so.
 bool MakePrivateDirectory(const QByteArray& path, QString* error);
 
 // Where all processes of this user meet: tavo/ in the runtime directory or, without one, a

@@ -18,6 +18,8 @@
 #include <QFile>
 #include <QStringList>
 
+#include "desk/runtime_manager/socket_directory.h"
+#include "desk/runtime_manager/socket_files.h"
 #include "desk/runtime_manager/transfer.h"
 
 extern "C" char** environ;
@@ -25,14 +27,12 @@ extern "C" char** environ;
 namespace desk {
 namespace {
 
-QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
-
 // Beside this library. The dynamic loader may know that by a relative path, so it is looked for
 // before anybody changes the directory. Never destroyed: tasks are also started while a process
 // exits.
 const std::string& kSupervisor = *new std::string([] {
   Dl_info library{};
-  dladdr(reinterpret_cast<const void*>(&ErrnoText), &library);
+  dladdr(reinterpret_cast<const void*>(&RemoveDeadIntents), &library);
   std::error_code error;
   const auto path = std::filesystem::canonical(library.dli_fname ? library.dli_fname : "", error);
   return (path.parent_path() / "tavo-supervisor").string();
@@ -70,6 +70,7 @@ std::vector<std::string> SupervisorCommand(const Application& application, const
       socket ? std::to_string(socket->GetDescriptor()) : "",
       socket ? socket->GetPath().toStdString() : "",
       socket ? socket->GetPrivateDirectory().toStdString() : "",
+      GetSharedDirectory().toStdString(),
       QFile::encodeName(application.directory).toStdString(),
       spares_leftovers ? "spare" : "",
   };
@@ -143,7 +144,7 @@ std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& a
                                                             Leftovers leftovers) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-    *error = ErrnoText(errno);
+    *error = ErrnoText();
     return nullptr;
   }
   const SpawnPlan plan{ends[1], socket ? socket->GetDescriptor() : -1};

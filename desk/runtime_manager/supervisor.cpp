@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/transfer.h"
 
 namespace desk {
@@ -71,6 +72,7 @@ struct Launch {
   const char* directory;    // Null: stay.
   const char* socket_path;  // Null: none, as the next one.
   const char* private_directory;
+  const char* shared_directory;
   bool spares_leftovers;
   char** command;  // Ends with a null pointer.
 };
@@ -84,6 +86,7 @@ Launch ReadArguments(char** arguments) {
           text(kDirectory),
           text(kSocketPath),
           text(kPrivateDirectory),
+          text(kSharedDirectory),
           text(kSparesLeftovers) != nullptr,
           arguments + kTaskCommand};
 }
@@ -278,6 +281,7 @@ class Watch {
 
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);
+  if (launch.shared_directory) RemoveDeadIntents(launch.shared_directory);
   report.kind = SupervisorReport::kDone;
   Tell(report, launch.link);
   _exit(0);

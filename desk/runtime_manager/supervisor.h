@@ -35,6 +35,7 @@ enum SupervisorArgument {
   kSocket,            // A descriptor, which becomes the task's descriptor 3.
   kSocketPath,        // Removed in the end.
   kPrivateDirectory,  // Removed in the end.
+  kSharedDirectory,   // In the end what dead processes left there is removed: socket_directory.h.
   kDirectory,         // Where the task starts.
   kSparesLeftovers,   // Not empty: what the task leaves behind in its group may stay.
   kTaskCommand        // The path of the task's program; its arguments follow.

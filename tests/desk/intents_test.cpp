@@ -1,5 +1,6 @@
 // Intents over the desk, offered and invoked within one process, and by peers that misbehave.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -123,6 +124,7 @@ TEST_F(IntentsTest, LastToRegisterIsInvokedAndTheOlderWhenItIsGone) {
   });
   const QString ours = directory_.filePath(QStringLiteral("tavo/intents/") + Intents().at(0));
   EXPECT_EQ(Answers{"ours"}, Invoke());
+  close(test::ListenAt(QFileInfo(ours).path() + QStringLiteral("/another-1")));  // Dead.
   // Another process's, with a later time; it is dead, which the first to come finds out.
   const QString dead = ours.section(QLatin1Char('-'), 0, -2) + QStringLiteral("-1");
   QLocalServer server;
@@ -139,6 +141,36 @@ TEST_F(IntentsTest, LastToRegisterIsInvokedAndTheOlderWhenItIsGone) {
   server.close();
   EXPECT_EQ(Answers{"ours"}, Invoke());
   EXPECT_EQ(1, Intents().size());
+}
+
+TEST_F(IntentsTest, OpenUriFailsWhileItIsUnknownWhoOffersIt) {
+  qputenv("TAVO_DESK_OPEN_URI", "record");
+  const QString name = QStringLiteral("OpenURI");
+  RuntimeDispatcher::instance()->registerIntent(
+      name, [](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
+  const QByteArray shared = QFile::encodeName(directory_.filePath(QStringLiteral("tavo")));
+  for (const QByteArray& foreign : {shared, shared + "/intents"}) {
+    chmod(foreign.constData(), 0755);
+    EXPECT_EQ("it is unknown who offers the intent \"OpenURI\": " + foreign.toStdString() +
+                  " is no directory of this user with mode 0700",
+              Invoke(name)[0]);
+    chmod(foreign.constData(), 0700);
+  }
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit low{100, limit.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &low);
+  for (size_t free_ones = 0; free_ones < 3; ++free_ones) {  // Listing, looking, connecting.
+    std::vector<int> all;
+    while (all.empty() || all.back() >= 0) all.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    for (size_t i = 0; i < free_ones; ++i) close(all[i]);
+    const Answers answers = Invoke(name);
+    for (size_t i = free_ones; i + 1 < all.size(); ++i) close(all[i]);
+    EXPECT_EQ(free_ones < 2, answers[0].find("Too many open files") != std::string::npos)
+        << free_ones << ": " << answers[0];
+  }
+  setrlimit(RLIMIT_NOFILE, &limit);
+  qunsetenv("TAVO_DESK_OPEN_URI");
 }
 
 TEST_F(IntentsTest, InvocationsFromThreadsAllGetAReply) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -283,6 +284,21 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_TRUE(WaitUntil([&answers] { return answers == 4; }));
+}
+
+TEST_F(TaskTest, NoIntentIsLeftHoweverTheTaskEnds) {
+  const std::function<void(Running&)> ends[] = {
+      [](Running& running) { Stop(*running.task); },
+      [](Running& running) { Stop(*running.task, Task::Force); },
+      [](Running& running) { kill(running.Pid(), SIGKILL); },
+      [](Running& running) { running.messaging->sendMessage(Do("exit")); }};
+  for (const auto& end : ends) {
+    const auto running = StartDeskTask();
+    running->Ask(Do("offer"));
+    EXPECT_EQ(1, Intents().size());
+    end(*running);
+    EXPECT_TRUE(WaitUntil([this] { return Intents().isEmpty(); })) << &end - ends;
+  }
 }
 
 TEST_F(TaskTest, DeletedTaskEndsThoughNoLoopRuns) {

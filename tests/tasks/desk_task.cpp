@@ -5,7 +5,8 @@
 //   pid
 //   {"do": "ignore-term"}      ignores SIGTERM from now on, and says so
 //   {"do": "start", "name"}    starts a task of its own, describes it, and relays the answer
-//   {"do": "exit"}             ends
+//   {"do": "offer"}            offers the intent "intent", and says so
+//   {"do": "exit"}             ends within the callback
 #include <dirent.h>
 #include <signal.h>
 #include <unistd.h>
@@ -65,7 +66,10 @@ class DeskTask : public QObject {
     if (what == QStringLiteral("describe")) return Describe();
     if (what == QStringLiteral("fork")) return Fork();
     if (what == QStringLiteral("start")) return Start(message.value(QStringLiteral("name")));
-    if (what == QStringLiteral("exit")) _exit(0);
+    if (what == QStringLiteral("exit")) exit(0);
+    if (what == QStringLiteral("offer")) {
+      RuntimeManager::RuntimeDispatcher::instance()->registerIntent(QStringLiteral("intent"), {});
+    }
     if (what == QStringLiteral("ignore-term")) signal(SIGTERM, SIG_IGN);
     messaging_.sendMessage(message);
   }
