@@ -4,13 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <thread>
 
 #include <QLocalServer>
 #include <QLocalSocket>
 
+#include "desk/runtime_manager/message_peer.h"
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "tests/support/desk_fixture.h"
@@ -171,6 +175,84 @@ TEST_F(IntentsTest, OpenUriFailsWhileItIsUnknownWhoOffersIt) {
   }
   setrlimit(RLIMIT_NOFILE, &limit);
   qunsetenv("TAVO_DESK_OPEN_URI");
+}
+
+// A process that has no rights, room or reader to write with is told so; it is neither ended nor
+// halted, and no half line stays.
+TEST_F(IntentsTest, RecordIsWholeAndPrivateOrTheFailureIsTold) {
+  const QByteArray path = QFile::encodeName(directory_.filePath(QStringLiteral("record")));
+  const auto make = [&path](const std::string& content, mode_t mode) {
+    const int file = open(path.constData(), O_WRONLY | O_CREAT | O_EXCL, mode);
+    EXPECT_EQ(ssize_t(content.size()), write(file, content.data(), content.size()));
+    close(file);
+  };
+  int reader = -1;
+  const auto make_pipe = [&] {
+    EXPECT_EQ(0, mkfifo(path.constData(), 0600));
+    reader = open(path.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  };
+  const auto limit_size = [](rlim_t size) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = size;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  const struct {
+    const char* cause;  // Empty: the line is there.
+    std::function<void()> prepare;
+  } rows[] = {
+      {"", [&] { make("{}\n", 0600); }},
+      {"", [&] { make("{}", 0600); }},
+      {"", make_pipe},
+      {"a symbolic link", [&] { EXPECT_EQ(0, symlink("elsewhere", path.constData())); }},
+      {"other users may open it (mode 0644)", [&] { make("{}\n", 0644); }},
+      {geteuid() == 0 ? "another user owns it" : "Permission denied",
+       [&] {
+         make("{}\n", 0600);
+         if (chown(path.constData(), 65534, 65534) != 0) chmod(path.constData(), 0400);
+       }},
+      {"Is a directory", [&] { EXPECT_EQ(0, mkdir(path.constData(), 0700)); }},
+      {"nobody reads the pipe", [&] { EXPECT_EQ(0, mkfifo(path.constData(), 0600)); }},
+      {"the pipe is full",
+       [&] {
+         make_pipe();
+         while (write(reader, "line", 4) > 0) continue;
+       }},
+      {"File too large",
+       [&] {
+         make("{}\n", 0600);
+         limit_size(10);
+       }},
+  };
+  qputenv("TAVO_DESK_OPEN_URI", "record");
+  qputenv("TAVO_DESK_RECORD", path);
+  signal(SIGPIPE, SIG_DFL);  // Nothing may rely on its being ignored; the same with the other.
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.cause);
+    row.prepare();
+    const std::string answer =
+        Invoke(QStringLiteral("OpenURI"), {{QStringLiteral("uri"), QStringLiteral("x:y")}})[0];
+    limit_size(RLIM_INFINITY);
+    EXPECT_EQ(!*row.cause, answer.empty()) << answer;
+    EXPECT_NE(std::string::npos, answer.find(row.cause)) << answer;
+    QFile file(QFile::decodeName(path));
+    if (reader < 0 && QFileInfo(file).isFile()) {
+      EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+      EXPECT_EQ(*row.cause ? 1 : 2, file.readAll().count('\n'));
+    }
+    if (reader >= 0) close(std::exchange(reader, -1));
+    EXPECT_EQ(0, remove(path.constData()));
+  }
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+  close(ends[0]);
+  const int standard_error = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+  dup2(ends[1], STDERR_FILENO);
+  desk::Complain(QStringLiteral("to nobody"));
+  dup2(standard_error, STDERR_FILENO);
+  close(standard_error);
+  close(ends[1]);
+  for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
 }
 
 TEST_F(IntentsTest, InvocationsFromThreadsAllGetAReply) {
