@@ -7,10 +7,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
 #include <QDir>
 #include <QFile>
 
+#include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/socket_directory.h"
 
 namespace desk {
@@ -34,7 +36,15 @@ QByteArray GetRuntimeDirectory() {
   struct stat status {};
   const bool is_own = path.startsWith('/') && stat(path.constData(), &status) == 0 &&
                       S_ISDIR(status.st_mode) && status.st_uid == geteuid();
-  return is_own ? path : QByteArray();
+  if (!is_own || (status.st_mode & 022) == 0) return is_own ? path : QByteArray();
+  static std::once_flag told;
+  std::call_once(told, [&] {
+    Complain(QStringLiteral("XDG_RUNTIME_DIR is not used: other users may write in %1 (mode %2); "
+                            "give it mode 0700")
+                 .arg(QFile::decodeName(path))
+                 .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
+  });
+  return {};
 }
 
 QString PrivateDirectoryFault(const QByteArray& path, int fault) {
@@ -66,7 +76,7 @@ int ListenAt(const QByteArray& path, QString* error) {
                  .arg(shown, QString::number(path.size()), QString::number(kLongestPath));
     return -1;
   }
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const bool bound = descriptor >= 0 && Bind(descriptor, path);
   if (bound && listen(descriptor, SOMAXCONN) == 0) return descriptor;
   *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());

@@ -13,8 +13,8 @@ namespace desk {
 // The text of an errno, by default the current one.
 QString ErrnoText(int error = errno);
 
-// $XDG_RUNTIME_DIR; empty when there is no such directory of this user: another could exchange what
-// lies in it.
+// $XDG_RUNTIME_DIR; empty when there is no such directory of this user, or when others may write in
+// it (told once on standard error): another user could exchange what lies there.
 QByteArray GetRuntimeDirectory();
 
 // What CheckPrivateDirectory (socket_directory.h) found wrong with it.
@@ -27,7 +27,7 @@ bool MakePrivateDirectory(const QByteArray& path, QString* error);
 // directory of the user's among the temporary files. It need not exist.
 QByteArray GetSharedDirectory();
 
-// A listening socket, neither blocking nor inherited; -1 on failure, and no file then.
+// A listening socket that blocks and is not inherited; -1 on failure, and no file then.
 int ListenAt(const QByteArray& path, QString* error);
 
 }  // namespace desk

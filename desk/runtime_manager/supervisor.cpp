@@ -49,11 +49,14 @@ void CloseAllBut(int one, int other) {
 }
 
 // Moves a descriptor out of the way of those that the task gets; -1 stays -1. False, and nothing
-// moved, when the process may not have that many.
+// moved, when the process may not have that many: EMFILE, whatever the call says.
 bool MoveUp(int* descriptor) {
   if (*descriptor < 0) return true;
   const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-  if (moved < 0) return false;
+  if (moved < 0) {
+    if (errno == EINVAL) errno = EMFILE;
+    return false;
+  }
   close(*descriptor);
   *descriptor = moved;
   return true;

@@ -64,7 +64,6 @@ struct TaskMessaging::Private {
       desk::Complain(QStringLiteral("nobody can be served: %1").arg(desk::ErrnoText()));
       return GiveUp();
     }
-    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
     acceptor = std::make_unique<desk::Acceptor>(
         listener, [this](int connection) { Add()->TakeOver(connection); });
   }

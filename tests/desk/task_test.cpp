@@ -1,6 +1,7 @@
 #include "platform/runtime_manager/task.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <functional>
@@ -96,6 +97,7 @@ TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
             told.value(QStringLiteral("environment")).toObject());
   EXPECT_EQ(QJsonObject(), told.value(QStringLiteral("environment now")).toObject());
   EXPECT_EQ(3, told.value(QStringLiteral("again")).toInt());
+  EXPECT_TRUE(told.value(QStringLiteral("blocks")).toBool());
   EXPECT_EQ(pid, told.value(QStringLiteral("group")).toInt());
   EXPECT_EQ(1, Sockets().size());
   Stop(*running->task);
@@ -200,6 +202,29 @@ TEST_F(TaskTest, UnusableSocketDirectoryFailsTheStart) {
   qputenv("XDG_RUNTIME_DIR", QFile::encodeName(open));
   EXPECT_NE(std::string::npos,
             StartNamed(name).find("/open/tavo is no directory of this user with mode 0700"));
+
+  // A runtime directory in which others may write is none; its sockets would not be safe there.
+  chmod(QFile::encodeName(open + QStringLiteral("/tavo")).constData(), 0700);
+  chmod(QFile::encodeName(open).constData(), 0770);
+  qputenv("TMPDIR", QFile::encodeName(directory_.path()));
+  const auto running = StartDeskTask();
+  EXPECT_FALSE(running->task->socketPath().startsWith(open));
+  Stop(*running->task);
+}
+
+TEST_F(TaskTest, TooFewDescriptorsAreToldAsSuch) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  int failures = 0;
+  for (rlim_t most = 5; most < 14; ++most) {
+    const rlimit low{most, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &low);
+    const std::string error = StartNamed(QStringLiteral("desk_task"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    failures += error.empty() ? 0 : 1;
+    EXPECT_TRUE(error.empty() || error.find("Too many open files") != std::string::npos) << error;
+  }
+  EXPECT_GT(failures, 0);
 }
 
 TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {

@@ -8,6 +8,7 @@
 //   {"do": "offer"}            offers the intent "intent", and says so
 //   {"do": "exit"}             ends within the callback
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -82,6 +83,7 @@ class DeskTask : public QObject {
                              QJsonArray::fromStringList(QCoreApplication::arguments().mid(1))},
                             {QStringLiteral("directory"), QDir::currentPath()},
                             {QStringLiteral("descriptors"), descriptors_},
+                            {QStringLiteral("blocks"), blocks_},
                             {QStringLiteral("environment"), environment_},
                             {QStringLiteral("environment now"), Environment()},
                             {QStringLiteral("again"),
@@ -109,6 +111,7 @@ class DeskTask : public QObject {
   }
 
   const QJsonArray descriptors_;
+  const bool blocks_ = (fcntl(3, F_GETFL) & O_NONBLOCK) == 0;
   const QJsonObject environment_;
   TaskMessaging messaging_;
   std::unique_ptr<Task> task_;
