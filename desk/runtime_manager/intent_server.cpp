@@ -121,7 +121,7 @@ class IntentServer::Answer {
 
   void Send(const QByteArray& line) {
     if (sent_.exchange(true)) return;
-    if (line.size() > kLargestFrame) {
+    if (!IsSendable(line, QStringLiteral("answer to an intent"))) {
       return Post(ErrorLine(EMSGSIZE, QStringLiteral("the answer is too large")));
     }
     Post(line);

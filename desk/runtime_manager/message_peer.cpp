@@ -47,6 +47,16 @@ void Complain(const QString& text) {
   WriteQuietly(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()), &written);
 }
 
+bool IsSendable(const QByteArray& line, const QString& what) {
+  const qint64 size = line.size() - 1;
+  if (size <= kLargestFrame) return true;
+  Complain(QStringLiteral("%1 dropped: it has %2 bytes, at most %3 are possible")
+               .arg(what)
+               .arg(size)
+               .arg(kLargestFrame));
+  return false;
+}
+
 MessagePeer::MessagePeer(QObject* parent) : QObject(parent) {}
 
 MessagePeer::~MessagePeer() {

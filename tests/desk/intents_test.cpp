@@ -177,6 +177,21 @@ TEST_F(IntentsTest, OpenUriFailsWhileItIsUnknownWhoOffersIt) {
   qunsetenv("TAVO_DESK_OPEN_URI");
 }
 
+TEST_F(IntentsTest, TooLargeParametersAndAnswersAreToldAtBothEnds) {
+  const QString large(32 << 20, QLatin1Char('x'));
+  Offer([&large](const QJsonObject&, const RuntimeDispatcher::IntentReply& reply) {
+    reply(Object(large));
+  });
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Answers{"the parameters of \"name\" are too large"}, Invoke(kName, Object(large)));
+  EXPECT_EQ(Answers{"the answer is too large"}, Invoke());
+  const std::string complaints = testing::internal::GetCapturedStderr();
+  for (const char* what : {"invocation of the intent \"name\" dropped: it has 335544",
+                           "answer to an intent dropped: it has 335544"}) {
+    EXPECT_NE(std::string::npos, complaints.find(what)) << complaints;
+  }
+}
+
 // A process that has no rights, room or reader to write with is told so; it is neither ended nor
 // halted, and no half line stays.
 TEST_F(IntentsTest, RecordIsWholeAndPrivateOrTheFailureIsTold) {
