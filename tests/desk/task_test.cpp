@@ -1,7 +1,6 @@
 #include "platform/runtime_manager/task.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <functional>
@@ -213,18 +212,13 @@ TEST_F(TaskTest, UnusableSocketDirectoryFailsTheStart) {
 }
 
 TEST_F(TaskTest, TooFewDescriptorsAreToldAsSuch) {
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  int failures = 0;
   for (rlim_t most = 5; most < 14; ++most) {
-    const rlimit low{most, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &low);
+    test::LimitTo(most, RLIMIT_NOFILE);
     const std::string error = StartNamed(QStringLiteral("desk_task"));
-    setrlimit(RLIMIT_NOFILE, &limit);
-    failures += error.empty() ? 0 : 1;
+    test::LimitTo(RLIM_INFINITY, RLIMIT_NOFILE);
     EXPECT_TRUE(error.empty() || error.find("Too many open files") != std::string::npos) << error;
+    EXPECT_TRUE(most > 10 || !error.empty());
   }
-  EXPECT_GT(failures, 0);
 }
 
 TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
