@@ -25,6 +25,12 @@
 
 namespace test {
 
+#ifdef TAVO_TEST_SANITIZED
+constexpr bool kRunsWithoutDescriptors = false;  // The sanitizer needs some for its own checks.
+#else
+constexpr bool kRunsWithoutDescriptors = true;
+#endif
+
 // What this process may have of a resource; RLIM_INFINITY: all that the machine allows.
 inline void LimitTo(rlim_t most, decltype(RLIMIT_NOFILE) resource) {
   rlimit limit{};
