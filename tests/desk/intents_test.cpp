@@ -215,6 +215,7 @@ TEST_F(IntentsTest, RecordIsWholeAndPrivateOrTheFailureIsTold) {
          EXPECT_EQ(0, chown(path.constData(), 65534, 65534));
        }},
       {"File too large", [&] { make("{}\n", 0600), test::LimitTo(10, RLIMIT_FSIZE); }},
+      {"File too large", [&] { make("{}\n", 0600), test::LimitTo(3, RLIMIT_FSIZE); }},
   };
   qputenv("TAVO_DESK_OPEN_URI", "record");
   qputenv("TAVO_DESK_RECORD", path);
