@@ -1,5 +1,5 @@
-// Writing where a signal would end the process: a reader that is gone (SIGPIPE), the file-size limit
-// (SIGXFSZ). The signals' dispositions are the host's and stay as they are.
+// Writing where a signal would end the process: a reader that is gone (SIGPIPE), the file-size
+// limit (SIGXFSZ). The signals' dispositions are the host's and stay as they are.
 //
 // Threads: any. Errors: an errno.
 #pragma once
