@@ -122,16 +122,29 @@ class Scan {
   uint64_t left_[kDeepestNesting + 1];  // Values still to come at each level.
 };
 
+template <typename T>
+bool IsEmptyList(const EncodableValue& value) {
+  const auto* list = value.GetIf<std::vector<T>>();
+  return list && list->empty();
+}
+
+// Decoders align behind its size, encoders do not.
+bool IsEmptyAligned(const EncodableValue& value) {
+  return IsEmptyList<int32_t>(value) || IsEmptyList<int64_t>(value) || IsEmptyList<double>(value) ||
+         IsEmptyList<float>(value);
+}
+
 }  // namespace
 
 const char* FindInadmissible(const uint8_t* data, size_t size) { return Scan(data, size).Run(); }
 
-const char* FindInadmissible(const EncodableValue& value, Surroundings around) {
+const char* FindInadmissible(const EncodableValue& value, Surroundings around, bool* needs_bytes) {
   const char* fault = nullptr;
   details::Walk(value, [&](const EncodableValue& node, size_t depth) {
     const bool is_container = node.Is<EncodableList>() || node.Is<EncodableMap>();
     if (is_container && around.levels + depth >= kDeepestNesting) fault = kTooDeep;
     if (++around.values > kMostValues) fault = kTooMany;
+    if (IsEmptyAligned(node)) *needs_bytes = true;
     return !fault;
   });
   return fault;

@@ -29,7 +29,9 @@ struct Surroundings {
 };
 
 // Why a peer that uses the check above would refuse a message with this value; null when it would
-// not.
-FORGE_EXPORT const char* FindInadmissible(const EncodableValue& value, Surroundings around);
+// not. An empty list of numbers may shift what a decoder reads behind it (docs/wire-format.md):
+// then `needs_bytes` becomes true, and only the check of the encoded message is exact.
+FORGE_EXPORT const char* FindInadmissible(const EncodableValue& value, Surroundings around,
+                                          bool* needs_bytes);
 
 }  // namespace cw

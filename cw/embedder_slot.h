@@ -32,8 +32,8 @@ Slot CreateFencedSlot(const char* place, std::function<void(Args...)> function) 
   });
 }
 
-// A value that another window sent by way of the embedder; null, and an error line, when it nests
-// or declares too much.
+// A value that another window sent by way of the embedder; null, and an error line, when it exceeds
+// a limit of cw/admission.h.
 inline EncodableValue DecodeForeign(const char* place, const uint8_t* data, std::size_t size) {
   EncodableValue value;
   forge::Fence(place, [&] {

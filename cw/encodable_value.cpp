@@ -69,15 +69,21 @@ bool AreNodesEqual(const EncodableValue& a, const EncodableValue& b) {
 // The standard containers copy and destroy what they hold by recursion and tell no depth, so it is
 // counted on the thread. A value at the depth of kNearLevels goes through everything below it by
 // itself: what its containers would recurse into is put off.
+//
+// The initial-exec model puts the counts into memory that each thread has from its beginning:
+// otherwise the first use on a thread allocates, and ends the process where there is no memory.
+#define TAVO_STATIC_TLS __attribute__((tls_model("initial-exec")))
+
 struct Copy {
   const EncodableValue* from;
   EncodableValue* to;  // An empty container of the same kind.
 };
+// A map's copy must compare no keys, since they may be put off; libstdc++ copies node by node.
 struct Copying {
   size_t depth = 0;
   std::vector<Copy>* put_off = nullptr;  // Of the value that goes through all below it.
 };
-thread_local Copying copying;
+TAVO_STATIC_TLS thread_local Copying copying;
 
 // Copying may throw.
 struct Level {
@@ -93,7 +99,7 @@ struct Destroying {
   size_t depth = 0;
   EncodableValue* put_off = nullptr;  // Likewise: a chain through the first value that each holds.
 };
-thread_local Destroying destroying;
+TAVO_STATIC_TLS thread_local Destroying destroying;
 
 void Clear(EncodableValue& value) {
   if (auto* map = value.GetIf<EncodableMap>()) return map->clear();
@@ -143,6 +149,18 @@ EncodableValue::Variant EncodableValue::CopyDeepTree() const {
     next.to->value_ = next.from->value_;
   }
   return copy;
+}
+
+void EncodableValue::Destroy() noexcept {
+  if (value_.index() == kCustomIndex) return DestroyCustom();
+  if (HoldsValues()) DestroyTree();
+}
+
+// The object may destroy values of its own, which must not be put off beyond that.
+void EncodableValue::DestroyCustom() noexcept {
+  const Destroying outer = std::exchange(destroying, {});
+  value_.emplace<std::monostate>();
+  destroying = outer;
 }
 
 void EncodableValue::DestroyTree() noexcept {

@@ -133,7 +133,8 @@ class FORGE_EXPORT EncodableValue {
   EncodableValue(const EncodableValue& other) : value_(other.CopyTo(this)) {}
   EncodableValue(EncodableValue&&) noexcept = default;
   ~EncodableValue() {
-    if (HoldsValues()) DestroyTree();
+    const size_t beyond_leaves = value_.index() - kListIndex;  // Wraps around for leaves.
+    if (beyond_leaves <= kCustomIndex - kListIndex) Destroy();
   }
 
   // Through a temporary: `other` may be a part of this value.
@@ -220,12 +221,15 @@ class FORGE_EXPORT EncodableValue {
   Variant CopyTo(EncodableValue* to) const;
   Variant PutOffCopy(EncodableValue* to) const;
   Variant CopyDeepTree() const;
+  void Destroy() noexcept;
+  void DestroyCustom() noexcept;
   void DestroyTree() noexcept;
   void PutOffDestruction() noexcept;
   void DestroyDeepTree() noexcept;
   EncodableValue& FirstHeld();
 
-  static constexpr size_t kListIndex = 10;  // The map's is the next one.
+  static constexpr size_t kListIndex = 10;    // The map's is the next one,
+  static constexpr size_t kCustomIndex = 12;  // and this one the next again.
 
   Variant value_;
 };

@@ -43,7 +43,9 @@ class Client final : public IOwnedClient,
 
  public:
   Client(std::function<void(Message&&)>&& send, PrivateTag)
-      : receiver_(std::move(send), [this](const Message& message) { return OnMessage(message); }) {}
+      : receiver_(
+            std::move(send), [this](const Message& message) { return OnMessage(message); },
+            [this](const Message::ID& id) { OnUnsent(id); }) {}
 
   static std::shared_ptr<Client> Make(std::function<void(Message&&)>&& send) {
     return std::make_shared<Client>(std::move(send), PrivateTag{});
@@ -149,14 +151,24 @@ class Client final : public IOwnedClient,
     }
   }
 
-  void TakeBack(const Message::ID& id) {
-    PendingRequests::node_type taken;  // Its callback dies after the lock.
+  // The callback of a request that nobody will answer; empty when it was called or taken already.
+  ResponseCallback TakeBack(const Message::ID& id) {
     const std::lock_guard lock(mutex_);
-    taken = pending_.extract(id);
     const auto is_taken = [&id](const Message& request) { return request.GetRequest()->id == id; };
     connect_requests_.erase(
         std::remove_if(connect_requests_.begin(), connect_requests_.end(), is_taken),
         connect_requests_.end());
+    const auto node = pending_.extract(id);
+    return node ? std::move(node.mapped()) : ResponseCallback();
+  }
+
+  // A request had waited, and the transport threw: its sender has no exception to look at.
+  void OnUnsent(const Message::ID& id) {
+    forge::Fence("response callback", [this, &id] {
+      const auto callback = TakeBack(id);
+      const Message::Error error(kInternalError, "The request could not be sent.");
+      if (callback) callback(Message::Response(id, error));
+    });
   }
 
   // The caller holds mutex_.

@@ -12,12 +12,14 @@
 //          A callback may do anything with the client, also drop it.
 //          While a handler or a response callback runs, sending from other threads waits.
 // Errors:  the callback of every request is called exactly once, with the response or with the
-//          error of the failure; not at all when the client is dropped first, or when SendRequest
-//          throws what the transport threw. A message that exceeds the limits of a frame
+//          error of the failure; not at all when the client is dropped first. When the transport
+//          throws, SendRequest throws that, and the callback is not called, unless the answer or
+//          the loss of the connection came before; a request that had waited is answered with
+//          kInternalError instead. A message that exceeds the limits of a frame
 //          (cw/admission.h) is not sent: a request is answered at once with kInternalError, a
 //          notification is an error line. Of what is received before the connection stands, at most
-//          1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an error
-//          line. A loss that comes while what has waited is being sent may be told before the
+//          1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an
+//          error line. A loss that comes while what has waited is being sent may be told before the
 //          connection is.
 #pragma once
 
@@ -58,7 +60,8 @@ class FORGE_EXPORT IClient {
                            ResponseCallback&& callback) = 0;
   virtual void SendNotify(std::string_view method, const cw::EncodableValue& params) = 0;
 
-  // Several handlers of one method are all called.
+  // Several handlers of one method are all called, in the order of their registration, until one
+  // throws.
   virtual void OnNotify(std::string_view method, NotifyCallback&& handler) = 0;
 };
 

@@ -55,8 +55,8 @@ size_t GetMemory(const Message& message) {
 
 }  // namespace
 
-Receiver::Receiver(SendFunction&& send, Handler&& handler)
-    : send_(std::move(send)), handler_(std::move(handler)) {}
+Receiver::Receiver(SendFunction&& send, Handler&& handler, UnsentFunction&& unsent)
+    : send_(std::move(send)), handler_(std::move(handler)), unsent_(std::move(unsent)) {}
 
 void Receiver::SendImmediately(Message&& message) {
   if (send_) send_(std::move(message));
@@ -97,14 +97,11 @@ void Receiver::SendNotification(std::string_view method, const cw::EncodableValu
 
 void Receiver::Append(Kind kind, Message&& message) {
   const std::lock_guard lock(queue_mutex_);
-  if (!queue_enabled_) {
-    Hold(kind, std::move(message));
-  } else if (queue_.empty()) {
-    DeliverOne(kind, std::move(message));  // Without the way through the queue.
+  if (queue_enabled_) {  // And so empty: whoever enabled it holds the lock until it is.
+    DeliverOne(kind, std::move(message));
   } else {
-    queue_.emplace_back(kind, std::move(message));
+    Hold(kind, std::move(message));
   }
-  ProcessQueue();
 }
 
 // The caller holds queue_mutex_, also of the next two.
@@ -135,11 +132,21 @@ void Receiver::DeliverOne(Kind kind, Message&& message) {
   }
 }
 
-void Receiver::SetQueueEnabled() {
-  {
-    const std::lock_guard lock(queue_mutex_);
-    queue_enabled_ = true;
+void Receiver::DeliverHeld(Kind kind, Message&& message) {
+  const auto* const request = kind == Kind::kSend ? message.GetRequest() : nullptr;
+  if (!request) return DeliverOne(kind, std::move(message));
+  const Message::ID id = request->id;
+  try {
+    DeliverOne(kind, std::move(message));
+  } catch (...) {
+    if (unsent_) unsent_(id);
+    throw;
   }
+}
+
+void Receiver::SetQueueEnabled() {
+  const std::lock_guard lock(queue_mutex_);
+  queue_enabled_ = true;
   ProcessQueue();
 }
 
@@ -163,7 +170,7 @@ void Receiver::Deliver(Queue& queue) {
   std::exception_ptr first_failure;
   for (; !queue.empty(); queue.pop_front()) {
     try {
-      DeliverOne(queue.front().first, std::move(queue.front().second));
+      DeliverHeld(queue.front().first, std::move(queue.front().second));
     } catch (...) {
       if (!first_failure) first_failure = std::current_exception();
     }

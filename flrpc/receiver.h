@@ -34,10 +34,12 @@ class Receiver {
  public:
   using SendFunction = std::function<void(Message&&)>;
   using Handler = std::function<bool(const Message&)>;  // True: handled.
+  using UnsentFunction = std::function<void(const Message::ID&)>;
   using NotifyHandler = std::function<void(const Message::Notification&)>;
 
-  // Either may be empty.
-  Receiver(SendFunction&& send, Handler&& handler);
+  // Any may be empty. `unsent` is told of each request that had waited in the queue when the send
+  // function throws; a request that did not wait leaves that to its sender.
+  Receiver(SendFunction&& send, Handler&& handler, UnsentFunction&& unsent = {});
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
@@ -73,11 +75,13 @@ class Receiver {
   void Append(Kind kind, Message&& message);
   void Hold(Kind kind, Message&& message);
   void DeliverOne(Kind kind, Message&& message);
+  void DeliverHeld(Kind kind, Message&& message);
   void Deliver(Queue& queue);
   void Emit(const Message::Notification& notification) const;
 
   const SendFunction send_;
   const Handler handler_;
+  const UnsentFunction unsent_;
 
   mutable std::shared_mutex notify_mutex_;
   std::unordered_map<std::string, std::shared_ptr<NotifySignal>>

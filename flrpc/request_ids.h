@@ -34,8 +34,8 @@ class RequestIds {
 };
 
 // The requests of one client that were answered, so that a second answer can be told from a strange
-// one. The last kMaxRemembered are known exactly; an older number counts as answered, though it may
-// be another client's.
+// one. The last kMaxRemembered are known exactly; every number up to the largest one that was
+// forgotten counts as answered, though it may be another client's.
 class AnsweredRequests {
  public:
   static constexpr size_t kMaxRemembered = 65536;

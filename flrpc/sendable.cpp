@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "forge/buffer.h"
+
 namespace flrpc::details {
 namespace {
 
@@ -33,7 +35,12 @@ Payload GetPayload(const Message& message) {
 
 const char* FindUnsendable(const Message& message) {
   const Payload payload = GetPayload(message);
-  return payload.value ? cw::FindInadmissible(*payload.value, payload.around) : nullptr;
+  if (!payload.value) return nullptr;
+  bool needs_bytes = false;
+  const char* fault = cw::FindInadmissible(*payload.value, payload.around, &needs_bytes);
+  if (fault || !needs_bytes) return fault;
+  const forge::Buffer bytes = message.ToEncodable().Serialize();
+  return cw::FindInadmissible(bytes.GetData(), bytes.GetSize());
 }
 
 Message::Error MakeUnsendableError(const char* fault) {

@@ -1,6 +1,7 @@
 // An RPC server: answers the requests of its clients, gets and sends notifications. What arrives or
-// is sent before a client has connected and Run was called waits, in order. Of what arrives, at most
-// 1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an error line.
+// is sent before a client has connected and Run was called waits, in order. Of what arrives, at
+// most 1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an error
+// line.
 //
 //   server->OnRequest("open", [](const std::string&, const cw::EncodableValue& params,
 //                                std::unique_ptr<flrpc::IReply>&& reply) {
@@ -59,7 +60,8 @@ class FORGE_EXPORT IServer {
   // The last handler of a method counts.
   virtual void OnRequest(std::string_view method, RequestHandler&& handler) = 0;
 
-  // Several handlers of one method are all called.
+  // Several handlers of one method are all called, in the order of their registration, until one
+  // throws.
   virtual void OnNotify(std::string_view method, NotifyCallback&& handler) = 0;
 
   // Handlers are called from now on; until then a client's connecting waits. Only the first call

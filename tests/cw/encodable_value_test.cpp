@@ -177,6 +177,22 @@ TEST(EncodableValueTest, MayBeAssignedFromWithinItself) {
   }
 }
 
+// A tree that is destroyed puts off what is deep, but not what its objects destroy meanwhile.
+TEST(EncodableValueTest, ObjectInADeepTreeDestroysItsOwnValuesAtOnce) {
+  struct Owner {
+    std::shared_ptr<int> alive = std::make_shared<int>();
+    ~Owner() {
+      const std::weak_ptr<int> watched = alive;
+      EncodableValue own =
+          EncodableList{EncodableList{CustomEncodableValue(std::exchange(alive, nullptr))}};
+      own = {};
+      EXPECT_TRUE(watched.expired());
+    }
+  };
+  EncodableValue tree = CustomEncodableValue(std::make_shared<Owner>());
+  for (int level = 0; level < 40; ++level) tree = EncodableList{tree};
+}
+
 TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {
   const uint8_t bytes[] = {3, 1, 0, 0, 0, 99};
   EXPECT_EQ(EncodableValue(1), EncodableValue::Deserialize(bytes, sizeof bytes));

@@ -323,6 +323,20 @@ TEST_F(StandardCodecTest, DepthNeedsNoStack) {
   }
 }
 
+// The serializer passes from recursion to a walk below the first levels, and back.
+TEST_F(StandardCodecTest, DeepTreeIsEncodedLikeAShallowOne) {
+  EncodableValue value = "innermost";
+  for (int level = 0; level < 40; ++level) {
+    EncodableList list{std::string(static_cast<size_t>(level), 'x')};
+    list.push_back(std::move(value));
+    list.insert(list.end(), {0.5, std::vector<double>{1.5}, std::vector<int32_t>{level}});
+    value = EncodableMap{{level, std::move(list)}, {EncodableList{level, 0.25}, level}};
+  }
+  const std::string bytes = Encode(kPlain, value);
+  EXPECT_EQ(Encode(kVirtual, value), bytes);
+  EXPECT_EQ(value, DecodeBothWays(FromHex(bytes)));
+}
+
 TEST_F(StandardCodecTest, ExtensionAppliesInsideListsAndMaps) {
   const EncodableValue point = cw::CustomEncodableValue(Point{3, 4});
   const EncodableValue value = EncodableList{1, EncodableMap{{"p", point}}};

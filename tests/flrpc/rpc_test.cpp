@@ -236,6 +236,7 @@ TEST_F(RpcTest, LastAnsweredRequestsAreRememberedExactly) {
   for (uint64_t number = 2; number <= 6 * kMost; number += 2) second.Add(number);
   EXPECT_TRUE(every.Contains(2 * kMost + 1) && every.Contains(3 * kMost));
   EXPECT_FALSE(every.Contains(3 * kMost + 1));
+  EXPECT_TRUE(every.Contains(1) && second.Contains(1));  // Too old to tell.
   for (uint64_t number = 4 * kMost + 1; number <= 6 * kMost; number += 1001) {
     ASSERT_EQ(number % 2 == 0, second.Contains(number)) << number;
   }
@@ -387,10 +388,33 @@ TEST_F(RpcTest, EveryValueOfAMessageCounts) {
   }
 }
 
+// Decoders align behind an empty list of numbers, and read something else than what was written.
+TEST_F(RpcTest, MessageThatIsReadAsAnotherIsCheckedAsItIsRead) {
+  const EncodableValue shifted = cw::EncodableList{
+      std::vector<int64_t>(), std::vector<uint8_t>{0, 0, 0, 12, 255, 255, 255, 255, 3, 1, 1, 1, 1}};
+  int refused = 0;
+  for (size_t size = 1; size <= 8; ++size) {
+    const auto message = Message::CreateRequest(Message::ID(1), std::string(size, 'm'), shifted);
+    const forge::Buffer bytes = message.ToEncodable().Serialize();
+    const bool is_refused = cw::FindInadmissible(bytes.GetData(), bytes.GetSize());
+    EXPECT_EQ(is_refused, flrpc::details::FindUnsendable(message) != nullptr) << size;
+    refused += is_refused ? 1 : 0;
+  }
+  EXPECT_EQ(1, refused);
+}
+
 TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBack) {
-  link_.Connect();
-  Take();
+  Request("double", 5, "waited");
   link_.is_down = true;
+  link_.client->Run();
+  EXPECT_THROW(link_.client->NotifyStarted({}), std::runtime_error);
+  link_.is_down = false;
+  link_.client->Run();
+  link_.server->Run();
+  link_.DeliverToServer();
+  link_.is_down = true;
+  EXPECT_THROW(link_.DeliverToClient(), std::runtime_error);
+  EXPECT_EQ((Events{"waited -32603 The request could not be sent.", "connected ok"}), Take());
   EXPECT_THROW(Request("double", 1), std::runtime_error);
   link_.is_down = false;
   Request("double", 2);
@@ -406,21 +430,28 @@ TEST_F(RpcTest, CapturedObjectsMayCallTheClientOrServerThatEnds) {
   };
   auto* const client = link_.client.get();
   auto* const server = link_.server.get();
-  auto calls_client = std::make_shared<Caller>(Caller{[client] {
+  auto calls_client = std::make_shared<Caller>();
+  calls_client->call = [client] {
     client->SendRequest("m", {}, nullptr);
     client->SendNotify("m", {});
     client->OnNotify("m", nullptr);
     client->OnConnected(nullptr);
+    client->OnDisconnected(nullptr);
     client->Run();
-  }});
-  auto calls_server = std::make_shared<Caller>(Caller{[server] {
+    client->NotifyStarted({});
+    client->NotifyDisconnected({});
+    client->ReceiveMessage(Message());
+  };
+  auto calls_server = std::make_shared<Caller>();
+  calls_server->call = [server] {
     server->SendNotify("m", {});
     server->OnRequest("m", nullptr);
     server->OnNotify("m", nullptr);
     server->OnConnected(nullptr);
     server->Run();
-  }});
-  client->SendRequest("m", {}, [calls_client](const Message::Response&) {});
+    server->ReceiveMessage(Message());
+  };
+  client->SendRequest("m", {}, [calls_client](const Message::Response&) { ADD_FAILURE(); });
   client->OnNotify("m", [calls_client](const Message::Notification&) {});
   server->OnRequest("m", [calls_server](const std::string&, const EncodableValue&, auto&&) {});
   server->OnNotify("m", [calls_server](const Message::Notification&) {});
