@@ -16,6 +16,9 @@ TEST_F(EndToEndTest, RequestsAreAnsweredAndNotificationsGoBothWays) {
   const EncodableValue value = cw::EncodableMap{{"list", cw::EncodableList{1, 2.5, "three"}},
                                                 {"bytes", std::vector<uint8_t>(100000, 7)}};
   EXPECT_EQ(value, *Request(client, "echo", value).GetResult());
+  const EncodableValue records =
+      cw::EncodableList(80000, cw::EncodableMap{{"id", 1}, {"name", "a record"}, {"score", 0.5}});
+  EXPECT_EQ(records, *Request(client, "echo", records).GetResult());
   EXPECT_EQ(-32601, Request(client, "unknown", {}).GetError()->code);
   const auto failure = Request(client, "fail", 6);
   ASSERT_TRUE(failure.IsError());
