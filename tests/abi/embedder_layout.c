@@ -14,9 +14,9 @@ typedef _FlutterOstrelView* View;
 
 #define PLACE(field, index) \
   static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved");
-#define TYPE(field, type)                                                      \
-  static_assert(_Generic(&((TABLE*)0)->field, type * : 1, default : 0), #field \
-                " changed its type");
+#define TYPE(field, type)                                                                      \
+  static_assert(_Generic(&((TABLE*)0)->field, type * : 1, default : 0), #field " changed its " \
+                                                                               "type");
 #define CHECK_BEGIN PLACE(size, 0) TYPE(size, uint32_t)
 #define CHECK_FIELD(index, field, type) PLACE(field, index) TYPE(field, type)
 #define CHECK_ENTRY(index, field, result, ...)                                         \

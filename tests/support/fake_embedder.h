@@ -48,7 +48,7 @@ class FakeEmbedder {
   FlutterOstrelEmbedderVersion embedder_version{sizeof embedder_version, {1, 2, 3}};
   FlutterOstrelTheme theme{sizeof theme, 0, {1, 2, 3, 4}, {"a", "b", "c", "d"}};
   std::vector<uint8_t> payload;  // Of GetWindowPayload.
-  std::string text = "text";  // Of the text queries.
+  std::string text = "text";     // Of the text queries.
   std::vector<const char*> dart_arguments{"one", "two"};
 
   // The entries called since the last time: their names, or a text with all arguments, such as
