@@ -12,17 +12,17 @@ typedef _FlutterOstrelApplication* App;
 typedef _FlutterOstrelEngine* Engine;
 typedef _FlutterOstrelView* View;
 
+/* clang-format off */
 #define PLACE(field, index) \
   static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved");
-#define TYPE(field, type)                                                                      \
-  static_assert(_Generic(&((TABLE*)0)->field, type * : 1, default : 0), #field " changed its " \
-                                                                               "type");
+#define TYPE(field, type) \
+  static_assert(_Generic(&((TABLE*)0)->field, type*: 1, default: 0), #field " has another type");
 #define CHECK_BEGIN PLACE(size, 0) TYPE(size, uint32_t)
 #define CHECK_FIELD(index, field, type) PLACE(field, index) TYPE(field, type)
-#define CHECK_ENTRY(index, field, result, ...)                                         \
-  PLACE(field, index)                                                                  \
-  static_assert(_Generic(((TABLE*)0)->field, result(*)(__VA_ARGS__) : 1, default : 0), \
-                #field " changed its type");
+#define CHECK_ENTRY(index, field, result, ...) \
+  PLACE(field, index) \
+  static_assert(_Generic(((TABLE*)0)->field, result (*)(__VA_ARGS__): 1, default: 0), \
+                #field " has another type");
 #define CHECK_END(count) \
   static_assert(sizeof(TABLE) == (count) * sizeof(void*), "A field more or less");
 
@@ -33,7 +33,6 @@ typedef _FlutterOstrelView* View;
 #include "platform/flutter_ostrel/embedder_entries.inc"
 
 /* Structures that are no tables. */
-/* clang-format off */
 #define TABLE FlutterOstrelResultSlot
 CHECK_BEGIN
 CHECK_ENTRY(1, callback, void, void*, const uint8_t*, size_t, const char*)
