@@ -78,6 +78,7 @@ TEST_F(ServiceSizesTest, TablesAndViewsAreFilledAsFarAsDeclared) {
 template <typename Argument>
 void Answer(Argument) {}
 void Answer(TAVOReplyIntentSlot* reply) { reply->release(reply->context); }
+void Answer(TAVOOpenUriSlot* slot) { slot->release(slot->user_data); }
 
 template <size_t kField, typename... Arguments>
 void Note(void* user_data, Arguments... arguments) {
@@ -87,7 +88,8 @@ void Note(void* user_data, Arguments... arguments) {
 
 // `order` is that of the calls which the full structure gets.
 template <typename Slots, typename Use>
-void CheckSlots(const Slots& full, std::initializer_list<size_t> order, Use use) {
+void CheckSlots(const TAVOProcTable& top, const Slots& full, std::initializer_list<size_t> order,
+                Use use) {
   test::PageEnd page_end;
   test::ForEachDeclaration(full, [&](Slots declared, size_t) {
     for (Slots* given : {page_end.Place(declared), &declared}) {
@@ -100,7 +102,9 @@ void CheckSlots(const Slots& full, std::initializer_list<size_t> order, Use use)
         if (find(field)) expected.emplace_back(field, find(kFields<Slots> - 1));
       }
       calls.clear();
-      use(platform, given);
+      _TAVOManagerRef* const manager = top.Initialize();
+      use(platform, manager, given);
+      top.Release(manager);
       EXPECT_EQ(expected, calls);
     }
   });
@@ -109,38 +113,30 @@ void CheckSlots(const Slots& full, std::initializer_list<size_t> order, Use use)
 TEST_F(ServiceSizesTest, SlotsCountAsFarAsDeclared) {
   int data = 0;
   const TAVORpcClientSlots client{0, Note<1>, Note<2>, Note<3>, Note<4>, &data};
-  CheckSlots(client, {1, 3, 2, 2, 4}, [&](test::FakePlatform& platform, TAVORpcClientSlots* given) {
-    _TAVOManagerRef* const manager = top_.Initialize();
+  CheckSlots(top_, client, {1, 3, 2, 2, 4}, [&](auto& platform, auto* manager, auto* given) {
     _TAVORpcClientRef* const ref = top_.CreateRpcClient(manager);
     EXPECT_EQ(FORGE_RESULT_OK, client_.StartTask(ref, "name", "/libs", given));
     platform.Task().Started();
     platform.Messaging().ReceiveText(QStringLiteral("text"));
     client_.Release(ref);
     platform.Task().Stopped();
-    top_.Release(manager);
   });
   const TAVORpcServerSlots server{0, Note<1>, Note<2>, Note<3>, &data};
-  CheckSlots(server, {1, 2, 3}, [&](test::FakePlatform& platform, TAVORpcServerSlots* given) {
-    _TAVOManagerRef* const manager = top_.Initialize();
+  CheckSlots(top_, server, {1, 2, 3}, [&](auto& platform, auto* manager, auto* given) {
     server_.Run(top_.GetRpcServer(manager), given);
     platform.Messaging().ReceiveText(QStringLiteral("text"));
-    top_.Release(manager);
   });
   const TAVOOpenUriSlot open{0, Note<1>, Note<2>, &data};
-  CheckSlots(open, {1, 2}, [&](test::FakePlatform& platform, TAVOOpenUriSlot* given) {
-    _TAVOManagerRef* const manager = top_.Initialize();
+  CheckSlots(top_, open, {1, 2}, [&](auto& platform, auto* manager, auto* given) {
     EXPECT_EQ(FORGE_RESULT_OK, intents_.OpenUri(top_.GetIntentManager(manager), "uri:", given));
     platform.ReplyToIntent(0);
-    top_.Release(manager);
   });
   const TAVORegisterIntentSlot offer{0, Note<1>, Note<2>, &data};
-  CheckSlots(offer, {1, 1, 2}, [&](test::FakePlatform& platform, TAVORegisterIntentSlot* given) {
-    _TAVOManagerRef* const manager = top_.Initialize();
+  CheckSlots(top_, offer, {1, 1, 2}, [&](auto& platform, auto* manager, auto* given) {
     _TAVOIntentManagerRef* const ref = top_.GetIntentManager(manager);
     EXPECT_EQ(FORGE_RESULT_OK, intents_.RegisterIntent(ref, "name", given));
     for (int i = 0; i < 2; ++i) platform.intents.begin()->second({}, [](const QJsonObject&) {});
     platform.intents.clear();
-    top_.Release(manager);
   });
 }
 
@@ -148,8 +144,9 @@ TEST_F(ServiceSizesTest, SlotsCountAsFarAsDeclared) {
 
 // An entry that writes down its place and answers a handle, or success.
 template <size_t kField, typename Result, typename... Arguments>
-Result Enter(Arguments...) {
+Result Enter(Arguments... arguments) {
   calls.emplace_back(kField, nullptr);
+  (Answer(arguments), ...);
   if constexpr (std::is_pointer_v<Result>) return reinterpret_cast<Result>(uintptr_t{1});
   if constexpr (std::is_arithmetic_v<Result>) return FORGE_RESULT_OK;
 }
