@@ -57,7 +57,7 @@ ForgeResult Buffer::ToCAPI(ForgeBufferView* view, uint32_t size) const {
   return FORGE_RESULT_OK;
 }
 
-Buffer Buffer::FromCAPI(const ForgeBufferView* view) {
+Buffer Buffer::FromCAPI(ForgeBufferView* view) {
   const ForgeBufferView covered = CopyCovered(view);
   return {covered.data, covered.size};
 }

@@ -7,6 +7,11 @@
 
 namespace {
 
+// Made before the codec is used, so this ends after whatever the codec would let die.
+const struct UsesTheCodecAtExit {
+  ~UsesTheCodecAtExit() { cw::StandardMethodCodec::GetInstance().EncodeSuccessEnvelope(); }
+} kUsesTheCodecAtExit;
+
 using cw::EncodableList;
 using cw::EncodableValue;
 using test::BytesOf;
@@ -108,6 +113,14 @@ TEST_F(MethodCodecTest, ResponseIsToldToTheResult) {
                  std::bad_variant_access);
     EXPECT_EQ("", result.told);
   }
+}
+
+TEST_F(MethodCodecTest, ResultTakesZeroForAValue) {
+  Recorder result;
+  result.Success(0);  // No null pointer.
+  result.Error("c", "m", 0);
+  result.Success(nullptr);
+  EXPECT_EQ("success 0300000000error <c> <m> 0300000000success none", result.told);
 }
 
 TEST_F(MethodCodecTest, ThereIsOneCodecForEachSerializer) {
