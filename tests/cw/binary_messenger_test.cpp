@@ -67,6 +67,8 @@ TEST_F(BinaryMessengerTest, HandlerGetsTheMessageAndMayAnswerLate) {
   Deliver(nullptr);
   late(received.data(), 1);
   EXPECT_EQ((std::vector<Bytes>{{}, {}, {1}}), responses);
+  messenger_->SetMessageHandler("c", nullptr);
+  EXPECT_EQ(nullptr, embedder_.message_callback);
 }
 
 // Of two messages; the second may be under way when the handler has gone.

@@ -133,68 +133,65 @@ TEST_F(DeclaredSizesTest, Application) {
   CheckEachDeclaration(&embedder_.application, operations);
 }
 
-TEST_F(DeclaredSizesTest, View) {
-  using Table = FlutterOstrelViewProcTable;
-#define HANDLE(entry)                                             \
-  {                                                               \
-    OLD(entry, "view"),                                           \
-        [](auto& v) {                                             \
-          void* out = &out;                                       \
-          return v.entry(&out), v.entry(nullptr), out ? "+" : ""; \
-        },                                                        \
-        "+", ""                                                   \
-  }
-#define NUMBER(entry, result, neutral)                                           \
-  {                                                                              \
-    OLD(entry, "view"), [](auto& v) { return Text(v.entry()); }, result, neutral \
-  }
-#define PLAIN(entry)                                          \
-  {                                                           \
-    OLD(entry, "view"), [](auto& v) { return v.entry(), ""; } \
-  }
-#define SUBSCRIPTION(kind, name)                                                               \
-  {kind(name##Subscribe, "view"), [](auto& v) { return Text(v.name##Subscribe([] {})); }, "1", \
-   "0"},                                                                                       \
-  {                                                                                            \
-    kind(name##Unsubscribe, "view, 5"), [](auto& v) { return v.name##Unsubscribe(5), ""; }     \
-  }
+// Rows of the view.
+#define HANDLE(entry)                    \
+  OLD(entry, "view"),                    \
+      [](auto& v) {                      \
+        void* out = &out;                \
+        v.entry(&out), v.entry(nullptr); \
+        return out ? "+" : "";           \
+      },                                 \
+      "+", ""
+#define NUMBER(entry) OLD(entry, "view"), [](auto& v) { return Text(v.entry()); }
+#define PLAIN(entry) OLD(entry, "view"), [](auto& v) { return v.entry(), ""; }
+#define SUBSCRIBE(kind, name) \
+  kind(name, "view"), [](auto& v) { return Text(v.name([] {})); }, "1", "0"
+#define UNSUBSCRIBE(kind, name) kind(name, "view, 5"), [](auto& v) { return v.name(5), ""; }
 #define LOCKED(entry)                                                                \
   {TEST_COVERED(LockResources), TEST_COVERED(UnlockResources), TEST_COVERED(entry)}, \
       kNamesTheEntry, "LockResources(view) " #entry "(view, 7) UnlockResources(view, 7)"
+
+TEST_F(DeclaredSizesTest, View) {
+  using Table = FlutterOstrelViewProcTable;
   const std::vector<Operation<ViewWrapper>> operations = {
-      HANDLE(GetEGLConfig),
-      HANDLE(GetEGLDisplay),
-      HANDLE(GetNativeDisplay),
-      HANDLE(GetEGLGetProcAddress),
-      HANDLE(GetEGLContextHandle),
-      HANDLE(GetEGLOffscreenContextHandle),
-      NUMBER(GetDevicePixelRatio, "2", "1"),
-      NUMBER(GetWindowVisibility, "3", "0"),
+      {HANDLE(GetEGLConfig)},
+      {HANDLE(GetEGLDisplay)},
+      {HANDLE(GetNativeDisplay)},
+      {HANDLE(GetEGLGetProcAddress)},
+      {HANDLE(GetEGLContextHandle)},
+      {HANDLE(GetEGLOffscreenContextHandle)},
+      {NUMBER(GetDevicePixelRatio), "2", "1"},
+      {NUMBER(GetWindowVisibility), "3", "0"},
       {NEW(GetWindowVisibility, "view"), [](auto& v) { return Text(v.GetWindowMode()); }, "1", "0"},
-      SUBSCRIPTION(NEW, WindowVisibilityChanged),
-      PLAIN(MaximizeWindow),
-      PLAIN(MinimizeWindow),
-      NUMBER(GetWindowOrientation, "90", "0"),
-      SUBSCRIPTION(OLD, WindowOrientationChanged),
-      NUMBER(GetWindowWidth, "1", "0"),
-      NUMBER(GetWindowHeight, "1", "0"),
-      NUMBER(GetDeviceOrientation, "270", "0"),
-      SUBSCRIPTION(OLD, DeviceOrientationChanged),
-      NUMBER(IsKeyboardVisible, "1", "0"),
-      SUBSCRIPTION(OLD, KeyboardVisibilityChanged),
+      {SUBSCRIBE(NEW, WindowVisibilityChangedSubscribe)},
+      {UNSUBSCRIBE(NEW, WindowVisibilityChangedUnsubscribe)},
+      {PLAIN(MaximizeWindow)},
+      {PLAIN(MinimizeWindow)},
+      {NUMBER(GetWindowOrientation), "90", "0"},
+      {SUBSCRIBE(OLD, WindowOrientationChangedSubscribe)},
+      {UNSUBSCRIBE(OLD, WindowOrientationChangedUnsubscribe)},
+      {NUMBER(GetWindowWidth), "1", "0"},
+      {NUMBER(GetWindowHeight), "1", "0"},
+      {NUMBER(GetDeviceOrientation), "270", "0"},
+      {SUBSCRIBE(OLD, DeviceOrientationChangedSubscribe)},
+      {UNSUBSCRIBE(OLD, DeviceOrientationChangedUnsubscribe)},
+      {NUMBER(IsKeyboardVisible), "1", "0"},
+      {SUBSCRIBE(OLD, KeyboardVisibilityChangedSubscribe)},
+      {UNSUBSCRIBE(OLD, KeyboardVisibilityChangedUnsubscribe)},
       {OLD(SetStatusbarVisibility, "view, 2"),
        [](auto& v) { return Text(v.SetStatusbarVisibility(ViewWrapper::StatusbarVisibility{2})); },
        "1", "0"},
-      NUMBER(GetStatusbarVisibility, "1", "0"),
-      NUMBER(IsStatusbarVisible, "1", "0"),
-      PLAIN(Fullscreen),
-      PLAIN(Activate),
-      NUMBER(IsBackgroundVisible, "1", "0"),
+      {NUMBER(GetStatusbarVisibility), "1", "0"},
+      {NUMBER(IsStatusbarVisible), "1", "0"},
+      {PLAIN(Fullscreen)},
+      {PLAIN(Activate)},
+      {NUMBER(IsBackgroundVisible), "1", "0"},
       {OLD(SetBackgroundVisible, "view, 1"),
        [](auto& v) { return v.SetBackgroundVisible(true), ""; }},
-      NUMBER(GetWindowType, "1", "0"),
+      {NUMBER(GetWindowType), "1", "0"},
       {LOCKED(GetTheme), [](auto& v) { return v.GetTheme().texts[3]; }, "d", ""},
-      SUBSCRIPTION(NEW, ThemeChanged),
+      {SUBSCRIBE(NEW, ThemeChangedSubscribe)},
+      {UNSUBSCRIBE(NEW, ThemeChangedUnsubscribe)},
       {LOCKED(GetWindowPayload), [](auto& v) { return v.GetWindowPayload().IsNull() ? "" : "+"; },
        "+", ""},
       {{TEST_COVERED(CreatePopupWindow)},
@@ -203,11 +200,6 @@ TEST_F(DeclaredSizesTest, View) {
        [](auto& v) { return v.CreatePopupWindow("entry", "text", nullptr, nullptr), ""; }},
       {NEW(CloseWindow, "view, 1"), [](auto& v) { return v.CloseWindow(EncodableValue()), ""; }},
   };
-#undef LOCKED
-#undef SUBSCRIPTION
-#undef PLAIN
-#undef NUMBER
-#undef HANDLE
   embedder_.answers = {{"GetDevicePixelRatio", 2},   {"GetWindowVisibility", 3},
                        {"GetWindowOrientation", 90}, {"GetDeviceOrientation", 270},
                        {"LockResources", 7},         {"GetTheme", 0},

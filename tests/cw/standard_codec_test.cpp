@@ -183,6 +183,7 @@ TEST_F(StandardCodecTest, SizesTakeOneThreeOrFiveBytes) {
       if (size > 0) all.push_back(value);  // The reader aligns in empty typed lists.
     }
   }
+  for (size_t size = 1; size < 9000; size += 37) all.push_back(std::string(size, 'y'));
   const std::string bytes = Encode(kPlain, all);
   EXPECT_EQ(Encode(kVirtual, all), bytes);
   EXPECT_EQ(EncodableValue(all), DecodeBothWays(FromHex(bytes)));
