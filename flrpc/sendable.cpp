@@ -2,33 +2,38 @@
 
 #include <string>
 
-#include "cw/admission.h"
-
 namespace flrpc::details {
 namespace {
 
-// What lies around the value that the caller gives. The message is a map; each of its members, and
-// of an error's, is a key and a value.
-constexpr cw::Surroundings kRequest{1, 1 + 3 * 2 + 1};       // Beside "id", "jsonrpc", "method".
-constexpr cw::Surroundings kNotification{1, 1 + 2 * 2 + 1};  // Beside "jsonrpc", "method".
-constexpr cw::Surroundings kResult{1, 1 + 2 * 2 + 1};        // Beside "id", "jsonrpc".
-constexpr cw::Surroundings kError{2, 1 + 2 * 2 + 1 + 1 + 2 * 2 + 1};  // And "code", "message".
+// A message is a map, as is an error in it. Each member is a key and a value; the value that the
+// sender gives counts by itself.
+constexpr uint64_t CountAround(uint64_t maps, uint64_t other_members) {
+  return maps + 2 * other_members + 1;
+}
+constexpr cw::Surroundings kInRequest{1, CountAround(1, 3)};       // "id", "jsonrpc", "method".
+constexpr cw::Surroundings kInNotification{1, CountAround(1, 2)};  // "jsonrpc", "method".
+constexpr cw::Surroundings kInResult{1, CountAround(1, 2)};        // "id", "jsonrpc".
+// "id" unless it stands alone, "jsonrpc", "code", "message", and the key "error".
+constexpr cw::Surroundings kInError{2, CountAround(2, 4) + 1};
+constexpr cw::Surroundings kInErrorAlone{2, CountAround(2, 3) + 1};
 
 }  // namespace
 
-const char* FindUnsendable(const Message& message) {
-  if (const auto* request = message.GetRequest()) {
-    return cw::FindInadmissible(request->params, kRequest);
-  }
+Payload GetPayload(const Message& message) {
+  if (const auto* request = message.GetRequest()) return {&request->params, kInRequest};
   if (const auto* notification = message.GetNotification()) {
-    return cw::FindInadmissible(notification->params, kNotification);
+    return {&notification->params, kInNotification};
   }
+  if (const auto* error = message.GetError()) return {&error->data, kInErrorAlone};
   const auto* response = message.GetResponse();
-  if (const auto* result = response ? response->GetResult() : nullptr) {
-    return cw::FindInadmissible(*result, kResult);
-  }
-  const auto* error = response ? response->GetError() : message.GetError();
-  return error ? cw::FindInadmissible(error->data, kError) : nullptr;
+  if (!response) return {nullptr, {}};
+  if (const auto* error = response->GetError()) return {&error->data, kInError};
+  return {response->GetResult(), kInResult};
+}
+
+const char* FindUnsendable(const Message& message) {
+  const Payload payload = GetPayload(message);
+  return payload.value ? cw::FindInadmissible(*payload.value, payload.around) : nullptr;
 }
 
 Message::Error MakeUnsendableError(const char* fault) {

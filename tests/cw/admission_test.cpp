@@ -34,7 +34,7 @@ TEST(AdmissionTest, ValuesAreLimited) {
   EXPECT_TRUE(IsAdmitted(list));
   list[2] = list[3] = 0, list[4] = 0x40;  // One more.
   list.push_back(0);
-  EXPECT_FALSE(IsAdmitted(list));
+  EXPECT_STREQ("it holds more than 4194304 values", cw::FindInadmissible(list.data(), list.size()));
 }
 
 TEST(AdmissionTest, ValueToSendIsMeasuredWithWhatLiesAroundIt) {

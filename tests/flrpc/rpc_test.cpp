@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "cw/value_tree.h"
 #include "flrpc/request_ids.h"
+#include "flrpc/sendable.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"
 
@@ -27,7 +29,11 @@ std::string Show(const Message::Response& response) {
 
 EncodableValue Nested(int32_t levels) {
   EncodableValue value = cw::EncodableList();
-  for (; levels > 1; --levels) value = cw::EncodableList{std::move(value)};
+  for (; levels > 1; --levels) {
+    cw::EncodableList around;
+    around.push_back(std::move(value));  // Braces would copy it.
+    value = std::move(around);
+  }
   return value;
 }
 
@@ -362,13 +368,23 @@ TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
                              "[error] Notification 'news' dropped: " + fault}),
               log_.TakeLines());
   }
-  // Seven values are the message's own, the list is one.
-  const cw::EncodableList most(4194304 - 9);
-  link_.client->SendRequest("unknown", most, answer);
-  EXPECT_EQ(Events{"answer -32601 Unknown method 'unknown()'"}, run());
-  link_.client->SendRequest("unknown", cw::EncodableList(most.size() + 1), answer);
-  EXPECT_EQ(Events{"answer -32603 The message cannot be sent: it holds more than 4194304 values"},
-            run());
+}
+
+TEST_F(RpcTest, EveryValueOfAMessageCounts) {
+  const auto count = [](const EncodableValue& value) {
+    uint64_t values = 0;
+    cw::details::Walk(value, [&values](const EncodableValue&, size_t) { return ++values > 0; });
+    return values;
+  };
+  const EncodableValue payload = EncodableMap{{"k", cw::EncodableList{1, 2}}};
+  const Message::ID id(1);
+  for (const Message& message :
+       {Message::CreateRequest(id, "m", payload), Message::CreateResponse(id, payload),
+        Message::CreateError(id, 1, "no", payload), Message::CreateNotification("m", payload),
+        Message::CreateError(1, "no", payload)}) {
+    const auto [value, around] = flrpc::details::GetPayload(message);
+    EXPECT_EQ(count(message.ToEncodable()), around.values + count(*value)) << message.ToBase64();
+  }
 }
 
 TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBack) {
