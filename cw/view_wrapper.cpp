@@ -224,10 +224,8 @@ EncodableValue ViewWrapper::GetWindowPayload() const {
   ForgeBufferView view{};
   view.struct_size = sizeof(view);
   if (table_.GetWindowPayload(view_, lock.GetChunkId(), &view, sizeof(view)) != 0) return {};
-  const bool has_data = FORGE_COVERS(ForgeBufferView, data, view.struct_size);
-  const bool has_size = FORGE_COVERS(ForgeBufferView, size, view.struct_size);
-  return details::DecodeForeign("window payload", has_data ? view.data : nullptr,
-                                has_size ? view.size : 0);
+  const ForgeBufferView covered = forge::CopyCovered(&view);
+  return details::DecodeForeign("window payload", covered.data, covered.size);
 }
 
 void ViewWrapper::CreatePopupWindow(

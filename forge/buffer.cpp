@@ -5,6 +5,7 @@
 
 #include "forge/base64.h"
 #include "forge/logger.h"
+#include "forge/proc_table.h"
 
 namespace forge {
 namespace {
@@ -52,17 +53,13 @@ ForgeResult Buffer::ToCAPI(ForgeBufferView* view, uint32_t size) const {
     return FORGE_RESULT_INVALID_ARGUMENT;
   }
   std::memset(static_cast<void*>(view), 0, size);
-  view->struct_size = size;
-  if (FORGE_COVERS(ForgeBufferView, data, size)) view->data = GetData();
-  if (FORGE_COVERS(ForgeBufferView, size, size)) view->size = GetSize();
+  FillCovered(view, size, {size, GetData(), GetSize()});
   return FORGE_RESULT_OK;
 }
 
 Buffer Buffer::FromCAPI(ForgeBufferView* view) {
-  if (!view) return {};
-  const uint32_t declared = view->struct_size;
-  return {FORGE_COVERS(ForgeBufferView, data, declared) ? view->data : nullptr,
-          FORGE_COVERS(ForgeBufferView, size, declared) ? view->size : 0};
+  const ForgeBufferView covered = CopyCovered(view);
+  return {covered.data, covered.size};
 }
 
 std::string Buffer::ToBase64() const {

@@ -23,9 +23,12 @@ typedef unsigned int ForgeResult;
                                      */
 #define FORGE_RESULT_WRONG_STATE 3u /* An unknown handle, or not now. */
 
+/* The rule: does the declared size reach the end of a field of `width` bytes at `offset`? */
+#define FORGE_REACHES(size, offset, width) ((size) >= (offset) + (width))
+
 /* Does the declared size `size` of a `type` reach the end of `field`? */
 #define FORGE_COVERS(type, field, size) \
-  ((size) >= offsetof(type, field) + sizeof(((type*)NULL)->field))
+  FORGE_REACHES(size, offsetof(type, field), sizeof(((type*)NULL)->field))
 
 /* Bytes that belong to somebody else. */
 typedef struct ForgeBufferView {

@@ -23,6 +23,7 @@
 
 #include "forge/export.h"
 #include "forge/object.h"
+#include "forge/slot_owner.h"
 
 namespace forge {
 
@@ -57,9 +58,13 @@ class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
   void InvokeOnce(Args... args) override;
 
  private:
-  CallFunction call_;
-  ReleaseFunction release_;
-  void* user_data_;
+  struct Slot {
+    CallFunction callback;
+    ReleaseFunction release;
+    void* user_data;
+  };
+
+  SlotOwner<Slot> owner_;
 };
 
 // A listener over a function object; an empty one is skipped silently. Of two concurrent
@@ -177,25 +182,22 @@ SlotT CreateSlot(Fn&& fn);
 
 template <typename... Args>
 CStyleListener<Args...>::CStyleListener(CallFunction call, ReleaseFunction release, void* user_data)
-    : call_(call), release_(release), user_data_(user_data) {}
+    : owner_(Slot{call, release, user_data}) {}
 
 template <typename... Args>
-CStyleListener<Args...>::~CStyleListener() {
-  if (release_) release_(user_data_);
-}
+CStyleListener<Args...>::~CStyleListener() = default;
 
 template <typename... Args>
 void CStyleListener<Args...>::Invoke(Args... args) const {
-  if (call_) call_(user_data_, std::forward<Args>(args)...);
+  owner_.Call(&Slot::callback, std::forward<Args>(args)...);
 }
 
 template <typename... Args>
 void CStyleListener<Args...>::InvokeOnce(Args... args) {
-  // The fields move to a listener of their own first: a re-entrant call finds them gone, and its
+  // The slot moves to an owner of its own first: a re-entrant call finds it gone, and its
   // destructor releases the user data once, also when the callback throws or destroys this.
-  const CStyleListener last(std::exchange(call_, nullptr), std::exchange(release_, nullptr),
-                            std::exchange(user_data_, nullptr));
-  last.Invoke(std::forward<Args>(args)...);
+  const SlotOwner<Slot> last(std::move(owner_));
+  last.Call(&Slot::callback, std::forward<Args>(args)...);
 }
 
 template <typename... Args>

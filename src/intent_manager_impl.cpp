@@ -4,9 +4,9 @@
 
 #include "forge/logger.h"
 #include "src/border.h"
-#include "src/callback_slot.h"
 #include "src/intent_reply.h"
 #include "src/qt_ownership.h"
+#include "src/slot_holder.h"
 
 namespace tavo {
 namespace {
@@ -15,11 +15,13 @@ constexpr char kOpenUri[] = "OpenURI";
 
 // The parameters are not for the caller, who learns only that the intent was invoked. If there is
 // no callback, or it throws, nobody answers: the platform sees its reply function go.
-void OnIntent(const details::CallbackSlot<TAVORegisterIntentSlot>& caller,
+void OnIntent(const details::SlotHolder<TAVORegisterIntentSlot>& caller,
               details::IntentReply::Function reply) {
-  if (!caller.HasCallback()) return;
+  if (!caller.Has(&TAVORegisterIntentSlot::callback)) return;
   auto slot = details::IntentReply::Open(std::move(reply));
-  if (!caller.Invoke(&slot)) slot.release(slot.context);
+  if (!caller.Call("slot callback", &TAVORegisterIntentSlot::callback, &slot)) {
+    slot.release(slot.context);
+  }
 }
 
 }  // namespace
@@ -68,9 +70,12 @@ ForgeResult IntentManagerImpl::HandleOpenUri(_TAVOIntentManagerRef* ref, const c
       return FORGE_RESULT_WRONG_STATE;
     }
     {
-      const auto caller = std::make_shared<details::CallbackSlot<TAVOOpenUriSlot>>(slot);
-      caller->HandOver(
-          [&] { manager->OpenURI(uri, [caller](bool success) { caller->Invoke(success); }); });
+      const auto caller = std::make_shared<details::SlotHolder<TAVOOpenUriSlot>>(slot);
+      caller->HandOver([&] {
+        manager->OpenURI(uri, [caller](bool success) {
+          caller->Call("slot callback", &TAVOOpenUriSlot::callback, success);
+        });
+      });
     }  // From here on the queue alone holds the slot: it is released where the outcome is told.
     details::Fence("OpenUri", [&] { manager->SendNext(); });  // Taken over, whatever comes of it.
     return FORGE_RESULT_OK;
@@ -88,7 +93,7 @@ ForgeResult IntentManagerImpl::HandleRegisterIntent(_TAVOIntentManagerRef* ref, 
       FORGE_LOG(kError) << "Intent Manager is not initialized.";
       return FORGE_RESULT_WRONG_STATE;
     }
-    const auto caller = std::make_shared<details::CallbackSlot<TAVORegisterIntentSlot>>(slot);
+    const auto caller = std::make_shared<details::SlotHolder<TAVORegisterIntentSlot>>(slot);
     caller->HandOver([&] {
       RegisterIntent(name, [caller](const QJsonObject&, details::IntentReply::Function reply) {
         details::Fence("intent handler", [&] { OnIntent(*caller, std::move(reply)); });

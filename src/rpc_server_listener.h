@@ -8,17 +8,29 @@
 
 namespace tavo {
 
-class RpcServerListener final : public details::SlotHolder<TAVORpcServerSlots> {
+class RpcServerListener final
+    : public details::SlotHolder<TAVORpcServerSlots, &TAVORpcServerSlots::Release> {
   struct PrivateTag {
     explicit PrivateTag() = default;
   };
 
  public:
-  RpcServerListener(const TAVORpcServerSlots* slots, PrivateTag) : SlotHolder(slots) {}
+  RpcServerListener(const TAVORpcServerSlots* slots, PrivateTag)
+      : SlotHolder(slots, "Release slot") {}
 
   // Null slots: no callback is there.
   static std::shared_ptr<RpcServerListener> Create(const TAVORpcServerSlots* slots) {
     return std::make_shared<RpcServerListener>(slots, PrivateTag{});
+  }
+
+  bool HasOnMessage() const { return Has(&TAVORpcServerSlots::OnMessage); }
+
+  void OnStarted(int code, const char* text, unsigned int chunk_id) const {
+    Call("OnStarted", &TAVORpcServerSlots::OnStarted, code, text, chunk_id);
+  }
+
+  void OnMessage(const char* text, unsigned int chunk_id) const {
+    Call("OnMessage", &TAVORpcServerSlots::OnMessage, text, chunk_id);
   }
 };
 

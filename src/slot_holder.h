@@ -1,54 +1,56 @@
-// The caller's callbacks, copied: the common part of what the client and the server hold.
+// A caller's slots, copied as far as they are declared, and released once they were taken over.
 //
 // Threads: the callbacks may run on several threads; Release and Forget may not run beside them.
-// Errors:  whatever a callback throws ends here as an error line.
+// Errors:  whatever a callback or the release function throws ends here as an error line.
 #pragma once
 
-#include <utility>
-
+#include "forge/proc_table.h"
+#include "forge/slot_owner.h"
 #include "src/border.h"
 
 namespace tavo::details {
 
-template <typename Slots>
+template <typename Slots, auto kRelease = &Slots::release>
 class SlotHolder {
  public:
-  explicit SlotHolder(const Slots* slots) : slots_(CopySlots(slots)) {}
+  // Null slots: no callback is there. `release_place` names the release function in an error line.
+  explicit SlotHolder(const Slots* slots, const char* release_place = "slot release")
+      : owner_(forge::CopyCovered(slots)), release_place_(release_place) {}
   ~SlotHolder() { Release(); }
-  SlotHolder(const SlotHolder&) = delete;
-  SlotHolder& operator=(const SlotHolder&) = delete;
 
-  bool HasOnStarted() const { return slots_.OnStarted != nullptr; }
-  bool HasOnMessage() const { return slots_.OnMessage != nullptr; }
-
-  void OnStarted(int code, const char* text, unsigned int chunk_id) const {
-    Call("OnStarted", &Slots::OnStarted, code, text, chunk_id);
+  template <typename Callback>
+  bool Has(Callback Slots::*callback) const {
+    return owner_.Has(callback);
   }
 
-  void OnMessage(const char* text, unsigned int chunk_id) const {
-    Call("OnMessage", &Slots::OnMessage, text, chunk_id);
-  }
-
-  // Tells the caller that its user data is not used any more. Only the first call does anything,
-  // and no callback runs after it: the copies are gone before the caller is told.
-  void Release() {
-    const Slots last = std::exchange(slots_, Slots{});
-    if (last.Release) Fence("Release slot", [&last] { last.Release(last.user_data); });
-  }
-
-  // Gives the slots up untold: the caller never handed them over.
-  void Forget() { slots_ = Slots{}; }
-
- protected:
+  // False when there is no such callback, or when it threw.
   template <typename Callback, typename... Args>
-  void Call(const char* name, Callback Slots::*callback, Args... args) const {
-    const auto function = slots_.*callback;
-    const auto user_data = slots_.user_data;
-    if (function) Fence(name, [=] { function(user_data, args...); });
+  bool Call(const char* place, Callback Slots::*callback, Args... args) const {
+    bool returned = false;
+    Fence(place, [&] { returned = owner_.Call(callback, args...); });
+    return returned;
+  }
+
+  void Release() {
+    Fence(release_place_, [this] { owner_.Release(); });
+  }
+  void Forget() { owner_.Forget(); }
+
+  // Runs what hands the slots over to their new owner. If that fails they stay their caller's: they
+  // are never released.
+  template <typename Body>
+  void HandOver(Body&& body) {
+    try {
+      body();
+    } catch (...) {
+      Forget();
+      throw;
+    }
   }
 
  private:
-  Slots slots_;
+  forge::SlotOwner<Slots, kRelease> owner_;
+  const char* const release_place_;
 };
 
 }  // namespace tavo::details

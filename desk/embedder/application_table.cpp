@@ -76,7 +76,7 @@ void EnqueueTask(Application* application, const FlutterOstrelSlot* slot, uint32
       With(application, [&](Engine& engine) {
         engine.actions.Record("EnqueueTask", {{"value", ToValue(size_t{value})}});
       });
-      taken->Call();
+      taken->Call(&FlutterOstrelSlot::callback);
     });
   } catch (...) {  // No memory: there is nobody to tell.
   }
@@ -104,7 +104,7 @@ uint32_t CreateMainWindow(Application* application, const FlutterOstrelWindowPar
   return With(application, FORGE_RESULT_WRONG_STATE,
               [&, taken = TakeSlot(slot)](Engine& engine) -> uint32_t {
                 if (!parameters) return FORGE_RESULT_INVALID_ARGUMENT;
-                const auto given = CopyCovered(parameters);
+                const auto given = forge::CopyCovered(parameters);
                 cw::EncodableMap details{{"first_text", ToValue(given.first_text)},
                                          {"second_text", ToValue(given.second_text)}};
                 AddDecoded("payload", given.payload, given.payload_size, &details);

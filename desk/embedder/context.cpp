@@ -2,28 +2,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <optional>
 
 #include "desk/embedder/engine.h"
 #include "desk/embedder/tables.h"
+#include "forge/proc_table.h"
 
 namespace desk {
 namespace {
-
-// The size field and the whole pointers that `size` bytes cover; what lies between is left.
-template <typename T>
-void Fill(T* target, uint32_t size, const T& whole) {
-  constexpr size_t kFirst = sizeof(void*);  // Where the first pointer stands.
-  const size_t end = std::min<size_t>(size, sizeof(T)) / sizeof(void*) * sizeof(void*);
-  auto* const bytes = reinterpret_cast<unsigned char*>(target);
-  if (end > kFirst) {
-    std::memcpy(bytes + kFirst, reinterpret_cast<const unsigned char*>(&whole) + kFirst,
-                end - kFirst);
-  }
-  std::memcpy(bytes, &size, sizeof size);
-}
 
 template <typename T, typename Handle>
 uint32_t Load(T* table, uint32_t size, const Handle* handle, const T& whole,
@@ -32,7 +19,7 @@ uint32_t Load(T* table, uint32_t size, const Handle* handle, const T& whole,
     const uint32_t known =
         std::min<uint32_t>(size, (engine.description.declared_sizes.*declared).value_or(sizeof(T)));
     if (!table || known < sizeof table->size) return 0;
-    Fill(table, known, whole);
+    forge::FillCovered(table, known, whole);
     return 1;
   });
 }
@@ -80,7 +67,7 @@ Context::Context(const Engine& engine) {
                        LoadView,
                        LoadTexture,
                        LoadMessenger};
-  Fill(memory_.get(), size, whole);
+  forge::FillCovered(memory_.get(), size, whole);
 }
 
 void Context::Free::operator()(FlutterOstrelPluginContext* memory) const { std::free(memory); }

@@ -59,7 +59,8 @@ void Engine::Destroy() {
 void Engine::FinishWindow(const WindowResult& result, SharedSlot<FlutterOstrelResultSlot> slot) {
   runner.GetQueue()->Post([&result, slot = std::move(slot)] {  // The description stays.
     const auto bytes = result.value.Serialize();
-    slot->Call(bytes.GetData(), bytes.GetSize(), result.text ? result.text->c_str() : nullptr);
+    slot->Call(&FlutterOstrelResultSlot::callback, bytes.GetData(), bytes.GetSize(),
+               result.text ? result.text->c_str() : nullptr);
   });
 }
 

@@ -6,7 +6,7 @@
 #include <QCryptographicHash>
 
 #include "desk/embedder/engine.h"
-#include "forge/forge_capi.h"
+#include "forge/proc_table.h"
 
 namespace desk {
 namespace {
@@ -38,21 +38,17 @@ std::string Digest(const uint8_t* data, size_t size) {
   return hash.result().toHex().toStdString();
 }
 
-#define COVERED(frame, field) \
-  (FORGE_COVERS(FlutterOstrelOpenGLTexture, field, (frame)->size) ? (frame)->field : 0)
-
-FlutterOstrelOpenGLTexture CopyOpenGL(const FlutterOstrelOpenGLTexture* frame) {
-  return {frame->size,
-          COVERED(frame, target),
-          COVERED(frame, name),
-          COVERED(frame, format),
-          COVERED(frame, width),
-          COVERED(frame, height),
-          COVERED(frame, release),
-          COVERED(frame, user_data)};
+FlutterOstrelOpenGLTexture CopyOpenGL(const FlutterOstrelOpenGLTexture& frame) {
+  using Frame = FlutterOstrelOpenGLTexture;
+  return {frame.size,
+          forge::GetReached(frame, &Frame::target),
+          forge::GetReached(frame, &Frame::name),
+          forge::GetReached(frame, &Frame::format),
+          forge::GetReached(frame, &Frame::width),
+          forge::GetReached(frame, &Frame::height),
+          forge::GetReached(frame, &Frame::release),
+          forge::GetReached(frame, &Frame::user_data)};
 }
-
-#undef COVERED
 
 }  // namespace
 
@@ -62,7 +58,7 @@ int64_t Textures::Register(const FlutterOstrelTextureDescriptor& descriptor) {
     texture.get_pixels = descriptor.source.pixel_buffer.callback;
     texture.user_data = descriptor.source.pixel_buffer.user_data;
   } else if (descriptor.kind == FLUTTER_OSTREL_OPENGL) {
-    const auto source = CopyCovered(&descriptor.source.opengl);
+    const auto source = forge::CopyCovered(&descriptor.source.opengl);
     texture.get_texture = source.callback;
     texture.user_data = source.user_data;
   }
@@ -99,7 +95,7 @@ void Textures::Fetch(int64_t id) {
 void Textures::FetchPixels(const Texture& texture, int64_t id, size_t width, size_t height) {
   cw::EncodableMap details{{"texture", id}};
   const auto* lent = texture.get_pixels(width, height, texture.user_data);
-  const auto frame = CopyCovered(lent);
+  const auto frame = forge::CopyCovered(lent);
   const Farewell farewell = SayFarewell(frame.release, frame.user_data);
   const size_t bytes = CountBytes(frame);
   if (bytes == 0) return engine_.actions.Record("NoFrame", std::move(details));
@@ -114,7 +110,7 @@ void Textures::FetchOpenGL(const Texture& texture, int64_t id, size_t width, siz
   cw::EncodableMap details{{"texture", id}};
   const auto* lent = texture.get_texture(width, height, texture.user_data);
   if (!lent) return engine_.actions.Record("NoFrame", std::move(details));
-  const auto frame = CopyOpenGL(lent);
+  const auto frame = CopyOpenGL(*lent);
   const Farewell farewell = SayFarewell(frame.release, frame.user_data);
   details["width"] = ToValue(frame.width);
   details["height"] = ToValue(frame.height);

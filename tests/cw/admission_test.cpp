@@ -60,10 +60,9 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
       {"0d ff 00 00 01 00", true},     // 65,536 entries of two.
       {"0d ff 01 00 01 00", false},
       {"0c 02 0c ff 00 00 02 00", false},  // The outer list misses one, too.
-      {"0c ff ff ff ff 03", false},        // 2^26 - 1
       {"0c ff ff ff ff ff", false},
-      {"0d ff ff ff ff ff", false},
-      {"07 ff 00 00 00 04", true},  // 64 MiB
+      {"0d ff 00 00 00 80", false},  // 2^32 keys and values.
+      {"07 ff 00 00 00 04", true},   // 64 MiB
       {"07 ff 01 00 00 04", false},
       {"08 ff 01 00 00 04", false},
       {"05 ff ff ff ff ff", false},
@@ -80,6 +79,10 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
       {"0c 03 00 06 00 00 00 00 00 00 00 00 00 00 f0 3f 07 ff ff ff ff ff", false},
       {"0c 03 00 09 01 00 00 00 01 00 00 00 07 ff ff ff ff ff", false},
       {"0c 03 00 0a 01 00 00 00 01 00 00 00 00 00 00 00 07 ff ff ff ff ff", false},
+      // Behind numbers, and a block whose size takes two bytes.
+      {"0c 02 03 00 00 00 00 07 ff ff ff ff ff", false},
+      {"0c 02 04 00 00 00 00 00 00 00 00 07 ff ff ff ff ff", false},
+      {"0c 02 08 fe 01 00 00 07 ff ff ff ff ff", false},
       {"03 00", true},
       {"0c fe", true},
   };

@@ -54,95 +54,75 @@ class BinaryMessengerTest : public test::TestBase {
   std::unique_ptr<BinaryMessenger> messenger_;
 };
 
-TEST_F(BinaryMessengerTest, OffersWhatTheTableDoes) {
-#define ROW(entry, arguments, must_be_covered) \
-#entry, "engine, c" arguments, TEST_ENTRY_END(Table, entry), must_be_covered
-  const std::vector<test::Operation<BinaryMessenger>> operations = {
-      {ROW(Send, ", 0", false), "", [](auto& m) { return m.Send("c", nullptr, 0, nullptr), ""; },
-       "", ""},
-      {ROW(Send, ", 0", false), "",
-       [](auto& m) { return m.Send("c", nullptr, 0, [](auto...) {}), ""; }, "", ""},
-      {ROW(SetMessageHandler, ", 1", false), "",
-       [](auto& m) { return m.SetMessageHandler("c", [](auto...) {}), ""; }, "", ""},
-      {ROW(ChannelUpdateSubscribe, "", true),
-       "Method 'OnChannelUpdateSubscribe' is not provided by the loaded API.",
-       [](auto& m) { return std::to_string(m.OnChannelUpdateSubscribe("c", [](bool) {})); }, "1",
-       "0"},
-      {ROW(ChannelUpdateUnsubscribe, ", 5", true),
-       "Method 'OnChannelUpdateUnsubscribe' is not provided by the loaded API.",
-       [](auto& m) { return m.OnChannelUpdateUnsubscribe("c", 5), ""; }, "", ""},
-  };
-#undef ROW
-  test::CheckDeclaredSizes<BinaryMessenger>(
-      &embedder_, &embedder_.messenger, &log_, [this] { return Create(); }, operations);
-}
-
-TEST_F(BinaryMessengerTest, HandlerAnswersAMessageOnce) {
+TEST_F(BinaryMessengerTest, HandlerGetsTheMessageAndMayAnswerLate) {
   Bytes received;
+  BinaryReply late;
   messenger_->SetMessageHandler("c", [&](const uint8_t* data, size_t size, BinaryReply reply) {
     received.assign(data, data + size);
-    reply(received.data(), 1);
-    reply(received.data(), 2);
+    late = std::move(reply);
   });
   Deliver("c");
   EXPECT_EQ((Bytes{1, 2}), received);
-  EXPECT_EQ((std::vector<Bytes>{{1}}), responses);
-  EXPECT_EQ(kDuplicate, error_.TakeText());
   Deliver("other");  // On their way to nobody: answered with nothing.
   Deliver(nullptr);
-  EXPECT_EQ((std::vector<Bytes>{{1}, {}, {}}), responses);
-}
-
-TEST_F(BinaryMessengerTest, HandlerMayReplaceAndRemoveItself) {
-  std::string order;
-  const auto token = std::make_shared<int>(1);
-  messenger_->SetMessageHandler("c", [&, token](const uint8_t*, size_t, BinaryReply reply) {
-    messenger_->SetMessageHandler("c", [&](const uint8_t*, size_t, BinaryReply second) {
-      messenger_->SetMessageHandler("c", nullptr);
-      order += "2";
-      second(nullptr, 0);
-    });
-    order += std::to_string(*token);
-    reply(nullptr, 0);
-  });
-  Deliver("c");
-  EXPECT_EQ(1, token.use_count());
-  const auto callback = embedder_.message_callback;
-  void* const user_data = embedder_.user_data;
-  Deliver("c");
+  late(received.data(), 1);
+  EXPECT_EQ((std::vector<Bytes>{{}, {}, {1}}), responses);
+  messenger_->SetMessageHandler("c", nullptr);
   EXPECT_EQ(nullptr, embedder_.message_callback);
-  embedder_.message_callback = callback;  // A message that was under way.
-  embedder_.user_data = user_data;
-  Deliver("c");
-  EXPECT_EQ("12", order);
-  EXPECT_EQ(3u, responses.size());
 }
 
-TEST_F(BinaryMessengerTest, HandlerMayEndTheMessengerAndReplyLate) {
-  BinaryReply late;
-  messenger_->SetMessageHandler("c",
-                                [&](const uint8_t*, size_t, BinaryReply reply) { late = reply; });
-  Deliver("c");
-  late(nullptr, 0);
-  EXPECT_EQ(1u, responses.size());
-
-  bool told = false;
-  messenger_->OnChannelUpdateSubscribe("c", [&](bool) { told = true; });
-  messenger_->SetMessageHandler("c", [&](const uint8_t*, size_t, BinaryReply reply) {
+// Of two messages; the second may be under way when the handler has gone.
+TEST_F(BinaryMessengerTest, HandlerMayDoAnythingToItsMessenger) {
+  const auto answer = [](const BinaryReply& reply) { reply(nullptr, 0); };
+  const struct {
+    const char* what;
+    std::function<void(const BinaryReply&)> act;
+    int calls;
+    size_t answers;
+    int duplicates;
+    size_t lines;
+  } rows[] = {
+      {"answers", answer, 2, 2, 0, 0},
+      {"answers twice", [&](auto& reply) { answer(reply), answer(reply); }, 2, 2, 2, 0},
+      {"replaces itself",
+       [&](auto& reply) {
+         messenger_->SetMessageHandler("c", [&](auto, auto, auto second) { answer(second); });
+         answer(reply);
+       },
+       1, 2, 0, 0},
+      {"removes itself",
+       [&](auto& reply) { messenger_->SetMessageHandler("c", nullptr), answer(reply); }, 1, 2, 0,
+       0},
+      {"ends the messenger", [&](auto& reply) { messenger_.reset(), answer(reply), answer(reply); },
+       1, 0, 1, 0},
+      {"throws", [](auto&) { throw std::runtime_error("cause"); }, 2, 0, 0, 2},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    messenger_ = Create();
+    const auto calls = std::make_shared<int>();
+    messenger_->SetMessageHandler("c", [&, calls](auto, auto, const BinaryReply& reply) {
+      ++*calls;
+      const std::shared_ptr<int>& kept = calls;
+      row.act(reply);
+      EXPECT_LT(0, *kept);  // Still there.
+    });
+    const auto callback = embedder_.message_callback;
+    void* const user_data = embedder_.user_data;
+    for (int i = 0; i < 2; ++i) {
+      embedder_.message_callback = callback;
+      embedder_.user_data = user_data;
+      Deliver("c");
+    }
+    EXPECT_EQ(row.calls, *calls);
+    EXPECT_EQ(row.answers, std::exchange(responses, {}).size());
+    std::string duplicates;
+    for (int i = 0; i < row.duplicates; ++i) duplicates += kDuplicate;
+    EXPECT_EQ(duplicates, error_.TakeText());
+    EXPECT_EQ(row.lines, log_.TakeLines().size());
     messenger_.reset();
-    reply(nullptr, 0);
-    reply(nullptr, 0);
-    late = reply;
-  });
-  embedder_.TakeCalls();
-  Deliver("c");
-  Deliver("c");
-  late(nullptr, 0);
-  EXPECT_EQ(1u, responses.size());
-  EXPECT_EQ(std::string(kDuplicate) + kDuplicate, error_.TakeText());
-  EXPECT_TRUE(embedder_.TakeCalls().empty());  // The end tells the embedder nothing.
-  embedder_.Call(true);
-  EXPECT_FALSE(told);
+    EXPECT_EQ(1, calls.use_count());
+  }
 }
 
 // What dies with the messenger may hold guards that use it once more.
@@ -164,99 +144,88 @@ TEST_F(BinaryMessengerTest, WhatDiesWithTheMessengerMayUseIt) {
   EXPECT_TRUE(embedder_.TakeCalls().empty());
 }
 
-TEST_F(BinaryMessengerTest, HandlersKeepTheirStateAndMayThrow) {
-  int last = 0;
-  messenger_->SetMessageHandler("c", [&last, count = std::make_shared<int>()](auto...) {
-    last = ++*count;
-    if (last == 2) throw std::runtime_error("cause");
-  });
-  for (int i = 0; i < 3; ++i) Deliver("c");
-  EXPECT_EQ(3, last);
-  EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
-}
-
 TEST_F(BinaryMessengerTest, ReplyIsCalledAtMostOnce) {
-  int replies = 0;
-  Bytes answer;
-  const auto token = std::make_shared<int>();
-  const auto send = [&] {
-    messenger_->Send("c", answer.data(), 0, [&, token](const uint8_t* data, size_t size) {
-      ++replies;
-      answer.assign(data, data + size);
-    });
+  const struct {
+    const char* what;
+    bool is_accepted;
+    std::function<void()> within;
+    int replies;
+  } rows[] = {
+      {"accepted", true, [] {}, 1},
+      {"accepted and answered within", true,
+       [this] {
+         Reply({1, 2});
+       },
+       1},
+      {"refused", false, [] {}, 0},
+      {"refused and answered all the same", false,
+       [this] {
+         Reply({1, 2});
+       },
+       1},
+      {"the messenger ends within", true, [this] { messenger_.reset(); }, 0},
   };
-  send();
-  EXPECT_EQ("engine, c, 0", embedder_.GetLastArguments());
-  Reply({1, 2});
-  Reply({3});
-  EXPECT_EQ(1, replies);
-  EXPECT_EQ((Bytes{1, 2}), answer);
-  EXPECT_EQ(1, token.use_count());
-
-  embedder_.answers["Send"] = 0;
-  send();  // Refused: nothing is kept.
-  EXPECT_EQ(1, token.use_count());
-  embedder_.within_send = [this] { Reply({}); };
-  send();  // Refused, and answered all the same.
-  EXPECT_EQ(2, replies);
-  EXPECT_EQ(1, token.use_count());
-
-  embedder_.within_send = [this] { messenger_.reset(); };
-  send();  // The messenger ends within.
-  Reply({});
-  EXPECT_EQ(2, replies);
-  EXPECT_EQ(1, token.use_count());
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    messenger_ = Create();
+    embedder_.answers["Send"] = row.is_accepted;
+    embedder_.within["Send"] = row.within;
+    const auto answers = std::make_shared<std::vector<Bytes>>();
+    messenger_->Send("c", nullptr, 7, [answers](const uint8_t* data, size_t size) {
+      answers->emplace_back(data, data + size);
+    });
+    for (int i = 0; i < 2; ++i) Reply({1, 2});
+    EXPECT_EQ(std::vector<Bytes>(static_cast<size_t>(row.replies), {1, 2}), *answers);
+    EXPECT_EQ(1, answers.use_count());
+  }
 }
 
-TEST_F(BinaryMessengerTest, ReplyAfterTheEndDoesNothing) {
-  const auto token = std::make_shared<int>();
+TEST_F(BinaryMessengerTest, NothingIsCalledAfterTheEnd) {
   const auto other = Create();
   int replies = 0;
   other->Send("c", nullptr, 0, [&](const uint8_t*, size_t) { ++replies; });
   void* const of_other = embedder_.user_data;
+  const auto token = std::make_shared<int>();
+  std::string told;
+  messenger_->OnChannelUpdateSubscribe("c", [&](bool listens) { told += listens ? "+" : "-"; });
+  embedder_.Call(true);
+  embedder_.Call(false);
   messenger_->Send("c", nullptr, 0, [token](const uint8_t*, size_t) { FAIL(); });
+  embedder_.TakeCalls();
   messenger_.reset();
+  EXPECT_EQ("", embedder_.TakeTrace());  // The end tells the embedder nothing.
   EXPECT_EQ(1, token.use_count());
+  embedder_.Call(true);
+  EXPECT_EQ("+-", told);
   Reply({1});
   embedder_.user_data = of_other;
   Reply({1});
   EXPECT_EQ(1, replies);
 }
 
-TEST_F(BinaryMessengerTest, ChannelUpdatesReachTheSubscriber) {
-  std::vector<bool> updates;
-  EXPECT_EQ(1u, messenger_->OnChannelUpdateSubscribe(
-                    "c", [&](bool listens) { updates.push_back(listens); }));
-  embedder_.Call(true);
-  embedder_.Call(false);
-  EXPECT_EQ((std::vector<bool>{true, false}), updates);
-}
-
 TEST_F(BinaryMessengerTest, ReplyManagerRespondsExactlyOnce) {
   using cw::internal::ReplyManager;
-  std::vector<std::pair<bool, size_t>> sent;
-  const BinaryReply reply = [&](const uint8_t* data, size_t size) {
-    sent.emplace_back(data != nullptr, size);
-  };
-  const Bytes empty;
   const Bytes bytes{1, 2, 3};
-  for (const Bytes* data : {static_cast<const Bytes*>(nullptr), &empty, &bytes}) {
-    ReplyManager(reply).SendResponseData(data);
-  }
-  EXPECT_EQ((std::vector<std::pair<bool, size_t>>{{false, 0}, {false, 0}, {true, 3}}), sent);
-  EXPECT_EQ("", error_.TakeText());
+  const Bytes empty;
+  std::string sent;
+  const BinaryReply reply = [&](const uint8_t* data, size_t size) {
+    sent += (data ? "data " : "null ") + std::to_string(size) + "; ";
+  };
+  ReplyManager(reply).SendResponseData(nullptr);
+  ReplyManager(reply).SendResponseData(&empty);
   {
     ReplyManager twice(reply);
     twice.SendResponseData(&bytes);
+    EXPECT_EQ("", error_.TakeText());
     twice.SendResponseData(&bytes);
   }
+  EXPECT_EQ("null 0; null 0; data 3; ", sent);
   EXPECT_EQ(
       "Error: Only one of Success, Error, or NotImplemented can be called, and it can be called "
       "exactly once. Ignoring duplicate result.\n",
       error_.TakeText());
   { const ReplyManager unused(reply); }
   EXPECT_EQ("Warning: Failed to respond to a message. This is a memory leak.\n", error_.TakeText());
-  EXPECT_EQ(4u, sent.size());
 }
 
 TEST(BinaryMessengerDeathTest, ReplyManagerNeedsAReply) {

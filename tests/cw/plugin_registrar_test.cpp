@@ -28,33 +28,22 @@ class PluginRegistrarTest : public test::TestBase {
   test::FakeEmbedder embedder_;
 };
 
-TEST_F(PluginRegistrarTest, NullFieldsAndFailingLoadersAreDoneWithout) {
-  for (const char* loader : {"application", "view", "messenger", "texture"}) {
-    embedder_.answers[loader] = 0;
+TEST_F(PluginRegistrarTest, FailingLoadersAreDoneWithout) {
+  for (const char* table : {"Application", "View", "Messenger", "Texture"}) {
+    embedder_.answers[std::string(table) + "ProcTableLoad"] = 0;
   }
-  const auto expect_none = [&] {
-    auto* registrar = GetRegistrar(embedder_.GetContext());
-    ASSERT_TRUE(registrar);
-    EXPECT_FALSE(registrar->GetApplication() || registrar->GetView() || registrar->GetMessenger() ||
-                 registrar->GetTextures());
-    EXPECT_EQ("", registrar->GetLibraryPath());
-    PluginRegistrarManager::OnRegistrarDestroyed(embedder_.context.engine);
-  };
-  expect_none();
-  Context full = embedder_.context;
-  embedder_.context = {};
-  embedder_.context.engine = full.engine;
-  expect_none();
-  embedder_.context = full;
-  embedder_.context.engine = nullptr;
-  EXPECT_EQ(nullptr, GetRegistrar(embedder_.GetContext()));
+  auto* registrar = GetRegistrar(embedder_.GetContext());
+  ASSERT_TRUE(registrar);
+  EXPECT_FALSE(registrar->GetApplication() || registrar->GetView() || registrar->GetMessenger() ||
+               registrar->GetTextures());
+  EXPECT_EQ("", registrar->GetLibraryPath());
   EXPECT_EQ(nullptr, GetRegistrar(nullptr));
-  embedder_.context = full;
 }
 
 TEST_F(PluginRegistrarTest, OneRegistrarAnEngineUntilItEnds) {
   auto* registrar = GetRegistrar(embedder_.GetContext());
-  EXPECT_EQ((Lines{"application", "view", "messenger", "texture", "EngineDestroyedSubscribe"}),
+  EXPECT_EQ((Lines{"ApplicationProcTableLoad", "ViewProcTableLoad", "MessengerProcTableLoad",
+                   "TextureProcTableLoad", "EngineDestroyedSubscribe"}),
             embedder_.TakeCalls());
   EXPECT_EQ("text", registrar->GetLibraryPath());
   embedder_.TakeCalls();
@@ -64,7 +53,9 @@ TEST_F(PluginRegistrarTest, OneRegistrarAnEngineUntilItEnds) {
   embedder_.engine_destroyed(embedder_.context.engine);
   EXPECT_TRUE(application.expired());
 
-  embedder_.within_subscribe = [this] { embedder_.engine_destroyed(embedder_.context.engine); };
+  embedder_.within["EngineDestroyedSubscribe"] = [this] {
+    embedder_.engine_destroyed(embedder_.context.engine);
+  };
   EXPECT_EQ(nullptr, GetRegistrar(embedder_.GetContext()));
 }
 
@@ -79,60 +70,57 @@ class Probe : public cw::Plugin {
 
 TEST_F(PluginRegistrarTest, PluginsAreReleasedOnceInTheOrderOfTheirAddresses) {
   auto* registrar = GetRegistrar(embedder_.GetContext());
-  std::vector<Probe*> released;
-  const auto release = [&](Probe* probe) {
-    released.push_back(probe);
-    throw std::runtime_error("cause");
-  };
-  std::vector<std::shared_ptr<Probe>> probes;
-  for (int i = 0; i < 3; ++i) probes.push_back(std::make_shared<Probe>(release));
-  for (const auto& probe : probes) registrar->AddPlugin(probe);
-  for (const auto& probe : probes) registrar->AddPlugin(probe);
+  std::vector<cw::Plugin*> released;
+  std::vector<std::shared_ptr<cw::Plugin>> plugins;
+  for (int i = 0; i < 3; ++i) {
+    plugins.push_back(std::make_shared<Probe>([&](Probe* probe) {
+      released.push_back(probe);
+      throw std::runtime_error("cause");
+    }));
+  }
+  plugins.push_back(std::make_shared<cw::Plugin>());
+  for (int i = 0; i < 2; ++i) {
+    for (const auto& plugin : plugins) registrar->AddPlugin(plugin);
+  }
   registrar->AddPlugin(nullptr);
-  registrar->AddPlugin(std::make_shared<cw::Plugin>());
-  registrar->ClearPlugins();
-  registrar->ClearPlugins();
-  std::sort(probes.begin(), probes.end());
+  for (int i = 0; i < 2; ++i) registrar->ClearPlugins();
+  plugins.pop_back();
+  std::sort(plugins.begin(), plugins.end());
   ASSERT_EQ(3u, released.size());
-  for (size_t i = 0; i < 3; ++i) EXPECT_EQ(probes[i].get(), released[i]);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(plugins[i].get(), released[i]);
+    EXPECT_EQ(1, plugins[i].use_count());
+  }
   EXPECT_EQ(3u, log_.TakeLines().size());
-  for (const auto& probe : probes) EXPECT_EQ(1, probe.use_count());
 }
 
 TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
   auto* registrar = GetRegistrar(embedder_.GetContext());
-  int late_releases = 0;
-  const auto late = std::make_shared<Probe>([&](Probe*) { ++late_releases; });
-  registrar->AddPlugin(std::make_shared<Probe>([&](Probe*) {
+  const auto late = std::make_shared<cw::Plugin>();
+  const auto release = [&](Probe*) {
     registrar->ClearPlugins();
     registrar->AddPlugin(late);
     registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
-  }));
+  };
   embedder_.TakeCalls();
+  registrar->AddPlugin(std::make_shared<Probe>(release));
   registrar->ClearPlugins();
   EXPECT_EQ(2, late.use_count());
-  const auto too_late = std::make_shared<cw::Plugin>();
-  registrar->AddPlugin(std::make_shared<Probe>([&](Probe*) {
-    registrar->AddPlugin(too_late);
-    EXPECT_EQ(1, too_late.use_count());  // Nothing is taken any more.
-    registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
-  }));
+  registrar->ClearPlugins();
+  registrar->AddPlugin(std::make_shared<Probe>(release));
   embedder_.engine_destroyed(embedder_.context.engine);
-  EXPECT_EQ((Lines{"Send", "Send"}), embedder_.TakeCalls());
-  EXPECT_EQ(1, late.use_count());
-  EXPECT_EQ(1, late_releases);
+  EXPECT_EQ(1, late.use_count());  // At the end nothing is taken any more.
+  EXPECT_EQ("Send(engine, bye, 0) Send(engine, bye, 0)", embedder_.TakeTrace());
 }
 
 // A loader asks for the registrar that is being made.
-TEST_F(PluginRegistrarTest, ReentranceGivesOneRegistrar) {
-  static PluginRegistrar* inner;
-  static Context* context;
-  static int asked;
-  embedder_.context.ViewProcTableLoad = [](auto...) -> uint32_t {
-    if (++asked == 1) inner = GetRegistrar(context);
-    return 0;
+TEST_F(PluginRegistrarTest, LoaderMayAskForTheRegistrar) {
+  PluginRegistrar* inner = nullptr;
+  Context* const context = embedder_.GetContext();
+  embedder_.within["ViewProcTableLoad"] = [&] {
+    embedder_.within.erase("ViewProcTableLoad");
+    inner = GetRegistrar(context);
   };
-  context = embedder_.GetContext();
   EXPECT_EQ(GetRegistrar(context), inner);
   const auto calls = embedder_.TakeCalls();
   EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "EngineDestroyedSubscribe"));
@@ -141,33 +129,6 @@ TEST_F(PluginRegistrarTest, ReentranceGivesOneRegistrar) {
 // ---- Textures ----
 
 using cw::TextureRegistrar;
-
-TEST_F(PluginRegistrarTest, TexturesOfferWhatTheTableDoes) {
-  using Table = FlutterOstrelTextureProcTable;
-#define ROW(entry, arguments) #entry, arguments, TEST_ENTRY_END(Table, entry), false, ""
-  static cw::Texture texture = cw::OpenGLTexture(nullptr);
-  const std::vector<test::Operation<TextureRegistrar>> operations = {
-      {ROW(RegisterTexture, "engine, 1"),
-       [](auto& t) { return std::to_string(t.RegisterTexture(&texture)); }, "1", "-1"},
-      {ROW(UnregisterTexture, "engine, 6"),
-       [](auto& t) { return std::to_string(t.UnregisterTexture(6, nullptr)); }, "1", "0"},
-  };
-#undef ROW
-  test::CheckDeclaredSizes<TextureRegistrar>(
-      &embedder_, &embedder_.texture, &log_,
-      [this] { return TextureRegistrar::Create(embedder_.GetContext()); }, operations);
-
-  auto textures = TextureRegistrar::Create(embedder_.GetContext());
-  EXPECT_TRUE(textures->MarkTextureFrameAvailable(8));
-  EXPECT_EQ("engine, 8", embedder_.GetLastArguments());
-  embedder_.texture.RegisterTexture = nullptr;  // The one that marking looks at.
-  textures = TextureRegistrar::Create(embedder_.GetContext());
-  embedder_.TakeCalls();
-  EXPECT_FALSE(textures->MarkTextureFrameAvailable(1));
-  EXPECT_TRUE(embedder_.TakeCalls().empty());
-  EXPECT_EQ(-1, textures->RegisterTexture(nullptr));
-  EXPECT_EQ("", error_.TakeText());
-}
 
 TEST_F(PluginRegistrarTest, TextureIsAskedForItsFrames) {
   const auto textures = TextureRegistrar::Create(embedder_.GetContext());
@@ -211,7 +172,9 @@ TEST_F(PluginRegistrarTest, TextureTellsOnceThatItIsGone) {
   embedder_.answers["UnregisterTexture"] = 0;
   EXPECT_FALSE(unregister());
   EXPECT_EQ(1, token.use_count());
-  embedder_.within_send = [this] { embedder_.unregistered_callback(embedder_.user_data); };
+  embedder_.within["UnregisterTexture"] = [this] {
+    embedder_.unregistered_callback(embedder_.user_data);
+  };
   EXPECT_FALSE(unregister());  // Refused, and told all the same.
   EXPECT_EQ(2, *token);
   EXPECT_EQ(1, token.use_count());

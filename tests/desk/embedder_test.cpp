@@ -10,7 +10,7 @@
 #include <QCoreApplication>
 
 #include "desk/embedder/json.h"
-#include "forge/forge_capi.h"
+#include "forge/proc_table.h"
 #include "tests/support/deadline.h"
 #include "tests/support/test_base.h"
 
@@ -156,26 +156,22 @@ TEST_F(EmbedderTest, ShowsWhatIsDescribed) {
 
 // Each declared and asked size fills what both cover, and touches nothing else.
 TEST_F(EmbedderTest, PlaysOlderEmbeddersToTheByte) {
-  constexpr uint32_t kWhole = sizeof(FlutterOstrelMessengerProcTable);
+  Start();
+  constexpr uint32_t kWhole = sizeof messenger_;
   for (uint32_t declared = 0; declared <= kWhole; ++declared) {
     Description description;
     description.declared_sizes.messenger = declared;
     Embedder older(description);
-    auto* context = older.GetContext();
+    auto* const context = older.GetContext();
     for (uint32_t asked = 0; asked <= kWhole; ++asked) {
-      unsigned char bytes[kWhole];
-      std::memset(bytes, 0xA5, sizeof bytes);
-      auto* table = reinterpret_cast<FlutterOstrelMessengerProcTable*>(bytes);
+      FlutterOstrelMessengerProcTable table, expected;
+      std::memset(static_cast<void*>(&table), 0xA5, sizeof table);
+      std::memset(static_cast<void*>(&expected), 0xA5, sizeof expected);
       const uint32_t known = std::min(declared, asked);
-      const bool is_loaded = context->MessengerProcTableLoad(table, asked, context->engine) != 0;
-      ASSERT_EQ(is_loaded, known >= sizeof known);
-      uint32_t size = 0xA5A5A5A5;
-      if (is_loaded) size = known;
-      ASSERT_EQ(std::memcmp(bytes, &size, sizeof size), 0);
-      for (size_t at = sizeof(void*); at < kWhole; at += sizeof(void*)) {
-        const bool is_filled = at + sizeof(void*) <= known;
-        ASSERT_EQ(bytes[at + sizeof(void*) - 1] == 0xA5, !is_filled) << declared << ' ' << asked;
-      }
+      const bool can_load = known >= sizeof known;
+      if (can_load) forge::FillCovered(&expected, known, messenger_);
+      ASSERT_EQ(context->MessengerProcTableLoad(&table, asked, context->engine) != 0, can_load);
+      ASSERT_EQ(std::memcmp(&table, &expected, sizeof table), 0) << declared << ' ' << asked;
     }
   }
 }
@@ -527,25 +523,6 @@ TEST_F(EmbedderTest, WrongHandlesAreHarmless) {
       EXPECT_EQ(probe->releases, 1);
       EXPECT_EQ(probe->calls, 0);
     }
-  }
-}
-
-TEST_F(EmbedderTest, ShortSlotsAreReadAsFarAsDeclared) {
-  Start();
-  for (uint32_t size = 0; size <= sizeof(FlutterOstrelSlot); ++size) {
-    Probe probe;
-    probe.slot.size = size;
-    const bool has_callback = FORGE_COVERS(FlutterOstrelSlot, callback, size);
-    if (!FORGE_COVERS(FlutterOstrelSlot, user_data, size)) {
-      probe.slot.callback = [](void* data) { EXPECT_EQ(data, nullptr); };
-      probe.slot.release = [](void* data) { EXPECT_EQ(data, nullptr); };
-    }
-    const auto id = view_.WindowVisibilityChangedSubscribe(Win(), &probe.slot);
-    EXPECT_EQ(id != 0, has_callback) << size;
-    view_.Fullscreen(Win());
-    view_.MaximizeWindow(Win());
-    view_.WindowVisibilityChangedUnsubscribe(Win(), id);
-    EXPECT_EQ(probe.releases, size == sizeof(FlutterOstrelSlot) ? 1 : 0);
   }
 }
 

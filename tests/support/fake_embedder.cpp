@@ -2,224 +2,181 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
+#include <sstream>
 #include <type_traits>
-
-#include "forge/forge_capi.h"
 
 namespace test {
 namespace {
 
 FakeEmbedder* current = nullptr;
 
-// Three different handles.
-char handles[3];
-const auto kApplication = reinterpret_cast<_FlutterOstrelApplication*>(&handles[0]);
-const auto kEngine = reinterpret_cast<_FlutterOstrelEngine*>(&handles[1]);
-const auto kView = reinterpret_cast<_FlutterOstrelView*>(&handles[2]);
-
-template <typename Table, typename Handle>
-uint32_t Load(Table* table, uint32_t size, const Table& full, Handle* handle, const char* name) {
-  EXPECT_EQ(sizeof(Table), size);
-  EXPECT_TRUE(handle);
-  *table = full;
-  return static_cast<uint32_t>(FakeEmbedder::Get().Record(name));
-}
-
-size_t CopyText(char* buffer, size_t size) {
-  const std::string& text = FakeEmbedder::Get().text;
-  if (buffer) std::memcpy(buffer, text.c_str(), std::min(size, text.size() + 1));
-  return buffer ? text.size() + 1 + (FakeEmbedder::Get().answers.count("other size") ? 1 : 0)
-                : text.size() + 1;
-}
-
-void KeepData(const uint8_t* data, size_t size) {
-  FakeEmbedder::Get().data =
-      size > 0 ? std::vector<uint8_t>(data, data + size) : std::vector<uint8_t>();
-}
-
-template <typename Version>
-uint32_t FillVersion(Version* version, const char* name) {
-  for (auto& number : version->numbers)
-    number = static_cast<uint32_t>(&number - version->numbers) + 1;
-  return static_cast<uint32_t>(FakeEmbedder::Get().Record(name));
-}
-
 }  // namespace
 
-// An entry that only records and answers.
-#define FAKE(table, entry)                                                        \
-  table.entry = [](auto... arguments) {                                           \
-    using Result = decltype(FakeEmbedder::Get().table.entry(arguments...));       \
-    return static_cast<Result>(FakeEmbedder::Get().Record(#entry, arguments...)); \
+// What an entry does with its arguments, one after the other.
+class FakeEmbedder::Arguments {
+ public:
+  explicit Arguments(FakeEmbedder& fake) : fake_(fake) {}
+
+  std::string GetText() const { return text_.str(); }
+  std::optional<double> GetAnswer() const { return answer_; }
+
+  void Take(_FlutterOstrelApplication* handle) {
+    Write(handle == fake_.context.application ? "application" : "?");
   }
-#define FAKE_HANDLE(entry)                                  \
-  view.entry = [](_FlutterOstrelView* handle, void** out) { \
-    FakeEmbedder::Get().Record(#entry, handle);             \
-    *out = &FakeEmbedder::Get();                            \
+  void Take(_FlutterOstrelEngine* handle) {
+    Write(handle == fake_.context.engine ? "engine" : "?");
   }
-#define FAKE_SUBSCRIPTION(name)                                                                 \
-  FAKE(view, name##ChangedUnsubscribe);                                                         \
-  view.name##ChangedSubscribe = [](_FlutterOstrelView* handle, const FlutterOstrelSlot* slot) { \
-    FakeEmbedder::Get().Take(slot, &FakeEmbedder::Get().void_slot_);                            \
-    return static_cast<unsigned int>(                                                           \
-        FakeEmbedder::Get().Record(#name "ChangedSubscribe", handle));                          \
+  void Take(_FlutterOstrelView* handle) { Write(handle == fake_.context.view ? "view" : "?"); }
+  void Take(const char* text) { Write(text); }
+
+  // A number may be the size of what stands before it.
+  template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
+  void Take(Number number) {
+    const auto size = static_cast<size_t>(number);
+    if (filled_size_ != 0) {
+      EXPECT_EQ(std::exchange(filled_size_, 0), size);
+    } else if (asks_for_text_) {
+      AnswerText(size);
+    } else {
+      if (const uint8_t* bytes = std::exchange(bytes_, nullptr)) {
+        fake_.data.assign(bytes, bytes + size);
+      }
+      Write(number);
+    }
   }
+  void Take(const uint8_t* bytes) {
+    bytes_ = bytes;
+    fake_.data.clear();
+  }
+  void Take(char* buffer) {
+    buffer_ = buffer;
+    asks_for_text_ = true;
+  }
+
+  // Filled for the caller.
+  void Take(FlutterOstrelApplicationProcTable* table) { Fill(table, fake_.application); }
+  void Take(FlutterOstrelViewProcTable* table) { Fill(table, fake_.view); }
+  void Take(FlutterOstrelMessengerProcTable* table) { Fill(table, fake_.messenger); }
+  void Take(FlutterOstrelTextureProcTable* table) { Fill(table, fake_.texture); }
+  void Take(FlutterOstrelOSVersion* version) { Fill(version, fake_.os_version); }
+  void Take(FlutterOstrelEmbedderVersion* version) { Fill(version, fake_.embedder_version); }
+  void Take(FlutterOstrelTheme* theme) { Fill(theme, fake_.theme); }
+  void Take(ForgeBufferView* view) {
+    const auto& payload = fake_.payload;
+    Fill(view, ForgeBufferView{sizeof *view, payload.data(), payload.size()});
+  }
+  void Take(void** handle) { *handle = &fake_; }
+  void Take(int* count) { *count = static_cast<int>(fake_.dart_arguments.size()); }
+  void Take(const char* const** arguments) { *arguments = fake_.dart_arguments.data(); }
+
+  // Kept.
+  void Take(const FlutterOstrelSlot* slot) { fake_.Keep(slot, &fake_.slot_); }
+  void Take(const FlutterOstrelBoolSlot* slot) { fake_.Keep(slot, &fake_.bool_slot_); }
+  void Take(const FlutterOstrelResultSlot* slot) { fake_.Keep(slot, &fake_.result_slot_); }
+  void Take(const FlutterOstrelWindowParameters* parameters) {
+    EXPECT_EQ(sizeof *parameters, parameters->size);
+    Take(parameters->first_text);
+    Take(parameters->second_text);
+    Take(parameters->payload);
+    Take(parameters->payload_size);
+  }
+  void Take(const FlutterOstrelTextureDescriptor* descriptor) {
+    fake_.descriptor = *descriptor;
+    Write(descriptor->kind);
+  }
+  void Take(FlutterOstrelReplyCallback callback) { fake_.reply_callback = callback; }
+  void Take(FlutterOstrelMessageCallback callback) {
+    fake_.message_callback = callback;
+    Write(callback != nullptr);
+  }
+  void Take(void (*callback)(void*)) { fake_.unregistered_callback = callback; }
+  void Take(void (*callback)(_FlutterOstrelEngine*)) { fake_.engine_destroyed = callback; }
+  void Take(void* user_data) { fake_.user_data = user_data; }
+
+ private:
+  template <typename T>
+  void Write(const T& argument) {
+    text_ << std::exchange(separator_, ", ") << argument;
+  }
+
+  template <typename Structure>
+  void Fill(Structure* target, const Structure& source) {
+    *target = source;
+    filled_size_ = sizeof source;
+  }
+
+  // The size that the text needs. "other size": as if it grew between the two questions.
+  void AnswerText(size_t size) {
+    const std::string& text = fake_.text;
+    if (buffer_) std::memcpy(buffer_, text.c_str(), std::min(size, text.size() + 1));
+    const bool has_grown = buffer_ && fake_.answers.count("other size") > 0;
+    answer_ = static_cast<double>(text.size() + (has_grown ? 2 : 1));
+  }
+
+  FakeEmbedder& fake_;
+  std::ostringstream text_;
+  const char* separator_ = "";
+  std::optional<double> answer_;  // Where it is not the test's.
+  size_t filled_size_ = 0;        // What the next number has to be.
+  const uint8_t* bytes_ = nullptr;
+  char* buffer_ = nullptr;
+  bool asks_for_text_ = false;
+};
+
+template <typename... Parameters>
+double FakeEmbedder::Enter(const char* entry, Parameters... parameters) {
+  Arguments arguments(*this);
+  (arguments.Take(parameters), ...);
+  const auto hook = within.find(entry);
+  if (hook != within.end()) std::function<void()>(hook->second)();  // It may remove itself.
+  calls_.emplace_back(entry, arguments.GetText());
+  if (arguments.GetAnswer()) return *arguments.GetAnswer();
+  const auto answer = answers.find(entry);
+  return answer == answers.end() ? 1 : answer->second;
+}
+
+template <typename Slot>
+void FakeEmbedder::Keep(const Slot* slot, Slot* kept) {
+  ReleaseSlot();
+  if (!slot) return;
+  EXPECT_EQ(sizeof(Slot), slot->size);
+  *kept = *slot;
+  release_ = slot->release;
+  released_data_ = slot->user_data;
+}
 
 FakeEmbedder::FakeEmbedder() {
   current = this;
-  context.application = kApplication;
-  context.engine = kEngine;
-  context.view = kView;
-  context.EngineDestroyedSubscribe = [](_FlutterOstrelEngine* handle, auto callback) {
-    Get().Record("EngineDestroyedSubscribe", handle);
-    Get().engine_destroyed = callback;
-    if (Get().within_subscribe) Get().within_subscribe();
+  static char handles[3];  // Three different ones.
+  context.application = reinterpret_cast<_FlutterOstrelApplication*>(&handles[0]);
+  context.engine = reinterpret_cast<_FlutterOstrelEngine*>(&handles[1]);
+  context.view = reinterpret_cast<_FlutterOstrelView*>(&handles[2]);
+#define BEGIN(name)     \
+  {                     \
+    auto& table = name; \
+    table.size = sizeof table;
+#define FIELD(index, field, type)
+#define ENTRY(index, field, ...)                                                  \
+  table.field = [](auto... parameters) {                                          \
+    using Result = decltype(std::declval<TABLE>().field(parameters...));          \
+    return static_cast<Result>(FakeEmbedder::Get().Enter(#field, parameters...)); \
   };
-  context.ApplicationProcTableLoad = [](auto* table, uint32_t size, auto* handle) {
-    return Load(table, size, Get().application, handle, "application");
-  };
-  context.ViewProcTableLoad = [](auto* table, uint32_t size, auto* handle) {
-    return Load(table, size, Get().view, handle, "view");
-  };
-  context.TextureProcTableLoad = [](auto* table, uint32_t size, auto* handle) {
-    return Load(table, size, Get().texture, handle, "texture");
-  };
-  context.MessengerProcTableLoad = [](auto* table, uint32_t size, auto* handle) {
-    return Load(table, size, Get().messenger, handle, "messenger");
-  };
+#define END(count) }
+#include "platform/flutter_ostrel/embedder_entries.inc"
 
-  application.size = sizeof(application);
-  application.GetApplicationInfo = [](auto* handle, uint32_t kind, char* buffer, size_t size) {
-    Get().Record("GetApplicationInfo", handle, kind);
-    return CopyText(buffer, size);
-  };
-  application.GetPath = [](auto* handle, uint32_t kind, char* buffer, size_t size) {
-    Get().Record("GetPath", handle, kind);
-    return CopyText(buffer, size);
-  };
-  application.GetDartEntryPointArgs = [](auto* handle, int* count, const char* const** arguments) {
-    Get().Record("GetDartEntryPointArgs", handle);
-    *count = static_cast<int>(Get().dart_arguments.size());
-    *arguments = Get().dart_arguments.data();
-  };
-  application.GetOSVersion = [](FlutterOstrelOSVersion* version, uint32_t) {
-    return FillVersion(version, "GetOSVersion");
-  };
-  application.GetEmbedderVersion = [](FlutterOstrelEmbedderVersion* version, uint32_t) {
-    return FillVersion(version, "GetEmbedderVersion");
-  };
-  application.EnqueueTask = [](auto* handle, const FlutterOstrelSlot* slot, uint32_t value) {
-    Get().Record("EnqueueTask", handle, value);
-    Get().Take(slot, &Get().void_slot_);
-  };
-  FAKE(application, Exit);
   application.HasPermission = [](auto* handle, const char* permission, size_t size) {
-    return Get().Record("HasPermission", handle, std::string(permission, size)) != 0;
+    const std::string name(permission, size);  // It need not end with a NUL.
+    return Get().Enter("HasPermission", handle, name.c_str()) != 0;
   };
-  application.CreateMainWindow = [](auto* handle, const FlutterOstrelWindowParameters* parameters,
-                                    const FlutterOstrelResultSlot* slot) {
-    EXPECT_EQ(sizeof(*parameters), parameters->size);
-    KeepData(parameters->payload, parameters->payload_size);
-    Get().Take(slot, &Get().result_slot_);
-    return static_cast<uint32_t>(Get().Record("CreateMainWindow", handle, parameters->first_text,
-                                              parameters->second_text, parameters->payload_size));
-  };
-
-  view.size = sizeof(view);
-  FAKE_HANDLE(GetEGLConfig);
-  FAKE_HANDLE(GetEGLDisplay);
-  FAKE_HANDLE(GetNativeDisplay);
-  FAKE_HANDLE(GetEGLGetProcAddress);
-  FAKE_HANDLE(GetEGLContextHandle);
-  FAKE_HANDLE(GetEGLOffscreenContextHandle);
-  FAKE(view, GetDevicePixelRatio);
-  FAKE(view, GetWindowVisibility);
-  FAKE_SUBSCRIPTION(WindowVisibility);
-  FAKE(view, MaximizeWindow);
-  FAKE(view, MinimizeWindow);
-  FAKE(view, GetWindowOrientation);
-  FAKE_SUBSCRIPTION(WindowOrientation);
-  FAKE(view, GetWindowWidth);
-  FAKE(view, GetWindowHeight);
-  FAKE(view, GetDeviceOrientation);
-  FAKE_SUBSCRIPTION(DeviceOrientation);
-  FAKE(view, IsKeyboardVisible);
-  FAKE_SUBSCRIPTION(KeyboardVisibility);
-  FAKE(view, SetStatusbarVisibility);
-  FAKE(view, GetStatusbarVisibility);
-  FAKE(view, IsStatusbarVisible);
-  FAKE(view, Fullscreen);
-  FAKE(view, Activate);
-  FAKE(view, IsBackgroundVisible);
-  FAKE(view, SetBackgroundVisible);
-  FAKE(view, GetWindowType);
-  FAKE(view, LockResources);
-  FAKE(view, UnlockResources);
-  view.GetTheme = [](auto* handle, uint32_t chunk, FlutterOstrelTheme* filled, uint32_t size) {
-    EXPECT_EQ(sizeof(*filled), size);
-    *filled = Get().theme;
-    return static_cast<uint32_t>(Get().Record("GetTheme", handle, chunk));
-  };
-  FAKE_SUBSCRIPTION(Theme);
-  view.GetWindowPayload = [](auto* handle, uint32_t chunk, ForgeBufferView* filled, uint32_t size) {
-    EXPECT_EQ(sizeof(*filled), size);
-    filled->data = Get().payload.data();
-    filled->size = Get().payload.size();
-    return static_cast<uint32_t>(Get().Record("GetWindowPayload", handle, chunk));
-  };
-  view.CreatePopupWindow = [](auto* handle, const char* entry_point, const char* second,
-                              const uint8_t* bytes, size_t size,
-                              const FlutterOstrelResultSlot* slot) {
-    Get().Record("CreatePopupWindow", handle, entry_point, second, size);
-    KeepData(bytes, size);
-    Get().Take(slot, &Get().result_slot_);
-  };
-  view.CloseWindow = [](auto* handle, const uint8_t* bytes, size_t size) {
-    Get().Record("CloseWindow", handle, size);
-    KeepData(bytes, size);
-  };
-
-  messenger.size = sizeof(messenger);
-  messenger.Send = [](auto* handle, const char* channel, const uint8_t* bytes, size_t size,
-                      FlutterOstrelReplyCallback callback, void* closure) {
-    FakeEmbedder& fake = Get();
-    KeepData(bytes, size);
-    fake.reply_callback = callback;
-    fake.user_data = closure;
-    if (fake.within_send) fake.within_send();
-    return fake.Record("Send", handle, channel, size) != 0;
-  };
-  messenger.SetMessageHandler = [](auto* handle, const char* channel,
-                                   FlutterOstrelMessageCallback callback, void* closure) {
-    Get().Record("SetMessageHandler", handle, channel, callback != nullptr);
-    Get().message_callback = callback;
-    Get().user_data = closure;
-  };
-  messenger.ChannelUpdateSubscribe = [](auto* handle, const char* channel,
-                                        const FlutterOstrelBoolSlot* slot) {
-    Get().Take(slot, &Get().bool_slot_);
-    return static_cast<unsigned int>(Get().Record("ChannelUpdateSubscribe", handle, channel));
-  };
-  FAKE(messenger, ChannelUpdateUnsubscribe);
-
-  texture.size = sizeof(texture);
-  texture.RegisterTexture = [](auto* handle, const FlutterOstrelTextureDescriptor* given) {
-    Get().descriptor = *given;
-    return static_cast<int64_t>(Get().Record("RegisterTexture", handle, given->kind));
-  };
-  texture.UnregisterTexture = [](auto* handle, int64_t id, void (*callback)(void*), void* closure) {
-    Get().unregistered_callback = callback;
-    Get().user_data = closure;
-    if (Get().within_send) Get().within_send();
-    return Get().Record("UnregisterTexture", handle, id) != 0;
-  };
-  FAKE(texture, MarkTextureFrameAvailable);
 }
 
 FakeEmbedder::~FakeEmbedder() {
   ReleaseSlot();
   current = nullptr;
 }
+
+FakeEmbedder& FakeEmbedder::Get() { return *current; }
 
 FlutterOstrelPluginContext* FakeEmbedder::GetContext(size_t declared) {
   const size_t size = std::max(declared, sizeof(uint32_t));
@@ -229,6 +186,20 @@ FlutterOstrelPluginContext* FakeEmbedder::GetContext(size_t declared) {
   return static_cast<FlutterOstrelPluginContext*>(context_memory_.get());
 }
 
+std::vector<std::string> FakeEmbedder::TakeCalls() {
+  std::vector<std::string> entries;
+  for (const auto& call : std::exchange(calls_, {})) entries.push_back(call.first);
+  return entries;
+}
+
+std::string FakeEmbedder::TakeTrace() {
+  std::string trace;
+  for (const auto& call : std::exchange(calls_, {})) {
+    trace += (trace.empty() ? "" : " ") + call.first + "(" + call.second + ")";
+  }
+  return trace;
+}
+
 void FakeEmbedder::Call(const std::vector<uint8_t>& result, const char* result_text) {
   result_slot_.callback(result_slot_.user_data, result.data(), result.size(), result_text);
 }
@@ -236,18 +207,6 @@ void FakeEmbedder::Call(const std::vector<uint8_t>& result, const char* result_t
 void FakeEmbedder::ReleaseSlot() {
   if (release_) release_(released_data_);
   release_ = nullptr;
-}
-
-FakeEmbedder& FakeEmbedder::Get() { return *current; }
-
-const char* FakeEmbedder::Describe(_FlutterOstrelApplication* handle) {
-  return handle == kApplication ? "application" : "?";
-}
-const char* FakeEmbedder::Describe(_FlutterOstrelEngine* handle) {
-  return handle == kEngine ? "engine" : "?";
-}
-const char* FakeEmbedder::Describe(_FlutterOstrelView* handle) {
-  return handle == kView ? "view" : "?";
 }
 
 }  // namespace test
