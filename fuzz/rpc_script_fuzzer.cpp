@@ -23,7 +23,8 @@ constexpr const char* kMethods[] = {"echo", "hold", "unknown", "flrpc.connected"
 
 // What the process's next request will be called. The one drawn to know that is done with.
 Message::ID ForeseeId() {
-  const std::string drawn = flrpc::details::OpenRequest().GetId().GetText();
+  auto& ids = flrpc::details::RequestIds::Get();
+  const std::string drawn = ids.IdOf(ids.Draw()).GetText();
   const size_t counter = drawn.find('_') + 1;
   const uint64_t next = std::stoull(drawn.substr(counter)) + 1;
   return Message::ID(drawn.substr(0, counter) + std::to_string(next));

@@ -1,5 +1,6 @@
 #include "desk/runtime_manager/acceptor.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ Acceptor::Acceptor(int listener, std::function<void(int)> accept, QObject* paren
       listener_(listener),
       accept_(std::move(accept)),
       notifier_(std::make_unique<QSocketNotifier>(listener, QSocketNotifier::Read)) {
+  fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
   connect(notifier_.get(), &QSocketNotifier::activated, this, [this] { AcceptAll(); });
 }
 

@@ -15,7 +15,8 @@ class Acceptor : public QObject {
   Q_OBJECT
 
  public:
-  // Takes the listening socket over; `accept` is given each connected one, to own.
+  // Takes the listening socket over, which does not block from now on; `accept` is given each
+  // connected one, to own.
   Acceptor(int listener, std::function<void(int descriptor)> accept, QObject* parent = nullptr);
   ~Acceptor() override;
 

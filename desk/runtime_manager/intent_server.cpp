@@ -5,17 +5,19 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include <QCryptographicHash>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 
+#include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/socket_files.h"
 
 namespace desk {
@@ -57,6 +59,44 @@ int Connect(const QByteArray& path) {
   return -1;
 }
 
+// A socket of somebody who offers an intent.
+struct Offer {
+  QByteArray path;
+  timespec time;
+};
+
+bool IsNewer(const Offer& one, const Offer& other) {
+  return std::tie(one.time.tv_sec, one.time.tv_nsec) >
+         std::tie(other.time.tv_sec, other.time.tv_nsec);
+}
+
+// Of the intent, newest first. False, with the cause in `error`, when it is unknown who offers it;
+// where there is no directory, nobody does.
+bool FindOffers(const QString& name, std::vector<Offer>* offers, RuntimeManager::Error* error) {
+  const QByteArray directory = GetIntentDirectory();
+  const auto fail = [&](int fault, const QString& cause) {
+    if (fault == ENOENT) return true;
+    *error = {fault,
+              QStringLiteral("it is unknown who offers the intent \"%1\": %2").arg(name, cause)};
+    return false;
+  };
+  for (const QByteArray& needed : {GetSharedDirectory(), directory}) {
+    const int fault = CheckPrivateDirectory(needed.constData());
+    if (fault != 0) return fail(fault, PrivateDirectoryFault(needed, fault));
+  }
+  const auto add = [](void* context, const char* path, const timespec& time) {
+    static_cast<std::vector<Offer>*>(context)->push_back({path, time});
+  };
+  const int fault = SweepSockets(directory.constData(), add, offers);
+  if (fault != 0) return fail(fault, PrivateDirectoryFault(directory, fault));
+  const QByteArray stem = directory + '/' + FileStem(name);
+  offers->erase(std::remove_if(offers->begin(), offers->end(),
+                               [&](const Offer& offer) { return !offer.path.startsWith(stem); }),
+                offers->end());
+  std::sort(offers->begin(), offers->end(), IsNewer);
+  return true;
+}
+
 }  // namespace
 
 struct IntentServer::Intent {
@@ -81,7 +121,7 @@ class IntentServer::Answer {
 
   void Send(const QByteArray& line) {
     if (sent_.exchange(true)) return;
-    if (line.size() > kLargestFrame) {
+    if (!IsSendable(line, QStringLiteral("answer to an intent"))) {
       return Post(ErrorLine(EMSGSIZE, QStringLiteral("the answer is too large")));
     }
     Post(line);
@@ -127,10 +167,10 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
       !MakePrivateDirectory(directory, error)) {
     return false;
   }
+  RemoveDeadIntents(GetSharedDirectory().constData());
   // Whoever finds the file can connect: it gets its name when the socket listens.
   const QByteArray file = FileStem(name) + QByteArray::number(getpid());
   const QByteArray hidden = directory + "/." + file;
-  unlink(hidden.constData());  // Of an earlier process with our id, if there is one.
   const int listener = ListenAt(hidden, error);
   if (listener < 0) return false;
   auto acceptor =
@@ -146,22 +186,15 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
 }
 
 int IntentServer::ConnectTo(const QString& name, RuntimeManager::Error* error) {
-  const QByteArray path = GetIntentDirectory();
-  if (!IsPrivateDirectory(GetSharedDirectory()) || !IsPrivateDirectory(path)) return -1;
-  const QDir directory(QFile::decodeName(path));
-  const QString pattern = QFile::decodeName(FileStem(name) + '*');
-  const auto newest_first = directory.entryList({pattern}, QDir::System | QDir::Files, QDir::Time);
-  for (const QString& file : newest_first) {
-    const QByteArray candidate = QFile::encodeName(directory.filePath(file));
-    const int descriptor = Connect(candidate);
+  std::vector<Offer> offers;
+  if (!FindOffers(name, &offers, error)) return -1;
+  for (const Offer& offer : offers) {
+    const int descriptor = Connect(offer.path);
     if (descriptor >= 0) return descriptor;
-    if (errno == ECONNREFUSED) {
-      unlink(candidate.constData());  // Nobody listens any more.
-    } else if (errno != ENOENT) {
-      *error = {errno, QStringLiteral("the application that offers \"%1\" cannot be reached: %2")
-                           .arg(name, ErrnoText())};
-      return -1;
-    }
+    if (errno == ECONNREFUSED || errno == ENOENT) continue;  // Gone since it was found.
+    *error = {errno, QStringLiteral("the application that offers \"%1\" cannot be reached: %2")
+                         .arg(name, ErrnoText())};
+    return -1;
   }
   return -1;
 }

@@ -6,6 +6,9 @@
 // several applications that offer an intent, the one that registered it last is invoked, as the
 // times of the files tell. An application that never answers is waited for.
 //
+// What dead processes left is removed by whoever offers or invokes an intent, and by the supervisor
+// of a task that ends.
+//
 // Threads: made, used and deleted on the thread whose event loop runs the handlers; the reply
 //          functions may be called on any.
 #pragma once
@@ -40,7 +43,7 @@ class IntentServer : public QObject {
   bool Register(const QString& name, Handler handler, QString* error);
 
   // Connects to whoever registered the intent last; -1 when that fails, with the cause in `error`,
-  // or empty when nobody offers the intent. Removes what dead processes have left.
+  // or empty when nobody offers the intent.
   static int ConnectTo(const QString& name, RuntimeManager::Error* error);
 
  private:

@@ -52,7 +52,8 @@ struct IntentsInvoker::Private {
       Fail(EPIPE, QStringLiteral("the application that offers \"%1\" is gone").arg(name));
     });
     peer->TakeOver(descriptor);
-    if (line.size() <= desk::kLargestFrame) return peer->Send(line);
+    const QString what = QStringLiteral("invocation of the intent \"%1\"").arg(name);
+    if (desk::IsSendable(line, what)) return peer->Send(line);
     Forget(peer);
     Fail(EMSGSIZE, QStringLiteral("the parameters of \"%1\" are too large").arg(name));
   }

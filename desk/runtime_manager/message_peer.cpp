@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include <QFile>
@@ -13,6 +12,7 @@
 #include <QTimer>
 
 #include "desk/runtime_manager/json_line.h"
+#include "desk/runtime_manager/quiet_write.h"
 #include "desk/runtime_manager/transfer.h"
 
 namespace desk {
@@ -42,7 +42,19 @@ int ConnectTo(int descriptor, const QByteArray& path) {
 }  // namespace
 
 void Complain(const QString& text) {
-  std::fprintf(stderr, "tavo-desk: %s\n", text.toLocal8Bit().constData());
+  const QByteArray line = "tavo-desk: " + text.toLocal8Bit() + '\n';
+  size_t written = 0;  // Where nobody reads standard error, nobody can be told.
+  WriteQuietly(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()), &written);
+}
+
+bool IsSendable(const QByteArray& line, const QString& what) {
+  const qint64 size = line.size() - 1;
+  if (size <= kLargestFrame) return true;
+  Complain(QStringLiteral("%1 dropped: it has %2 bytes, at most %3 are possible")
+               .arg(what)
+               .arg(size)
+               .arg(kLargestFrame));
+  return false;
 }
 
 MessagePeer::MessagePeer(QObject* parent) : QObject(parent) {}

@@ -28,6 +28,10 @@ constexpr qint64 kMostUnsent = qint64{128} << 20;
 // Writes a line to standard error.
 void Complain(const QString& text);
 
+// Whether the line, which ends with a newline, may be sent; if not, the dropped `what` is told on
+// standard error.
+bool IsSendable(const QByteArray& line, const QString& what);
+
 class MessagePeer : public QObject {
   Q_OBJECT
 
@@ -41,7 +45,7 @@ class MessagePeer : public QObject {
 
   bool IsConnected() const { return ready_; }
 
-  // `line` ends with a newline. Nothing happens unless connected.
+  // `line` ends with a newline and is sendable. Nothing happens unless connected.
   void Send(const QByteArray& line);
 
   void Drop(const QString& reason);

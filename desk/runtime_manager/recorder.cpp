@@ -1,6 +1,7 @@
 #include "desk/runtime_manager/recorder.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include <QJsonDocument>
 
 #include "desk/runtime_manager/message_peer.h"
+#include "desk/runtime_manager/quiet_write.h"
 #include "desk/runtime_manager/socket_files.h"
 #include "desk/runtime_manager/task_socket.h"
 
@@ -24,21 +26,82 @@ QByteArray LineOf(QJsonObject entry) {
   return QJsonDocument(entry).toJson(QJsonDocument::Compact);
 }
 
-// One write a line, so that those of several processes stay whole. What is recorded may be secret.
+// What is wrong with an open file that is to hold what others must not see; empty when nothing is.
+QString FindFault(const struct stat& status, bool opened_as_pipe) {
+  if (opened_as_pipe ? !S_ISFIFO(status.st_mode) : !S_ISREG(status.st_mode)) {
+    return QStringLiteral("it is neither a file nor a pipe");
+  }
+  if (status.st_uid != geteuid()) return QStringLiteral("another user owns it");
+  if ((status.st_mode & 066) == 0) return {};
+  return QStringLiteral("other users may open it (mode %1): give it mode 0600")
+      .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0'));
+}
+
+QString OpenFault(int error) {
+  if (error == ELOOP) return QStringLiteral("it is a symbolic link: name the file itself");
+  if (error == ENXIO) return QStringLiteral("nobody reads the pipe");
+  return ErrnoText(error);
+}
+
+// The file that lines are appended to, opened for one of them. Several processes may share it.
+class RecordFile {
+ public:
+  // Neither follows a link nor waits for a pipe's reader.
+  RecordFile(const QByteArray& path, QString* fault) {
+    struct stat status {};
+    is_pipe_ = lstat(path.constData(), &status) == 0 && S_ISFIFO(status.st_mode);
+    const int access = is_pipe_ ? O_WRONLY : O_RDWR | O_CREAT;
+    descriptor_ = open(path.constData(),
+                       access | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
+    *fault = descriptor_ < 0 || fstat(descriptor_, &status) != 0 ? OpenFault(errno)
+                                                                 : FindFault(status, is_pipe_);
+  }
+  ~RecordFile() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  RecordFile(const RecordFile&) = delete;
+  RecordFile& operator=(const RecordFile&) = delete;
+
+  // In one write, if the machine can. What another process could not finish stays a line of its
+  // own.
+  void Append(const QByteArray& line, QString* fault) {
+    const QByteArray text = (EndsWithinALine() ? "\n" : "") + line + '\n';
+    size_t written = 0;
+    const int error =
+        WriteQuietly(descriptor_, text.constData(), static_cast<size_t>(text.size()), &written);
+    if (error == 0) return;
+    *fault = error == EAGAIN ? QStringLiteral("the pipe is full, and nobody reads it")
+                             : ErrnoText(error);
+    if (written > 0 && !is_pipe_) TakeBack(static_cast<off_t>(written));
+  }
+
+ private:
+  bool EndsWithinALine() const {
+    struct stat status {};
+    char last = '\n';
+    return !is_pipe_ && fstat(descriptor_, &status) == 0 && status.st_size > 0 &&
+           pread(descriptor_, &last, 1, status.st_size - 1) == 1 && last != '\n';
+  }
+
+  // Half a line, unless somebody has appended another since.
+  void TakeBack(off_t size) const {
+    struct stat status {};
+    const off_t end = lseek(descriptor_, 0, SEEK_CUR);
+    if (fstat(descriptor_, &status) != 0 || status.st_size != end) return;
+    if (ftruncate(descriptor_, end - size) != 0) return;  // The next line begins on a new one.
+  }
+
+  int descriptor_ = -1;
+  bool is_pipe_ = false;
+};
+
+// False, with the cause in `error`, when the line could not be appended.
 bool AppendLine(const QString& path, const QByteArray& line, QString* error) {
-  const int descriptor =
-      open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-  const QByteArray whole = line + '\n';
-  ssize_t written = -1;
-  do {
-    if (descriptor < 0) break;
-    written = write(descriptor, whole.constData(), static_cast<size_t>(whole.size()));
-  } while (written < 0 && errno == EINTR);
-  const bool is_whole = written == whole.size();
-  if (written >= 0 && !is_whole) errno = ENOSPC;  // A part was written: there is no room.
-  if (!is_whole) *error = QStringLiteral("%1: %2").arg(path, ErrnoText());
-  if (descriptor >= 0) close(descriptor);
-  return is_whole;
+  QString fault;
+  RecordFile file(QFile::encodeName(path), &fault);
+  if (fault.isEmpty()) file.Append(line, &fault);
+  if (!fault.isEmpty()) *error = QStringLiteral("%1 (TAVO_DESK_RECORD): %2").arg(path, fault);
+  return fault.isEmpty();
 }
 
 }  // namespace
@@ -70,7 +133,7 @@ void FrameRecorder::Append(const QString& direction, const QJsonObject& message)
                                            {QStringLiteral("message"), message}}),
                                    &error);
   if (appended) return;
-  Complain(QStringLiteral("nothing more is recorded: ") + error);
+  Complain(QStringLiteral("nothing more is recorded of \"%1\": %2").arg(task_, error));
   path_.clear();
 }
 

@@ -7,9 +7,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 
 #include <QDir>
 #include <QFile>
+
+#include "desk/runtime_manager/message_peer.h"
+#include "desk/runtime_manager/socket_directory.h"
 
 namespace desk {
 namespace {
@@ -25,31 +29,38 @@ bool Bind(int descriptor, const QByteArray& path) {
 
 }  // namespace
 
-QString ErrnoText() { return QString::fromLocal8Bit(std::strerror(errno)); }
+QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
 
 QByteArray GetRuntimeDirectory() {
   const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
   struct stat status {};
   const bool is_own = path.startsWith('/') && stat(path.constData(), &status) == 0 &&
                       S_ISDIR(status.st_mode) && status.st_uid == geteuid();
-  return is_own ? path : QByteArray();
+  if (!is_own || (status.st_mode & 022) == 0) return is_own ? path : QByteArray();
+  static std::once_flag told;
+  std::call_once(told, [&] {
+    Complain(QStringLiteral("XDG_RUNTIME_DIR is not used: other users may write in %1 (mode %2); "
+                            "give it mode 0700")
+                 .arg(QFile::decodeName(path))
+                 .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
+  });
+  return {};
 }
 
-bool IsPrivateDirectory(const QByteArray& path) {
-  struct stat status {};
-  return lstat(path.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == geteuid() && (status.st_mode & 0777) == 0700;
+QString PrivateDirectoryFault(const QByteArray& path, int fault) {
+  const QString shown = QFile::decodeName(path);
+  if (fault != EPERM) return QStringLiteral("%1: %2").arg(shown, ErrnoText(fault));
+  return QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
 }
 
 bool MakePrivateDirectory(const QByteArray& path, QString* error) {
-  const QString shown = QFile::decodeName(path);
   if (mkdir(path.constData(), 0700) != 0 && errno != EEXIST) {
-    *error = QStringLiteral("no directory %1: %2").arg(shown, ErrnoText());
+    *error = QStringLiteral("no directory %1: %2").arg(QFile::decodeName(path), ErrnoText());
     return false;
   }
-  if (IsPrivateDirectory(path)) return true;
-  *error = QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
-  return false;
+  const int fault = CheckPrivateDirectory(path.constData());
+  if (fault != 0) *error = PrivateDirectoryFault(path, fault);
+  return fault == 0;
 }
 
 QByteArray GetSharedDirectory() {
@@ -65,7 +76,7 @@ int ListenAt(const QByteArray& path, QString* error) {
                  .arg(shown, QString::number(path.size()), QString::number(kLongestPath));
     return -1;
   }
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const bool bound = descriptor >= 0 && Bind(descriptor, path);
   if (bound && listen(descriptor, SOMAXCONN) == 0) return descriptor;
   *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());

@@ -3,29 +3,31 @@
 // Errors: the cause in `error`.
 #pragma once
 
+#include <cerrno>
+
 #include <QByteArray>
 #include <QString>
 
 namespace desk {
 
-// The text of errno.
-QString ErrnoText();
+// The text of an errno, by default the current one.
+QString ErrnoText(int error = errno);
 
-// $XDG_RUNTIME_DIR; empty when there is no such directory of this user: another could exchange what
-// lies in it.
+// $XDG_RUNTIME_DIR; empty when there is no such directory of this user, or when others may write in
+// it (told once on standard error): another user could exchange what lies there.
 QByteArray GetRuntimeDirectory();
 
-// Is it this user's directory, with mode 0700?
-bool IsPrivateDirectory(const QByteArray& path);
+// What CheckPrivateDirectory (socket_directory.h) found wrong with it.
+QString PrivateDirectoryFault(const QByteArray& path, int fault);
 
-// Makes the directory so, or finds it so.
+// Makes it a directory of this user with mode 0700, or finds it so.
 bool MakePrivateDirectory(const QByteArray& path, QString* error);
 
 // Where all processes of this user meet: tavo/ in the runtime directory or, without one, a
 // directory of the user's among the temporary files. It need not exist.
 QByteArray GetSharedDirectory();
 
-// A listening socket, neither blocking nor inherited; -1 on failure, and no file then.
+// A listening socket that blocks and is not inherited; -1 on failure, and no file then.
 int ListenAt(const QByteArray& path, QString* error);
 
 }  // namespace desk

@@ -1,18 +1,25 @@
 #include "desk/runtime_manager/supervised_process.h"
 
+#include <dlfcn.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <QFile>
+#include <QStringList>
 
+#include "desk/runtime_manager/socket_directory.h"
+#include "desk/runtime_manager/socket_files.h"
 #include "desk/runtime_manager/transfer.h"
 
 extern "C" char** environ;
@@ -20,7 +27,16 @@ extern "C" char** environ;
 namespace desk {
 namespace {
 
-QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
+// Beside this library. The dynamic loader may know that by a relative path, so it is looked for
+// before anybody changes the directory. Never destroyed: tasks are also started while a process
+// exits.
+const std::string& kSupervisor = *new std::string([] {
+  Dl_info library{};
+  dladdr(reinterpret_cast<const void*>(&RemoveDeadIntents), &library);
+  std::error_code error;
+  const auto path = std::filesystem::canonical(library.dli_fname ? library.dli_fname : "", error);
+  return (path.parent_path() / "tavo-supervisor").string();
+}());
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -30,10 +46,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// The starter's environment with the socket's announcement in place of an earlier one. The last
-// entry has room for the digits of the task's process id.
-constexpr char kListenPid[] = "LISTEN_PID=";
-
+// The starter's environment with the socket's announcement in place of an earlier one, but for the
+// task's process id, which the supervisor adds.
 std::vector<std::string> EnvironmentFor(const TaskSocket* socket) {
   std::vector<std::string> entries;
   for (char** entry = environ; entry && *entry; ++entry) {
@@ -44,32 +58,83 @@ std::vector<std::string> EnvironmentFor(const TaskSocket* socket) {
     }
   }
   if (socket) entries.insert(entries.end(), {"LISTEN_FDS=1", "LISTEN_FDNAMES=tavo"});
-  entries.push_back(kListenPid + std::string(kListenPidDigits, '\0'));
   return entries;
 }
 
-// Two forks: the supervisor becomes nobody's child, so that there is nothing to reap for the
-// starter but the first one, which ends at once. No signal handler of the starter runs in between.
-int ForkSupervisor(const Launch& launch, int link) {
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  const pid_t child = _Fork();
-  if (child == 0) {
-    const pid_t supervisor = _Fork();
-    if (supervisor == 0) RunSupervisor(launch, link);
-    _exit(supervisor < 0 ? errno : 0);
+// In the order of SupervisorArgument.
+std::vector<std::string> SupervisorCommand(const Application& application, const TaskSocket* socket,
+                                           int link, bool spares_leftovers) {
+  std::vector<std::string> command{
+      kSupervisor,
+      std::to_string(link),
+      socket ? std::to_string(socket->GetDescriptor()) : "",
+      socket ? socket->GetPath().toStdString() : "",
+      socket ? socket->GetPrivateDirectory().toStdString() : "",
+      GetSharedDirectory().toStdString(),
+      QFile::encodeName(application.directory).toStdString(),
+      spares_leftovers ? "spare" : "",
+  };
+  for (const QString& word : application.command) {
+    command.push_back(QFile::encodeName(word).toStdString());
   }
-  const int fork_error = child < 0 ? errno : 0;
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (fork_error != 0) return fork_error;
-  int status = 0;
-  pid_t reaped = -1;
-  do {
-    reaped = waitpid(child, &status, 0);
-  } while (reaped < 0 && errno == EINTR);
-  return reaped == child && WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+  return command;
+}
+
+// Lets a program inherit these descriptors, with every signal blocked.
+class SpawnPlan {
+ public:
+  explicit SpawnPlan(std::initializer_list<int> descriptors) {
+    posix_spawn_file_actions_init(&actions_);
+    for (const int descriptor : descriptors) {
+      if (descriptor >= 0) posix_spawn_file_actions_adddup2(&actions_, descriptor, descriptor);
+    }
+    sigset_t all;
+    sigfillset(&all);
+    posix_spawnattr_init(&attributes_);
+    posix_spawnattr_setsigmask(&attributes_, &all);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK);
+  }
+  ~SpawnPlan() {
+    posix_spawnattr_destroy(&attributes_);
+    posix_spawn_file_actions_destroy(&actions_);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+  // 0, or the errno of what failed, once the program has ended. Its exit code is an errno, too.
+  int Run(char* const* command, char* const* environment) const {
+    pid_t child = 0;
+    const int error =
+        posix_spawnp(&child, command[0], &actions_, &attributes_, command, environment);
+    if (error != 0) return error;
+    int status = 0;
+    pid_t reaped = -1;
+    do {
+      reaped = waitpid(child, &status, 0);
+    } while (reaped < 0 && errno == EINTR);
+    if (reaped != child || !WIFEXITED(status)) return 0;  // The link tells what there is to tell.
+    return WEXITSTATUS(status) == kNotExecuted ? ENOEXEC : WEXITSTATUS(status);
+  }
+
+ private:
+  static constexpr int kNotExecuted = 127;  // How an emulated spawn tells that.
+
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+};
+
+// 0, or the errno of what failed.
+int StartSupervisor(std::vector<std::string> command, std::vector<std::string> environment,
+                    const SpawnPlan& plan) {
+  if (access(kSupervisor.c_str(), X_OK) != 0) return errno;  // An emulated spawn cannot tell.
+  const std::vector<char*> environment_pointers = Pointers(environment);
+  const int error = plan.Run(Pointers(command).data(), environment_pointers.data());
+  // The machine may run programs of this build by an emulator only.
+  const std::string emulator = TAVO_DESK_EMULATOR;
+  if (error != ENOEXEC || emulator.empty()) return error;
+  const QStringList words = QString::fromStdString(emulator).split(QLatin1Char(' '));
+  for (int i = words.size(); i-- > 0;) command.insert(command.begin(), words[i].toStdString());
+  return plan.Run(Pointers(command).data(), environment_pointers.data());
 }
 
 }  // namespace
@@ -77,38 +142,20 @@ int ForkSupervisor(const Launch& launch, int link) {
 std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& application,
                                                             TaskSocket* socket, QString* error,
                                                             Leftovers leftovers) {
-  std::vector<std::string> command;
-  for (const QString& word : application.command) {
-    command.push_back(QFile::encodeName(word).toStdString());
-  }
-  std::vector<std::string> environment = EnvironmentFor(socket);
-  const std::vector<char*> command_pointers = Pointers(command);
-  std::vector<char*> environment_pointers = Pointers(environment);
-  char* listen_pid = environment.back().data() + std::strlen(kListenPid);
-  if (!socket) environment_pointers[environment.size() - 1] = nullptr;
-  const QByteArray directory = QFile::encodeName(application.directory);
-  const auto null_if_empty = [](const QByteArray& text) {
-    return text.isEmpty() ? nullptr : text.constData();
-  };
-
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-    *error = ErrnoText(errno);
+    *error = ErrnoText();
     return nullptr;
   }
-  const Launch launch{command_pointers.data(),
-                      environment_pointers.data(),
-                      listen_pid,
-                      null_if_empty(directory),
-                      socket ? socket->GetDescriptor() : -1,
-                      socket ? socket->GetPath().constData() : nullptr,
-                      socket ? null_if_empty(socket->GetPrivateDirectory()) : nullptr,
-                      leftovers == Leftovers::kSpared};
-  const int fork_error = ForkSupervisor(launch, ends[1]);
+  const SpawnPlan plan{ends[1], socket ? socket->GetDescriptor() : -1};
+  const int start_error = StartSupervisor(
+      SupervisorCommand(application, socket, ends[1], leftovers == Leftovers::kSpared),
+      EnvironmentFor(socket), plan);
   close(ends[1]);
   std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0], socket));
-  if (fork_error != 0) {
-    *error = ErrnoText(fork_error);
+  if (start_error != 0) {
+    *error = QStringLiteral("its supervisor %1: %2")
+                 .arg(QString::fromStdString(kSupervisor), ErrnoText(start_error));
     return nullptr;
   }
   if (socket) socket->HandOver();

@@ -19,8 +19,8 @@ class SupervisedProcess {
   // What a process that ends by itself leaves behind in its group.
   enum class Leftovers { kEnded, kSpared };
 
-  // Forks the supervisor, which takes the socket's files over; the socket may be null. Null, with
-  // the cause in `error`, when not even that succeeds.
+  // Executes the supervisor, which takes the socket's files over; the socket may be null. Null,
+  // with the cause in `error`, when not even that succeeds.
   static std::unique_ptr<SupervisedProcess> Start(const Application& application,
                                                   TaskSocket* socket, QString* error,
                                                   Leftovers leftovers = Leftovers::kEnded);

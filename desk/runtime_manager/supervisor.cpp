@@ -11,13 +11,17 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <initializer_list>
 
+#include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
 
+constexpr char kName[] = "tavo-supervisor";
 constexpr int kHandedOverDescriptor = 3;
 constexpr rlim_t kMostClosed = 1 << 16;  // Limits may be huge, and closing one by one is slow.
 constexpr long kTickMs = 50;
@@ -32,8 +36,8 @@ void CloseRange(unsigned first, unsigned last) {
   for (unsigned i = first; i <= last && i < end; ++i) close(static_cast<int>(i));
 }
 
-// The fork copied every descriptor of the starter. Held open here they would keep its sockets and
-// pipes, and other tasks' life-lines, alive. The standard ones stay.
+// Some descriptors of the starter may be inherited by every program that it executes. Held open
+// here they would keep its sockets and pipes alive. The standard ones stay.
 void CloseAllBut(int one, int other) {
   int next = STDERR_FILENO + 1;
   for (const int kept : {one < other ? one : other, one < other ? other : one}) {
@@ -45,33 +49,49 @@ void CloseAllBut(int one, int other) {
 }
 
 // Moves a descriptor out of the way of those that the task gets; -1 stays -1. False, and nothing
-// moved, when the process may not have that many.
+// moved, when the process may not have that many: EMFILE, whatever the call says.
 bool MoveUp(int* descriptor) {
   if (*descriptor < 0) return true;
   const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
-  if (moved < 0) return false;
+  if (moved < 0) {
+    if (errno == EINVAL) errno = EMFILE;
+    return false;
+  }
   close(*descriptor);
   *descriptor = moved;
   return true;
 }
 
-// A starter may run without standard descriptors, or with something of its own in their place,
-// even the other end of the link; the task gets all three.
+// A starter may run without standard descriptors; the task gets all three.
 void FillStandardDescriptors() {
   for (int standard = STDIN_FILENO; standard <= STDERR_FILENO; ++standard) {
-    const int flags = fcntl(standard, F_GETFD);
-    if (flags >= 0 && !(flags & FD_CLOEXEC)) continue;
-    close(standard);
-    open("/dev/null", O_RDWR);  // Takes the lowest free one.
+    if (fcntl(standard, F_GETFD) < 0) open("/dev/null", O_RDWR);  // Takes the lowest free one.
   }
 }
 
-void WriteDigits(char* to, pid_t value) {
-  char digits[kListenPidDigits];
-  int count = 0;
-  for (; value > 0; value /= 10) digits[count++] = static_cast<char>('0' + value % 10);
-  while (count > 0) *to++ = digits[--count];
-  *to = '\0';
+struct Launch {
+  int link;
+  int socket;               // -1: none.
+  const char* directory;    // Null: stay.
+  const char* socket_path;  // Null: none, as the next one.
+  const char* private_directory;
+  const char* shared_directory;
+  bool spares_leftovers;
+  char** command;  // Ends with a null pointer.
+};
+
+Launch ReadArguments(char** arguments) {
+  const auto text = [=](SupervisorArgument which) {
+    return *arguments[which] ? arguments[which] : nullptr;
+  };
+  return {std::atoi(arguments[kLink]),
+          text(kSocket) ? std::atoi(arguments[kSocket]) : -1,
+          text(kDirectory),
+          text(kSocketPath),
+          text(kPrivateDirectory),
+          text(kSharedDirectory),
+          text(kSparesLeftovers) != nullptr,
+          arguments + kTaskCommand};
 }
 
 void ResetSignals() {
@@ -83,20 +103,27 @@ void ResetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// The starter put the rest of the announcement into the environment.
+void AnnounceSocket(int socket) {
+  dup2(socket, kHandedOverDescriptor);
+  char process[16];
+  std::snprintf(process, sizeof process, "%d", getpid());
+  setenv("LISTEN_PID", process, 1);
+}
+
 // In the task's process, up to the moment when the application takes it over. What fails is told
 // through the pipe, which closes by itself when nothing does.
-[[noreturn]] void BecomeTask(const Launch& launch, int socket, pid_t supervisor, int pipe) {
+[[noreturn]] void BecomeTask(const Launch& launch, pid_t supervisor, int pipe) {
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // Should somebody kill the supervisor.
   if (getppid() != supervisor) _exit(127);
   ResetSignals();
   const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (null >= 0) dup2(null, STDIN_FILENO);
-  if (socket >= 0) dup2(socket, kHandedOverDescriptor);
-  WriteDigits(launch.listen_pid, getpid());
+  if (launch.socket >= 0) AnnounceSocket(launch.socket);
   SupervisorReport failure{SupervisorReport::kDirectoryFailed, 0, 0, 0, 0};
   if (!launch.directory || chdir(launch.directory) == 0) {
-    execve(launch.command[0], launch.command, launch.environment);
+    execve(launch.command[0], launch.command, environ);
     failure.kind = SupervisorReport::kExecFailed;
   }
   failure.error = errno;
@@ -108,7 +135,7 @@ void ResetSignals() {
 
 // Starts the task and waits until the application took over, or could not. The report's task is 0
 // when there is no process.
-SupervisorReport StartTask(const Launch& launch, int socket) {
+SupervisorReport StartTask(const Launch& launch) {
   SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid(), 0};
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -116,7 +143,7 @@ SupervisorReport StartTask(const Launch& launch, int socket) {
     return report;
   }
   const pid_t task = MoveUp(&ends[1]) ? _Fork() : -1;
-  if (task == 0) BecomeTask(launch, socket, report.supervisor, ends[1]);
+  if (task == 0) BecomeTask(launch, report.supervisor, ends[1]);
   report.error = errno;
   close(ends[1]);
   if (task > 0) {
@@ -231,35 +258,50 @@ class Watch {
   int64_t give_up_at_ms_ = -1;
 };
 
-}  // namespace
-
-void RunSupervisor(const Launch& launch, int link) {
+[[noreturn]] void RunSupervisor(Launch launch) {
   setsid();
+  prctl(PR_SET_NAME, kName);  // An emulator's process bears the emulator's.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   struct sigaction wake {};
   wake.sa_handler = [](int) {};  // SIGCHLD only has to end a wait.
   sigaction(SIGCHLD, &wake, nullptr);
 
-  CloseAllBut(link, launch.socket);
-  int socket = launch.socket;
+  CloseAllBut(launch.link, launch.socket);
   SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid(), 0};
-  if (MoveUp(&link) && MoveUp(&socket)) {
+  if (MoveUp(&launch.link) && MoveUp(&launch.socket)) {
     FillStandardDescriptors();
-    report = StartTask(launch, socket);
+    report = StartTask(launch);
   } else {
     report.error = errno;
   }
-  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, socket}) {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, launch.socket}) {
     if (descriptor >= 0) close(descriptor);
   }
-  Tell(report, link);
-  if (report.task > 0) report.status = Watch(report.task, link, launch.spares_leftovers).Run();
+  Tell(report, launch.link);
+  if (report.task > 0) {
+    report.status = Watch(report.task, launch.link, launch.spares_leftovers).Run();
+  }
 
   if (launch.socket_path) unlink(launch.socket_path);
   if (launch.private_directory) rmdir(launch.private_directory);
+  if (launch.shared_directory) RemoveDeadIntents(launch.shared_directory);
   report.kind = SupervisorReport::kDone;
-  Tell(report, link);
+  Tell(report, launch.link);
   _exit(0);
 }
 
+}  // namespace
 }  // namespace desk
+
+// Two processes: the supervisor becomes nobody's child, so that there is nothing to reap for the
+// starter but the first one, which ends at once.
+int main(int count, char** arguments) {
+  if (count <= desk::kTaskCommand) {
+    std::fprintf(stderr, "%s: it is started by libruntimemanager.so, for each task of the desk\n",
+                 desk::kName);
+    return EINVAL;
+  }
+  const pid_t supervisor = _Fork();
+  if (supervisor == 0) desk::RunSupervisor(desk::ReadArguments(arguments));
+  _exit(supervisor < 0 ? errno : 0);
+}

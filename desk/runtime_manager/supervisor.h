@@ -1,12 +1,13 @@
-// The process that stands between a starter and its task.
+// The process that stands between a starter and its task: the program tavo-supervisor.
 //
 // It starts the task in a process group of its own, tells the starter how that went, and stays
 // until the task has ended: because the task ended by itself, because the starter said so, or
 // because the starter is gone. The link, a socket pair, is the life-line both ways: whichever
 // process dies, the other sees the end of the stream. A thread of the starter may end meanwhile.
 //
-// The supervisor is forked, not executed, from a process that may have many threads: everything
-// in here is async-signal-safe and allocates nothing.
+// The supervisor is a program of its own, so that it holds nothing of its starter's memory and does
+// not bear the starter's name. It gets the descriptors and texts below, the task's environment, and
+// every signal blocked.
 #pragma once
 
 #include <cstdint>
@@ -26,22 +27,20 @@ struct SupervisorReport {
   int32_t status;      // With kDone: how the task ended, as waitpid tells it.
 };
 
-// All that is needed after the fork, prepared before it.
-struct Launch {
-  char* const* command;           // Ends with a null pointer; the program is a path.
-  char* const* environment;       // Likewise.
-  char* listen_pid;               // Room in the environment for the digits of a process id.
-  const char* directory;          // Null: stay.
-  int socket;                     // Becomes descriptor 3; -1: none.
-  const char* socket_path;        // Removed in the end; null: none.
-  const char* private_directory;  // Removed in the end; null: none.
-  bool spares_leftovers;          // What the task leaves behind in its group may stay.
+// The program's arguments; an empty text is none. The first process that gets them forks the
+// supervisor and ends with 0, or with the errno of the fork.
+enum SupervisorArgument {
+  kProgram,
+  kLink,              // A descriptor.
+  kSocket,            // A descriptor, which becomes the task's descriptor 3.
+  kSocketPath,        // Removed in the end.
+  kPrivateDirectory,  // Removed in the end.
+  kSharedDirectory,   // In the end what dead processes left there is removed: socket_directory.h.
+  kDirectory,         // Where the task starts.
+  kSparesLeftovers,   // Not empty: what the task leaves behind in its group may stay.
+  kTaskCommand        // The path of the task's program; its arguments follow.
 };
 
 constexpr int kTermGraceSeconds = 5;  // Between asking the process group to end and killing it.
-constexpr int kListenPidDigits = 11;  // With the terminating zero.
-
-// Runs in the forked process and ends it. All signals are blocked on entry.
-[[noreturn]] void RunSupervisor(const Launch& launch, int link);
 
 }  // namespace desk

@@ -64,7 +64,6 @@ struct TaskMessaging::Private {
       desk::Complain(QStringLiteral("nobody can be served: %1").arg(desk::ErrnoText()));
       return GiveUp();
     }
-    fcntl(listener, F_SETFL, fcntl(listener, F_GETFL) | O_NONBLOCK);
     acceptor = std::make_unique<desk::Acceptor>(
         listener, [this](int connection) { Add()->TakeOver(connection); });
   }
@@ -158,12 +157,7 @@ TaskMessaging::~TaskMessaging() = default;
 void TaskMessaging::sendMessage(const QJsonObject& message) {
   QByteArray line = QJsonDocument(message).toJson(QJsonDocument::Compact);
   line.append('\n');
-  if (line.size() - 1 > desk::kLargestFrame) {
-    return desk::Complain(
-        QStringLiteral("message dropped: it has %1 bytes, at most %2 are possible")
-            .arg(line.size() - 1)
-            .arg(desk::kLargestFrame));
-  }
+  if (!desk::IsSendable(line, QStringLiteral("message"))) return;
   const bool news = d_->Put(line);
   if (QThread::currentThread() == thread()) {
     d_->Flush();

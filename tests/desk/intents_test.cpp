@@ -3,13 +3,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <thread>
 
 #include <QLocalServer>
 #include <QLocalSocket>
 
+#include "desk/runtime_manager/message_peer.h"
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "tests/support/desk_fixture.h"
@@ -123,6 +127,7 @@ TEST_F(IntentsTest, LastToRegisterIsInvokedAndTheOlderWhenItIsGone) {
   });
   const QString ours = directory_.filePath(QStringLiteral("tavo/intents/") + Intents().at(0));
   EXPECT_EQ(Answers{"ours"}, Invoke());
+  close(test::ListenAt(QFileInfo(ours).path() + QStringLiteral("/another-1")));  // Dead.
   // Another process's, with a later time; it is dead, which the first to come finds out.
   const QString dead = ours.section(QLatin1Char('-'), 0, -2) + QStringLiteral("-1");
   QLocalServer server;
@@ -139,6 +144,107 @@ TEST_F(IntentsTest, LastToRegisterIsInvokedAndTheOlderWhenItIsGone) {
   server.close();
   EXPECT_EQ(Answers{"ours"}, Invoke());
   EXPECT_EQ(1, Intents().size());
+}
+
+TEST_F(IntentsTest, OpenUriFailsWhileItIsUnknownWhoOffersIt) {
+  qputenv("TAVO_DESK_OPEN_URI", "record");
+  const QString name = QStringLiteral("OpenURI");
+  RuntimeDispatcher::instance()->registerIntent(
+      name, [](const QJsonObject&, const RuntimeDispatcher::IntentReply&) {});
+  const QByteArray shared = QFile::encodeName(directory_.filePath(QStringLiteral("tavo")));
+  for (const QByteArray& foreign : {shared, shared + "/intents"}) {
+    chmod(foreign.constData(), 0755);
+    EXPECT_EQ("it is unknown who offers the intent \"OpenURI\": " + foreign.toStdString() +
+                  " is no directory of this user with mode 0700",
+              Invoke(name)[0]);
+    chmod(foreign.constData(), 0700);
+  }
+  test::LimitTo(100, RLIMIT_NOFILE);
+  for (size_t free_ones = 0; test::kRunsWithoutDescriptors && free_ones < 3;
+       ++free_ones) {  // Listing, looking, connecting.
+    std::vector<int> all;
+    while (all.empty() || all.back() >= 0) all.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    for (size_t i = 0; i < free_ones; ++i) close(all[i]);
+    const Answers answers = Invoke(name);
+    for (size_t i = free_ones; i + 1 < all.size(); ++i) close(all[i]);
+    EXPECT_EQ(free_ones < 2, answers[0].find("Too many open files") != std::string::npos);
+  }
+  test::LimitTo(RLIM_INFINITY, RLIMIT_NOFILE);
+  qunsetenv("TAVO_DESK_OPEN_URI");
+}
+
+TEST_F(IntentsTest, TooLargeParametersAndAnswersAreToldAtBothEnds) {
+  const QString large(32 << 20, QLatin1Char('x'));
+  Offer([&large](const QJsonObject&, const auto& reply) { reply(Object(large)); });
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Answers{"the parameters of \"name\" are too large"}, Invoke(kName, Object(large)));
+  EXPECT_EQ(Answers{"the answer is too large"}, Invoke());
+  const std::string complaints = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(2, std::count(complaints.begin(), complaints.end(), '\n')) << complaints;
+  EXPECT_NE(std::string::npos, complaints.find("intent \"name\" dropped: it has 335544"));
+}
+
+// What a process has no right, room or reader for is told; it is neither ended nor halted.
+TEST_F(IntentsTest, RecordIsWholeAndPrivateOrTheFailureIsTold) {
+  const QByteArray path = QFile::encodeName(directory_.filePath(QStringLiteral("record")));
+  const auto make = [this](const char* content, mode_t mode) {
+    Write(QStringLiteral("../record"), content, mode);
+  };
+  int pipe = -1;
+  const auto make_pipe = [&] {
+    EXPECT_EQ(0, mkfifo(path.constData(), 0600));
+    pipe = open(path.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  };
+  const struct {
+    const char* cause;  // Empty: the line is there.
+    std::function<void()> prepare;
+  } rows[] = {
+      {"", [&] { make("{}\n", 0600); }},
+      {"", [&] { make("{}", 0600); }},
+      {"", make_pipe},
+      {"a symbolic link", [&] { EXPECT_EQ(0, symlink("elsewhere", path.constData())); }},
+      {"other users may open it (mode 0644)", [&] { make("{}\n", 0644); }},
+      {"nobody reads the pipe", [&] { EXPECT_EQ(0, mkfifo(path.constData(), 0600)); }},
+      {"the pipe is full",
+       [&] {
+         for (make_pipe(); write(pipe, "line", 4) > 0;) continue;
+       }},
+      {"another user owns it",
+       [&] {
+         make("{}\n", 0600);
+         EXPECT_EQ(0, chown(path.constData(), 65534, 65534));
+       }},
+      {"File too large", [&] { make("{}\n", 0600), test::LimitTo(10, RLIMIT_FSIZE); }},
+      {"File too large", [&] { make("{}\n", 0600), test::LimitTo(3, RLIMIT_FSIZE); }},
+  };
+  qputenv("TAVO_DESK_OPEN_URI", "record");
+  qputenv("TAVO_DESK_RECORD", path);
+  for (const int number : {SIGPIPE, SIGXFSZ}) signal(number, SIG_DFL);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.cause);
+    if (geteuid() != 0 && row.cause == std::string("another user owns it")) continue;
+    row.prepare();
+    const std::string answer =
+        Invoke(QStringLiteral("OpenURI"), {{QStringLiteral("uri"), QStringLiteral("x:y")}})[0];
+    test::LimitTo(RLIM_INFINITY, RLIMIT_FSIZE);
+    EXPECT_EQ(!*row.cause, answer.empty()) << answer;
+    EXPECT_NE(std::string::npos, answer.find(row.cause)) << answer;
+    QFile file(QFile::decodeName(path));
+    if (QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly)) {  // No pipe.
+      EXPECT_EQ(*row.cause ? 1 : 2, file.readAll().count('\n'));
+    }
+    if (pipe >= 0) close(std::exchange(pipe, -1));
+    EXPECT_EQ(0, remove(path.constData()));
+  }
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+  close(ends[0]);
+  const int standard_error = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+  dup2(ends[1], STDERR_FILENO);
+  desk::Complain(QStringLiteral("to nobody"));
+  dup2(standard_error, STDERR_FILENO);
+  for (const int descriptor : {ends[1], standard_error}) close(descriptor);
+  for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
 }
 
 TEST_F(IntentsTest, InvocationsFromThreadsAllGetAReply) {

@@ -135,7 +135,8 @@ TEST_F(TaskMessagingTest, EachFrameIsRecordedOnceByTheStarter) {
   ASSERT_TRUE(at_server.Holds(3));
   const std::string complaints = testing::internal::GetCapturedStderr();
   EXPECT_EQ(1, std::count(complaints.begin(), complaints.end(), '\n')) << complaints;
-  EXPECT_NE(std::string::npos, complaints.find("record: Is a directory")) << complaints;
+  EXPECT_NE(std::string::npos, complaints.find("record (TAVO_DESK_RECORD): Is a directory"))
+      << complaints;
   qunsetenv("TAVO_DESK_RECORD");
 }
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -95,6 +96,7 @@ TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
             told.value(QStringLiteral("environment")).toObject());
   EXPECT_EQ(QJsonObject(), told.value(QStringLiteral("environment now")).toObject());
   EXPECT_EQ(3, told.value(QStringLiteral("again")).toInt());
+  EXPECT_TRUE(told.value(QStringLiteral("blocks")).toBool());
   EXPECT_EQ(pid, told.value(QStringLiteral("group")).toInt());
   EXPECT_EQ(1, Sockets().size());
   Stop(*running->task);
@@ -199,6 +201,24 @@ TEST_F(TaskTest, UnusableSocketDirectoryFailsTheStart) {
   qputenv("XDG_RUNTIME_DIR", QFile::encodeName(open));
   EXPECT_NE(std::string::npos,
             StartNamed(name).find("/open/tavo is no directory of this user with mode 0700"));
+
+  // A runtime directory in which others may write is none; its sockets would not be safe there.
+  chmod(QFile::encodeName(open + QStringLiteral("/tavo")).constData(), 0700);
+  chmod(QFile::encodeName(open).constData(), 0770);
+  qputenv("TMPDIR", QFile::encodeName(directory_.path()));
+  const auto running = StartDeskTask();
+  EXPECT_FALSE(running->task->socketPath().startsWith(open));
+  Stop(*running->task);
+}
+
+TEST_F(TaskTest, TooFewDescriptorsAreToldAsSuch) {
+  for (rlim_t most = 5; test::kRunsWithoutDescriptors && most < 14; ++most) {
+    test::LimitTo(most, RLIMIT_NOFILE);
+    const std::string error = StartNamed(QStringLiteral("desk_task"));
+    test::LimitTo(RLIM_INFINITY, RLIMIT_NOFILE);
+    EXPECT_TRUE(error.empty() || error.find("Too many open files") != std::string::npos) << error;
+    EXPECT_TRUE(most > 10 || !error.empty());
+  }
 }
 
 TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
@@ -285,6 +305,21 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
   EXPECT_TRUE(WaitUntil([&answers] { return answers == 4; }));
 }
 
+TEST_F(TaskTest, NoIntentIsLeftHoweverTheTaskEnds) {
+  const std::function<void(Running&)> ends[] = {
+      [](Running& running) { Stop(*running.task); },
+      [](Running& running) { Stop(*running.task, Task::Force); },
+      [](Running& running) { kill(running.Pid(), SIGKILL); },
+      [](Running& running) { running.messaging->sendMessage(Do("exit")); }};
+  for (const auto& end : ends) {
+    const auto running = StartDeskTask();
+    running->Ask(Do("offer"));
+    EXPECT_EQ(1, Intents().size());
+    end(*running);
+    EXPECT_TRUE(WaitUntil([this] { return Intents().isEmpty(); })) << &end - ends;
+  }
+}
+
 TEST_F(TaskTest, DeletedTaskEndsThoughNoLoopRuns) {
   const auto running = StartDeskTask();
   const pid_t pid = running->Pid();
@@ -317,6 +352,24 @@ TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
   kill(supervisor, SIGKILL);
   EXPECT_TRUE(WaitUntil([&] { return error && IsGone(pid) && IsGone(helper); }));
   EXPECT_EQ(ECHILD, error);
+}
+
+TEST_F(TaskTest, SupervisorHoldsNothingOfItsStarter) {
+  const std::vector<char> large(256 << 20, 'x');
+  const auto running = StartDeskTask();
+  const QString process =
+      QStringLiteral("/proc/%1/")
+          .arg(running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt());
+  const auto read = [&](const char* name) {
+    QFile file(process + QLatin1String(name));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return file.readAll();
+  };
+  EXPECT_EQ("tavo-supervisor\n", read("comm"));
+  EXPECT_LT(read("statm").split(' ').value(1).toInt() * (sysconf(_SC_PAGESIZE) >> 10), 128 << 10);
+  if (!*TAVO_TEST_EMULATOR) {  // Which has descriptors of its own.
+    EXPECT_EQ(1, QDir(process + QStringLiteral("fd")).entryList(QDir::System).size());
+  }
 }
 
 // The task's three standard descriptors and its socket are right whatever the starter lacks.

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "cw/value_tree.h"
 #include "flrpc/request_ids.h"
+#include "flrpc/sendable.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"
 
@@ -23,6 +25,16 @@ std::string Show(const Message::Response& response) {
   if (const auto* error = response.GetError()) return Show(OptionalError(*error));
   const auto* number = response.GetResult()->GetIf<int32_t>();
   return number ? std::to_string(*number) : "other";
+}
+
+EncodableValue Nested(int32_t levels) {
+  EncodableValue value = cw::EncodableList();
+  for (; levels > 1; --levels) {
+    cw::EncodableList around;
+    around.push_back(std::move(value));  // Braces would copy it.
+    value = std::move(around);
+  }
+  return value;
 }
 
 class RpcTest : public testing::Test {
@@ -205,10 +217,28 @@ TEST_F(RpcTest, StrangeAnswersAreToldApart) {
             id.GetText().substr(id.GetText().find('_') + 1)}) {
     EXPECT_EQ(unhandled, answer(Message::ID(strange))) << strange;
   }
+  test::RpcLink other;  // What it asked is none of ours.
+  other.Connect();
+  EXPECT_EQ(
+      unhandled,
+      answer(Message::ID(id.GetText().substr(0, id.GetText().find('_') + 1) +
+                         std::to_string(*flrpc::details::RequestIds::Get().NumberOf(id) + 1))));
   link_.client->NotifyDisconnected({});
   EXPECT_EQ(unhandled, answer(id));
   link_.client->ReceiveMessage(Message());
   EXPECT_EQ(unhandled, log_.TakeLine());
+}
+
+TEST_F(RpcTest, LastAnsweredRequestsAreRememberedExactly) {
+  constexpr uint64_t kMost = 65536;
+  flrpc::details::AnsweredRequests every, second;  // Of one client, and of two that alternate.
+  for (uint64_t number = 1; number <= 3 * kMost; ++number) every.Add(number);
+  for (uint64_t number = 2; number <= 6 * kMost; number += 2) second.Add(number);
+  EXPECT_TRUE(every.Contains(2 * kMost + 1) && every.Contains(3 * kMost));
+  EXPECT_FALSE(every.Contains(3 * kMost + 1));
+  for (uint64_t number = 4 * kMost + 1; number <= 6 * kMost; number += 1001) {
+    ASSERT_EQ(number % 2 == 0, second.Contains(number)) << number;
+  }
 }
 
 TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
@@ -297,15 +327,107 @@ TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
   Take();
 }
 
-TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
-  const size_t before = flrpc::details::RequestIds::Get().CountOpen();
-  for (int i = 0; i < 100; ++i) {
-    const auto client = flrpc::IOwnedClient::Create(nullptr);
-    client->SendRequest("never answered", {}, nullptr);
-    link_.client->SendRequest("nor this one", {}, nullptr);
+// Both limits of a frame, for every kind of message that is sent.
+TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
+  link_.server->OnRequest("nest",
+                          [](const std::string&, const EncodableValue& levels, auto&& reply) {
+                            reply->SendResult(Nested(levels.Get<int32_t>()));
+                          });
+  link_.server->OnRequest("fail",
+                          [](const std::string&, const EncodableValue& levels, auto&& reply) {
+                            reply->SendError(1, "no", Nested(levels.Get<int32_t>()));
+                          });
+  link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
+  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  link_.Connect();
+  Take();
+  const std::string fault = "it nests lists and maps more than 1024 levels deep";
+  const std::string refusal = "answer -32603 The message cannot be sent: " + fault;
+  const auto answer = [this](const Message::Response& response) {
+    Note("answer " + Show(response));
+  };
+  const auto run = [this] {
+    link_.DeliverAll();
+    return Take();
+  };
+  for (const int32_t levels :
+       {1023, 1024}) {  // The message is a map itself, and its error another.
+    const bool fits = levels == 1023;
+    link_.client->SendRequest("nest", Nested(levels), answer);
+    EXPECT_EQ(fits ? Events{} : Events{refusal}, Take());
+    link_.to_server.clear();
+    Request("nest", levels);
+    EXPECT_EQ(Events{fits ? "answer other" : refusal}, run());
+    Request("fail", levels - 1);
+    EXPECT_EQ(Events{fits ? "answer 1 no" : refusal}, run());
+    link_.client->SendNotify("hint", Nested(levels));
+    link_.server->SendNotify("news", Nested(levels));
+    EXPECT_EQ(fits ? Events({"hint", "news"}) : Events{}, run());
+    EXPECT_EQ(fits ? Events{}
+                   : Events({"[error] Notification 'hint' dropped: " + fault,
+                             "[error] Notification 'news' dropped: " + fault}),
+              log_.TakeLines());
   }
+}
+
+TEST_F(RpcTest, EveryValueOfAMessageCounts) {
+  const auto count = [](const EncodableValue& value) {
+    uint64_t values = 0;
+    cw::details::Walk(value, [&values](const EncodableValue&, size_t) { return ++values > 0; });
+    return values;
+  };
+  const EncodableValue payload = EncodableMap{{"k", cw::EncodableList{1, 2}}};
+  const Message::ID id(1);
+  for (const Message& message :
+       {Message::CreateRequest(id, "m", payload), Message::CreateResponse(id, payload),
+        Message::CreateError(id, 1, "no", payload), Message::CreateNotification("m", payload),
+        Message::CreateError(1, "no", payload)}) {
+    const auto [value, around] = flrpc::details::GetPayload(message);
+    EXPECT_EQ(count(message.ToEncodable()), around.values + count(*value)) << message.ToBase64();
+  }
+}
+
+TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBack) {
+  link_.Connect();
+  Take();
+  link_.is_down = true;
+  EXPECT_THROW(Request("double", 1), std::runtime_error);
+  link_.is_down = false;
+  Request("double", 2);
+  link_.DeliverAll();
+  link_.client->NotifyDisconnected(Message::Error(1, "gone"));
+  EXPECT_EQ((Events{"answer 4", "disconnected 1 gone"}), Take());
+}
+
+TEST_F(RpcTest, CapturedObjectsMayCallTheClientOrServerThatEnds) {
+  struct Caller {
+    std::function<void()> call;
+    ~Caller() { call(); }
+  };
+  auto* const client = link_.client.get();
+  auto* const server = link_.server.get();
+  auto calls_client = std::make_shared<Caller>(Caller{[client] {
+    client->SendRequest("m", {}, nullptr);
+    client->SendNotify("m", {});
+    client->OnNotify("m", nullptr);
+    client->OnConnected(nullptr);
+    client->Run();
+  }});
+  auto calls_server = std::make_shared<Caller>(Caller{[server] {
+    server->SendNotify("m", {});
+    server->OnRequest("m", nullptr);
+    server->OnNotify("m", nullptr);
+    server->OnConnected(nullptr);
+    server->Run();
+  }});
+  client->SendRequest("m", {}, [calls_client](const Message::Response&) {});
+  client->OnNotify("m", [calls_client](const Message::Notification&) {});
+  server->OnRequest("m", [calls_server](const std::string&, const EncodableValue&, auto&&) {});
+  server->OnNotify("m", [calls_server](const Message::Notification&) {});
+  calls_client.reset();
+  calls_server.reset();
   link_.client.reset();
-  EXPECT_LE(flrpc::details::RequestIds::Get().CountOpen(), before);
+  link_.server.reset();
 }
 
 }  // namespace

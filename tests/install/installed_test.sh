@@ -34,6 +34,18 @@ build_project "$work/desk_program" "$work/desk_program/build"
 [[ "$("${emulator[@]}" "$work/desk_program/build/desk_program")" == "delivered" ]] ||
   fail "the desk's program says something else"
 
+# Tasks are started by the package's own supervisor; the error names it when it is missing.
+libs=$(dirname "$(find "$prefix" -name libruntimemanager.so)")
+launch() {
+  LD_LIBRARY_PATH=$libs TAVO_DESK_PATH=$build/tasks TAVO_DESK_WRAPPER=${emulator[*]} \
+    "${emulator[@]}" "$build/bin/c_launcher" --libs-path "$libs" "$source/README.md" 2>&1 || true
+}
+[[ "$(launch)" == "$(sha256sum "$source/README.md")" ]] || fail "the launcher says: $(launch)"
+mv "$libs/tavo-supervisor" "$work"
+[[ "$(launch)" == *"could not be started: its supervisor $libs/tavo-supervisor: "* ]] ||
+  fail "without a supervisor the launcher says: $(launch)"
+mv "$work/tavo-supervisor" "$libs"
+
 # Plug-ins that link more than the library.
 for plugin in digest_plugin digest_server_plugin; do
   cp -r "$source/examples/$plugin" "$work/$plugin"

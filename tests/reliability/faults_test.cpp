@@ -57,18 +57,17 @@ class FaultsTest : public test::DeskTest {
   }
   static void Fail(const Fault& fault) { Fail(&fault); }
 
-  // The error's text; empty when the task started. `fault`: in the task.
+  static QByteArray PlanOf(const Fault& fault) {
+    return QByteArray::fromStdString(fault.GetPlan());
+  }
+
+  // The error's text; empty when the task started. `fault`: in the task alone.
   std::string Start(const Fault* fault = nullptr) {
-    if (fault) {
-      qputenv("LD_PRELOAD", TAVO_TEST_PRELOAD);
-      qputenv("TAVO_FAULT", fault->GetPlan().c_str());
-    }
+    if (fault) WrapIn("env LD_PRELOAD=" TAVO_TEST_PRELOAD " TAVO_FAULT='" + PlanOf(*fault) + "'");
     task_ = std::make_unique<Task>(QStringLiteral("desk_task"));
     task_->withIpcSocket(true);
     const auto outcome = std::make_shared<std::optional<std::string>>();
     task_->start([outcome](const auto& error) { *outcome = error.message().toStdString(); });
-    qunsetenv("LD_PRELOAD");
-    qunsetenv("TAVO_FAULT");
     EXPECT_TRUE(WaitUntil([&outcome] { return outcome->has_value(); }));
     return outcome->value_or("no outcome");
   }
@@ -237,9 +236,13 @@ class StartFaultsTest : public FaultsTest, public testing::WithParamInterface<Ro
 
 TEST_P(StartFaultsTest, TaskStartsOrTheFailureIsTold) {
   int failures = 0;
+  qputenv("LD_PRELOAD", TAVO_TEST_PRELOAD);  // In the supervisor; the task is spared.
+  WrapIn("env -u LD_PRELOAD -u TAVO_FAULT");
   for (int round = 0; round < 20 * test::GetScale(); ++round) {
-    Fail(GetParam().GetFault(seed_ + static_cast<unsigned>(round)));
-    const std::string error = Start();  // The supervisor keeps the schedule.
+    const Fault fault = GetParam().GetFault(seed_ + static_cast<unsigned>(round));
+    qputenv("TAVO_FAULT", PlanOf(fault));
+    Fail(fault);
+    const std::string error = Start();
     Fail(nullptr);
     if (error.empty()) {
       Connection connection(task_->socketPath());
@@ -253,6 +256,7 @@ TEST_P(StartFaultsTest, TaskStartsOrTheFailureIsTold) {
     Stop();
   }
   const int error = GetParam().error;
+  for (const char* name : {"LD_PRELOAD", "TAVO_FAULT"}) qunsetenv(name);
   const bool may_fail = error != Fault::kShort && error != EINTR && error != ENOBUFS;
   EXPECT_EQ(may_fail, failures > 0);
 }

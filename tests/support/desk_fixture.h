@@ -1,11 +1,13 @@
 // A desk of its own for each test: directories for applications and sockets, an event loop.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <memory>
@@ -22,6 +24,20 @@
 #include "tests/support/test_base.h"
 
 namespace test {
+
+#ifdef TAVO_TEST_SANITIZED
+constexpr bool kRunsWithoutDescriptors = false;  // The sanitizer needs some for its own checks.
+#else
+constexpr bool kRunsWithoutDescriptors = true;
+#endif
+
+// What this process may have of a resource; RLIM_INFINITY: all that the machine allows.
+inline void LimitTo(rlim_t most, decltype(RLIMIT_NOFILE) resource) {
+  rlimit limit{};
+  getrlimit(resource, &limit);
+  limit.rlim_cur = std::min(most, limit.rlim_max);
+  EXPECT_EQ(0, setrlimit(resource, &limit));
+}
 
 inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
 

@@ -5,8 +5,10 @@
 //   pid
 //   {"do": "ignore-term"}      ignores SIGTERM from now on, and says so
 //   {"do": "start", "name"}    starts a task of its own, describes it, and relays the answer
-//   {"do": "exit"}             ends
+//   {"do": "offer"}            offers the intent "intent", and says so
+//   {"do": "exit"}             ends within the callback
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -65,7 +67,10 @@ class DeskTask : public QObject {
     if (what == QStringLiteral("describe")) return Describe();
     if (what == QStringLiteral("fork")) return Fork();
     if (what == QStringLiteral("start")) return Start(message.value(QStringLiteral("name")));
-    if (what == QStringLiteral("exit")) _exit(0);
+    if (what == QStringLiteral("exit")) exit(0);
+    if (what == QStringLiteral("offer")) {
+      RuntimeManager::RuntimeDispatcher::instance()->registerIntent(QStringLiteral("intent"), {});
+    }
     if (what == QStringLiteral("ignore-term")) signal(SIGTERM, SIG_IGN);
     messaging_.sendMessage(message);
   }
@@ -78,6 +83,7 @@ class DeskTask : public QObject {
                              QJsonArray::fromStringList(QCoreApplication::arguments().mid(1))},
                             {QStringLiteral("directory"), QDir::currentPath()},
                             {QStringLiteral("descriptors"), descriptors_},
+                            {QStringLiteral("blocks"), blocks_},
                             {QStringLiteral("environment"), environment_},
                             {QStringLiteral("environment now"), Environment()},
                             {QStringLiteral("again"),
@@ -105,6 +111,7 @@ class DeskTask : public QObject {
   }
 
   const QJsonArray descriptors_;
+  const bool blocks_ = (fcntl(3, F_GETFL) & O_NONBLOCK) == 0;
   const QJsonObject environment_;
   TaskMessaging messaging_;
   std::unique_ptr<Task> task_;
