@@ -42,8 +42,6 @@ class FORGE_EXPORT Library {
   }
 
  private:
-  friend class LibraryTestPeer;  // Makes one that was never loaded.
-
   const std::filesystem::path path_;
   void* handle_ = nullptr;
 };

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <string>
 #include <vector>
 
 // Ends the process, and with it the search, when the condition does not hold. It stays in every
@@ -23,12 +22,7 @@ class Choices {
   Choices(const uint8_t* data, size_t size) : data_(data), left_(size) {}
 
   bool IsEmpty() const { return left_ == 0; }
-
-  uint8_t Byte() {
-    if (left_ == 0) return 0;
-    --left_;
-    return *data_++;
-  }
+  uint8_t Byte() { return left_ == 0 ? uint8_t{0} : (--left_, *data_++); }
 
   // 0 to limit - 1, evenly enough.
   uint32_t Below(uint32_t limit) {
@@ -36,43 +30,26 @@ class Choices {
     return (high << 8 | Byte()) % limit;
   }
 
-  // At most `size` bytes, moved out of the input.
-  std::vector<uint8_t> Take(size_t size) {
-    if (size > left_) size = left_;
-    std::vector<uint8_t> bytes(data_, data_ + size);
-    data_ += size;
-    left_ -= size;
-    return bytes;
-  }
-  std::vector<uint8_t> Rest() { return Take(left_); }
+  std::vector<uint8_t> Rest() { return {data_, data_ + left_}; }
 
  private:
   const uint8_t* data_;
   size_t left_;
 };
 
-// What one input may cost. Allocations (operator new) beyond the first throw std::bad_alloc, lines
-// on standard error beyond the second TooManyLines: each failed read writes one, so they bound the
-// time of a decoder that believes what it reads.
-constexpr size_t kMostBytes = size_t{256} << 20;
-constexpr size_t kMostLines = size_t{1} << 21;
-
-class TooManyLines : public std::exception {
- public:
-  const char* what() const noexcept override { return "too many lines on standard error"; }
-};
-
-// Counts anew from here on; nothing is written to standard output and standard error by way of
-// their streams.
+// What one input may cost, counted from the construction on. Allocations (operator new) beyond
+// `most_bytes` throw std::bad_alloc. Lines on standard error beyond `most_lines` throw, too: each
+// failed read writes one, so they bound the time of a decoder that believes what it reads. Nothing
+// is written to standard output and standard error by way of their streams.
 class Limits {
  public:
-  explicit Limits(size_t most_bytes = kMostBytes, size_t most_lines = kMostLines);
+  explicit Limits(size_t most_bytes = size_t{256} << 20, size_t most_lines = size_t{1} << 21);
 
-  // Was anything refused, be it that the code under test told nobody? While libFuzzer searches, an
-  // input may also take no more than a second of the processor, however busy the machine is.
+  // False when anything was refused, be it that the code under test told nobody. While libFuzzer
+  // searches, an input may also take no more than a second of the processor.
   bool WereKept() const;
 
-  // Runs what may exceed them, or throw something else. False when it did.
+  // Runs what may exceed the limits, or throw something else. False when it threw.
   template <typename Function>
   static bool Try(Function&& function) {
     try {

@@ -24,11 +24,10 @@ constexpr const char* kMethods[] = {"echo", "hold", "unknown", "flrpc.connected"
 // What the process's next request will be called. The one drawn to know that is done with.
 Message::ID ForeseeId() {
   auto& ids = flrpc::details::RequestIds::Get();
-  const Message::ID drawn = ids.IdOf(ids.Draw());
-  const std::string& text = drawn.GetText();
-  const size_t counter = text.find('_') + 1;
-  const uint64_t next = std::stoull(text.substr(counter)) + 1;
-  return Message::ID(text.substr(0, counter) + std::to_string(next));
+  const std::string drawn = ids.IdOf(ids.Draw()).GetText();
+  const size_t counter = drawn.find('_') + 1;
+  const uint64_t next = std::stoull(drawn.substr(counter)) + 1;
+  return Message::ID(drawn.substr(0, counter) + std::to_string(next));
 }
 
 class Script {
@@ -37,15 +36,14 @@ class Script {
     const auto go_on = [this](const Message::Notification&) { RunNested(); };
     link_.client->OnNotify("news", go_on);
     link_.server->OnNotify("news", go_on);
-    for (const bool holds : {false, true}) {
-      link_.server->OnRequest(
-          holds ? "hold" : "echo",
-          [this, holds](const std::string&, const EncodableValue& params, auto&& reply) {
-            if (!holds) reply->SendResult(params);
-            replies_.push_back(std::move(reply));
-            RunNested();
-          });
-    }
+    const auto answer = [this](const std::string& method, const EncodableValue& params,
+                               std::unique_ptr<flrpc::IReply>&& reply) {
+      if (method == "echo") reply->SendResult(params);
+      replies_.push_back(std::move(reply));
+      RunNested();
+    };
+    link_.server->OnRequest("echo", answer);
+    link_.server->OnRequest("hold", answer);
   }
 
   void Run() {
@@ -72,15 +70,16 @@ class Script {
 
   // What a transport that is down throws comes out of the call that had something to send.
   void RunStep() {
-    fuzz::Limits::Try([this] {
-      const uint32_t step = choices_.Below(20);
-      step < 8 ? RunTransport(step) : RunSides(step);
-    });
+    const uint32_t step = choices_.Below(20);
+    fuzz::Limits::Try([this, step] { step < 8 ? RunTransport(step) : RunSides(step); });
   }
 
+  // Even steps are the server's, odd ones the client's.
   void RunTransport(uint32_t step) {
-    Texts& texts = step % 2 == 0 ? link_.to_server : link_.to_client;
-    if (step < 4) Deliver(step % 2 == 0);
+    const bool to_server = step % 2 == 0;
+    Texts& texts = to_server ? link_.to_server : link_.to_client;
+    if (step < 4 && to_server) link_.DeliverToServer();
+    if (step < 4 && !to_server && link_.client) link_.DeliverToClient();
     if (step / 2 == 2 && !texts.empty()) Meddle(texts);
     if (step / 2 == 3 && texts.size() < kMostTexts) texts.push_back(Forge().ToBase64());
   }
@@ -90,7 +89,7 @@ class Script {
     if (step == 9) link_.server->SendNotify("news", {});
     if (step == 10) link_.server->Run();
     if (step == 11) link_.server->OnConnected(Once());
-    if (step == 12) AnswerHeld();
+    if (step == 12 && !replies_.empty()) AnswerHeld();
     const auto client = link_.client;
     if (!client) return;
     if (step == 13) client->SendNotify("news", {});
@@ -104,12 +103,11 @@ class Script {
   }
 
   void Request(flrpc::IClient& client) {
-    const std::string method = kMethods[choices_.Below(std::size(kMethods))];
+    const std::string method = ChooseMethod();
     const auto number = static_cast<int32_t>(fates_.size());
     Fate& fate = fates_.emplace_back(Fate{ForeseeId()});
     client.SendRequest(method, number, [=, &fate](const Message::Response& response) {
-      FUZZ_CHECK(++fate.calls == 1);
-      FUZZ_CHECK(response.id == fate.id);
+      FUZZ_CHECK(++fate.calls == 1 && response.id == fate.id);
       const EncodableValue* result = method == "echo" ? response.GetResult() : nullptr;
       FUZZ_CHECK(!result || was_forged_ || *result == EncodableValue(number));
       RunNested();
@@ -119,34 +117,25 @@ class Script {
 
   // A callback of a connection's begin or end.
   flrpc::IClient::ConnectionCallback Once() {
-    int& calls = connection_calls_.emplace_back(0);
-    return [this, &calls](const OptionalError&) {
+    return [this, calls = 0](const OptionalError&) mutable {
       FUZZ_CHECK(++calls == 1);
       RunNested();
     };
   }
 
+  const char* ChooseMethod() { return kMethods[choices_.Below(std::size(kMethods))]; }
   OptionalError ChooseError() {
     return choices_.Below(8) == 1 ? OptionalError({1, "lost"}) : std::nullopt;
   }
 
   void AnswerHeld() {
-    if (replies_.empty()) return;
     was_forged_ = true;  // It may be the second answer.
     const auto reply = std::move(replies_.front());
     replies_.pop_front();
     choices_.Byte() % 2 ? reply->SendResult("late") : reply->SendError(1, "late", {});
   }
 
-  void Deliver(bool to_server) {
-    if (to_server) {
-      link_.DeliverToServer();
-    } else if (link_.client) {
-      link_.DeliverToClient();
-    }
-  }
-
-  // Moves one of the texts to the front, and perhaps loses, repeats or alters it.
+  // Moves one of the texts to the front, and perhaps repeats, alters or loses it.
   void Meddle(Texts& texts) {
     std::swap(texts.front(), texts[choices_.Below(static_cast<uint32_t>(texts.size()))]);
     const uint32_t how = choices_.Below(4);
@@ -166,7 +155,7 @@ class Script {
     const uint32_t which = choices_.Below(16);
     const auto id = which < fates_.size() ? fates_[which].id : Message::ID(which);
     const uint32_t kind = choices_.Below(4);
-    const char* method = kMethods[choices_.Below(std::size(kMethods))];
+    const char* method = ChooseMethod();
     if (kind == 0) return Message::CreateResponse(id, int32_t{choices_.Byte()});
     if (kind == 1) return Message::CreateError(id, choices_.Byte(), "forged", {});
     if (kind == 2) return Message::CreateRequest(id, method, {});
@@ -177,7 +166,6 @@ class Script {
   int depth_ = 0;
   bool was_forged_ = false;
   std::deque<Fate> fates_;  // Elements stay where they are.
-  std::deque<int> connection_calls_;
   std::deque<std::unique_ptr<flrpc::IReply>> replies_;
   test::RpcLink link_;
 };

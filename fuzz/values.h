@@ -2,8 +2,9 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <string_view>
-#include <vector>
+#include <type_traits>
 
 #include "cw/admission.h"
 #include "cw/encodable_value.h"
@@ -13,30 +14,28 @@ namespace fuzz {
 
 // Whether the value's encoding reads back as the value: it holds no empty list of wide elements,
 // after which the reader skips what the writer does not write (docs/wire-format.md).
-class ReadsBack {
- public:
-  static bool Is(const cw::EncodableValue& value) { return value.Visit(ReadsBack()); }
-
-  template <typename T>
-  bool operator()(const T&) const {
+inline bool ReadsBack(const cw::EncodableValue& value) {
+  return value.Visit([](const auto& held) {
+    using T = std::decay_t<decltype(held)>;
+    if constexpr (std::is_same_v<T, cw::EncodableList>) {
+      return std::all_of(held.begin(), held.end(), ReadsBack);
+    } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
+      return std::all_of(held.begin(), held.end(), [](const auto& entry) {
+        return ReadsBack(entry.first) && ReadsBack(entry.second);
+      });
+    } else if constexpr (std::is_same_v<T, std::vector<int32_t>> ||
+                         std::is_same_v<T, std::vector<int64_t>> ||
+                         std::is_same_v<T, std::vector<double>> ||
+                         std::is_same_v<T, std::vector<float>>) {
+      return !held.empty();
+    }
     return true;
-  }
-  template <typename T>
-  bool operator()(const std::vector<T>& list) const {
-    return sizeof(T) == 1 || !list.empty();
-  }
-  bool operator()(const cw::EncodableList& list) const {
-    return std::all_of(list.begin(), list.end(), Is);
-  }
-  bool operator()(const cw::EncodableMap& map) const {
-    return std::all_of(map.begin(), map.end(),
-                       [](const auto& entry) { return Is(entry.first) && Is(entry.second); });
-  }
-};
+  });
+}
 
 // Few bytes may declare so much that decoding them takes a thousand times as long as usual. False
-// for those: they are not to be run again. Of them one in 1,024, chosen by its bytes, is run here,
-// in and out: the search goes on, and a file is always treated alike.
+// for those: they are not to be run again. They are run here, in and out; where libFuzzer searches
+// only one in 1,024, so that the search goes on, chosen by its bytes.
 inline bool IsLight(const uint8_t* data, size_t size) {
   using cw::EncodableValue;
   const auto decode = [&] { return EncodableValue::Deserialize(data, size); };
@@ -44,16 +43,11 @@ inline bool IsLight(const uint8_t* data, size_t size) {
     const Limits little(size_t{1} << 20, 200);
     if (Limits::Try(decode)) return true;
   }
-  uint32_t hash = 2166136261u;
-  for (size_t i = 0; i < size; ++i) hash = (hash ^ data[i]) * 16777619u;
-  if (hash >> 22 != 0) return false;
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  if (TAVO_FUZZ && std::hash<std::string_view>()(bytes) % 1024 != 0) return false;
   const Limits limits;
-  if (cw::FindInadmissible(data, size)) {
-    Limits::Try(decode);
-  } else {
-    decode().Serialize();
-    FUZZ_CHECK(limits.WereKept());
-  }
+  const bool has_worked = Limits::Try([&] { decode().Serialize(); });
+  FUZZ_CHECK(cw::FindInadmissible(data, size) || (has_worked && limits.WereKept()));
   return false;
 }
 

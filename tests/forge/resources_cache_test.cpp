@@ -15,21 +15,20 @@ class ResourcesCacheTest : public test::TestBase {
 
 TEST_F(ResourcesCacheTest, TextStaysPutWhileItsChunkIsOpen) {
   const uint32_t chunk = cache_.CreateChunk();
-  const char* first = cache_.AppendStr(chunk, "first");
+  const auto pair = cache_.AppendStr(chunk, "first", std::string_view("b\0c", 3));
   for (int i = 0; i < 1000; ++i) {
     cache_.AppendStr(chunk, std::to_string(i));
     cache_.AppendStr(cache_.CreateChunk(), std::to_string(i));
   }
-  EXPECT_STREQ("first", first);
-  const auto pair = cache_.AppendStr(chunk, "a", std::string_view("b\0c", 3));
-  EXPECT_STREQ("a", pair.first);
+  EXPECT_STREQ("first", pair.first);
   EXPECT_EQ(std::string_view("b\0c", 4), std::string_view(pair.second, 4));
 }
 
+// Id 0 means none, though it marks the slots that are free: one was just freed.
 TEST_F(ResourcesCacheTest, ReturnedChunkIsRefusedThoughItsSlotIsReused) {
   const uint32_t returned = cache_.CreateChunk();
+  cache_.CreateChunk();
   cache_.RemoveChunk(returned);
-  EXPECT_NE(returned, cache_.CreateChunk());
   ForgeBufferView view{};
   for (const uint32_t bad : {0u, returned}) {
     const std::string line = "[error] Invalid chunk ID <" + std::to_string(bad) + ">";
@@ -41,20 +40,12 @@ TEST_F(ResourcesCacheTest, ReturnedChunkIsRefusedThoughItsSlotIsReused) {
     EXPECT_EQ(line, log_.TakeLine());
     cache_.RemoveChunk(bad);
     EXPECT_EQ(line, log_.TakeLine());
-    cache_.RemoveChunkIfOpen(bad);
+    EXPECT_FALSE(cache_.RemoveChunkIfOpen(bad));
   }
-}
-
-TEST_F(ResourcesCacheTest, BufferIsDescribedWithinTheDeclaredSize) {
-  const uint32_t chunk = cache_.CreateChunk();
-  ForgeBufferView view{0, nullptr, 77};
-  const uint32_t two_fields = 2 * sizeof(void*);
-  EXPECT_TRUE(cache_.AppendBuffer(chunk, forge::Buffer({1, 2, 3}), &view, two_fields));
-  EXPECT_EQ(two_fields, view.struct_size);
-  EXPECT_EQ(2, view.data[1]);
-  EXPECT_EQ(77u, view.size);
-  EXPECT_FALSE(cache_.AppendBuffer(chunk, forge::Buffer(), nullptr, sizeof view));
-  EXPECT_EQ("[error] AppendBuffer: output structure pointer is null", log_.TakeLine());
+  const uint32_t reused = cache_.CreateChunk();
+  EXPECT_NE(returned, reused);
+  EXPECT_FALSE(cache_.RemoveChunkIfOpen(returned));
+  EXPECT_TRUE(cache_.RemoveChunkIfOpen(reused));
 }
 
 TEST_F(ResourcesCacheTest, OpenChunksAreBounded) {
@@ -67,17 +58,20 @@ TEST_F(ResourcesCacheTest, OpenChunksAreBounded) {
   EXPECT_NE(0u, cache_.CreateChunk());
 }
 
-TEST_F(ResourcesCacheTest, GuardRemovesItsChunk) {
+TEST_F(ResourcesCacheTest, GuardLendsTextsAndBuffersAndRemovesItsChunk) {
+  ForgeBufferView view{0, nullptr, 77};
   {
     forge::ResourcesCacheGuard guard(cache_);
     EXPECT_STREQ("text", guard.AppendStr("text"));
     EXPECT_STREQ("second", guard.AppendStr("first", "second").second);
-    ForgeBufferView view{};
-    EXPECT_TRUE(guard.AppendBuffer(forge::Buffer({1}), &view, sizeof view));
+    EXPECT_TRUE(guard.AppendBuffer(forge::Buffer({1, 2, 3}), &view, 2 * sizeof(void*)));
+    EXPECT_EQ(2, view.data[1]);
+    EXPECT_EQ(77u, view.size);  // Beyond the declared size.
+    EXPECT_FALSE(guard.AppendBuffer(forge::Buffer(), nullptr, sizeof view));
+    EXPECT_EQ("[error] AppendBuffer: output structure pointer is null", log_.TakeLine());
   }
-  const uint32_t next = cache_.CreateChunk();
-  EXPECT_EQ(nullptr, cache_.AppendStr(next - 1, "x"));
-  EXPECT_EQ("[error] Invalid chunk ID <" + std::to_string(next - 1) + ">", log_.TakeLine());
+  const uint32_t removed = cache_.CreateChunk() - 1;
+  EXPECT_FALSE(cache_.RemoveChunkIfOpen(removed));
 }
 
 }  // namespace

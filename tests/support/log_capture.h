@@ -1,6 +1,8 @@
 // Takes an output over, to see what is written there.
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -12,34 +14,26 @@ class OutputCapture {
   explicit OutputCapture(int descriptor);
   ~OutputCapture();
   OutputCapture(const OutputCapture&) = delete;
-  OutputCapture& operator=(const OutputCapture&) = delete;
 
   // What was written since the last call: all of it, or line by line.
   std::string TakeText();
   std::vector<std::string> TakeLines();
 
  private:
-  const int descriptor_;
-  const int file_;
-  const int saved_;
+  const int descriptor_, file_, saved_;
 };
 
 // Standard output, where the logger writes; its kind decides on colours.
-class LogCapture : public OutputCapture {
- public:
-  LogCapture();
+struct LogCapture : OutputCapture {
+  LogCapture() : OutputCapture(STDOUT_FILENO) {}
 
   // The lines "[level] location message" since the last call, without their locations.
   std::vector<std::string> TakeLines();
-
-  // The one line since the last call; something else, and a failure, unless there is just one.
-  std::string TakeLine();
+  std::string TakeLine();  // The one line; a failure unless there is just one.
 };
 
-// Standard error, where the codec writes.
-class ErrorCapture : public OutputCapture {
- public:
-  ErrorCapture();
+struct ErrorCapture : OutputCapture {  // Where the codec writes.
+  ErrorCapture() : OutputCapture(STDERR_FILENO) {}
 };
 
 }  // namespace test

@@ -3,10 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <csignal>
 #include <filesystem>
-#include <iterator>
-#include <string>
 #include <thread>
 
 #include "tests/support/deadline.h"
@@ -15,10 +13,9 @@
 namespace test {
 namespace {
 
-int CountEntries(const char* directory) {
-  return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory),
-                                        std::filesystem::directory_iterator()));
-}
+using Entries = std::filesystem::directory_iterator;
+
+int CountEntries(const char* folder) { return int(std::distance(Entries(folder), Entries())); }
 
 // A sanitizer's or an emulator's own thread starts with the first one. One that was joined may be
 // listed a moment longer.
@@ -28,9 +25,15 @@ void StartAndJoinAThread() {
   WaitUntil([id] { return !std::filesystem::exists("/proc/self/task/" + std::to_string(id)); });
 }
 
+void EndLateTest(int) {
+  constexpr char kText[] = "The test takes too long.\n";
+  _exit(write(fileno(stdout), kText, sizeof kText - 1) > 0 ? 1 : 2);
+}
+
 }  // namespace
 
 void TestBase::SetUp() {
+  std::signal(SIGALRM, EndLateTest);
   alarm(static_cast<unsigned>(5 * kDeadline.count() * GetScale()));
   StartAndJoinAThread();
   descriptors_ = CountDescriptors();
@@ -41,9 +44,8 @@ void TestBase::TearDown() {
   // What is to be deleted later, or ends with another process, closes its own in time.
   EXPECT_TRUE(WaitUntil([this] { return CountDescriptors() == descriptors_; }))
       << "There were " << descriptors_ << " descriptors, now there are " << CountDescriptors();
-  EXPECT_TRUE(WaitUntil([this] { return CountThreads() <= threads_; }))
-      << "A thread was left running.";
-  EXPECT_FALSE(HasChildren()) << "A child process was left.";
+  EXPECT_TRUE(WaitUntil([this] { return CountThreads() <= threads_; })) << "A thread is left.";
+  EXPECT_FALSE(HasChildren()) << "A child process is left.";
   alarm(0);
 }
 
