@@ -290,9 +290,9 @@ class ServiceRaceTest : public test::ServiceTest {
   // The fake keeps what it was given.
   void ForgetPlatform() {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    const std::lock_guard lock(platform_.mutex);
-    platform_.tasks.clear();
-    platform_.messagings.clear();
+    const std::lock_guard lock(platform.mutex);
+    platform.tasks.clear();
+    platform.messagings.clear();
   }
 
   int argc_ = 0;
@@ -303,29 +303,29 @@ TEST_F(ServiceRaceTest, StartMessagesChunksAndReleaseOfAClientMayMeet) {
   for (int round = CountRounds(); round > 0; --round) {
     Context context;
     auto slots = context.Slots<TAVORpcClientSlots>();
-    const auto client = top_.CreateRpcClient(manager_);
-    context.unlock = [&](unsigned int chunk) { client_table_.UnlockResources(client, chunk); };
-    client_table_.StartTask(client, "worker", "/libs", &slots);
-    const auto task = platform_.tasks.back();
-    const size_t channels = platform_.messagings.size();
+    const auto client = top.CreateRpcClient(manager);
+    context.unlock = [&](unsigned int chunk) { client_table.UnlockResources(client, chunk); };
+    client_table.StartTask(client, "worker", "/libs", &slots);
+    const auto task = platform.tasks.back();
+    const size_t channels = platform.messagings.size();
     Race(
         kInRound,
         [&](int thread, int operation) {
-          client_table_.SendMessage(client, "text");
+          client_table.SendMessage(client, "text");
           if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
           if (thread >= 6 && operation == (round + thread) % kInRound) {
-            client_table_.Release(client);
+            client_table.Release(client);
           }
         },
         [&] {
           if (task->start) task->Started();
-          platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+          platform.messagings.back()->ReceiveText(QStringLiteral("text"));
         });
-    EXPECT_EQ(channels + 1, platform_.messagings.size());
-    EXPECT_EQ(FORGE_RESULT_WRONG_STATE, client_table_.SendMessage(client, "text"));
+    EXPECT_EQ(channels + 1, platform.messagings.size());
+    EXPECT_EQ(FORGE_RESULT_WRONG_STATE, client_table.SendMessage(client, "text"));
     EXPECT_EQ(0, context.releases);
     // Released before it ran, it stays until the manager's Release.
-    task->stop ? task->Stopped() : top_.Release(manager_);
+    task->stop ? task->Stopped() : top.Release(manager);
     EXPECT_EQ(1, context.releases);
     ForgetPlatform();
     EXPECT_FALSE(task->alive);
@@ -339,7 +339,7 @@ TEST_F(ServiceRaceTest, UrisAreOpenedWhileRepliesArrive) {
   };
   for (int round = CountRounds(); round > 0; --round) {
     std::vector<Fate> fates(kThreads * kInRound);
-    const auto intents = top_.GetIntentManager(manager_);
+    const auto intents = top.GetIntentManager(manager);
     Race(
         kInRound,
         [&](int thread, int operation) {
@@ -347,11 +347,11 @@ TEST_F(ServiceRaceTest, UrisAreOpenedWhileRepliesArrive) {
                                [](void* fate, bool) { ++static_cast<Fate*>(fate)->outcomes; },
                                [](void* fate) { ++static_cast<Fate*>(fate)->releases; },
                                &fates[static_cast<size_t>(thread * kInRound + operation)]};
-          intent_table_.OpenUri(intents, "u:", &slot);
+          intent_table.OpenUri(intents, "u:", &slot);
         },
-        [&] { platform_.ReplyToIntent(0); });
-    for (size_t i = 0; i < fates.size(); ++i) platform_.ReplyToIntent(0);  // The last ones.
-    EXPECT_EQ(fates.size(), std::exchange(platform_.invocations, {}).size());
+        [&] { platform.ReplyToIntent(0); });
+    for (size_t i = 0; i < fates.size(); ++i) platform.ReplyToIntent(0);  // The last ones.
+    EXPECT_EQ(fates.size(), std::exchange(platform.invocations, {}).size());
     for (const Fate& fate : fates) ASSERT_TRUE(fate.outcomes == 1 && fate.releases == 1);
   }
 }
@@ -360,23 +360,23 @@ TEST_F(ServiceRaceTest, MessagesChunksAndTheEndOfServersMayMeet) {
   Context context;
   auto slots = context.Slots<TAVORpcServerSlots>();
   std::atomic<_TAVORpcServerRef*> server{nullptr};
-  context.unlock = [&](unsigned int chunk) { server_table_.UnlockResources(server, chunk); };
+  context.unlock = [&](unsigned int chunk) { server_table.UnlockResources(server, chunk); };
   int runs = 0;
   for (int round = CountRounds(); round > 0; --round) {
     Race(
         kInRound,
         [&](int, int) {
-          server_table_.SendMessage(server, "text");
+          server_table.SendMessage(server, "text");
           if (const unsigned int chunk = context.chunk.exchange(0)) context.unlock(chunk);
         },
         [&] {
           ++runs;
-          server = top_.GetRpcServer(manager_);
-          server_table_.Run(server, &slots);
+          server = top.GetRpcServer(manager);
+          server_table.Run(server, &slots);
           for (int message = 0; message < kInRound; ++message) {
-            platform_.messagings.back()->ReceiveText(QStringLiteral("text"));
+            platform.messagings.back()->ReceiveText(QStringLiteral("text"));
           }
-          top_.Release(manager_);
+          top.Release(manager);
         });
     ForgetPlatform();  // What the threads left to this one is in order behind their end.
   }

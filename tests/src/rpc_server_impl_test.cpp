@@ -12,8 +12,8 @@ class RpcServerImplTest : public test::ServiceTest {
  protected:
   _TAVORpcServerRef* Run() {
     TAVORpcServerSlots slots = recorder_.ServerSlots();
-    _TAVORpcServerRef* server = top_.GetRpcServer(manager_);
-    server_table_.Run(server, &slots);
+    _TAVORpcServerRef* server = top.GetRpcServer(manager);
+    server_table.Run(server, &slots);
     return server;
   }
 
@@ -22,15 +22,15 @@ class RpcServerImplTest : public test::ServiceTest {
 
 TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplication) {
   const auto server = Run();
-  EXPECT_EQ(77, platform_.Messaging().descriptor);
+  EXPECT_EQ(77, platform.Messaging().descriptor);
   EXPECT_EQ(Events{"started 0 <>"}, recorder_.Take());
-  EXPECT_EQ(0u, server_table_.SendMessage(server, "answer"));
-  EXPECT_EQ(Events{"answer"}, platform_.SentTexts());
-  platform_.Messaging().ReceiveText(QStringLiteral("question"));
+  EXPECT_EQ(0u, server_table.SendMessage(server, "answer"));
+  EXPECT_EQ(Events{"answer"}, platform.SentTexts());
+  platform.Messaging().ReceiveText(QStringLiteral("question"));
   EXPECT_EQ(Events{"message <question>"}, recorder_.Take());
   EXPECT_NE(0u, recorder_.last_chunk);
-  server_table_.UnlockResources(server, recorder_.last_chunk);
-  platform_.Messaging().Receive({{QStringLiteral("data"), QJsonValue::Null}});
+  server_table.UnlockResources(server, recorder_.last_chunk);
+  platform.Messaging().Receive({{QStringLiteral("data"), QJsonValue::Null}});
   EXPECT_EQ(Events{}, recorder_.Take());
 }
 
@@ -38,30 +38,30 @@ TEST_F(RpcServerImplTest, FirstRunWins) {
   const auto server = Run();
   test::Recorder later;
   TAVORpcServerSlots slots = later.ServerSlots();
-  server_table_.Run(server, &slots);
-  EXPECT_EQ(1u, platform_.messagings.size());
-  platform_.Messaging().ReceiveText(QStringLiteral("text"));
+  server_table.Run(server, &slots);
+  EXPECT_EQ(1u, platform.messagings.size());
+  platform.Messaging().ReceiveText(QStringLiteral("text"));
   EXPECT_EQ((Events{"started 0 <>", "message <text>"}), recorder_.Take());
-  top_.Release(manager_);
+  top.Release(manager);
   EXPECT_EQ(Events{"release"}, recorder_.Take());
   EXPECT_EQ(Events{}, later.events);  // Never told, not even to release.
 }
 
 TEST_F(RpcServerImplTest, NothingIsSentBeforeRunOrToAnUnknownHandle) {
-  const auto server = top_.GetRpcServer(manager_);
-  EXPECT_EQ(3u, server_table_.SendMessage(server, "early"));
-  EXPECT_EQ(3u, server_table_.SendMessage(server, nullptr));  // The text is not looked at.
-  EXPECT_EQ(3u, server_table_.SendMessage(nullptr, "text"));
+  const auto server = top.GetRpcServer(manager);
+  EXPECT_EQ(3u, server_table.SendMessage(server, "early"));
+  EXPECT_EQ(3u, server_table.SendMessage(server, nullptr));  // The text is not looked at.
+  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
   Run();
-  EXPECT_THROW(server_table_.SendMessage(server, nullptr), std::logic_error);
-  EXPECT_EQ(Events{}, platform_.SentTexts());
-  server_table_.Run(nullptr, nullptr);
-  server_table_.UnlockResources(nullptr, 1);
+  EXPECT_THROW(server_table.SendMessage(server, nullptr), std::logic_error);
+  EXPECT_EQ(Events{}, platform.SentTexts());
+  server_table.Run(nullptr, nullptr);
+  server_table.UnlockResources(nullptr, 1);
 }
 
 TEST_F(RpcServerImplTest, UnknownChunkIsReportedZeroIncluded) {
   const auto server = Run();
-  server_table_.UnlockResources(server, 0);
+  server_table.UnlockResources(server, 0);
   EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
 }
 
@@ -73,23 +73,23 @@ class RpcServerImplLoopTest : public RpcServerImplTest {
 };
 
 TEST_F(RpcServerImplLoopTest, NoCallbackComesOnceTheManagerDroppedIt) {
-  static TAVOProcTable* top;
-  static _TAVOManagerRef* manager;
-  top = &top_;
-  manager = manager_;
+  static TAVOProcTable* top_;
+  static _TAVOManagerRef* manager_;
+  top_ = &top;
+  manager_ = manager;
   TAVORpcServerSlots slots = recorder_.ServerSlots();
   slots.OnMessage = [](void* data, const char* text, unsigned int chunk) {
-    top->Release(manager);  // The text stays good until the handler returns.
+    top_->Release(manager_);  // The text stays good until the handler returns.
     test::Recorder::OnMessage(data, text, chunk);
   };
-  const auto server = top_.GetRpcServer(manager_);
-  server_table_.Run(server, &slots);
-  platform_.Messaging().ReceiveText(QStringLiteral("last"));
-  platform_.Messaging().ReceiveText(QStringLiteral("late"));
+  const auto server = top.GetRpcServer(manager);
+  server_table.Run(server, &slots);
+  platform.Messaging().ReceiveText(QStringLiteral("last"));
+  platform.Messaging().ReceiveText(QStringLiteral("late"));
   EXPECT_EQ((Events{"started 0 <>", "message <last>", "release"}), recorder_.Take());
-  EXPECT_EQ(3u, server_table_.SendMessage(server, "text"));
+  EXPECT_EQ(3u, server_table.SendMessage(server, "text"));
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(nullptr, platform_.Messaging().object);
+  EXPECT_EQ(nullptr, platform.Messaging().object);
 }
 
 }  // namespace
