@@ -24,12 +24,6 @@ const Scenario kScenarios[]{
      [](World& w) {
        TAVOProcTable table;
        w.is_done = TAVOProcTableLoad(&table, sizeof table) == FORGE_RESULT_OK;
-       for (const ForgeResult result :
-            {TAVOProcTableLoad(nullptr, 0), w.top.RpcClientProcTableLoad(nullptr, 0),
-             w.top.RpcServerProcTableLoad(nullptr, 0),
-             w.top.IntentManagerProcTableLoad(nullptr, 0)}) {
-         EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, result);
-       }
      }},
     {"GetIntentManager", kConnects, Calls(), ReleaseManager,
      [](World& w) { w.is_done = w.top.GetIntentManager(w.manager) != nullptr; }},

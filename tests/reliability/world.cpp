@@ -28,17 +28,17 @@ struct World::Slots {
     }
   };
 
-  // A function with the signature of the slot's field. Where it has a code or a text, its last
-  // argument is a chunk.
+  // Functions with the signature of the slot's field. Those that are lent a chunk come on the event
+  // loop's thread.
   template <Callback kCallback, typename... Arguments>
-  static void On(void* self, Arguments... arguments) {
-    World& world = *static_cast<World*>(self);
-    const GiveBack at_end{world, kCallback == kServerMessage};
-    world.chunk = 0;
-    if constexpr (sizeof...(arguments) > 1) {
-      world.chunk = std::get<sizeof...(arguments) - 1>(std::tie(arguments...));
-    }
-    world.Call(kCallback);
+  static void On(void* self, Arguments...) {
+    static_cast<World*>(self)->Call(kCallback);
+  }
+  template <Callback kCallback, typename... Arguments>
+  static void Lent(void* self, Arguments... arguments) {
+    const GiveBack at_end{*static_cast<World*>(self), kCallback == kServerMessage};
+    at_end.world.chunk = std::get<sizeof...(arguments) - 1>(std::tie(arguments...));
+    at_end.world.Call(kCallback);
   }
   static void OnIntent(void* self, TAVOReplyIntentSlot* reply) {
     constexpr uint8_t kMap[] = {13, 1, 7, 1, 'a', 7, 1, 'b'};
@@ -90,20 +90,18 @@ long World::CountLines(const std::string& part) {
   });
 }
 
-// A hook may have its own callback called.
 void World::Call(Callback callback) {
-  constexpr int kMostRuns = 3;
   ++calls[callback];
-  if (callback != hooked || !hook || hook_runs_ == kMostRuns) return;
-  ++hook_runs_;
+  if (callback != hooked || !hook || hook_runs == 0) return;
+  --hook_runs;
   const std::shared_ptr<void> end(
       nullptr, [this, outer = std::exchange(is_in_hook_, true)](void*) { is_in_hook_ = outer; });
   hook();
 }
 
 bool World::StartRaw() {
-  TAVORpcClientSlots slots{sizeof slots,        Slots::On<kStarted>, Slots::On<kDisconnect>,
-                           Slots::On<kMessage>, Slots::On<kRelease>, this};
+  TAVORpcClientSlots slots{sizeof slots,          Slots::Lent<kStarted>, Slots::On<kDisconnect>,
+                           Slots::Lent<kMessage>, Slots::On<kRelease>,   this};
   const bool is_started = client_table.StartTask(raw, "raw", "/libs", &slots) == FORGE_RESULT_OK;
   taken[kRelease] += is_started;
   return is_started;
@@ -117,7 +115,7 @@ void World::RunRaw() {
 }
 
 bool World::RunRawServer() {
-  TAVORpcServerSlots slots{sizeof slots, Slots::On<kServerStarted>, Slots::On<kServerMessage>,
+  TAVORpcServerSlots slots{sizeof slots, Slots::On<kServerStarted>, Slots::Lent<kServerMessage>,
                            Slots::On<kServerRelease>, this};
   const int started = calls[kServerStarted];
   server_table.Run(raw_server, &slots);

@@ -125,6 +125,7 @@ class World : public Service {
       taken{};                   // Slots that the service has, by their release.
   Callback hooked = kCallbacks;  // Which callback runs the hook.
   std::function<void()> hook;
+  int hook_runs = 3;  // At most so often: a hook may have its own callback called.
 
  private:
   struct Slots;  // The functions of the C slots.
@@ -134,7 +135,6 @@ class World : public Service {
   void CheckChunks();
 
   LogCapture& log_;
-  int hook_runs_ = 0;
   bool is_in_hook_ = false;
   const uint32_t first_id_ = forge::details::CounterClient::GenerateId();
   const std::shared_ptr<int> token_ = std::make_shared<int>();
