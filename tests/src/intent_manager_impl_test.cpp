@@ -171,7 +171,8 @@ class Script : test::Service {
     const bool is_accepted = is_living_ && !platform.fail_intents;
     if (is_living_ && !is_accepted) ExpectLine("Stray exception in RegisterIntent: std::bad_alloc");
     Slot& registration = Give(is_accepted);
-    TAVORegisterIntentSlot slot{sizeof slot, OnIntent, OnRelease, &registration};
+    TAVORegisterIntentSlot slot{sizeof slot, HasCallback(registration) ? OnIntent : nullptr,
+                                OnRelease, &registration};
     if (is_accepted) ReplaceIntent(&registration);
     const ForgeResult result = is_accepted ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
     Check(intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot) == result,
@@ -185,6 +186,7 @@ class Script : test::Service {
     const auto dropped = std::exchange(platform.intents, {});
   }
 
+  static bool HasCallback(const Slot& registration) { return registration.number % 4 > 0; }
   void ReplaceIntent(Slot* registration) {
     Slot* const replaced = std::exchange(registration_, registration);
     if (replaced) --replaced->holders;
@@ -194,7 +196,7 @@ class Script : test::Service {
     Slot* const registration = registration_;
     if (!registration) return;
     Invocation& invocation = invocations_.emplace_back();
-    invoked_ = &invocation;
+    if (HasCallback(*registration)) invoked_ = &invocation;
     ++registration->holders;
     auto handler = platform.intents.at(QStringLiteral("t\u00EBll"));
     std::shared_ptr<void> guard(&invocation, [&invocation](void*) { invocation.is_gone = true; });

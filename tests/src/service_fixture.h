@@ -33,21 +33,8 @@ class ServiceTest : public TestBase, protected Service {
     TestBase::TearDown();
   }
 
-  _TAVORpcClientRef* StartedClient(Recorder& recorder) {
-    _TAVORpcClientRef* client = top.CreateRpcClient(manager);
-    TAVORpcClientSlots slots = recorder.ClientSlots();
-    EXPECT_EQ(FORGE_RESULT_OK, client_table.StartTask(client, "worker", "/libs", &slots));
-    return client;
-  }
-
-  _TAVORpcClientRef* RunningClient(Recorder& recorder) {
-    _TAVORpcClientRef* client = StartedClient(recorder);
-    platform.tasks.back()->Started();
-    EXPECT_EQ(Events{"started 0 <>"}, recorder.Take());
-    return client;
-  }
-
   LogCapture log_;
+  Recorder recorder_;
 };
 
 }  // namespace test
