@@ -5,12 +5,14 @@
 #include <limits>
 
 #include "cw/encoded_type.h"
+#include "cw/value_tree.h"
 
 namespace cw {
 namespace {
 
-constexpr char kTooDeep[] = "its lists and maps are nested too deeply";
-constexpr char kTooMany[] = "it holds too many values";
+constexpr char kTooDeep[] = "it nests lists and maps more than 1024 levels deep";
+constexpr char kTooMany[] = "it holds more than 4194304 values";
+static_assert(kDeepestNesting == 1024 && kMostValues == 4194304);  // As the texts say.
 constexpr char kTooMuchMissing[] = "it declares more than it holds";
 
 // Goes through the bytes as the decoder does: a read beyond the end does not advance.
@@ -123,5 +125,16 @@ class Scan {
 }  // namespace
 
 const char* FindInadmissible(const uint8_t* data, size_t size) { return Scan(data, size).Run(); }
+
+const char* FindInadmissible(const EncodableValue& value, Surroundings around) {
+  const char* fault = nullptr;
+  details::Walk(value, [&](const EncodableValue& node, size_t depth) {
+    const bool is_container = node.Is<EncodableList>() || node.Is<EncodableMap>();
+    if (is_container && around.levels + depth >= kDeepestNesting) fault = kTooDeep;
+    if (++around.values > kMostValues) fault = kTooMany;
+    return !fault;
+  });
+  return fault;
+}
 
 }  // namespace cw

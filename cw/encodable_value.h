@@ -12,8 +12,11 @@
 //
 // Order: by alternative first (the index below), so int32_t 5 < int64_t 1; within one, by value,
 // sequences lexicographically. NaN is equivalent to every double, so doubles as keys may merge.
-// Custom values order by the address of their object. Copies, comparisons and destruction recurse
-// into lists and maps: a tree is as deep as the stack allows.
+// Custom values order by the address of their object.
+//
+// Depth: a tree may nest as deep as memory allows. Reading, writing, copying, comparing and
+// destroying it need no stack that grows with its depth. A value may be assigned from within
+// itself.
 //
 // Threads: a plain value, no locking; const operations may run side by side.
 // Errors:  Get throws std::bad_variant_access. Deserialize tells nothing: null, empty or
@@ -127,9 +130,30 @@ class FORGE_EXPORT EncodableValue {
       : value_(std::in_place_type<std::string>, text) {}
   EncodableValue(std::nullptr_t) = delete;
 
+  EncodableValue(const EncodableValue& other) : value_(other.CopyTo(this)) {}
+  EncodableValue(EncodableValue&&) noexcept = default;
+  ~EncodableValue() {
+    if (HoldsValues()) DestroyTree();
+  }
+
+  // Through a temporary: `other` may be a part of this value.
+  EncodableValue& operator=(const EncodableValue& other) { return *this = EncodableValue(other); }
+  EncodableValue& operator=(EncodableValue&& other) noexcept {
+    Variant taken(std::move(other.value_));
+    value_ = std::move(taken);
+    return *this;
+  }
+
   // The index of the alternative, as numbered above.
   size_t GetIndex() const { return value_.index(); }
   bool IsNull() const { return Is<std::monostate>(); }
+
+  // Is it a list or a map that is not empty?
+  bool HoldsValues() const {
+    const size_t container = value_.index() - kListIndex;  // Wraps around for what comes before.
+    if (container > 1) return false;
+    return container == 0 ? !GetIf<EncodableList>()->empty() : !GetIf<EncodableMap>()->empty();
+  }
 
   template <typename T>
   bool Is() const {
@@ -181,7 +205,7 @@ class FORGE_EXPORT EncodableValue {
   static EncodableValue Deserialize(const forge::Buffer& buffer);
 
   friend bool operator==(const EncodableValue& a, const EncodableValue& b) {
-    return a.value_ == b.value_;
+    return AreEqual(a, b);
   }
   friend bool operator!=(const EncodableValue& a, const EncodableValue& b) { return !(a == b); }
   friend bool operator<(const EncodableValue& a, const EncodableValue& b);
@@ -190,6 +214,18 @@ class FORGE_EXPORT EncodableValue {
   // Negative, zero or positive. One visit to each pair of nodes: built from `<` of the standard
   // containers it would compare nested keys twice at each level.
   static int Compare(const EncodableValue& a, const EncodableValue& b);
+  static bool AreEqual(const EncodableValue& a, const EncodableValue& b);
+
+  // A copy, which will lie in `to`; and the end of a value that holds values.
+  Variant CopyTo(EncodableValue* to) const;
+  Variant PutOffCopy(EncodableValue* to) const;
+  Variant CopyDeepTree() const;
+  void DestroyTree() noexcept;
+  void PutOffDestruction() noexcept;
+  void DestroyDeepTree() noexcept;
+  EncodableValue& FirstHeld();
+
+  static constexpr size_t kListIndex = 10;  // The map's is the next one.
 
   Variant value_;
 };

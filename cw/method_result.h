@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <type_traits>
 
 #include "forge/export.h"
 
@@ -21,11 +22,21 @@ class FORGE_EXPORT MethodResult {
   void Success(const T* result = nullptr) { SuccessInternal(result); }
   void Success(const T& result) { SuccessInternal(&result); }
 
+  // A number is a value, also the literal 0, which would be a null pointer otherwise.
+  template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
+  void Success(Number result) {
+    Success(T(result));
+  }
+
   void Error(const std::string& code, const std::string& message = {}, const T* details = nullptr) {
     ErrorInternal(code, message, details);
   }
   void Error(const std::string& code, const std::string& message, const T& details) {
     ErrorInternal(code, message, &details);
+  }
+  template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
+  void Error(const std::string& code, const std::string& message, Number details) {
+    Error(code, message, T(details));
   }
 
   void NotImplemented() { NotImplementedInternal(); }

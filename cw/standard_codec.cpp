@@ -1,11 +1,13 @@
 // The standard serializer.
 //
-// The format's rules are written once, as templates over the stream. The default serializer on the
-// library's own buffer streams runs them directly; foreign streams and extensions run them through
-// the virtual operations. The choice is made once, at the outermost value.
+// The format's rules are written once, as templates over the stream. The default serializer walks
+// trees of any depth, directly on the library's own buffer streams; extensions are asked for each
+// nested value through the virtual operations, and recurse. The choice is made once, at the
+// outermost value.
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <forward_list>
 #include <iostream>
 #include <iterator>
 #include <limits>
@@ -17,6 +19,7 @@
 
 #include "cw/encoded_type.h"
 #include "cw/standard_codec_serializer.h"
+#include "cw/value_tree.h"
 
 namespace cw {
 namespace {
@@ -85,7 +88,8 @@ class StreamWriter {
 // This one is for our own buffer: what is small goes there in blocks.
 class BlockWriter {
  public:
-  explicit BlockWriter(forge::Buffer* buffer) : buffer_(*buffer), flushed_(buffer->GetSize()) {}
+  explicit BlockWriter(ByteBufferStreamWriter* stream)
+      : stream_(stream), buffer_(*stream->GetBuffer()), flushed_(buffer_.GetSize()) {}
 
   void WriteType(EncodedType type) { WriteByte(static_cast<uint8_t>(type)); }
 
@@ -125,6 +129,14 @@ class BlockWriter {
   void Flush() {
     Append(block_, used_);
     used_ = 0;
+  }
+
+  // Lets `write` write to the stream itself.
+  template <typename Write>
+  void WriteThrough(const Write& write) {
+    Flush();
+    write(stream_);
+    flushed_ = buffer_.GetSize();
   }
 
  private:
@@ -173,6 +185,7 @@ class BlockWriter {
     flushed_ += size;
   }
 
+  ByteBufferStreamWriter* const stream_;
   forge::Buffer& buffer_;
   size_t flushed_;   // Bytes that the buffer holds.
   size_t used_ = 0;  // Bytes of the block.
@@ -189,9 +202,9 @@ void WriteBlock(EncodedType type, const Sequence& elements, Writer& writer) {
   writer.WriteBytes(reinterpret_cast<const uint8_t*>(elements.data()), elements.size() * kWidth);
 }
 
-// `write_nested` writes the elements of lists and maps.
-template <typename Writer, typename WriteNested>
-void WriteTagged(const EncodableValue& value, Writer& writer, const WriteNested& write_nested) {
+// A value; of lists and maps the type and the count. `write_held` writes what they hold.
+template <typename Writer, typename WriteHeld>
+void WriteTagged(const EncodableValue& value, Writer& writer, const WriteHeld& write_held) {
   const EncodedType type = EncodedTypeForValue(value);
   switch (type) {
     case EncodedType::kNull:
@@ -222,17 +235,12 @@ void WriteTagged(const EncodableValue& value, Writer& writer, const WriteNested&
     case EncodedType::kList: {
       const auto& list = *value.GetIf<EncodableList>();
       writer.WriteHead(type, list.size());
-      for (const EncodableValue& element : list) write_nested(element);
-      return;
+      return write_held(list);
     }
     case EncodedType::kMap: {
       const auto& map = *value.GetIf<EncodableMap>();
       writer.WriteHead(type, map.size());
-      for (const auto& [key, mapped] : map) {
-        write_nested(key);
-        write_nested(mapped);
-      }
-      return;
+      return write_held(map);
     }
     case EncodedType::kCustom:  // For those who build without assertions.
       writer.WriteType(type);
@@ -243,9 +251,41 @@ void WriteTagged(const EncodableValue& value, Writer& writer, const WriteNested&
   }
 }
 
-void WritePlain(const EncodableValue& value, BlockWriter& writer) {
-  WriteTagged(value, writer,
-              [&writer](const EncodableValue& nested) { WritePlain(nested, writer); });
+template <typename WriteNested>
+void ForEachHeld(const EncodableList& list, const WriteNested& write_nested) {
+  for (const EncodableValue& element : list) write_nested(element);
+}
+template <typename WriteNested>
+void ForEachHeld(const EncodableMap& map, const WriteNested& write_nested) {
+  for (const auto& [key, mapped] : map) {
+    write_nested(key);
+    write_nested(mapped);
+  }
+}
+
+// A tree of any depth: its nodes in the order of a walk are the encoding.
+void WriteDeepTree(const EncodableValue& value, ByteStreamWriter* stream) {
+  StreamWriter writer(stream);
+  details::Walk(value, [&writer](const EncodableValue& node, size_t) {
+    WriteTagged(node, writer, [](const auto&) {});
+    return true;
+  });
+}
+
+// Quicker, for the first levels, of which most trees have no more.
+void WriteTree(const EncodableValue& value, BlockWriter& writer, size_t depth = 0) {
+  WriteTagged(value, writer, [&writer, depth](const auto& held) {
+    if (depth < details::kNearLevels) {
+      ForEachHeld(held, [&writer, depth](const EncodableValue& nested) {
+        WriteTree(nested, writer, depth + 1);
+      });
+    } else {
+      writer.WriteThrough([&held](ByteStreamWriter* stream) {
+        ForEachHeld(held,
+                    [stream](const EncodableValue& nested) { WriteDeepTree(nested, stream); });
+      });
+    }
+  });
 }
 
 // ---- Reading ------------------------------------------------------------------------------------
@@ -276,7 +316,10 @@ uint32_t ReadSizeFrom(Reader& reader) {
 
 // How many elements a stream can hold at the most, as far as that is known.
 size_t GetRoom(const ByteBufferStreamReader& reader) { return reader.GetRemaining(); }
-size_t GetRoom(const ByteStreamReader&) { return 0; }
+size_t GetRoom(const ByteStreamReader& reader) {
+  const auto* const ours = dynamic_cast<const ByteBufferStreamReader*>(&reader);
+  return ours ? GetRoom(*ours) : 0;
+}
 
 // Texts and typed lists: where the bytes lie in memory, properly aligned, built from them without
 // filling it with zeros first (the containers copy bytes, whatever they are declared as);
@@ -302,10 +345,16 @@ EncodableValue ReadBlock(Reader& reader) {
   return elements;
 }
 
-template <typename Reader, typename ReadNested>
-[[gnu::noinline]] EncodableValue ReadList(Reader& reader, const ReadNested& read_nested) {
+template <typename Reader>
+uint32_t ReadElementCount(Reader& reader) {
   const uint32_t count = ReadSizeFrom(reader);
   if (count >= kTooManyElements) throw std::length_error("vector::reserve");
+  return count;
+}
+
+template <typename Reader, typename ReadNested>
+[[gnu::noinline]] EncodableValue ReadList(Reader& reader, const ReadNested& read_nested) {
+  const uint32_t count = ReadElementCount(reader);
   EncodableList list;
   list.reserve(std::min<size_t>(count, GetRoom(reader)));  // The count may be a lie.
   for (uint32_t i = 0; i < count; ++i) list.emplace_back(InPlace{read_nested});
@@ -323,9 +372,14 @@ template <typename Reader, typename ReadNested>
   return map;
 }
 
-// `read_nested` reads the elements of lists and maps.
-template <typename Reader, typename ReadNested>
-EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadNested& read_nested) {
+constexpr bool IsContainer(uint8_t type) {
+  return type == static_cast<uint8_t>(EncodedType::kList) ||
+         type == static_cast<uint8_t>(EncodedType::kMap);
+}
+
+// `read_container` reads lists and maps.
+template <typename Reader, typename ReadContainer>
+EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadContainer& read_container) {
   switch (static_cast<EncodedType>(type)) {
     case EncodedType::kNull:
       return {};
@@ -352,9 +406,8 @@ EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadNested& read_
     case EncodedType::kFloat64List:
       return ReadBlock<std::vector<double>>(reader);
     case EncodedType::kList:
-      return ReadList(reader, read_nested);
     case EncodedType::kMap:
-      return ReadMap(reader, read_nested);
+      return read_container(static_cast<EncodedType>(type));
     case EncodedType::kFloat32List:
       return ReadBlock<std::vector<float>>(reader);
     case EncodedType::kCustom:
@@ -366,9 +419,132 @@ EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadNested& read_
   return {};
 }
 
-EncodableValue ReadPlainOfType(uint8_t type, ByteBufferStreamReader& reader) {
-  return ReadPayload(type, reader,
-                     [&reader] { return ReadPlainOfType(reader.ReadByte(), reader); });
+// Reads lists and maps by calling `read_nested` for each value that they hold.
+template <typename Reader, typename ReadNested>
+EncodableValue ReadNesting(uint8_t type, Reader& reader, const ReadNested& read_nested) {
+  return ReadPayload(type, reader, [&reader, &read_nested](EncodedType container) {
+    return container == EncodedType::kList ? ReadList(reader, read_nested)
+                                           : ReadMap(reader, read_nested);
+  });
+}
+
+// Reads a tree with the way back up in a stack of its own. Values are made where they stay; only
+// what is no part of the tree yet, or never will be, is made apart.
+class TreeReader {
+ public:
+  explicit TreeReader(ByteStreamReader& reader) : reader_(reader) {}
+
+  EncodableValue Read(uint8_t type) {
+    EncodableValue root = ReadNode(type);
+    if (count_ > 0) Fill(root);
+    return root;
+  }
+
+ private:
+  enum class Role { kPart, kKey, kDuplicate };
+
+  // A list or a map that is being filled.
+  struct Level {
+    EncodableList* list;
+    EncodableMap* map;
+    uint32_t left;  // Elements or entries to come.
+    Role role;
+  };
+
+  void Fill(EncodableValue& root) {
+    for (Enter(root, Role::kPart);;) {
+      if (level_.left > 0) {
+        --level_.left;
+        level_.list ? ReadElement() : ReadEntry();
+      } else if (path_.GetSize() > 0) {
+        const Role done = level_.role;
+        level_ = path_.Pop();
+        Leave(done);
+      } else {
+        return;
+      }
+    }
+  }
+
+  // A value; of a list or a map an empty one, and how much it holds in count_.
+  EncodableValue ReadNode(uint8_t type) {
+    return ReadPayload(type, reader_, [this](EncodedType container) {
+      if (container == EncodedType::kMap) {
+        count_ = ReadSizeFrom(reader_);
+        return EncodableValue(std::in_place_type<EncodableMap>);
+      }
+      count_ = ReadElementCount(reader_);
+      EncodableValue list(std::in_place_type<EncodableList>);
+      list.GetIf<EncodableList>()->reserve(std::min<size_t>(count_, GetRoom(reader_)));
+      return list;
+    });
+  }
+
+  EncodableValue ReadNext() { return ReadNode(type_ = reader_.ReadByte()); }
+
+  void ReadElement() {
+    EncodableValue& element = level_.list->emplace_back(InPlace{[this] { return ReadNext(); }});
+    if (count_ > 0) Descend(element, Role::kPart);
+  }
+
+  void Enter(EncodableValue& container, Role role) {
+    level_ = {container.GetIf<EncodableList>(), container.GetIf<EncodableMap>(),
+              std::exchange(count_, 0), role};
+  }
+
+  void Descend(EncodableValue& container, Role role) {
+    path_.Push(level_);
+    Enter(container, role);
+  }
+
+  void ReadEntry() {
+    type_ = reader_.ReadByte();
+    const auto read_key = [this] { return ReadNode(type_); };
+    if (!IsContainer(type_)) return AddEntry(InPlace{read_key});
+    apart_.push_front(read_key());
+    if (count_ > 0) return Descend(apart_.front(), Role::kKey);
+    Leave(Role::kKey);
+  }
+
+  // The keys come sorted. Of equal ones the first stays.
+  template <typename Key>
+  void AddEntry(Key&& key) {
+    EncodableMap& map = *level_.map;
+    const size_t before = map.size();
+    const auto entry = map.emplace_hint(map.end(), std::piecewise_construct,
+                                        std::forward_as_tuple(std::forward<Key>(key)),
+                                        std::tuple(InPlace{[this] { return ReadNext(); }}));
+    if (count_ == 0) return;
+    if (map.size() > before) return Descend(entry->second, Role::kPart);
+    apart_.push_front(type_ == static_cast<uint8_t>(EncodedType::kList)
+                          ? EncodableValue(std::in_place_type<EncodableList>)
+                          : EncodableValue(std::in_place_type<EncodableMap>));
+    Descend(apart_.front(), Role::kDuplicate);
+  }
+
+  // What was read apart is complete, and its map is at hand again.
+  void Leave(Role role) {
+    if (role == Role::kPart) return;
+    EncodableValue value = std::move(apart_.front());
+    apart_.pop_front();
+    if (role == Role::kKey) AddEntry(std::move(value));
+  }
+
+  ByteStreamReader& reader_;
+  uint8_t type_ = 0;    // Of the value that was read last,
+  uint32_t count_ = 0;  // and what it holds, if it is a list or a map that is not filled yet.
+  Level level_{};
+  details::PathStack<Level> path_;           // The levels around it.
+  std::forward_list<EncodableValue> apart_;  // Keys, and values of repeated keys.
+};
+
+// Quicker, for the first levels, of which most trees have no more.
+EncodableValue ReadTree(uint8_t type, ByteBufferStreamReader& reader, size_t depth = 0) {
+  return ReadNesting(type, reader, [&reader, depth] {
+    const uint8_t nested = reader.ReadByte();
+    if (depth < details::kNearLevels) return ReadTree(nested, reader, depth + 1);
+    return TreeReader(reader).Read(nested);
+  });
 }
 
 bool IsPlain(const StandardCodecSerializer& serializer) {
@@ -394,22 +570,26 @@ EncodableValue StandardCodecSerializer::ReadValue(ByteStreamReader* stream) cons
 
 void StandardCodecSerializer::WriteValue(const EncodableValue& value,
                                          ByteStreamWriter* stream) const {
-  if (IsPlain(*this) && typeid(*stream) == typeid(ByteBufferStreamWriter)) {
-    BlockWriter writer(static_cast<ByteBufferStreamWriter*>(stream)->GetBuffer());
-    WritePlain(value, writer);
-    return writer.Flush();
+  if (!IsPlain(*this)) {
+    StreamWriter writer(stream);
+    return WriteTagged(value, writer, [this, stream](const auto& held) {
+      ForEachHeld(held,
+                  [this, stream](const EncodableValue& nested) { WriteValue(nested, stream); });
+    });
   }
-  StreamWriter writer(stream);
-  WriteTagged(value, writer,
-              [this, stream](const EncodableValue& nested) { WriteValue(nested, stream); });
+  if (typeid(*stream) != typeid(ByteBufferStreamWriter)) return WriteDeepTree(value, stream);
+  BlockWriter writer(static_cast<ByteBufferStreamWriter*>(stream));
+  WriteTree(value, writer);
+  writer.Flush();
 }
 
 EncodableValue StandardCodecSerializer::ReadValueOfType(uint8_t type,
                                                         ByteStreamReader* stream) const {
-  if (IsPlain(*this) && typeid(*stream) == typeid(ByteBufferStreamReader)) {
-    return ReadPlainOfType(type, *static_cast<ByteBufferStreamReader*>(stream));
+  if (!IsPlain(*this)) {
+    return ReadNesting(type, *stream, [this, stream] { return ReadValue(stream); });
   }
-  return ReadPayload(type, *stream, [this, stream] { return ReadValue(stream); });
+  if (typeid(*stream) != typeid(ByteBufferStreamReader)) return TreeReader(*stream).Read(type);
+  return ReadTree(type, *static_cast<ByteBufferStreamReader*>(stream));
 }
 
 void StandardCodecSerializer::WriteSize(uint32_t size, ByteStreamWriter* stream) const {

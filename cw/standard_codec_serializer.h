@@ -6,11 +6,11 @@
 //
 // Threads: any; the serializer has no state. A stream is used by one thread.
 // Errors:  malformed input gives zeros and nulls where bytes are missing, with a line on standard
-//          error for each failed read and each unknown tag. Few bytes may declare much and nest
-//          deep: that costs the time, the memory and the stack which it says, so check bytes of a
-//          stranger first. Allocation failures propagate; a list of 2^26 elements or more is
-//          std::length_error ("vector::reserve"). Writing a custom value fails an assertion and
-//          ends the process.
+//          error for each failed read and each unknown tag. Few bytes may declare much: that costs
+//          time and memory, so check the bytes of another process first (cw/admission.h). Depth
+//          needs no stack, except in an extension, which recurses once a level. Allocation failures
+//          propagate; a list of 2^26 elements or more is std::length_error ("vector::reserve").
+//          Writing a custom value fails an assertion and ends the process.
 #pragma once
 
 #include <cstddef>

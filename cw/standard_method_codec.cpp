@@ -95,8 +95,8 @@ void StandardMethodCodec::WriteText(const std::string& text, ByteStreamWriter* s
 }
 
 void StandardMethodCodec::WriteOrNull(const EncodableValue* value, ByteStreamWriter* stream) const {
-  static const EncodableValue kNone;
-  serializer_->WriteValue(value ? *value : kNone, stream);
+  static const auto& none = *new EncodableValue;  // Calls may come while the process exits.
+  serializer_->WriteValue(value ? *value : none, stream);
 }
 
 }  // namespace cw

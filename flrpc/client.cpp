@@ -10,6 +10,7 @@
 
 #include "flrpc/receiver.h"
 #include "flrpc/request_ids.h"
+#include "flrpc/sendable.h"
 #include "forge/fence.h"
 #include "forge/logger.h"
 #include "forge/object.h"
@@ -51,51 +52,67 @@ class Client final : public IOwnedClient,
   bool IsConnected() const override { return state_ == State::kConnected; }
   bool HasConnectionFailed() const override { return state_ == State::kFailed; }
 
+  // A captured object may call a client that is being destroyed: nothing happens then.
+
   void Run() override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     started_.Subscribe([weak = weak_from_this()](const OptionalError& error) {
       if (const auto client = weak.lock()) client->Connect(error);
     });
   }
 
   void OnConnected(ConnectionCallback&& callback) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     connected_.Subscribe(std::move(callback));
   }
 
   void OnDisconnected(ConnectionCallback&& callback) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     disconnected_.Subscribe(std::move(callback));
   }
 
   void SendRequest(std::string_view method, const EncodableValue& params,
                    ResponseCallback&& callback) override {
-    const auto self = shared_from_this();
-    details::OpenRequest open;
-    const Message::ID id = open.GetId();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
+    const Message::ID id = details::RequestIds::Get().IdOf(details::RequestIds::Get().Draw());
     auto request = Message::CreateRequest(id, method, params);
-    {
+    if (const char* fault = details::FindUnsendable(request)) {
+      if (callback) callback(Message::Response(id, details::MakeUnsendableError(fault)));
+      return;
+    }
+    try {
       details::SendGuard guard(receiver_);  // Sends when the mutex is free.
       const std::lock_guard lock(mutex_);
       if (!failure_) {
-        pending_.try_emplace(id, Pending{std::move(callback), std::move(open)});
+        pending_.try_emplace(id, std::move(callback));
         return Submit(std::move(request), guard);
       }
+    } catch (...) {
+      TakeBack(id);  // The caller learns of the failure by the exception alone.
+      throw;
     }
     if (callback) callback(Message::Response(id, *failure_));  // It never changes again.
   }
 
   void SendNotify(std::string_view method, const EncodableValue& params) override {
-    const auto self = shared_from_this();
-    receiver_.Send(Message::CreateNotification(method, params));
+    const auto self = weak_from_this().lock();
+    if (!self) return;
+    receiver_.SendNotification(method, params);
   }
 
   void OnNotify(std::string_view method, NotifyCallback&& handler) override {
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     receiver_.OnNotify(method, std::move(handler));
   }
 
   void ReceiveMessage(Message&& message) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     details::ReceiveGuard guard(receiver_);  // Delivers when the mutex is free.
     const std::lock_guard lock(mutex_);
     if (IsConnectResponse(message)) {
@@ -106,23 +123,21 @@ class Client final : public IOwnedClient,
   }
 
   void NotifyDisconnected(OptionalError error) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     Fail(std::move(error));
   }
 
   void NotifyStarted(OptionalError error) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     started_.Emit(std::move(error));
   }
 
  private:
   enum class State : uint32_t { kConnecting = 1, kConnected = 2, kFailed = 3 };
 
-  struct Pending {
-    ResponseCallback callback;
-    details::OpenRequest open;
-  };
-  using PendingRequests = std::unordered_map<Message::ID, Pending>;
+  using PendingRequests = std::unordered_map<Message::ID, ResponseCallback>;
 
   // The caller holds mutex_. The handshake passes the queue, which waits for it.
   void Submit(Message&& request, details::SendGuard& guard) {
@@ -132,6 +147,16 @@ class Client final : public IOwnedClient,
     } else {
       guard.Send(std::move(request));
     }
+  }
+
+  void TakeBack(const Message::ID& id) {
+    PendingRequests::node_type taken;  // Its callback dies after the lock.
+    const std::lock_guard lock(mutex_);
+    taken = pending_.extract(id);
+    const auto is_taken = [&id](const Message& request) { return request.GetRequest()->id == id; };
+    connect_requests_.erase(
+        std::remove_if(connect_requests_.begin(), connect_requests_.end(), is_taken),
+        connect_requests_.end());
   }
 
   // The caller holds mutex_.
@@ -190,7 +215,7 @@ class Client final : public IOwnedClient,
     if (before == State::kConnecting) receiver_.Close();
     for (const auto& entry : given_up) {
       forge::Fence("response callback", [this, &entry] {
-        const auto& callback = entry.second.callback;
+        const auto& callback = entry.second;
         if (callback) callback(Message::Response(entry.first, *failure_));
       });
     }
@@ -206,13 +231,15 @@ class Client final : public IOwnedClient,
     {
       const std::lock_guard lock(mutex_);
       const auto found = pending_.find(response->id);
+      const auto number = details::RequestIds::Get().NumberOf(response->id);
       if (found == pending_.end()) {
-        if (failure_ || !details::RequestIds::Get().IsFinished(response->id)) return false;
+        if (failure_ || !number || !answered_.Contains(*number)) return false;
         FORGE_LOG(kError) << "Invalid server response";
         return true;
       }
-      callback = std::move(found->second.callback);
+      callback = std::move(found->second);
       pending_.erase(found);
+      answered_.Add(*number);
     }
     if (callback) callback(*response);
     return true;
@@ -228,6 +255,7 @@ class Client final : public IOwnedClient,
   std::mutex mutex_;
   // Guarded by mutex_. No callback runs under it.
   PendingRequests pending_;
+  details::AnsweredRequests answered_;
   std::vector<Message> connect_requests_;  // While the handshake runs.
   OptionalError failure_;                  // Once failed; written once.
 };

@@ -10,10 +10,15 @@
 //          when the outcome is known already. Responses and notifications are delivered under the
 //          receiver's recursive queue lock (docs/protocol.md), no callback under another one.
 //          A callback may do anything with the client, also drop it.
+//          While a handler or a response callback runs, sending from other threads waits.
 // Errors:  the callback of every request is called exactly once, with the response or with the
-//          error of the failure; not at all only when the client is dropped first. Of what is
-//          received before the connection stands, at most 1,024 messages wait. A loss that comes
-//          while what has waited is being sent may be told before the connection is.
+//          error of the failure; not at all when the client is dropped first, or when SendRequest
+//          throws what the transport threw. A message that exceeds the limits of a frame
+//          (cw/admission.h) is not sent: a request is answered at once with kInternalError, a
+//          notification is an error line. Of what is received before the connection stands, at most
+//          1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an error
+//          line. A loss that comes while what has waited is being sent may be told before the
+//          connection is.
 #pragma once
 
 #include <functional>

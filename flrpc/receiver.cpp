@@ -1,7 +1,10 @@
 #include "flrpc/receiver.h"
 
+#include <exception>
 #include <type_traits>
 
+#include "cw/value_tree.h"
+#include "flrpc/sendable.h"
 #include "forge/logger.h"
 
 namespace flrpc::details {
@@ -9,22 +12,29 @@ namespace {
 
 constexpr size_t kNodeBytes = 64;  // Of a map or the heap, around what is in it; about.
 
-size_t GetMemory(const cw::EncodableValue& value) {
-  return sizeof value + value.Visit([](const auto& held) {
+// What a value takes without what it holds in turn, which is counted by itself.
+size_t GetNodeMemory(const cw::EncodableValue& value) {
+  return sizeof value + value.Visit([](const auto& held) -> size_t {
     using T = std::decay_t<decltype(held)>;
-    size_t bytes = 0;
-    if constexpr (std::is_same_v<T, cw::EncodableList>) {
-      for (const auto& element : held) bytes += GetMemory(element);
-    } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
-      for (const auto& [key, mapped] : held) {
-        bytes += kNodeBytes + GetMemory(key) + GetMemory(mapped);
-      }
-    } else if constexpr (std::is_class_v<T> && !std::is_same_v<T, std::monostate> &&
-                         !std::is_same_v<T, cw::CustomEncodableValue>) {
-      bytes += kNodeBytes + held.size() * sizeof(typename T::value_type);
+    if constexpr (std::is_same_v<T, cw::EncodableMap>) {
+      return held.size() * kNodeBytes;
+    } else if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, std::monostate> ||
+                         std::is_same_v<T, cw::EncodableList> ||
+                         std::is_same_v<T, cw::CustomEncodableValue>) {
+      return 0;
+    } else {
+      return kNodeBytes + held.size() * sizeof(typename T::value_type);
     }
-    return bytes;
   });
+}
+
+size_t GetMemory(const cw::EncodableValue& value) {
+  size_t bytes = 0;
+  cw::details::Walk(value, [&bytes](const cw::EncodableValue& node, size_t) {
+    bytes += GetNodeMemory(node);
+    return true;
+  });
+  return bytes;
 }
 
 // What a received message takes, about.
@@ -76,6 +86,15 @@ void Receiver::Send(Message&& message) { Append(Kind::kSend, std::move(message))
 
 void Receiver::Receive(Message&& message) { Append(Kind::kReceive, std::move(message)); }
 
+void Receiver::SendNotification(std::string_view method, const cw::EncodableValue& params) {
+  auto notification = Message::CreateNotification(method, params);
+  if (const char* fault = FindUnsendable(notification)) {
+    FORGE_LOG(kError) << "Notification '" << method << "' dropped: " << fault;
+  } else {
+    Send(std::move(notification));
+  }
+}
+
 void Receiver::Append(Kind kind, Message&& message) {
   const std::lock_guard lock(queue_mutex_);
   if (!queue_enabled_) {
@@ -93,8 +112,13 @@ void Receiver::Hold(Kind kind, Message&& message) {
   if (closed_) return;
   if (kind == Kind::kReceive) {
     const size_t bytes = GetMemory(message);
-    if (held_ == kMostHeldMessages || held_bytes_ + bytes > kMostHeldBytes) {
-      FORGE_LOG(kError) << "RPC message dropped: " << held_ << " wait already";
+    if (held_ == kMostHeldMessages) {
+      FORGE_LOG(kError) << "RPC message dropped: " << held_ << " messages wait already";
+      return;
+    }
+    if (held_bytes_ + bytes > kMostHeldBytes) {
+      FORGE_LOG(kError) << "RPC message dropped: with its " << bytes << " bytes more than "
+                        << kMostHeldBytes << " bytes would wait";
       return;
     }
     ++held_;
@@ -136,17 +160,15 @@ void Receiver::ProcessQueue() {
 
 // A handler that sends or receives delivers that at once, before the rest of what was taken out.
 void Receiver::Deliver(Queue& queue) {
-  Queue current;  // The one that is delivered dies with it.
-  try {
-    while (!queue.empty()) {
-      current.clear();
-      current.splice(current.end(), queue, queue.begin());
-      DeliverOne(current.front().first, std::move(current.front().second));
+  std::exception_ptr first_failure;
+  for (; !queue.empty(); queue.pop_front()) {
+    try {
+      DeliverOne(queue.front().first, std::move(queue.front().second));
+    } catch (...) {
+      if (!first_failure) first_failure = std::current_exception();
     }
-  } catch (...) {
-    queue_.splice(queue_.begin(), queue);
-    throw;
   }
+  if (first_failure) std::rethrow_exception(first_failure);
 }
 
 void Receiver::OnNotify(std::string_view method, NotifyHandler&& handler) {

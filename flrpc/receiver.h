@@ -4,9 +4,9 @@
 // Threads: any. The queue's recursive lock is held while queued messages are delivered, so delivery
 //          is in order and one at a time; a handler may send and receive again. No caller may hold
 //          a lock of its own both around a call here and inside a handler.
-// Errors:  what a handler or the send function throws leaves the call that delivered; messages not
-//          delivered yet stay queued until the next call. Unknown notifications and unhandled
-//          messages are logged.
+// Errors:  an exception of a handler or of the send function leaves the call that delivered; of
+//          several messages the rest is delivered first, and the first exception leaves. Unknown
+//          notifications and unhandled messages are logged.
 #pragma once
 
 #include <functional>
@@ -26,7 +26,7 @@
 namespace flrpc::details {
 
 // What a peer can make us hold before the queue is enabled: a few bytes on the wire may be a large
-// message in memory, so both are bounded.
+// message in memory, so both are bounded. Whichever limit comes first counts.
 constexpr size_t kMostHeldMessages = 1024;
 constexpr size_t kMostHeldBytes = size_t{16} << 20;
 
@@ -50,6 +50,9 @@ class Receiver {
   void Send(Message&& message);
   void Receive(Message&& message);
 
+  // One that the peer would not take is dropped with an error line.
+  void SendNotification(std::string_view method, const cw::EncodableValue& params);
+
   // Once and for all; delivers what waits.
   void SetQueueEnabled();
 
@@ -64,7 +67,7 @@ class Receiver {
 
  private:
   enum class Kind { kReceive = 0, kSend = 1 };
-  using Queue = std::list<std::pair<Kind, Message>>;  // A list: what was taken out goes back.
+  using Queue = std::list<std::pair<Kind, Message>>;
   using NotifySignal = forge::OwnedSignal<Message::Notification>;
 
   void Append(Kind kind, Message&& message);
@@ -137,6 +140,7 @@ class ReceiveGuard : private MessageSlot {
 
   void Receive(Message&& message) { Fill(false, std::move(message)); }
   void ReceiveImmediately(Message&& message) { Fill(true, std::move(message)); }
+  void ReceiveImmediately(const Message& message) { Fill(true, Message(message)); }
 
  private:
   Receiver& receiver_;

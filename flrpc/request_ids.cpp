@@ -1,8 +1,10 @@
 #include "flrpc/request_ids.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <random>
 #include <string_view>
 
@@ -32,43 +34,45 @@ RequestIds& RequestIds::Get() {
 
 RequestIds::RequestIds() : prefix_(MakePrefix()) {}
 
-uint64_t RequestIds::Draw() {
-  const std::lock_guard lock(mutex_);
-  open_.insert(drawn_ + 1);
-  return ++drawn_;
-}
-
-void RequestIds::Finish(uint64_t number) noexcept {
-  const std::lock_guard lock(mutex_);
-  open_.erase(number);
-}
-
 Message::ID RequestIds::IdOf(uint64_t number) const {
   return Message::ID(prefix_ + std::to_string(number));
 }
 
-bool RequestIds::IsFinished(const Message::ID& id) const {
-  const auto counter = CounterOf(id);
-  if (!counter) return false;
-  const std::lock_guard lock(mutex_);
-  return *counter <= drawn_ && open_.count(*counter) == 0;
-}
-
-size_t RequestIds::CountOpen() const {
-  const std::lock_guard lock(mutex_);
-  return open_.size();
-}
-
-// Only as IdOf writes it.
-std::optional<uint64_t> RequestIds::CounterOf(const Message::ID& id) const {
+std::optional<uint64_t> RequestIds::NumberOf(const Message::ID& id) const {
   const std::string_view text = id.GetText();
   if (text.substr(0, prefix_.size()) != prefix_) return std::nullopt;
   const char* const first = text.data() + prefix_.size();
   const char* const last = text.data() + text.size();
-  uint64_t counter = 0;
-  const auto [end, error] = std::from_chars(first, last, counter);
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(first, last, number);
   if (error != std::errc() || end != last || *first == '0') return std::nullopt;
-  return counter;
+  return number;
+}
+
+void AnsweredRequests::Add(uint64_t number) noexcept {
+  if (!runs_.empty() && runs_.back().last + 1 == number) {
+    runs_.back().last = number;
+  } else {
+    try {
+      runs_.push_back({number, number});
+    } catch (const std::bad_alloc&) {
+      return Forget(number);
+    }
+  }
+  if (++remembered_ <= kMaxRemembered) return;
+  --remembered_;
+  Run& oldest = runs_.front();
+  Forget(oldest.first++);
+  if (oldest.first > oldest.last) runs_.pop_front();
+}
+
+void AnsweredRequests::Forget(uint64_t number) { forgotten_ = std::max(forgotten_, number); }
+
+bool AnsweredRequests::Contains(uint64_t number) const {
+  if (number <= forgotten_) return true;
+  return std::any_of(runs_.begin(), runs_.end(), [number](const Run& run) {
+    return run.first <= number && number <= run.last;
+  });
 }
 
 }  // namespace flrpc::details

@@ -1,16 +1,16 @@
-// The identifiers of this process's requests: a prefix that other processes hardly have, and a
-// counter. Remembers which are open, so that a second answer can be told from a strange one.
+// The identifiers of this process's requests: a prefix that other processes hardly share, and a
+// number that no other request of the process has.
 //
-// Threads: any.
-// Errors:  beginning a request may lack the memory; ending one never does.
+// Threads: any for RequestIds; AnsweredRequests is a plain value, no locking.
+// Errors:  none of AnsweredRequests; RequestIds propagates allocation failures.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <mutex>
+#include <deque>
 #include <optional>
 #include <string>
-#include <unordered_set>
-#include <utility>
 
 #include "flrpc/message.h"
 
@@ -20,39 +20,41 @@ class RequestIds {
  public:
   static RequestIds& Get();  // The process's; never destroyed.
 
-  // Was it drawn here, and is it done with?
-  bool IsFinished(const Message::ID& id) const;
+  uint64_t Draw() { return ++drawn_; }
+  Message::ID IdOf(uint64_t number) const;
 
-  size_t CountOpen() const;
+  // The number of an identifier as IdOf writes it; none of any other.
+  std::optional<uint64_t> NumberOf(const Message::ID& id) const;
 
  private:
-  friend class OpenRequest;
-
   RequestIds();
-  uint64_t Draw();
-  void Finish(uint64_t number) noexcept;
-  Message::ID IdOf(uint64_t number) const;
-  std::optional<uint64_t> CounterOf(const Message::ID& id) const;
 
   const std::string prefix_;
-  mutable std::mutex mutex_;
-  uint64_t drawn_ = 0;                 // Guarded by mutex_,
-  std::unordered_set<uint64_t> open_;  // as this.
+  std::atomic<uint64_t> drawn_{0};
 };
 
-// A request with an identifier of its own, which is done with when this ends: answered, given up,
-// or never sent.
-class OpenRequest {
+// The requests of one client that were answered, so that a second answer can be told from a strange
+// one. The last kMaxRemembered are known exactly; an older number counts as answered, though it may
+// be another client's.
+class AnsweredRequests {
  public:
-  OpenRequest() : number_(RequestIds::Get().Draw()) {}
-  OpenRequest(OpenRequest&& other) noexcept : number_(std::exchange(other.number_, 0)) {}
-  OpenRequest& operator=(OpenRequest&&) = delete;
-  ~OpenRequest() { RequestIds::Get().Finish(number_); }
+  static constexpr size_t kMaxRemembered = 65536;
 
-  Message::ID GetId() const { return RequestIds::Get().IdOf(number_); }
+  void Add(uint64_t number) noexcept;
+  bool Contains(uint64_t number) const;
 
  private:
-  uint64_t number_;  // 0: moved to another.
+  // Numbers in succession, as they come when only one client is busy.
+  struct Run {
+    uint64_t first;
+    uint64_t last;
+  };
+
+  void Forget(uint64_t number);
+
+  std::deque<Run> runs_;  // In the order of the answers.
+  size_t remembered_ = 0;
+  uint64_t forgotten_ = 0;  // The largest number that is known no more.
 };
 
 }  // namespace flrpc::details

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "flrpc/receiver.h"
+#include "flrpc/sendable.h"
 #include "forge/logger.h"
 #include "forge/signals.h"
 
@@ -29,28 +30,37 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     return std::make_shared<Server>(std::move(send), PrivateTag{});
   }
 
+  // A captured object may call a server that is being destroyed: nothing happens then.
+
   void SendNotify(std::string_view method, const EncodableValue& params) override {
-    const auto self = shared_from_this();
-    receiver_.Send(Message::CreateNotification(method, params));
+    const auto self = weak_from_this().lock();
+    if (!self) return;
+    receiver_.SendNotification(method, params);
   }
 
   void OnConnected(ConnectionCallback&& callback) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     connected_.Subscribe(std::move(callback));
   }
 
   void OnRequest(std::string_view method, RequestHandler&& handler) override {
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     auto shared = std::make_shared<const RequestHandler>(std::move(handler));
     const std::unique_lock lock(handlers_mutex_);
     handlers_[std::string(method)].swap(shared);
   }
 
   void OnNotify(std::string_view method, NotifyCallback&& handler) override {
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     receiver_.OnNotify(method, std::move(handler));
   }
 
   void Run() override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     bool connects = false;
     {
       const std::lock_guard lock(mutex_);
@@ -61,7 +71,8 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
   }
 
   void ReceiveMessage(Message&& message) override {
-    const auto self = shared_from_this();
+    const auto self = weak_from_this().lock();
+    if (!self) return;
     bool connects = false;
     {
       details::ReceiveGuard guard(receiver_);  // Delivers when the mutex is free.
@@ -77,7 +88,14 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     if (connects) AnswerConnect();
   }
 
-  void Send(Message&& message) { receiver_.Send(std::move(message)); }
+  // A response that the peer would not take is replaced by an error.
+  void Respond(Message&& response) {
+    if (const char* fault = details::FindUnsendable(response)) {
+      response =
+          Message::CreateError(response.GetResponse()->id, details::MakeUnsendableError(fault));
+    }
+    receiver_.Send(std::move(response));
+  }
 
  private:
   class Reply final : public IReply {
@@ -87,13 +105,13 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
 
     void SendResult(EncodableValue result) override {
       if (const auto server = server_.lock()) {
-        server->Send(Message::CreateResponse(id_, std::move(result)));
+        server->Respond(Message::CreateResponse(id_, std::move(result)));
       }
     }
 
     void SendError(int code, std::string_view message, EncodableValue data) override {
       if (const auto server = server_.lock()) {
-        server->Send(Message::CreateError(id_, code, message, std::move(data)));
+        server->Respond(Message::CreateError(id_, code, message, std::move(data)));
       }
     }
 
@@ -144,8 +162,8 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
       (*handler)(request->method, request->params,
                  std::make_unique<Reply>(request->id, weak_from_this()));
     } else {
-      Send(Message::CreateError(request->id, kMethodNotFound,
-                                "Unknown method '" + request->method + "()'", {}));
+      receiver_.Send(Message::CreateError(request->id, kMethodNotFound,
+                                          "Unknown method '" + request->method + "()'", {}));
     }
     return true;
   }

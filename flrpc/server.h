@@ -1,6 +1,6 @@
 // An RPC server: answers the requests of its clients, gets and sends notifications. What arrives or
-// is sent before a client has connected and Run was called waits, in order (of what arrives, at
-// most 1,024 messages).
+// is sent before a client has connected and Run was called waits, in order. Of what arrives, at most
+// 1,024 messages or 16 MiB wait, whichever comes first; the others are dropped with an error line.
 //
 //   server->OnRequest("open", [](const std::string&, const cw::EncodableValue& params,
 //                                std::unique_ptr<flrpc::IReply>&& reply) {
@@ -11,8 +11,12 @@
 // Threads: any. Handlers run on the transport's thread or, for what has waited, on whichever sends
 //          or runs next, under the receiver's recursive queue lock (docs/protocol.md) and no other.
 //          A reply may be used on any thread, and after its server is gone: then it does nothing.
+//          While a handler runs, sending from other threads waits: a handler that takes long keeps
+//          the reply and returns.
 // Errors:  an unknown method is answered with kMethodNotFound. A request whose reply is dropped
-//          unused is never answered.
+//          unused is never answered. A response that exceeds the limits of a frame
+//          (cw/admission.h) is replaced by an error with kInternalError; such a notification is
+//          dropped with an error line.
 #pragma once
 
 #include <functional>

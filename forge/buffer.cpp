@@ -58,7 +58,7 @@ ForgeResult Buffer::ToCAPI(ForgeBufferView* view, uint32_t size) const {
   return FORGE_RESULT_OK;
 }
 
-Buffer Buffer::FromCAPI(const ForgeBufferView* view) {
+Buffer Buffer::FromCAPI(ForgeBufferView* view) {
   if (!view) return {};
   const uint32_t declared = view->struct_size;
   return {FORGE_COVERS(ForgeBufferView, data, declared) ? view->data : nullptr,

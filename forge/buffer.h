@@ -46,7 +46,7 @@ class FORGE_EXPORT Buffer {
   ForgeResult ToCAPI(ForgeBufferView* view, uint32_t size) const;
 
   // A copy of what the view shows; a null view is no data, silently.
-  static Buffer FromCAPI(const ForgeBufferView* view);
+  static Buffer FromCAPI(ForgeBufferView* view);
 
   // Empty, with an error line, from 805,306,366 bytes on.
   std::string ToBase64() const;

@@ -36,12 +36,14 @@ std::string Coloured(const char* colour, std::string_view text) {
 }  // namespace
 
 Printer::Printer(LogLevel level, std::string_view location) : stream_(&std::cout), level_(level) {
+  const ErrnoGuard guard;  // isatty sets it.
   const auto index = static_cast<std::size_t>(level);
   if (index < std::size(kTags)) *stream_ << Coloured(kTags[index].colour, kTags[index].text);
   if (!location.empty()) *stream_ << Coloured(kLocationColour, location);
 }
 
 Printer::~Printer() {
+  const ErrnoGuard guard;
   stream_->put(stream_->widen('\n'));
   stream_->flush();
   if (level_ == LogLevel::kFatal) std::abort();

@@ -5,11 +5,14 @@
 // writes "[error] forge/resources_cache:44 Invalid chunk ID <7>". Tag and location are coloured
 // when standard output is a terminal. A kFatal line ends the process by abort().
 //
+// A statement keeps errno, so that a piece may use it: FORGE_LOG(kError) << std::strerror(errno).
+//
 // Threads: any; no lock is taken, so the pieces of lines written at once may interleave.
 // Errors:  building the prefix may throw as the standard library does; ending the line never does.
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <iosfwd>
 #include <ostream>
@@ -20,6 +23,18 @@
 namespace forge::logger::details {
 
 enum class LogLevel { kInfo = 0, kWarn = 1, kError = 2, kFatal = 3 };
+
+// Restores errno when it ends.
+class ErrnoGuard {
+ public:
+  ErrnoGuard() : value_(errno) {}
+  ~ErrnoGuard() { errno = value_; }
+  ErrnoGuard(const ErrnoGuard&) = delete;
+  ErrnoGuard& operator=(const ErrnoGuard&) = delete;
+
+ private:
+  const int value_;
+};
 
 // One log line, from its prefix (constructor) to its end (destructor).
 class FORGE_EXPORT Printer {
@@ -32,6 +47,7 @@ class FORGE_EXPORT Printer {
 
   template <typename T>
   Printer& operator<<(const T& value) {
+    const ErrnoGuard guard;
     *stream_ << value;
     return *this;
   }

@@ -64,7 +64,7 @@ class FORGE_EXPORT ObjectImpl : public CounterClient {
   std::shared_ptr<IDispatcher> dispatcher_;  // Guarded by mutex_.
 };
 
-template <typename T>
+template <typename T, typename Ref>
 class ObjectRegistry {
  public:
   // False, and nothing changed, when the id is taken (possible only once the counter wrapped).
@@ -100,7 +100,7 @@ class Object : public details::ObjectImpl, public std::enable_shared_from_this<T
   void Unregister();
 
  private:
-  static details::ObjectRegistry<T>& GetRegistry();
+  static details::ObjectRegistry<T, Ref>& GetRegistry();
 
   const uint32_t id_;
   // An object whose id was taken is not in the registry and must not erase the other's entry.
@@ -111,20 +111,20 @@ class Object : public details::ObjectImpl, public std::enable_shared_from_this<T
 
 namespace details {
 
-template <typename T>
-bool ObjectRegistry<T>::Insert(uint32_t id, const std::weak_ptr<T>& object) {
+template <typename T, typename Ref>
+bool ObjectRegistry<T, Ref>::Insert(uint32_t id, const std::weak_ptr<T>& object) {
   const std::unique_lock lock(mutex_);
   return objects_.emplace(id, object).second;
 }
 
-template <typename T>
-void ObjectRegistry<T>::Erase(uint32_t id) {
+template <typename T, typename Ref>
+void ObjectRegistry<T, Ref>::Erase(uint32_t id) {
   const std::unique_lock lock(mutex_);
   objects_.erase(id);
 }
 
-template <typename T>
-std::shared_ptr<T> ObjectRegistry<T>::Find(uint32_t id) const {
+template <typename T, typename Ref>
+std::shared_ptr<T> ObjectRegistry<T, Ref>::Find(uint32_t id) const {
   const std::shared_lock lock(mutex_);
   const auto found = objects_.find(id);
   return found == objects_.end() ? nullptr : found->second.lock();
@@ -163,9 +163,9 @@ std::shared_ptr<T> Object<T, Ref>::FromRef(Ref ref) {
 }
 
 template <typename T, typename Ref>
-details::ObjectRegistry<T>& Object<T, Ref>::GetRegistry() {
+details::ObjectRegistry<T, Ref>& Object<T, Ref>::GetRegistry() {
   // Never destroyed: objects with static storage unregister while the process exits.
-  static auto& registry = *new details::ObjectRegistry<T>;
+  static auto& registry = *new details::ObjectRegistry<T, Ref>;
   return registry;
 }
 

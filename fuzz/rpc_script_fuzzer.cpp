@@ -23,7 +23,8 @@ constexpr const char* kMethods[] = {"echo", "hold", "unknown", "flrpc.connected"
 
 // What the process's next request will be called. The one drawn to know that is done with.
 Message::ID ForeseeId() {
-  const Message::ID drawn = flrpc::details::OpenRequest().GetId();
+  auto& ids = flrpc::details::RequestIds::Get();
+  const Message::ID drawn = ids.IdOf(ids.Draw());
   const std::string& text = drawn.GetText();
   const size_t counter = text.find('_') + 1;
   const uint64_t next = std::stoull(text.substr(counter)) + 1;

@@ -216,17 +216,21 @@ void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
 // The caller is told in any case, if need be with a text that is not its to keep.
 void RpcClientImpl::OnTaskFailed(const char* message) {
   const auto slots = slots_;
-  bool is_lent = false;
-  details::Fence("start callback", [&] {
-    FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message;
-    is_lent = !slots->HasOnStarted() || details::LendText(
-                                            cache_, message,
-                                            [&slots](const char* text, uint32_t chunk_id) {
-                                              slots->OnStarted(kInternalError, text, chunk_id);
-                                            },
-                                            [this] { return IsReachable(); });
-  });
-  if (!is_lent) slots->OnStarted(kInternalError, message, 0);
+  const auto log = [message] { FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message; };
+  bool is_told = false;
+  if (slots->HasOnStarted()) {
+    details::Fence("start callback", [&] {
+      const auto tell = [&](const char* text, uint32_t chunk_id) {
+        details::Fence("start callback", log);
+        is_told = true;
+        slots->OnStarted(kInternalError, text, chunk_id);
+      };
+      details::LendText(cache_, message, tell, [this] { return IsReachable(); });
+    });
+  }
+  if (is_told) return;
+  details::Fence("start callback", log);
+  slots->OnStarted(kInternalError, message, 0);
 }
 
 void RpcClientImpl::OpenChannel() {

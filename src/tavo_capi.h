@@ -197,9 +197,10 @@ typedef struct TAVOProcTable {
    * never will be. [platform thread] */
   _TAVOManagerRef* (*Initialize)(void);
 
-  /* Drops the clients in the order of their creation, then the server, then the intent service;
-   * their OnDisconnect and Release slots are called within this. The manager stays usable and
-   * makes new ones. [platform thread] */
+  /* Drops the clients in the order of their creation, then the server, then the intent service.
+   * Their OnDisconnect and Release slots are called before this returns. When this is called from
+   * one of their callbacks, the object of that callback lives until the callback returns, and its
+   * slots are called then. The manager stays usable and makes new ones. [platform thread] */
   void (*Release)(_TAVOManagerRef* manager);
 
   /* The intent service, the same handle until Release; null: unknown handle, or it could not be

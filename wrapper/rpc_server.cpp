@@ -40,6 +40,7 @@ std::shared_ptr<flrpc::IServer> RpcServer::Create(
 }
 
 void RpcServer::Run() {
+  if (weak_from_this().expired()) return;  // A captured object may call while this is destroyed.
   TAVORpcServerSlots slots{};
   slots.size = sizeof(slots);
   slots.OnStarted = HandleOnStarted;

@@ -28,12 +28,24 @@ TEST(AdmissionTest, NestingIsLimitedNotDeclared) {
 }
 
 TEST(AdmissionTest, ValuesAreLimited) {
-  Bytes list = FromHex("0c ff ff ff 07 00");  // 524,287 elements: with the list as many as may be.
-  list.resize(list.size() + 524287);
+  Bytes list =
+      FromHex("0c ff ff ff 3f 00");  // 4,194,303 elements: with the list as many as may be.
+  list.resize(list.size() + 4194303);
   EXPECT_TRUE(IsAdmitted(list));
-  list[2] = list[3] = 0, list[4] = 8;  // One more.
+  list[2] = list[3] = 0, list[4] = 0x40;  // One more.
   list.push_back(0);
   EXPECT_FALSE(IsAdmitted(list));
+}
+
+TEST(AdmissionTest, ValueToSendIsMeasuredWithWhatLiesAroundIt) {
+  using cw::EncodableList;
+  const cw::EncodableValue nested = EncodableList{cw::EncodableMap{{1, EncodableList()}}, 2};
+  for (const uint64_t values : {0, 4, 5, 6}) {  // It has five of its own, and three levels.
+    for (const size_t levels : {2, 3, 4}) {
+      const cw::Surroundings around{1024 - levels, 4194304 - values};
+      EXPECT_EQ(values >= 5 && levels >= 3, !cw::FindInadmissible(nested, around));
+    }
+  }
 }
 
 TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {

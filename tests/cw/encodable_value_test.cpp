@@ -161,6 +161,22 @@ TEST(EncodableValueTest, CustomValueIsItselfAlone) {
   EXPECT_EQ(7, *CustomEncodableValue(holder).GetIf<MoveOnly>()->number);
 }
 
+// Assignment destroyed the old content first, and then read the new one from it.
+TEST(EncodableValueTest, MayBeAssignedFromWithinItself) {
+  const EncodableValue kept[] = {1, "a text too long to lie in place", EncodableList{1, "two"}};
+  for (const EncodableValue& inner : kept) {
+    EncodableValue map = EncodableMap{{"data", inner}, {"more", EncodableList{inner}}};
+    EncodableValue list = EncodableList{inner, map};
+    EncodableValue copied = map;
+    map = std::move(map.Get<EncodableMap>()["data"]);
+    copied = copied.Get<EncodableMap>()["data"];
+    list = std::move(list.Get<EncodableList>()[0]);
+    EXPECT_TRUE(map == inner && copied == inner && list == inner);
+    map = *&map;
+    EXPECT_EQ(inner, map);
+  }
+}
+
 TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {
   const uint8_t bytes[] = {3, 1, 0, 0, 0, 99};
   EXPECT_EQ(EncodableValue(1), EncodableValue::Deserialize(bytes, sizeof bytes));

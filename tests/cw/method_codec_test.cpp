@@ -7,6 +7,11 @@
 
 namespace {
 
+// Made before the codec is used, so this ends after whatever the codec would let die.
+const struct UsesTheCodecAtExit {
+  ~UsesTheCodecAtExit() { cw::StandardMethodCodec::GetInstance().EncodeSuccessEnvelope(); }
+} kUsesTheCodecAtExit;
+
 using cw::EncodableList;
 using cw::EncodableValue;
 using test::BytesOf;
@@ -133,6 +138,11 @@ TEST_F(MethodCodecTest, ResultTakesValuesAndPointers) {
   result.Error("c");
   result.NotImplemented();
   EXPECT_EQ("success nonesuccess 01error <c> <m> 01error <c> <> nonenot implemented", result.told);
+  result.told.clear();
+  result.Success(0);  // No null pointer.
+  result.Error("c", "m", 0);
+  result.Success(nullptr);
+  EXPECT_EQ("success 0300000000error <c> <m> 0300000000success none", result.told);
 }
 
 TEST_F(MethodCodecTest, ThereIsOneCodecForEachSerializer) {

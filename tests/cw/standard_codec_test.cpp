@@ -1,8 +1,10 @@
 // The format byte for byte, through both ways that the serializer has: directly on the library's
 // own buffer streams, and through the virtual operations.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <stdexcept>
 
@@ -10,6 +12,7 @@
 #include "cw/standard_codec_serializer.h"
 #include "cw/standard_message_codec.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/scale.h"
 #include "tests/support/values.h"
 
 namespace {
@@ -54,6 +57,20 @@ class PointSerializer final : public cw::StandardCodecSerializer {
     return cw::CustomEncodableValue(Point{x, stream->ReadByte()});
   }
 };
+
+void RunWithStack(size_t size, std::function<void()> body) {
+  pthread_attr_t attributes;
+  pthread_t thread{};
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, size);
+  const auto run = [](void* function) -> void* {
+    (*static_cast<std::function<void()>*>(function))();
+    return nullptr;
+  };
+  ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &body));
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
 
 const VirtualSerializer kVirtual;
 const PointSerializer kExtended;
@@ -209,6 +226,15 @@ TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
       {"0d 02 07 01 61 01", EncodableMap{{"a", true}, {{}, {}}}, {kInvalidRead, kInvalidRead}},
       // The first of equal keys stays, wherever the others come.
       {"0d 03 07 01 62 01 07 01 61 02 07 01 62 02", EncodableMap{{"a", false}, {"b", true}}, {}},
+      {"0c 02 0d 03 00 0c 01 01 00 0d 01 01 02 00 0c 01 02 03 05 00 00 00",
+       EncodableList{EncodableMap{{{}, EncodableList{true}}}, 5},
+       {}},
+      {"0d 02 0c 01 01 02 0c 00 01",
+       EncodableMap{{EncodableList{true}, false}, {EncodableList(), true}},
+       {}},
+      {"0d 01 0d 01 0c 01 01 02 0c 01 01",
+       EncodableMap{{EncodableMap{{EncodableList{true}, false}}, EncodableList{true}}},
+       {}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.bytes);
@@ -273,6 +299,28 @@ TEST_F(StandardCodecTest, EveryFlippedBitGivesAValueThatSurvivesARoundTrip) {
     }
   }
   EXPECT_LT(misread, 10u);
+}
+
+// Recursion overflowed a stack of 256 KiB above some 700 levels.
+TEST_F(StandardCodecTest, DepthNeedsNoStack) {
+  const size_t levels = size_t{25000} * static_cast<size_t>(test::GetScale());
+  for (const char* level : {"0c 01", "0d 01 00", "0c 02 00", "0d 01", "0d 02 00 00 00"}) {
+    SCOPED_TRACE(level);
+    Bytes bytes;
+    for (const Bytes one = FromHex(level); bytes.size() < levels * one.size();) {
+      bytes.insert(bytes.end(), one.begin(), one.end());
+    }
+    bytes.resize(bytes.size() + levels + 1);  // The values that maps of nested keys map to.
+    RunWithStack(256 << 10, [&bytes] {
+      const EncodableValue value = EncodableValue::Deserialize(bytes.data(), bytes.size());
+      EncodableValue copy = value;
+      EXPECT_TRUE(copy == value && !(copy < value) && !(value < copy));
+      const forge::Buffer written = value.Serialize();
+      EXPECT_TRUE(EncodableValue::Deserialize(written) == value);
+      copy = EncodableList{std::move(copy)};
+      EXPECT_TRUE(copy != value && (copy < value || value < copy));
+    });
+  }
 }
 
 TEST_F(StandardCodecTest, ExtensionAppliesInsideListsAndMaps) {

@@ -143,7 +143,7 @@ TEST_F(ViewWrapperTest, UndecodablePayloadIsNullAndUnlocked) {
   const auto view = Create();
   const std::pair<std::vector<uint8_t>, std::string> rows[] = {
       {{12, 255, 0, 0, 0, 4}, "it declares more than it holds"},
-      {std::vector<uint8_t>(200000, 12), "its lists and maps are nested too deeply"}};
+      {std::vector<uint8_t>(200000, 12), "it nests lists and maps more than 1024 levels deep"}};
   for (const auto& row : rows) {
     embedder_.payload = row.first;
     embedder_.TakeCalls();

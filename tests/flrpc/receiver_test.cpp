@@ -58,21 +58,28 @@ TEST_F(ReceiverTest, WhatAHandlerSendsIsDeliveredAtOnce) {
   EXPECT_EQ((Events{"got 1", "sent answer", "got 2"}), Take());
 }
 
-TEST_F(ReceiverTest, MessagesBehindAHandlerThatThrowsStayQueued) {
+TEST_F(ReceiverTest, MessagesBehindAHandlerThatThrowsAreDeliveredBeforeTheFirstExceptionLeaves) {
   on_receive_ = [this](const std::string& name) -> bool {
-    if (name == "1") throw std::runtime_error("thrown");
+    if (name == "1") receiver_.Send(Note("by 1"));
+    if (name != "3") throw std::runtime_error("thrown by " + name);
     return true;
   };
   for (const char* name : {"1", "2", "3"}) receiver_.Receive(Note(name));
-  EXPECT_THROW(receiver_.SetQueueEnabled(), std::runtime_error);
-  EXPECT_EQ(Events{"got 1"}, Take());
-  receiver_.Receive(Note("4"));
-  EXPECT_EQ((Events{"got 2", "got 3", "got 4"}), Take());
+  receiver_.Send(Note("4"));
+  try {
+    receiver_.SetQueueEnabled();
+    ADD_FAILURE() << "Nothing was thrown.";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ("thrown by 1", error.what());
+  }
+  EXPECT_EQ((Events{"got 1", "sent by 1", "got 2", "got 3", "sent 4"}), Take());
+  receiver_.Receive(Note("3"));
+  EXPECT_EQ(Events{"got 3"}, Take());
 }
 
 TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBounded) {
   for (size_t i = 0; i < 1030; ++i) receiver_.Receive(Note(std::to_string(i)));
-  EXPECT_EQ(std::vector<std::string>(6, "[error] RPC message dropped: 1024 wait already"),
+  EXPECT_EQ(std::vector<std::string>(6, "[error] RPC message dropped: 1024 messages wait already"),
             log_.TakeLines());
   receiver_.Send(Note("ours"));
   receiver_.SetQueueEnabled();
@@ -100,7 +107,9 @@ TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBoundedInBytesToo) {
         receiver_.Receive(Message::CreateResponse(Message::ID(mebibyte), large[2]));
     }
   }
-  const size_t dropped = log_.TakeLines().size();
+  const Events lines = log_.TakeLines();
+  const size_t dropped = lines.size();
+  EXPECT_NE(std::string::npos, lines.back().find("more than 16777216 bytes would wait"));
   EXPECT_GT(dropped, 3u * 16 - 16);
   EXPECT_LT(dropped, 3u * 16 - 4);
   receiver_.Receive(Note("small"));  // Fits still.
@@ -137,7 +146,8 @@ TEST_F(ReceiverTest, GuardsDeliverOneMessageWhenTheyEnd) {
     send.SendImmediately(Note("1"));
     send.Send(Note("2"));
     send.SendImmediately(Note("3"));
-    receive.ReceiveImmediately(Note("4"));
+    const Message borrowed = Note("4");
+    receive.ReceiveImmediately(borrowed);
     receive.Receive(Note("5"));
     receive.ReceiveImmediately(Note("6"));
     EXPECT_EQ(std::vector<std::string>(4, refused), log_.TakeLines());

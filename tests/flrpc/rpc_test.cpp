@@ -25,6 +25,12 @@ std::string Show(const Message::Response& response) {
   return number ? std::to_string(*number) : "other";
 }
 
+EncodableValue Nested(int32_t levels) {
+  EncodableValue value = cw::EncodableList();
+  for (; levels > 1; --levels) value = cw::EncodableList{std::move(value)};
+  return value;
+}
+
 class RpcTest : public testing::Test {
  protected:
   RpcTest() {
@@ -205,10 +211,28 @@ TEST_F(RpcTest, StrangeAnswersAreToldApart) {
             id.GetText().substr(id.GetText().find('_') + 1)}) {
     EXPECT_EQ(unhandled, answer(Message::ID(strange))) << strange;
   }
+  test::RpcLink other;  // What it asked is none of ours.
+  other.Connect();
+  EXPECT_EQ(
+      unhandled,
+      answer(Message::ID(id.GetText().substr(0, id.GetText().find('_') + 1) +
+                         std::to_string(*flrpc::details::RequestIds::Get().NumberOf(id) + 1))));
   link_.client->NotifyDisconnected({});
   EXPECT_EQ(unhandled, answer(id));
   link_.client->ReceiveMessage(Message());
   EXPECT_EQ(unhandled, log_.TakeLine());
+}
+
+TEST_F(RpcTest, LastAnsweredRequestsAreRememberedExactly) {
+  constexpr uint64_t kMost = 65536;
+  flrpc::details::AnsweredRequests every, second;  // Of one client, and of two that alternate.
+  for (uint64_t number = 1; number <= 3 * kMost; ++number) every.Add(number);
+  for (uint64_t number = 2; number <= 6 * kMost; number += 2) second.Add(number);
+  EXPECT_TRUE(every.Contains(2 * kMost + 1) && every.Contains(3 * kMost));
+  EXPECT_FALSE(every.Contains(3 * kMost + 1));
+  for (uint64_t number = 4 * kMost + 1; number <= 6 * kMost; number += 1001) {
+    ASSERT_EQ(number % 2 == 0, second.Contains(number)) << number;
+  }
 }
 
 TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
@@ -297,15 +321,97 @@ TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
   Take();
 }
 
-TEST_F(RpcTest, DroppedClientsLeaveNoTraceOfTheirRequests) {
-  const size_t before = flrpc::details::RequestIds::Get().CountOpen();
-  for (int i = 0; i < 100; ++i) {
-    const auto client = flrpc::IOwnedClient::Create(nullptr);
-    client->SendRequest("never answered", {}, nullptr);
-    link_.client->SendRequest("nor this one", {}, nullptr);
+// Both limits of a frame, for every kind of message that is sent.
+TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
+  link_.server->OnRequest("nest",
+                          [](const std::string&, const EncodableValue& levels, auto&& reply) {
+                            reply->SendResult(Nested(levels.Get<int32_t>()));
+                          });
+  link_.server->OnRequest("fail",
+                          [](const std::string&, const EncodableValue& levels, auto&& reply) {
+                            reply->SendError(1, "no", Nested(levels.Get<int32_t>()));
+                          });
+  link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
+  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  link_.Connect();
+  Take();
+  const std::string fault = "it nests lists and maps more than 1024 levels deep";
+  const std::string refusal = "answer -32603 The message cannot be sent: " + fault;
+  const auto answer = [this](const Message::Response& response) {
+    Note("answer " + Show(response));
+  };
+  const auto run = [this] {
+    link_.DeliverAll();
+    return Take();
+  };
+  for (const int32_t levels :
+       {1023, 1024}) {  // The message is a map itself, and its error another.
+    const bool fits = levels == 1023;
+    link_.client->SendRequest("nest", Nested(levels), answer);
+    EXPECT_EQ(fits ? Events{} : Events{refusal}, Take());
+    link_.to_server.clear();
+    Request("nest", levels);
+    EXPECT_EQ(Events{fits ? "answer other" : refusal}, run());
+    Request("fail", levels - 1);
+    EXPECT_EQ(Events{fits ? "answer 1 no" : refusal}, run());
+    link_.client->SendNotify("hint", Nested(levels));
+    link_.server->SendNotify("news", Nested(levels));
+    EXPECT_EQ(fits ? Events({"hint", "news"}) : Events{}, run());
+    EXPECT_EQ(fits ? Events{}
+                   : Events({"[error] Notification 'hint' dropped: " + fault,
+                             "[error] Notification 'news' dropped: " + fault}),
+              log_.TakeLines());
   }
+  // Seven values are the message's own, the list is one.
+  const cw::EncodableList most(4194304 - 9);
+  link_.client->SendRequest("unknown", most, answer);
+  EXPECT_EQ(Events{"answer -32601 Unknown method 'unknown()'"}, run());
+  link_.client->SendRequest("unknown", cw::EncodableList(most.size() + 1), answer);
+  EXPECT_EQ(Events{"answer -32603 The message cannot be sent: it holds more than 4194304 values"},
+            run());
+}
+
+TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBack) {
+  link_.Connect();
+  Take();
+  link_.is_down = true;
+  EXPECT_THROW(Request("double", 1), std::runtime_error);
+  link_.is_down = false;
+  Request("double", 2);
+  link_.DeliverAll();
+  link_.client->NotifyDisconnected(Message::Error(1, "gone"));
+  EXPECT_EQ((Events{"answer 4", "disconnected 1 gone"}), Take());
+}
+
+TEST_F(RpcTest, CapturedObjectsMayCallTheClientOrServerThatEnds) {
+  struct Caller {
+    std::function<void()> call;
+    ~Caller() { call(); }
+  };
+  auto* const client = link_.client.get();
+  auto* const server = link_.server.get();
+  auto calls_client = std::make_shared<Caller>(Caller{[client] {
+    client->SendRequest("m", {}, nullptr);
+    client->SendNotify("m", {});
+    client->OnNotify("m", nullptr);
+    client->OnConnected(nullptr);
+    client->Run();
+  }});
+  auto calls_server = std::make_shared<Caller>(Caller{[server] {
+    server->SendNotify("m", {});
+    server->OnRequest("m", nullptr);
+    server->OnNotify("m", nullptr);
+    server->OnConnected(nullptr);
+    server->Run();
+  }});
+  client->SendRequest("m", {}, [calls_client](const Message::Response&) {});
+  client->OnNotify("m", [calls_client](const Message::Notification&) {});
+  server->OnRequest("m", [calls_server](const std::string&, const EncodableValue&, auto&&) {});
+  server->OnNotify("m", [calls_server](const Message::Notification&) {});
+  calls_client.reset();
+  calls_server.reset();
   link_.client.reset();
-  EXPECT_LE(flrpc::details::RequestIds::Get().CountOpen(), before);
+  link_.server.reset();
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -44,6 +46,10 @@ TEST_F(LoggerTest, StatementNamesItsFileBelowTheRootWithoutExtension) {
   FORGE_LOG(kWarn) << "here";
   const int line = __LINE__ - 1;
   EXPECT_EQ("[warn] tests/forge/logger_test:" + std::to_string(line) + " here\n", log.TakeText());
+  errno = EMFILE;  // isatty changes it.
+  FORGE_LOG(kWarn) << "failed: " << std::strerror(errno);
+  EXPECT_NE(std::string::npos, log.TakeText().find("failed: Too many open files"));
+  EXPECT_EQ(EMFILE, errno);
 }
 
 TEST_F(LoggerTest, LocationTextIsMadeFromAnyPath) {

@@ -83,9 +83,13 @@ std::string TruncatedEverything() {
   return lines;
 }
 
-// As many entries as may be, next to the envelope's own values; no two keys are equal.
-std::string LargestMap() {
-  const uint64_t entries = (cw::kMostValues - 7) / 2;
+// As many values as 64 MiB have room for, and what the largest frame may take: 100 bytes a value.
+constexpr uint64_t kManyValues = 524288;
+constexpr int kWithAllValues = 400;
+
+// A map of that many values, next to the envelope's own; no two keys are equal.
+std::string LargeMap(uint64_t values) {
+  const uint64_t entries = (values - 7) / 2;
   std::string map = Declare("0d", entries);
   for (uint64_t key = 0; key < entries; ++key) {
     map += Hex("03");
@@ -93,6 +97,10 @@ std::string LargestMap() {
     map += Hex("00");
   }
   return map;
+}
+
+std::string LongList(uint64_t values) {
+  return Declare("0c", values - 7) + Times(Hex("00"), static_cast<size_t>(values - 7));
 }
 
 std::string EveryTag() {
@@ -181,11 +189,12 @@ const std::vector<Bomb>& GetBombs() {
        [] { return Call(Hex("0d c8") + Times(Times(Hex("0c 01"), 1000) + Hex("00 00"), 200)); }},
       {"maps as keys of maps",
        [] { return Call(Times(Hex("0d 02"), 1000) + Times(Hex("00 00"), 1000)); }},
-      {"a list as long as may be",
-       [] {
-         return Ignored(Declare("0c", cw::kMostValues - 7) + Times(Hex("00"), cw::kMostValues - 7));
-       }},
-      {"a map as large as may be", [] { return Ignored(LargestMap()); }},
+      {"a long list", [] { return Ignored(LongList(kManyValues)); }},
+      {"a large map", [] { return Ignored(LargeMap(kManyValues)); }},
+      {"a list as long as may be", [] { return Ignored(LongList(cw::kMostValues)); },
+       Bomb::kAnyTime, false, kWithAllValues},
+      {"a map as large as may be", [] { return Ignored(LargeMap(cw::kMostValues)); },
+       Bomb::kAnyTime, false, kWithAllValues},
       {"millions of nulls",
        [] { return Call(Declare("0c", 4 * kMiB) + Times(Hex("00"), 4 * kMiB)); }},
       {"2^26 - 1 elements", [] { return Call(Declare("0c", (1u << 26) - 1)); }},
