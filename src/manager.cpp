@@ -96,13 +96,7 @@ _TAVORpcClientRef* Manager::CreateRpcClient() {
 }
 
 void Manager::RemoveClient(_TAVORpcClientRef* client) {
-  // Dropped only when the list is whole again: the client's callbacks may come back here.
-  std::list<std::shared_ptr<RpcClientImpl>> removed;
-  for (auto entry = clients_.begin(); entry != clients_.end();) {
-    const auto next = std::next(entry);
-    if ((*entry)->GetRef() == client) removed.splice(removed.end(), clients_, entry);
-    entry = next;
-  }
+  clients_.remove_if([client](const auto& entry) { return entry->GetRef() == client; });
 }
 
 _TAVORpcServerRef* Manager::GetRpcServer() {

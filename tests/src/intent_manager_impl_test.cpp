@@ -1,239 +1,348 @@
+#include <rapidcheck.h>
+
+#include <cstdlib>
 #include <deque>
 #include <stdexcept>
-#include <thread>
-
-#include <QJsonDocument>
 
 #include "cw/encodable_value.h"
 #include "tests/src/service_fixture.h"
+#include "tests/support/scale.h"
 #include "tests/support/values.h"
 
 namespace {
 
-using cw::EncodableMap;
 using test::Events;
 
-class IntentManagerTest : public test::ServiceTest {
- protected:
-  // A slot whose calls are events: "<name> ok", "<name> failed", "<name> released".
-  struct Request {
-    IntentManagerTest* test;
-    std::string name;
-    std::function<void()> on_done;
+// Drives the intents: requests and the platform's answers to them (within the call, late, never; or
+// the platform throws), registrations, their invocations and the answers to those, and the ends of
+// the service. A model says what must come of each step, and when. Every callback goes on with the
+// script, and may throw.
+class Script : test::Service {
+ public:
+  explicit Script(std::vector<uint8_t> choices) : choices_(std::move(choices)) {
+    platform.on_invoke = [this] { OnInvoke(); };
+    GetIntents();
+  }
 
-    static void OnDone(void* self, bool success) {
-      auto& request = *static_cast<Request*>(self);
-      request.test->events_.push_back(request.name + (success ? " ok" : " failed"));
-      if (request.on_done) request.on_done();
+  // Every rule that the service broke; empty if there is none.
+  std::string Run() {
+    while (next_ < choices_.size()) {
+      Step();
+      Check(!expected_.first && !invoked_, "every callback is called");
+      Check(queue_.empty() || is_in_flight_, "who waits, waits for the platform");
+      CheckSlots();
     }
-    static void OnRelease(void* self) {
-      auto& request = *static_cast<Request*>(self);
-      request.test->events_.push_back(request.name + " released");
-    }
+    ReleaseManager();
+    DropIntent();
+    Close();
+    CheckSlots();
+    Check(log_.TakeLines() == lines_, "error lines");
+    return broken_;
+  }
+
+ private:
+  // A slot that was given to the service.
+  struct Slot {
+    Script* script;
+    size_t number;
+    bool was_accepted;
+    int holders;  // The queue, or the registration and the invocations that run.
+    bool was_released = false;
+  };
+  // Elsewhere somebody invoked the intent, and waits for the answers.
+  struct Invocation {
+    TAVOReplyIntentSlot slot{};
+    bool is_open = false;  // Told to the caller, who has not released it.
+    bool is_gone = false;  // The platform's reply function is.
+    int answers = 0;
   };
 
-  void TearDown() override {
-    platform_.intents.clear();  // Their slots are released: into the test's members.
-    ServiceTest::TearDown();
+  // Past the end of the script every choice is 0.
+  uint8_t Choose(size_t limit) {
+    return next_ < choices_.size() ? static_cast<uint8_t>(choices_[next_++] % limit) : uint8_t{0};
+  }
+  bool ChooseRarely() { return Choose(8) == 1; }
+
+  void Step() {
+    using Operation = void (Script::*)();
+    static constexpr Operation kOperations[] = {
+        &Script::Open,   &Script::Open,       &Script::Reply,          &Script::Reply,
+        &Script::Invoke, &Script::Register,   &Script::Answer,         &Script::Close,
+        &Script::Invoke, &Script::DropIntent, &Script::ReleaseManager, &Script::GetIntents,
+    };
+    if (next_ < choices_.size()) (this->*kOperations[Choose(std::size(kOperations))])();
   }
 
-  void Open(const std::string& uri, std::function<void()> on_done = nullptr) {
-    Request& request = requests_.emplace_back(Request{this, uri, std::move(on_done)});
-    TAVOOpenUriSlot slot{sizeof slot, Request::OnDone, Request::OnRelease, &request};
-    ASSERT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents_, uri.c_str(), &slot));
+  void Check(bool holds, const char* rule) {
+    if (!holds) broken_ += std::string(rule) + "; ";
   }
-
-  Events TakeEvents() { return std::exchange(events_, {}); }
-
-  // The URIs that went to the platform since the last call.
-  Events TakeSent() {
-    Events uris;
-    for (const auto& invocation : std::exchange(platform_.invocations, {})) {
-      EXPECT_EQ(QStringLiteral("OpenURI"), invocation.name);
-      EXPECT_TRUE(invocation.options.isEmpty());
-      EXPECT_EQ(1, invocation.parameters.size());
-      uris.push_back(invocation.parameters.value(QStringLiteral("uri")).toString().toStdString());
+  void CheckSlots() {
+    for (const Slot& slot : slots_) {
+      Check(slot.was_released == (slot.was_accepted && slot.holders == 0), "slots are released");
     }
-    return uris;
+  }
+  [[noreturn]] void Throw(const std::string& place) {
+    ExpectLine("Stray exception in " + place + ": thrown");
+    throw std::runtime_error("thrown");
+  }
+  void ExpectLine(const std::string& message) { lines_.push_back("[error] " + message); }
+
+  Slot& Give(bool is_accepted) {
+    if (!is_living_) ExpectLine("Intent Manager is not initialized.");
+    return slots_.emplace_back(Slot{this, slots_.size(), is_accepted, is_accepted});
+  }
+  static void OnRelease(void* self) {
+    auto& [script, number, was_accepted, holders, was_released] = *static_cast<Slot*>(self);
+    script->Check(was_accepted && holders == 0, "a slot in use is not released");
+    script->Check(!std::exchange(was_released, true), "a slot is released once");
+    script->Step();
+    if (script->ChooseRarely()) script->Throw("slot release");
   }
 
-  // Declared before the manager's release in TearDown needs them.
-  std::deque<Request> requests_;  // Elements stay where they are.
-  Events events_;
-  _TAVOIntentManagerRef* intents_ = top_.GetIntentManager(manager_);
+  // ---- The service ----
+
+  void GetIntents() {
+    intents_ = top.GetIntentManager(manager);
+    is_living_ = true;
+  }
+
+  // The handle is kept: it leads nowhere from now on. What waits is dropped, not told.
+  void ReleaseManager() {
+    const auto dropped = std::exchange(queue_, {});
+    for (Slot* const request : dropped) request->holders = 0;
+    is_in_flight_ = is_living_ = false;
+    top.Release(manager);
+    for (const Slot* request : dropped) Check(request->was_released, "what waits is dropped");
+  }
+
+  // ---- Requests ----
+
+  void Open() {
+    Slot& request = Give(is_living_);
+    if (is_living_) queue_.push_back(&request);
+    TAVOOpenUriSlot slot{sizeof slot, OnDone, OnRelease, &request};
+    const std::string uri = "\xC3\xA4:" + std::to_string(request.number);
+    const ForgeResult result = is_living_ ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
+    Check(intent_table.OpenUri(intents_, uri.c_str(), &slot) == result, "result of OpenUri");
+  }
+
+  void OnInvoke() {
+    const auto asked = std::exchange(platform.invocations, {});
+    Check(!is_in_flight_ && !queue_.empty(), "one request is sent at a time");
+    if (queue_.empty()) return;
+    Slot* const request = queue_.front();
+    const QString uri = QStringLiteral("\u00E4:%1").arg(request->number);
+    Check(asked.size() == 1 && asked[0].name == QStringLiteral("OpenURI") &&
+              asked[0].options.isEmpty() &&
+              asked[0].parameters == QJsonObject{{QStringLiteral("uri"), uri}},
+          "the oldest request is sent");
+    is_in_flight_ = true;
+    Step();
+    if (!ChooseRarely()) return;
+    if (is_in_flight_ && queue_.front() == request) expected_ = {request, false};
+    Throw("intent invocation");
+  }
+
+  void Reply() {
+    if (!platform.invoker) return;
+    const int code = Choose(2);
+    const Slot* const oldest = is_in_flight_ ? queue_.front() : nullptr;
+    if (oldest) expected_ = {oldest, code == 0};
+    platform.ReplyToIntent(code);
+    Check(!oldest || oldest->was_released, "a slot is released where the outcome is told");
+  }
+
+  static void OnDone(void* self, bool success) {
+    auto& request = *static_cast<Slot*>(self);
+    Script& script = *request.script;
+    script.Check(script.expected_ == std::pair<const Slot*, bool>(&request, success), "outcome");
+    script.expected_ = {};
+    if (!script.queue_.empty()) script.queue_.pop_front();
+    script.is_in_flight_ = false;
+    script.Step();
+    request.holders = 0;
+    if (script.ChooseRarely()) script.Throw("slot callback");
+  }
+
+  // ---- The registered intent ----
+
+  void Register() {
+    platform.fail_intents = ChooseRarely();
+    const bool is_accepted = is_living_ && !platform.fail_intents;
+    if (is_living_ && !is_accepted) ExpectLine("Stray exception in RegisterIntent: std::bad_alloc");
+    Slot& registration = Give(is_accepted);
+    TAVORegisterIntentSlot slot{sizeof slot, HasCallback(registration) ? OnIntent : nullptr,
+                                OnRelease, &registration};
+    if (is_accepted) ReplaceIntent(&registration);
+    const ForgeResult result = is_accepted ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
+    Check(intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot) == result,
+          "result of RegisterIntent");
+    platform.fail_intents = false;
+  }
+
+  // The platform drops it.
+  void DropIntent() {
+    ReplaceIntent(nullptr);
+    const auto dropped = std::exchange(platform.intents, {});
+  }
+
+  static bool HasCallback(const Slot& registration) { return registration.number % 4 > 0; }
+  void ReplaceIntent(Slot* registration) {
+    Slot* const replaced = std::exchange(registration_, registration);
+    if (replaced) --replaced->holders;
+  }
+
+  void Invoke() {
+    Slot* const registration = registration_;
+    if (!registration) return;
+    Invocation& invocation = invocations_.emplace_back();
+    if (HasCallback(*registration)) invoked_ = &invocation;
+    ++registration->holders;
+    auto handler = platform.intents.at(QStringLiteral("t\u00EBll"));
+    std::shared_ptr<void> guard(&invocation, [&invocation](void*) { invocation.is_gone = true; });
+    handler({{QStringLiteral("not"), QStringLiteral("passed on")}},
+            [&invocation, guard = std::move(guard)](const QJsonObject& answer) {
+              invocation.answers += answer.value(QStringLiteral("a")) == QStringLiteral("b");
+            });
+    Check(invocation.is_gone == !invocation.is_open, "the platform sees its reply function go");
+    --registration->holders;
+    handler = nullptr;
+  }
+
+  static void OnIntent(void* self, TAVOReplyIntentSlot* slot) {
+    Script& script = *static_cast<Slot*>(self)->script;
+    script.Check(script.invoked_ && slot->size == sizeof *slot, "an invocation is told");
+    Invocation& invocation = *std::exchange(script.invoked_, nullptr);
+    invocation.slot = *slot;
+    invocation.is_open = true;
+    script.Step();
+    if (!script.ChooseRarely()) return;
+    invocation.is_open = false;  // Whoever throws has released it.
+    script.Throw("slot callback");
+  }
+
+  // As often as the caller likes, also once it was released.
+  void Answer() {
+    constexpr uint8_t kMap[] = {13, 1, 7, 1, 'a', 7, 1, 'b'};
+    if (invocations_.empty()) return;
+    Invocation& invocation = invocations_[Choose(invocations_.size())];
+    if (!invocation.slot.reply) return;
+    const int answers = invocation.answers + invocation.is_open;
+    invocation.slot.reply(invocation.slot.context, kMap, sizeof kMap);
+    invocation.slot.reply(nullptr, kMap, sizeof kMap);
+    Check(invocation.answers == answers, "answers are passed on while the reply slot is open");
+  }
+
+  void Close() {
+    for (Invocation& invocation : invocations_) {
+      if (!invocation.slot.release) continue;
+      invocation.is_open = false;
+      invocation.slot.release(nullptr);
+      invocation.slot.release(invocation.slot.context);
+      Check(invocation.is_gone, "a released reply slot lets the reply function go");
+    }
+  }
+
+  const std::vector<uint8_t> choices_;
+  size_t next_ = 0;
+  test::LogCapture log_;
+  std::string broken_;
+
+  // The model. Elements of the deques stay where they are.
+  std::deque<Slot> slots_;
+  std::deque<Invocation> invocations_;
+  std::deque<Slot*> queue_;
+  bool is_in_flight_ = false;              // The front of the queue.
+  std::pair<const Slot*, bool> expected_;  // Who is to be told what, now.
+  Slot* registration_ = nullptr;
+  Invocation* invoked_ = nullptr;  // Is to be told, now.
+  bool is_living_ = false;         // The handle leads to the service.
+  Events lines_;
+
+  _TAVOIntentManagerRef* intents_ = nullptr;
 };
 
-TEST_F(IntentManagerTest, CompletionMayReleaseTheManagerAndWithItWhatWaits) {
-  Open("\xc3\xa4:", [this] { top_.Release(manager_); });
-  Open("b:");
-  platform_.ReplyToIntent(0);
-  EXPECT_EQ(Events{"\xc3\xa4:"}, TakeSent());
-  EXPECT_EQ((Events{"\xc3\xa4: ok", "b: released", "\xc3\xa4: released"}), TakeEvents());
-}
+class IntentManagerTest : public test::ServiceTest {};
 
-TEST_F(IntentManagerTest, PlatformThatThrowsHasFailedTheRequest) {
-  platform_.fail_intents = true;
-  Open("a:");
-  EXPECT_EQ((Events{"a: failed", "a: released"}), TakeEvents());
-  platform_.fail_intents = false;
-  Open("b:");
-  platform_.ReplyToIntent(0);
-  EXPECT_EQ((Events{"b: ok", "b: released"}), TakeEvents());
-  EXPECT_EQ(1u, log_.TakeLines().size());
-}
-
-TEST_F(IntentManagerTest, PlatformThatThrowsMayHaveReleasedTheManager) {
-  platform_.on_invoke = [this] {
-    top_.Release(manager_);
-    throw std::runtime_error("gone");
-  };
-  Open("a:");
-  EXPECT_EQ(Events{"a: released"}, TakeEvents());
-  EXPECT_EQ("[error] Stray exception in intent invocation: gone", log_.TakeLine());
+TEST_F(IntentManagerTest, EveryScriptEndsAsTheModelSays) {
+  const std::string parameters = "max_success=" + std::to_string(2000 * test::GetScale()) +
+                                 " max_size=300 seed=" + std::to_string(test::GetSeed());
+  setenv("RC_PARAMS", parameters.c_str(), 1);
+  const auto choice = rc::gen::resize(rc::kNominalSize, rc::gen::arbitrary<uint8_t>());
+  const auto choices = rc::gen::container<std::vector<uint8_t>>(choice);
+  EXPECT_TRUE(rc::check([&choices] { RC_ASSERT(Script(*choices).Run() == ""); }));
 }
 
 // A platform that answers within the call must not use up the stack, however many wait.
 TEST_F(IntentManagerTest, AnswersWithinTheCallDoNotNest) {
-  for (int i = 0; i < 20000; ++i) Open("u:" + std::to_string(i));
-  platform_.on_invoke = [this] { platform_.ReplyToIntent(0); };
-  platform_.ReplyToIntent(0);
-  EXPECT_EQ(20000u, TakeSent().size());
-  EXPECT_EQ(40000u, TakeEvents().size());
-}
-
-// A reply may come on another thread before the entry returns: the slot goes where it is told.
-TEST_F(IntentManagerTest, SlotIsReleasedByWhoeverTellsTheOutcome) {
-  static std::thread::id told, released;
-  platform_.on_invoke = [this] { std::thread([this] { platform_.ReplyToIntent(0); }).join(); };
-  TAVOOpenUriSlot slot{sizeof slot, [](void*, bool) { told = std::this_thread::get_id(); },
-                       [](void*) { released = std::this_thread::get_id(); }, nullptr};
-  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.OpenUri(intents_, "u:", &slot));
-  EXPECT_NE(std::thread::id(), told);
-  EXPECT_EQ(told, released);
-  EXPECT_NE(std::this_thread::get_id(), released);
+  constexpr int kRequests = 20000;
+  const auto intents = top.GetIntentManager(manager);
+  int released = 0;
+  TAVOOpenUriSlot slot{sizeof slot, nullptr, [](void* count) { ++*static_cast<int*>(count); },
+                       &released};
+  for (int i = 0; i < kRequests; ++i) intent_table.OpenUri(intents, "u:", &slot);
+  platform.on_invoke = [this] { platform.ReplyToIntent(0); };
+  platform.ReplyToIntent(0);
+  EXPECT_EQ(kRequests, released);
 }
 
 TEST_F(IntentManagerTest, RefusedCallNeverTakesTheSlotOver) {
-  Request request{this, "refused", nullptr};
-  TAVOOpenUriSlot uri_slot{sizeof uri_slot, Request::OnDone, Request::OnRelease, &request};
-  TAVORegisterIntentSlot intent_slot{sizeof intent_slot, nullptr, Request::OnRelease, &request};
-  const auto stale = intents_;
-  top_.Release(manager_);
-  intents_ = top_.GetIntentManager(manager_);
-  const auto unknown = reinterpret_cast<_TAVOIntentManagerRef*>(manager_);
+  const auto intents = top.GetIntentManager(manager);
+  const auto unknown = reinterpret_cast<_TAVOIntentManagerRef*>(manager);
+  const auto release = [](void*) { ADD_FAILURE() << "The slot was taken over."; };
+  TAVOOpenUriSlot uri_slot{sizeof uri_slot, nullptr, release, nullptr};
+  TAVORegisterIntentSlot intent_slot{sizeof intent_slot, nullptr, release, nullptr};
   const struct {
     ForgeResult expected;
     ForgeResult actual;
     const char* error;
   } rows[] = {
-      {2, intent_table_.OpenUri(intents_, nullptr, &uri_slot), "No uri or callback slot provided."},
-      {2, intent_table_.OpenUri(nullptr, "u:", nullptr), "No uri or callback slot provided."},
-      {3, intent_table_.OpenUri(nullptr, "u:", &uri_slot), "Intent Manager is not initialized."},
-      {3, intent_table_.OpenUri(stale, "u:", &uri_slot), "Intent Manager is not initialized."},
-      {3, intent_table_.OpenUri(unknown, "u:", &uri_slot), "Intent Manager is not initialized."},
-      {2, intent_table_.RegisterIntent(intents_, nullptr, &intent_slot),
+      {2, intent_table.OpenUri(intents, nullptr, &uri_slot), "No uri or callback slot provided."},
+      {2, intent_table.OpenUri(nullptr, "u:", nullptr), "No uri or callback slot provided."},
+      {3, intent_table.OpenUri(nullptr, "u:", &uri_slot), "Intent Manager is not initialized."},
+      {3, intent_table.OpenUri(unknown, "u:", &uri_slot), "Intent Manager is not initialized."},
+      {2, intent_table.RegisterIntent(intents, nullptr, &intent_slot),
        "No intent name or callback slot provided."},
-      {2, intent_table_.RegisterIntent(nullptr, "name", nullptr),
+      {2, intent_table.RegisterIntent(nullptr, "name", nullptr),
        "No intent name or callback slot provided."},
-      {3, intent_table_.RegisterIntent(unknown, "name", &intent_slot),
+      {3, intent_table.RegisterIntent(unknown, "name", &intent_slot),
        "Intent Manager is not initialized."},
   };
-  const auto lines = log_.TakeLines();
-  for (size_t i = 0; i < std::size(rows); ++i) {
-    EXPECT_EQ(rows[i].expected, rows[i].actual) << i;
-    EXPECT_EQ(std::string("[error] ") + rows[i].error, lines[i]) << i;
+  Events errors;
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.expected, row.actual) << row.error;
+    errors.push_back(std::string("[error] ") + row.error);
   }
-  platform_.fail_intents = true;
-  EXPECT_EQ(3u, intent_table_.RegisterIntent(intents_, "name", &intent_slot));
-  EXPECT_EQ("[error] Stray exception in RegisterIntent: std::bad_alloc", log_.TakeLine());
-  EXPECT_EQ(Events{}, TakeEvents());
+  EXPECT_EQ(errors, log_.TakeLines());
 }
 
-class RegisteredIntentTest : public IntentManagerTest {
- protected:
-  // Registers "ask", whose callback keeps the reply slots.
-  void Register() {
-    TAVORegisterIntentSlot slot{
-        sizeof slot,
-        [](void* self, TAVOReplyIntentSlot* reply) {
-          static_cast<RegisteredIntentTest*>(self)->slots_.push_back(*reply);
-        },
-        [](void* self) { static_cast<RegisteredIntentTest*>(self)->events_.push_back("released"); },
-        this};
-    ASSERT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
-  }
-
-  // The platform invokes the intent; its answers are added to answers_, "gone" when the reply
-  // function is destroyed.
-  void Invoke() {
-    const std::shared_ptr<void> guard(nullptr, [this](void*) { answers_.push_back("gone"); });
-    platform_.intents.at(QStringLiteral("ask"))(
-        {{QStringLiteral("not"), QStringLiteral("passed on")}},
-        [this, guard](const QJsonObject& answer) {
-          answers_.push_back(QJsonDocument(answer).toJson(QJsonDocument::Compact).toStdString());
-        });
-  }
-
-  Events TakeAnswers() { return std::exchange(answers_, {}); }
-
-  std::vector<TAVOReplyIntentSlot> slots_;
-  Events answers_;
-};
-
-TEST_F(RegisteredIntentTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
-  Register();
-  Invoke();
-  const std::string error = "[error] Could not convert intent reply to a JSON object.";
+TEST_F(IntentManagerTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
+  TAVOReplyIntentSlot reply{};
+  TAVORegisterIntentSlot slot{sizeof slot,
+                              [](void* kept, TAVOReplyIntentSlot* given) {
+                                *static_cast<TAVOReplyIntentSlot*>(kept) = *given;
+                              },
+                              nullptr, &reply};
+  intent_table.RegisterIntent(top.GetIntentManager(manager), "ask", &slot);
+  std::vector<QJsonObject> answers;
+  platform.intents.at(QStringLiteral("ask"))(
+      {}, [&answers](const QJsonObject& answer) { answers.push_back(answer); });
   test::Bytes deep;
   for (int i = 0; i < 200000; ++i) deep.insert(deep.end(), {0x0c, 0x01});
   const test::Bytes rows[] = {
+      {},
       test::BytesOf(cw::EncodableValue("text").Serialize()),
-      test::BytesOf(cw::EncodableValue(EncodableMap{{1, 1}}).Serialize()),
+      test::BytesOf(cw::EncodableValue(cw::EncodableMap{{1, 1}}).Serialize()),
       test::FromHex("0c ff ff ff ff ff"),  // More than there can be.
       deep,                                // Would end the process while it is decoded.
       test::FromHex("00"),
   };
   for (const auto& bytes : rows) {
-    slots_[0].reply(slots_[0].context, bytes.data(), static_cast<unsigned>(bytes.size()));
-    EXPECT_EQ(Events{"{}"}, TakeAnswers());
-    EXPECT_EQ(error, log_.TakeLines().back());
+    reply.reply(reply.context, bytes.data(), static_cast<unsigned>(bytes.size()));
+    EXPECT_EQ("[error] Could not convert intent reply to a JSON object.", log_.TakeLines().back());
   }
-  slots_[0].release(slots_[0].context);
-  TakeAnswers();
-}
-
-TEST_F(RegisteredIntentTest, MisuseOfTheReplySlotIsHarmless) {
-  Register();
-  Invoke();
-  const TAVOReplyIntentSlot slot = slots_[0];
-  const uint8_t byte = 0;
-  slot.reply(slot.context, nullptr, 5);
-  slot.reply(slot.context, &byte, 0);
-  EXPECT_EQ((Events{"{}", "{}"}), TakeAnswers());
-  EXPECT_EQ(2u, log_.TakeLines().size());
-  slot.reply(nullptr, &byte, 1);
-  slot.release(nullptr);
-  slot.reply(reinterpret_cast<void*>(~uintptr_t{0}), &byte, 1);
-  slot.release(slot.context);
-  EXPECT_EQ(Events{"gone"}, TakeAnswers());
-  slot.release(slot.context);
-  slot.reply(slot.context, &byte, 1);
-  EXPECT_EQ(Events{}, TakeAnswers());
-}
-
-TEST_F(RegisteredIntentTest, CallbackThatIsMissingOrThrowsLeavesNobodyWaiting) {
-  TAVORegisterIntentSlot slot{sizeof slot, nullptr, nullptr, nullptr};
-  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
-  Invoke();
-  EXPECT_EQ(Events{"gone"}, TakeAnswers());
-  slot.callback = [](void*, TAVOReplyIntentSlot*) { throw std::runtime_error("unhappy"); };
-  slot.release = [](void*) { throw std::runtime_error("unhappy still"); };
-  EXPECT_EQ(FORGE_RESULT_OK, intent_table_.RegisterIntent(intents_, "ask", &slot));
-  Invoke();
-  EXPECT_EQ(Events{"gone"}, TakeAnswers());
-  EXPECT_EQ("[error] Stray exception in slot callback: unhappy", log_.TakeLine());
-  platform_.intents.clear();
-  EXPECT_EQ("[error] Stray exception in slot release: unhappy still", log_.TakeLine());
+  EXPECT_EQ(std::vector<QJsonObject>(std::size(rows)), answers);
+  reply.release(reply.context);
 }
 
 }  // namespace

@@ -1,200 +1,182 @@
-#include <algorithm>
 #include <stdexcept>
+
+#include <QCoreApplication>
 
 #include "tests/src/service_fixture.h"
 
 namespace {
 
-using RuntimeManager::Error;
 using test::Events;
 
 class RpcClientImplTest : public test::ServiceTest {
  protected:
-  test::Recorder recorder_;
-  test::Recorder deaf_recorder_;
+  _TAVORpcClientRef* Start(test::Recorder& recorder) {
+    const auto client = top.CreateRpcClient(manager);
+    TAVORpcClientSlots slots = recorder.ClientSlots();
+    EXPECT_EQ(FORGE_RESULT_OK, client_table.StartTask(client, "worker", "/libs", &slots));
+    return client;
+  }
+  _TAVORpcClientRef* Run(test::Recorder& recorder) {
+    const auto client = Start(recorder);
+    platform.tasks.back()->Started();
+    EXPECT_EQ(Events{"started 0 <>"}, recorder.Take());
+    return client;
+  }
+  void Receive(size_t channel, const char* text = "text") {
+    platform.Messaging(channel).ReceiveText(QString::fromUtf8(text));
+  }
 };
 
 TEST_F(RpcClientImplTest, StartsTheNamedTaskWithASocketAndTheLibraryPath) {
-  StartedClient(recorder_);
-  const test::FakeTask& task = platform_.Task();
+  Start(recorder_);
+  const test::FakeTask& task = platform.Task();
   EXPECT_EQ(QStringLiteral("worker"), task.name);
   EXPECT_TRUE(task.ipc_socket);
   EXPECT_EQ((QStringList{QStringLiteral("--libs-path"), QStringLiteral("/libs")}), task.arguments);
   EXPECT_EQ(Events{}, recorder_.Take());
-  platform_.Task().Started();
+  platform.Task().Started();
   EXPECT_EQ(Events{"started 0 <>"}, recorder_.Take());
   EXPECT_EQ(0u, recorder_.last_chunk);
-  EXPECT_EQ(QStringLiteral("/run/worker"), platform_.Messaging().path);
+  EXPECT_EQ(QStringLiteral("/run/worker"), platform.Messaging().path);
 }
 
 TEST_F(RpcClientImplTest, StartIsRefusedForBadArgumentsAndASecondTime) {
-  const auto client = top_.CreateRpcClient(manager_);
+  const auto client = top.CreateRpcClient(manager);
   TAVORpcClientSlots slots = recorder_.ClientSlots();
-  EXPECT_EQ(2u, client_table_.StartTask(client, "", "/libs", &slots));
-  EXPECT_EQ(2u, client_table_.StartTask(client, "worker", "", &slots));
-  EXPECT_EQ(2u, client_table_.StartTask(nullptr, "worker", "/libs", &slots));
-  EXPECT_THROW(client_table_.StartTask(client, nullptr, "/libs", &slots), std::logic_error);
-  EXPECT_THROW(client_table_.StartTask(client, "worker", nullptr, &slots), std::logic_error);
-  EXPECT_EQ(0u, client_table_.StartTask(client, "worker", "/libs", &slots));
-  EXPECT_EQ(3u, client_table_.StartTask(client, "worker", "/libs", nullptr));
-  EXPECT_EQ(1u, platform_.tasks.size());
+  EXPECT_EQ(2u, client_table.StartTask(client, "", "/libs", &slots));
+  EXPECT_EQ(2u, client_table.StartTask(client, "worker", "", &slots));
+  EXPECT_EQ(2u, client_table.StartTask(nullptr, "worker", "/libs", &slots));
+  EXPECT_THROW(client_table.StartTask(client, nullptr, "/libs", &slots), std::logic_error);
+  EXPECT_THROW(client_table.StartTask(client, "worker", nullptr, &slots), std::logic_error);
+  platform.fail_start = true;
+  EXPECT_EQ(3u, client_table.StartTask(client, "worker", "/libs", &slots));
+  EXPECT_EQ("[error] Stray exception in StartTask: std::bad_alloc", log_.TakeLine());
+  platform.fail_start = false;
+  EXPECT_EQ(0u, client_table.StartTask(client, "worker", "/libs", &slots));
+  EXPECT_EQ(3u, client_table.StartTask(client, "worker", "/libs", nullptr));
+  EXPECT_EQ(2u, platform.tasks.size());
   EXPECT_EQ(Events{}, recorder_.events);  // No slots were taken and released.
 }
 
-TEST_F(RpcClientImplTest, StartThatThrowsLeavesTheClientAndTheSlotsAsTheyWere) {
-  const auto client = top_.CreateRpcClient(manager_);
-  TAVORpcClientSlots slots = recorder_.ClientSlots();
-  platform_.fail_start = true;
-  EXPECT_EQ(3u, client_table_.StartTask(client, "worker", "/libs", &slots));
-  EXPECT_EQ("[error] Stray exception in StartTask: std::bad_alloc", log_.TakeLine());
-  platform_.fail_start = false;
-  EXPECT_EQ(0u, client_table_.StartTask(client, "worker", "/libs", &slots));
-  EXPECT_EQ(Events{}, recorder_.events);
-}
-
 TEST_F(RpcClientImplTest, FailedStartIsReportedWithItsCause) {
-  const auto client = StartedClient(recorder_);
-  platform_.Task().Started({7, QStringLiteral("no such application")});
+  const auto client = Start(recorder_);
+  platform.Task().Started({7, QStringLiteral("no such application")});
   EXPECT_EQ("[info] [ta-vo] on started call error: no such application", log_.TakeLine());
   EXPECT_EQ(Events{"started -32603 <no such application>"}, recorder_.Take());
   EXPECT_NE(0u, recorder_.last_chunk);
-  client_table_.UnlockResources(client, recorder_.last_chunk);
-  EXPECT_EQ(3u, client_table_.SendMessage(client, "text"));
-  client_table_.Release(client);  // Only makes the handle unknown.
+  client_table.UnlockResources(client, recorder_.last_chunk);
+  EXPECT_EQ(3u, client_table.SendMessage(client, "text"));
+  client_table.Release(client);  // Only makes the handle unknown.
   EXPECT_EQ(Events{}, recorder_.Take());
-  top_.Release(manager_);
+  top.Release(manager);
   EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
 }
 
 TEST_F(RpcClientImplTest, TextsGoBothWaysAsDataMembers) {
-  const auto client = RunningClient(recorder_);
-  EXPECT_EQ(0u, client_table_.SendMessage(client, "h\xC3\xA9llo"));
-  EXPECT_EQ(0u, client_table_.SendMessage(client, ""));
-  EXPECT_EQ((Events{"h\xC3\xA9llo", ""}), platform_.SentTexts());
-  EXPECT_EQ(1, platform_.Messaging().sent[0].size());
+  const auto client = Run(recorder_);
+  EXPECT_EQ(0u, client_table.SendMessage(client, "h\xC3\xA9llo"));
+  EXPECT_EQ(0u, client_table.SendMessage(client, ""));
+  EXPECT_EQ((Events{"h\xC3\xA9llo", ""}), platform.SentTexts());
+  EXPECT_EQ(1, platform.Messaging().sent[0].size());
 
-  platform_.Messaging().ReceiveText(QString::fromUtf8("w\xC3\xB6rld"));
-  EXPECT_EQ(Events{"message <w\xC3\xB6rld>"}, recorder_.Take());
-  const unsigned int chunk = recorder_.last_chunk;
-  EXPECT_NE(0u, chunk);
-  client_table_.UnlockResources(client, 0);
-  client_table_.UnlockResources(client, chunk);
-  client_table_.UnlockResources(client, chunk);
-  EXPECT_EQ("[error] Invalid chunk ID <" + std::to_string(chunk) + ">", log_.TakeLine());
-  client_table_.UnlockResources(nullptr, chunk);
-}
-
-TEST_F(RpcClientImplTest, MessageWithoutADataTextIsDroppedSilently) {
-  RunningClient(recorder_);
+  Receive(0, "w\xC3\xB6rld");
   const QString data = QStringLiteral("data");
-  for (const QJsonObject& message :
+  for (const QJsonObject& without_text :
        {QJsonObject{}, QJsonObject{{data, 5}}, QJsonObject{{data, QJsonValue::Null}},
         QJsonObject{{data, QJsonObject{}}}, QJsonObject{{QStringLiteral("Data"), data}}}) {
-    platform_.Messaging().Receive(message);
+    platform.Messaging().Receive(without_text);
   }
-  EXPECT_EQ(Events{}, recorder_.Take());
+  EXPECT_EQ(Events{"message <w\xC3\xB6rld>"}, recorder_.Take());
+  const unsigned int chunk = recorder_.last_chunk;
+  client_table.UnlockResources(client, 0);
+  client_table.UnlockResources(client, chunk);
+  client_table.UnlockResources(client, chunk);
+  EXPECT_EQ("[error] Invalid chunk ID <" + std::to_string(chunk) + ">", log_.TakeLine());
+  client_table.UnlockResources(nullptr, chunk);
 }
 
 TEST_F(RpcClientImplTest, NothingIsSentWithoutAChannel) {
-  const auto client = StartedClient(recorder_);
-  EXPECT_EQ(3u, client_table_.SendMessage(client, "early"));
-  EXPECT_EQ(3u, client_table_.SendMessage(nullptr, "text"));
-  platform_.Task().Started();
-  EXPECT_EQ(3u, client_table_.SendMessage(client, nullptr));
-  client_table_.Release(client);
-  EXPECT_EQ(3u, client_table_.SendMessage(client, "late"));
-  EXPECT_EQ(Events{}, platform_.SentTexts());
-  platform_.Task().Stopped();
-}
-
-TEST_F(RpcClientImplTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
-  const auto client = RunningClient(recorder_);
-  client_table_.Release(client);
-  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
-  EXPECT_EQ(nullptr, platform_.Messaging().object);
-  EXPECT_EQ(RuntimeManager::Task::StopFlags(), platform_.Task().stop_flags);
-  EXPECT_TRUE(platform_.Task().alive);
-  client_table_.Release(client);
-  platform_.Task().Stopped();
-  EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
-  EXPECT_FALSE(platform_.Task().alive);
-}
-
-TEST_F(RpcClientImplTest, FailedStopIsLoggedAndDropsTheClientAllTheSame) {
-  client_table_.Release(RunningClient(recorder_));
-  platform_.Task().Stopped({1, QStringLiteral("it will not die")});
-  EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
-  EXPECT_EQ("release", recorder_.events.back());
+  const auto client = Start(recorder_);
+  EXPECT_EQ(3u, client_table.SendMessage(client, "early"));
+  EXPECT_EQ(3u, client_table.SendMessage(nullptr, "text"));
+  platform.Task().Started();
+  EXPECT_EQ(3u, client_table.SendMessage(client, nullptr));
+  client_table.Release(client);
+  EXPECT_EQ(3u, client_table.SendMessage(client, "late"));
+  EXPECT_EQ(Events{}, platform.SentTexts());
 }
 
 // An event loop that ended with the stop on its way destroyed the callback, and the client with it,
-// under Qt's lock: the process hung in its exit. The client goes with the next stop instead.
+// under Qt's lock: the process hung in its exit. The client goes with the next stop instead, and no
+// client goes with the stop of another.
 TEST_F(RpcClientImplTest, PlatformMayDropTheStopCallback) {
-  client_table_.Release(RunningClient(recorder_));
-  platform_.Task().stop = nullptr;
-  top_.Release(manager_);
-  EXPECT_EQ(0, std::count(recorder_.events.begin(), recorder_.events.end(), "release"));
-  test::Recorder next;
-  client_table_.Release(RunningClient(next));
-  EXPECT_EQ("release", recorder_.events.back());
-  platform_.tasks.back()->Stopped({});
-  EXPECT_EQ("release", next.events.back());
+  client_table.Release(Run(recorder_));
+  platform.Task().stop = nullptr;
+  top.Release(manager);
+  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
+  test::Recorder others[2];
+  for (auto& other : others) client_table.Release(Run(other));
+  EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(Events{"disconnect 0 <>"}, others[i].Take());
+    platform.Task(1 + i).Stopped();
+    EXPECT_EQ((Events{"disconnect 0 <>", "release"}), others[i].Take());
+  }
 }
 
 TEST_F(RpcClientImplTest, ReleasedWhileStartingItRunsOnWithoutItsHandle) {
-  const auto client = StartedClient(recorder_);
-  client_table_.Release(client);
-  platform_.Task().Started();
-  EXPECT_EQ(Events{"started 0 <>"}, recorder_.Take());
-  platform_.Messaging().ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ(Events{"message <text>"}, recorder_.Take());
-  EXPECT_EQ(3u, client_table_.SendMessage(client, "text"));
-  top_.Release(manager_);
+  const auto client = Start(recorder_);
+  client_table.Release(client);
+  platform.Task().Started();
+  Receive(0);
+  EXPECT_EQ((Events{"started 0 <>", "message <text>"}), recorder_.Take());
+  EXPECT_EQ(3u, client_table.SendMessage(client, "text"));
+  top.Release(manager);
   EXPECT_EQ((Events{"disconnect 0 <>", "disconnect 0 <>", "release"}), recorder_.Take());
 }
 
 // Nobody can return such a chunk, so they must not add up to the limit.
 TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
-  const auto client = RunningClient(recorder_);
-  TAVORpcClientSlots slots = deaf_recorder_.ClientSlots();
+  constexpr size_t kMost = 8192;
+  const auto client = Run(recorder_);
+  test::Recorder unreachable;
+  client_table.Release(Start(unreachable));
+  platform.Task(1).Started();
+  test::Recorder deaf;
+  TAVORpcClientSlots slots = deaf.ClientSlots();
   slots.OnMessage = nullptr;
-  const auto deaf = top_.CreateRpcClient(manager_);
-  client_table_.StartTask(deaf, "deaf", "/libs", &slots);
-  platform_.Task(1).Started();
-
-  const auto released = StartedClient(recorder_);
-  client_table_.Release(released);
-  platform_.Task(2).Started();
-  for (int i = 0; i < 10000; ++i) {
-    platform_.Messaging(1).ReceiveText(QStringLiteral("text"));
-    platform_.Messaging(2).ReceiveText(QStringLiteral("text"));
-  }
-  EXPECT_EQ("message <text>", recorder_.events.back());
-  EXPECT_EQ(10001u, recorder_.events.size());
-
+  client_table.StartTask(top.CreateRpcClient(manager), "deaf", "/libs", &slots);
+  platform.Task(2).Started();
+  for (size_t i = 0; i < 3 * (kMost + 1); ++i) Receive(i % 3);
+  EXPECT_EQ(1 + kMost + 1, unreachable.events.size());
   // One that is never returned is the caller's fault: at the limit messages are dropped.
-  recorder_.Take();
-  for (int i = 0; i < 8193; ++i) platform_.Messaging(0).ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ(8192u, recorder_.events.size());
+  EXPECT_EQ(kMost, recorder_.events.size());
   EXPECT_EQ("[error] Too many open chunks: 8192.", log_.TakeLine());
-  client_table_.UnlockResources(client, recorder_.last_chunk);
-  platform_.Messaging(0).ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ(8193u, recorder_.events.size());
+  client_table.UnlockResources(client, recorder_.last_chunk);
+  Receive(0);
+  EXPECT_EQ(kMost + 1, recorder_.events.size());
+  top.Release(manager);
 }
 
-TEST_F(RpcClientImplTest, ExceptionsOfCallbacksEndAtTheBorder) {
-  TAVORpcClientSlots slots{};
-  slots.size = sizeof slots;
-  slots.OnStarted = [](void*, int, const char*, unsigned int) { throw std::runtime_error("one"); };
-  slots.OnMessage = [](void*, const char*, unsigned int) { throw 2; };
-  slots.Release = [](void*) { throw std::logic_error("three"); };
-  client_table_.StartTask(top_.CreateRpcClient(manager_), "worker", "/libs", &slots);
-  platform_.Task().Started();
-  EXPECT_EQ("[error] Stray exception in OnStarted: one", log_.TakeLine());
-  platform_.Messaging().ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ("[error] Stray exception in OnMessage: not a standard exception", log_.TakeLine());
-  top_.Release(manager_);
-  EXPECT_EQ("[error] Stray exception in Release slot: three", log_.TakeLine());
+// With an application the messaging object lives on until the loop comes by.
+class RpcClientImplLoopTest : public RpcClientImplTest {
+ private:
+  int argc_ = 0;
+  QCoreApplication app_{argc_, nullptr};
+};
+
+TEST_F(RpcClientImplLoopTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
+  const auto client = Run(recorder_);
+  client_table.Release(client);
+  Receive(0);
+  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
+  EXPECT_EQ(RuntimeManager::Task::StopFlags(), platform.Task().stop_flags);
+  client_table.Release(client);
+  platform.Task().Stopped({1, QStringLiteral("it will not die")});
+  EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
+  EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_FALSE(platform.Task().alive || platform.Messaging().object);
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include <stdexcept>
 
-#include <QCoreApplication>
-
 #include "tests/src/service_fixture.h"
 
 namespace {
@@ -10,86 +8,45 @@ using test::Events;
 
 class RpcServerImplTest : public test::ServiceTest {
  protected:
-  _TAVORpcServerRef* Run() {
-    TAVORpcServerSlots slots = recorder_.ServerSlots();
-    _TAVORpcServerRef* server = top_.GetRpcServer(manager_);
-    server_table_.Run(server, &slots);
-    return server;
+  void Run(test::Recorder& recorder) {
+    TAVORpcServerSlots slots = recorder.ServerSlots();
+    server_table.Run(server_, &slots);
   }
 
-  test::Recorder recorder_;
+  _TAVORpcServerRef* const server_ = top.GetRpcServer(manager);
 };
 
 TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplication) {
-  const auto server = Run();
-  EXPECT_EQ(77, platform_.Messaging().descriptor);
-  EXPECT_EQ(Events{"started 0 <>"}, recorder_.Take());
-  EXPECT_EQ(0u, server_table_.SendMessage(server, "answer"));
-  EXPECT_EQ(Events{"answer"}, platform_.SentTexts());
-  platform_.Messaging().ReceiveText(QStringLiteral("question"));
-  EXPECT_EQ(Events{"message <question>"}, recorder_.Take());
-  EXPECT_NE(0u, recorder_.last_chunk);
-  server_table_.UnlockResources(server, recorder_.last_chunk);
-  platform_.Messaging().Receive({{QStringLiteral("data"), QJsonValue::Null}});
-  EXPECT_EQ(Events{}, recorder_.Take());
+  Run(recorder_);
+  EXPECT_EQ(77, platform.Messaging().descriptor);
+  EXPECT_EQ(0u, server_table.SendMessage(server_, "answer"));
+  EXPECT_EQ(Events{"answer"}, platform.SentTexts());
+  platform.Messaging().ReceiveText(QStringLiteral("question"));
+  EXPECT_EQ((Events{"started 0 <>", "message <question>"}), recorder_.Take());
+  server_table.UnlockResources(server_, recorder_.last_chunk);
+  server_table.UnlockResources(server_, 0);
+  EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
 }
 
 TEST_F(RpcServerImplTest, FirstRunWins) {
-  const auto server = Run();
+  Run(recorder_);
   test::Recorder later;
-  TAVORpcServerSlots slots = later.ServerSlots();
-  server_table_.Run(server, &slots);
-  EXPECT_EQ(1u, platform_.messagings.size());
-  platform_.Messaging().ReceiveText(QStringLiteral("text"));
-  EXPECT_EQ((Events{"started 0 <>", "message <text>"}), recorder_.Take());
-  top_.Release(manager_);
-  EXPECT_EQ(Events{"release"}, recorder_.Take());
+  Run(later);
+  EXPECT_EQ(1u, platform.messagings.size());
+  top.Release(manager);
+  EXPECT_EQ((Events{"started 0 <>", "release"}), recorder_.Take());
   EXPECT_EQ(Events{}, later.events);  // Never told, not even to release.
 }
 
 TEST_F(RpcServerImplTest, NothingIsSentBeforeRunOrToAnUnknownHandle) {
-  const auto server = top_.GetRpcServer(manager_);
-  EXPECT_EQ(3u, server_table_.SendMessage(server, "early"));
-  EXPECT_EQ(3u, server_table_.SendMessage(server, nullptr));  // The text is not looked at.
-  EXPECT_EQ(3u, server_table_.SendMessage(nullptr, "text"));
-  Run();
-  EXPECT_THROW(server_table_.SendMessage(server, nullptr), std::logic_error);
-  EXPECT_EQ(Events{}, platform_.SentTexts());
-  server_table_.Run(nullptr, nullptr);
-  server_table_.UnlockResources(nullptr, 1);
-}
-
-TEST_F(RpcServerImplTest, UnknownChunkIsReportedZeroIncluded) {
-  const auto server = Run();
-  server_table_.UnlockResources(server, 0);
-  EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
-}
-
-// With an application the messaging object lives on until the loop comes by.
-class RpcServerImplLoopTest : public RpcServerImplTest {
- private:
-  int argc_ = 0;
-  QCoreApplication app_{argc_, nullptr};
-};
-
-TEST_F(RpcServerImplLoopTest, NoCallbackComesOnceTheManagerDroppedIt) {
-  static TAVOProcTable* top;
-  static _TAVOManagerRef* manager;
-  top = &top_;
-  manager = manager_;
-  TAVORpcServerSlots slots = recorder_.ServerSlots();
-  slots.OnMessage = [](void* data, const char* text, unsigned int chunk) {
-    top->Release(manager);  // The text stays good until the handler returns.
-    test::Recorder::OnMessage(data, text, chunk);
-  };
-  const auto server = top_.GetRpcServer(manager_);
-  server_table_.Run(server, &slots);
-  platform_.Messaging().ReceiveText(QStringLiteral("last"));
-  platform_.Messaging().ReceiveText(QStringLiteral("late"));
-  EXPECT_EQ((Events{"started 0 <>", "message <last>", "release"}), recorder_.Take());
-  EXPECT_EQ(3u, server_table_.SendMessage(server, "text"));
-  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_EQ(nullptr, platform_.Messaging().object);
+  EXPECT_EQ(3u, server_table.SendMessage(server_, "early"));
+  EXPECT_EQ(3u, server_table.SendMessage(server_, nullptr));  // The text is not looked at.
+  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
+  Run(recorder_);
+  EXPECT_THROW(server_table.SendMessage(server_, nullptr), std::logic_error);
+  EXPECT_EQ(Events{}, platform.SentTexts());
+  server_table.Run(nullptr, nullptr);
+  server_table.UnlockResources(nullptr, 1);
 }
 
 }  // namespace

@@ -9,41 +9,32 @@
 
 namespace test {
 
-class ServiceTest : public TestBase {
- protected:
-  ServiceTest() {
-    TAVOProcTableLoad(&top_, sizeof top_);
-    top_.RpcClientProcTableLoad(&client_table_, sizeof client_table_);
-    top_.RpcServerProcTableLoad(&server_table_, sizeof server_table_);
-    top_.IntentManagerProcTableLoad(&intent_table_, sizeof intent_table_);
-    manager_ = top_.Initialize();
+struct Service {
+  Service() {
+    TAVOProcTableLoad(&top, sizeof top);
+    top.RpcClientProcTableLoad(&client_table, sizeof client_table);
+    top.RpcServerProcTableLoad(&server_table, sizeof server_table);
+    top.IntentManagerProcTableLoad(&intent_table, sizeof intent_table);
+    manager = top.Initialize();
   }
+
+  FakePlatform platform;
+  TAVOProcTable top{};
+  TAVORpcClientProcTable client_table{};
+  TAVORpcServerProcTable server_table{};
+  TAVOIntentManagerProcTable intent_table{};
+  _TAVOManagerRef* manager = nullptr;
+};
+
+class ServiceTest : public TestBase, protected Service {
+ protected:
   void TearDown() override {
-    top_.Release(manager_);  // While the test's members still live: callbacks come.
+    top.Release(manager);  // While the test's members still live: callbacks come.
     TestBase::TearDown();
   }
 
-  _TAVORpcClientRef* StartedClient(Recorder& recorder) {
-    _TAVORpcClientRef* client = top_.CreateRpcClient(manager_);
-    TAVORpcClientSlots slots = recorder.ClientSlots();
-    EXPECT_EQ(FORGE_RESULT_OK, client_table_.StartTask(client, "worker", "/libs", &slots));
-    return client;
-  }
-
-  _TAVORpcClientRef* RunningClient(Recorder& recorder) {
-    _TAVORpcClientRef* client = StartedClient(recorder);
-    platform_.tasks.back()->Started();
-    EXPECT_EQ(Events{"started 0 <>"}, recorder.Take());
-    return client;
-  }
-
   LogCapture log_;
-  FakePlatform platform_;
-  TAVOProcTable top_{};
-  TAVORpcClientProcTable client_table_{};
-  TAVORpcServerProcTable server_table_{};
-  TAVOIntentManagerProcTable intent_table_{};
-  _TAVOManagerRef* manager_ = nullptr;
+  Recorder recorder_;
 };
 
 }  // namespace test

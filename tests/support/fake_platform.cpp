@@ -27,7 +27,9 @@ void FakePlatform::ReplyToIntent(int code) {
   if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
 }
 
-void FakeTask::Started(const RuntimeManager::Error& error) { std::exchange(start, nullptr)(error); }
+void FakeTask::Started(const RuntimeManager::Error& error) {
+  if (const auto callback = std::exchange(start, nullptr)) callback(error);
+}
 
 void FakeTask::Stopped(const RuntimeManager::Error& error) { std::exchange(stop, nullptr)(error); }
 
