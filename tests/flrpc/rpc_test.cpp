@@ -60,6 +60,11 @@ class RpcTest : public testing::Test {
     });
   }
 
+  void NoteNotifications() {
+    link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+    link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
+  }
+
   void Note(const std::string& event) { events_.push_back(event); }
   Events Take() { return std::exchange(events_, {}); }
 
@@ -88,15 +93,6 @@ TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
   link_.DeliverAll();
   EXPECT_EQ(Events{"answer -32601 Unknown method 'foo()'"}, Take());
 
-  link_.client->OnNotify("news",
-                         [this](const Message::Notification& n) { Note("news " + n.method); });
-  link_.server->OnNotify("hint", [this](const Message::Notification& n) {
-    Note("hint " + std::to_string(n.params.Get<int32_t>()));
-  });
-  link_.server->SendNotify("news", {});
-  link_.client->SendNotify("hint", 5);
-  link_.DeliverAll();
-  EXPECT_EQ((Events{"hint 5", "news news"}), Take());
   link_.client->NotifyDisconnected({});
   EXPECT_EQ(
       (Events{"r2 -32603 Unknown runtime error", "disconnected -32603 Unknown runtime error"}),
@@ -106,12 +102,12 @@ TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
 TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
   Request("double", 1, "early");
   link_.client->SendNotify("hint", 1);
-  link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
   link_.server->SendNotify("news", {});
-  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  NoteNotifications();
   link_.client->Run();
   EXPECT_TRUE(link_.to_server.empty());
   link_.client->NotifyStarted({});
+  link_.client->ReceiveMessage(Message::CreateNotification("news", {}));  // Too early: it waits.
   ASSERT_EQ(1u, link_.to_server.size());
   EXPECT_TRUE(Parse(link_.to_server[0]).IsRequest("flrpc.connected"));
   link_.DeliverAll();
@@ -123,21 +119,10 @@ TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
   EXPECT_TRUE(Parse(link_.to_client[0]).GetResponse()->GetResult()->IsNull());
   EXPECT_TRUE(Parse(link_.to_client[1]).GetNotification());
   link_.DeliverAll();
-  EXPECT_EQ((Events{"server ok", "connected ok", "hint", "news", "early 2"}), Take());
+  EXPECT_EQ((Events{"server ok", "news", "connected ok", "hint", "news", "early 2"}), Take());
   link_.client->OnConnected([this](const OptionalError& error) { Note("late " + Show(error)); });
   link_.server->OnConnected([this](const OptionalError& error) { Note("late " + Show(error)); });
   EXPECT_EQ((Events{"late ok", "late ok"}), Take());
-}
-
-TEST_F(RpcTest, NotificationThatArrivesBeforeTheAnswerToTheHandshakeWaits) {
-  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
-  link_.client->Run();
-  link_.client->NotifyStarted({});
-  link_.client->ReceiveMessage(Message::CreateNotification("news", {}));
-  EXPECT_EQ(Events{}, Take());
-  link_.server->Run();
-  link_.DeliverAll();
-  EXPECT_EQ((Events{"news", "connected ok"}), Take());
 }
 
 TEST_F(RpcTest, FourErrorsToConnectAreAFailure) {
@@ -198,6 +183,16 @@ TEST_F(RpcTest, FailureIsToldOnceToEverybodyWhoWaits) {
   EXPECT_EQ(Events{}, Take());
 }
 
+TEST_F(RpcTest, FailedClientAnswersRequestsItselfAndSendsNotifications) {
+  link_.Connect();
+  link_.client->NotifyDisconnected(Message::Error(9, "lost"));
+  Request("double", 1);
+  EXPECT_EQ((Events{"connected ok", "disconnected 9 lost", "answer 9 lost"}), Take());
+  EXPECT_TRUE(link_.to_server.empty());
+  link_.client->SendNotify("hint", {});
+  EXPECT_EQ(1u, link_.to_server.size());
+}
+
 TEST_F(RpcTest, StrangeAnswersAreToldApart) {
   link_.Connect();
   Take();
@@ -211,18 +206,15 @@ TEST_F(RpcTest, StrangeAnswersAreToldApart) {
   };
   EXPECT_EQ("[error] Invalid server response", answer(id));
   const std::string unhandled = "[warn] [RPC Receiver]: unhandled message";
-  for (const std::string& strange :
-       {std::string("1"), std::string(""), id.GetText() + "0", id.GetText() + " ",
-        id.GetText().substr(0, id.GetText().find('_') + 1) + "0" +
-            id.GetText().substr(id.GetText().find('_') + 1)}) {
+  test::RpcLink other;  // What it asks is none of ours.
+  other.Connect();
+  auto& ids = flrpc::details::RequestIds::Get();
+  const std::string text = id.GetText(), prefix = text.substr(0, text.find('_') + 1);
+  const std::string others = ids.IdOf(*ids.NumberOf(id) + 1).GetText();
+  for (const std::string& strange : {std::string("1"), std::string(), text + "0", text + " ",
+                                     prefix + "0" + text.substr(prefix.size()), others}) {
     EXPECT_EQ(unhandled, answer(Message::ID(strange))) << strange;
   }
-  test::RpcLink other;  // What it asked is none of ours.
-  other.Connect();
-  EXPECT_EQ(
-      unhandled,
-      answer(Message::ID(id.GetText().substr(0, id.GetText().find('_') + 1) +
-                         std::to_string(*flrpc::details::RequestIds::Get().NumberOf(id) + 1))));
   link_.client->NotifyDisconnected({});
   EXPECT_EQ(unhandled, answer(id));
   link_.client->ReceiveMessage(Message());
@@ -338,8 +330,7 @@ TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
                           [](const std::string&, const EncodableValue& levels, auto&& reply) {
                             reply->SendError(1, "no", Nested(levels.Get<int32_t>()));
                           });
-  link_.server->OnNotify("hint", [this](const Message::Notification&) { Note("hint"); });
-  link_.client->OnNotify("news", [this](const Message::Notification&) { Note("news"); });
+  NoteNotifications();
   link_.Connect();
   Take();
   const std::string fault = "it nests lists and maps more than 1024 levels deep";
