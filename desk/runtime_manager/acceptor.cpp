@@ -12,6 +12,7 @@
 
 #include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/socket_files.h"
+#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
@@ -37,7 +38,8 @@ Acceptor::~Acceptor() {
 void Acceptor::AcceptAll() {
   const QPointer<Acceptor> self(this);
   while (self) {
-    const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    const int descriptor =
+        AboveStandard(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (descriptor >= 0) {
       told_of_pause_ = false;
       accept_(descriptor);

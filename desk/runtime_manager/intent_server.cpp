@@ -19,6 +19,7 @@
 
 #include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/socket_files.h"
+#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
@@ -48,7 +49,8 @@ int Connect(const QByteArray& path) {
     return -1;
   }
   std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int descriptor =
+      AboveStandard(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (descriptor < 0) return -1;
   if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     return descriptor;

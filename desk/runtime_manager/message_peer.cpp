@@ -42,9 +42,11 @@ int ConnectTo(int descriptor, const QByteArray& path) {
 }  // namespace
 
 void Complain(const QString& text) {
+  const int error = errno;  // Whoever reports it may still look at it.
   const QByteArray line = "tavo-desk: " + text.toLocal8Bit() + '\n';
   size_t written = 0;  // Where nobody reads standard error, nobody can be told.
-  WriteQuietly(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()), &written);
+  WriteQuietly(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()), 0, &written);
+  errno = error;
 }
 
 bool IsSendable(const QByteArray& line, const QString& what) {
@@ -68,7 +70,7 @@ MessagePeer::~MessagePeer() {
 
 void MessagePeer::Connect(const QString& socket_path) {
   const QByteArray path = QFile::encodeName(socket_path);
-  descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  descriptor_ = AboveStandard(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   TryConnect(path);
 }
 

@@ -11,8 +11,6 @@
 namespace desk {
 namespace {
 
-constexpr int kPatienceMs = 1000;
-
 // While it lives, a write of this thread ends nothing. Both signals come to the thread that writes.
 class SignalGuard {
  public:
@@ -25,32 +23,34 @@ class SignalGuard {
     }
     pthread_sigmask(SIG_BLOCK, &signals_, &before_);
   }
-  ~SignalGuard() {
-    const timespec now{};
-    while (sigtimedwait(&signals_, nullptr, &now) > 0 || errno == EINTR) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
+  ~SignalGuard() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
   SignalGuard(const SignalGuard&) = delete;
   SignalGuard& operator=(const SignalGuard&) = delete;
+
+  // After a write that failed: the signal that came with it.
+  void Swallow() const {
+    const timespec now{};
+    while (sigtimedwait(&signals_, nullptr, &now) < 0 && errno == EINTR) {
+    }
+  }
 
  private:
   sigset_t signals_{};
   sigset_t before_{};
 };
 
-bool HasRoom(int descriptor) {
+bool HasRoom(int descriptor, int patience_ms) {
   pollfd poll_room{descriptor, POLLOUT, 0};
   int ready = 0;
   do {
-    ready = poll(&poll_room, 1, kPatienceMs);
+    ready = poll(&poll_room, 1, patience_ms);
   } while (ready < 0 && errno == EINTR);
   return ready > 0;
 }
 
 }  // namespace
 
-int WriteQuietly(int descriptor, const char* data, size_t size, size_t* written) {
+int WriteQuietly(int descriptor, const char* data, size_t size, int patience_ms, size_t* written) {
   const SignalGuard guard;
   *written = 0;
   while (*written < size) {
@@ -58,7 +58,8 @@ int WriteQuietly(int descriptor, const char* data, size_t size, size_t* written)
     const int fault = moved < 0 ? errno : EIO;
     if (moved > 0) {
       *written += static_cast<size_t>(moved);
-    } else if (fault != EINTR && (fault != EAGAIN || !HasRoom(descriptor))) {
+    } else if (fault != EINTR && (fault != EAGAIN || !HasRoom(descriptor, patience_ms))) {
+      if (fault == EPIPE || fault == EFBIG) guard.Swallow();
       return fault;
     }
   }

@@ -10,7 +10,7 @@ namespace desk {
 
 // Writes all, and puts into `written` how much that was. 0, or the errno of what failed: EPIPE and
 // EFBIG are those of the signals. A descriptor that does not block is waited for as long as its
-// reader reads on; EAGAIN tells that it does not.
-int WriteQuietly(int descriptor, const char* data, size_t size, size_t* written);
+// reader reads on within `patience_ms`; EAGAIN tells that it does not.
+int WriteQuietly(int descriptor, const char* data, size_t size, int patience_ms, size_t* written);
 
 }  // namespace desk

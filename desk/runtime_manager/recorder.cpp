@@ -37,11 +37,14 @@ QString FindFault(const struct stat& status, bool opened_as_pipe) {
       .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0'));
 }
 
-QString OpenFault(int error) {
+QString OpenFault(int error, bool is_pipe) {
   if (error == ELOOP) return QStringLiteral("it is a symbolic link: name the file itself");
-  if (error == ENXIO) return QStringLiteral("nobody reads the pipe");
+  if (error == ENXIO && is_pipe) return QStringLiteral("nobody reads the pipe");
+  if (error == ENXIO) return QStringLiteral("it is neither a file nor a pipe");
   return ErrnoText(error);
 }
+
+constexpr int kPatienceMs = 1000;  // With the reader of a pipe.
 
 // The file that lines are appended to, opened for one of them. Several processes may share it.
 class RecordFile {
@@ -53,7 +56,7 @@ class RecordFile {
     const int access = is_pipe_ ? O_WRONLY : O_RDWR | O_CREAT;
     descriptor_ = open(path.constData(),
                        access | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
-    *fault = descriptor_ < 0 || fstat(descriptor_, &status) != 0 ? OpenFault(errno)
+    *fault = descriptor_ < 0 || fstat(descriptor_, &status) != 0 ? OpenFault(errno, is_pipe_)
                                                                  : FindFault(status, is_pipe_);
   }
   ~RecordFile() {
@@ -67,8 +70,8 @@ class RecordFile {
   void Append(const QByteArray& line, QString* fault) {
     const QByteArray text = (EndsWithinALine() ? "\n" : "") + line + '\n';
     size_t written = 0;
-    const int error =
-        WriteQuietly(descriptor_, text.constData(), static_cast<size_t>(text.size()), &written);
+    const int error = WriteQuietly(descriptor_, text.constData(), static_cast<size_t>(text.size()),
+                                   kPatienceMs, &written);
     if (error == 0) return;
     *fault = error == EAGAIN ? QStringLiteral("the pipe is full, and nobody reads it")
                              : ErrnoText(error);
@@ -83,7 +86,7 @@ class RecordFile {
            pread(descriptor_, &last, 1, status.st_size - 1) == 1 && last != '\n';
   }
 
-  // Half a line, unless somebody has appended another since.
+  // Half a line, unless somebody is seen to have appended another since.
   void TakeBack(off_t size) const {
     struct stat status {};
     const off_t end = lseek(descriptor_, 0, SEEK_CUR);

@@ -14,6 +14,7 @@
 
 #include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/socket_directory.h"
+#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
@@ -76,7 +77,7 @@ int ListenAt(const QByteArray& path, QString* error) {
                  .arg(shown, QString::number(path.size()), QString::number(kLongestPath));
     return -1;
   }
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int descriptor = AboveStandard(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const bool bound = descriptor >= 0 && Bind(descriptor, path);
   if (bound && listen(descriptor, SOMAXCONN) == 0) return descriptor;
   *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());

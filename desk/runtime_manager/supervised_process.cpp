@@ -28,14 +28,14 @@ namespace desk {
 namespace {
 
 // Beside this library. The dynamic loader may know that by a relative path, so it is looked for
-// before anybody changes the directory. Never destroyed: tasks are also started while a process
-// exits.
+// before anybody changes the directory; empty when its folder cannot be found out. Never destroyed:
+// tasks are also started while a process exits.
 const std::string& kSupervisor = *new std::string([] {
   Dl_info library{};
   dladdr(reinterpret_cast<const void*>(&RemoveDeadIntents), &library);
   std::error_code error;
   const auto path = std::filesystem::canonical(library.dli_fname ? library.dli_fname : "", error);
-  return (path.parent_path() / "tavo-supervisor").string();
+  return error ? std::string() : (path.parent_path() / "tavo-supervisor").string();
 }());
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
@@ -79,6 +79,30 @@ std::vector<std::string> SupervisorCommand(const Application& application, const
   }
   return command;
 }
+
+// The socket pair between the starter and a supervisor.
+class Link {
+ public:
+  Link() {
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) != 0) return;
+    for (int& end : ends_) end = AboveStandard(end);
+  }
+  ~Link() {
+    for (const int end : ends_) {
+      if (end >= 0) close(end);
+    }
+  }
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  bool IsOpen() const { return ends_[0] >= 0 && ends_[1] >= 0; }
+  int GetOurs() const { return ends_[0]; }
+  int GetTheirs() const { return ends_[1]; }
+  void ReleaseOurs() { ends_[0] = -1; }
+
+ private:
+  int ends_[2] = {-1, -1};
+};
 
 // Lets a program inherit these descriptors, with every signal blocked.
 class SpawnPlan {
@@ -142,17 +166,22 @@ int StartSupervisor(std::vector<std::string> command, std::vector<std::string> e
 std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& application,
                                                             TaskSocket* socket, QString* error,
                                                             Leftovers leftovers) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+  if (kSupervisor.empty()) {
+    *error =
+        QStringLiteral("the folder of libruntimemanager.so, and so of its supervisor, is unknown");
+    return nullptr;
+  }
+  Link link;
+  if (!link.IsOpen()) {
     *error = ErrnoText();
     return nullptr;
   }
-  const SpawnPlan plan{ends[1], socket ? socket->GetDescriptor() : -1};
+  const SpawnPlan plan{link.GetTheirs(), socket ? socket->GetDescriptor() : -1};
   const int start_error = StartSupervisor(
-      SupervisorCommand(application, socket, ends[1], leftovers == Leftovers::kSpared),
+      SupervisorCommand(application, socket, link.GetTheirs(), leftovers == Leftovers::kSpared),
       EnvironmentFor(socket), plan);
-  close(ends[1]);
-  std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(ends[0], socket));
+  std::unique_ptr<SupervisedProcess> process(new SupervisedProcess(link.GetOurs(), socket));
+  link.ReleaseOurs();
   if (start_error != 0) {
     *error = QStringLiteral("its supervisor %1: %2")
                  .arg(QString::fromStdString(kSupervisor), ErrnoText(start_error));
@@ -205,6 +234,7 @@ SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
   if (group_ > 0) kill(-group_, SIGKILL);
   if (!socket_path_.isEmpty()) unlink(socket_path_.constData());
   if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
+  RemoveDeadIntents(GetSharedDirectory().constData());
   *error = QStringLiteral("its supervisor was killed");
   return News::kLost;
 }

@@ -228,7 +228,7 @@ class Watch {
     }
     if (size > 0 && command == static_cast<char>(Command::kKill)) {
       Kill();
-    } else {
+    } else if (size <= 0 || command == static_cast<char>(Command::kTerminate)) {
       Terminate();
     }
   }
@@ -278,6 +278,9 @@ class Watch {
     if (descriptor >= 0) close(descriptor);
   }
   Tell(report, launch.link);
+  if (chdir("/") != 0) {  // Where it stays is nobody's: a file system may be unmounted meanwhile.
+    report.error = errno;
+  }
   if (report.task > 0) {
     report.status = Watch(report.task, launch.link, launch.spares_leftovers).Run();
   }

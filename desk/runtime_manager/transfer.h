@@ -3,7 +3,9 @@
 // Async-signal-safe: used in forked processes, too.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -13,6 +15,18 @@ namespace desk {
 // What failed with that errno may succeed the next time.
 inline bool IsTransient(int error) {
   return error == EINTR || error == EAGAIN || error == ENOBUFS || error == ENOMEM;
+}
+
+// A new descriptor where standard output and the others belong, if the process runs without them,
+// would be written to by whoever prints. It is moved up, close-on-exec; -1, with errno, when that
+// fails.
+inline int AboveStandard(int descriptor) {
+  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  return moved;
 }
 
 // Calls `move(done, left)` until all is moved, or nothing more can be. For blocking descriptors:

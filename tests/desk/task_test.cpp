@@ -381,6 +381,8 @@ TEST_F(TaskTest, StarterMayLackStandardDescriptors) {
   }
   const auto running = StartDeskTask();
   const QJsonObject told = running->Ask(Do("describe"));
+  bool is_taken = false;  // Whoever prints would write to a socket of the desk.
+  for (int standard = 0; standard < 3; ++standard) is_taken |= fcntl(standard, F_GETFD) >= 0;
   Stop(*running->task);
   running->messaging.reset();
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -389,6 +391,7 @@ TEST_F(TaskTest, StarterMayLackStandardDescriptors) {
     close(saved[standard]);
   }
   EXPECT_EQ((QJsonArray{0, 1, 2, 3}), told.value(QStringLiteral("descriptors")).toArray());
+  EXPECT_FALSE(is_taken);
 }
 
 TEST_F(TaskTest, EndsWithItsStarterEvenWhenThatIsKilled) {
