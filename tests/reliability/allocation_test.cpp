@@ -81,18 +81,15 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, AllocationTest, testing::ValuesIn(test::kSce
 struct Plugin {
   Plugin() {
     using Context = FlutterOstrelPluginContext;
-    using Application = FlutterOstrelApplicationProcTable;
     using View = FlutterOstrelViewProcTable;
     using Messenger = FlutterOstrelMessengerProcTable;
     Spare<&Context::ApplicationProcTableLoad, &Context::ViewProcTableLoad,
           &Context::MessengerProcTableLoad, &Context::TextureProcTableLoad,
           &Context::EngineDestroyedSubscribe>(embedder.context);
-    Spare<&Application::CreateMainWindow>(embedder.application);
     Spare<&View::LockResources, &View::UnlockResources, &View::GetWindowPayload,
-          &View::CreatePopupWindow, &View::CloseWindow>(embedder.view);
-    Spare<&Messenger::Send, &Messenger::SetMessageHandler, &Messenger::ChannelUpdateSubscribe>(
-        embedder.messenger);
-    embedder.answers = {{"GetWindowPayload", 0}, {"CreateMainWindow", 0}};
+          &View::CreatePopupWindow>(embedder.view);
+    Spare<&Messenger::Send, &Messenger::SetMessageHandler>(embedder.messenger);
+    embedder.answers = {{"GetWindowPayload", 0}};
     const forge::Buffer bytes = value.Serialize();
     embedder.payload.assign(bytes.GetData(), bytes.GetData() + bytes.GetSize());
     Load();
@@ -145,13 +142,6 @@ struct Plugin {
     reinterpret_cast<Plugin*>(response)->answers.push_back(size);
   }
 
-  // What a window that was opened answers comes in any case, if need be with less.
-  void CloseOther() {
-    calls = 0;
-    embedder.Call(embedder.payload, World::kLongText);
-    EXPECT_EQ(1, calls);
-    embedder.ReleaseSlot();
-  }
   auto Count() {
     return [this](auto&&...) { ++calls; };
   }
@@ -187,30 +177,16 @@ const Scenario kPluginScenarios[] = {
        Of(w).embedder.reply_callback(bytes.data(), bytes.size(), Of(w).embedder.user_data);
        w.is_done = Of(w).calls > 0;
      }},
-    {"ChannelUpdate", test::kMayThrow, test::Calls(), Load,
-     [](World& w) {
-       Of(w).registrar->GetMessenger()->OnChannelUpdateSubscribe("channel", Of(w).Count());
-       Of(w).embedder.Call(true);
-       w.is_done = Of(w).calls > 0;
-     }},
     {"WindowPayload", test::kPlain, test::Calls(), Load,
      [](World& w) { w.is_done = Of(w).registrar->GetView()->GetWindowPayload() == Of(w).value; }},
     {"PopupWindow", test::kMayThrow, test::Calls(), Load,
      [](World& w) {
        Plugin& p = Of(w);
        p.registrar->GetView()->CreatePopupWindow("entry", "", &p.value, p.Count());
-       p.CloseOther();
-     }},
-    {"MainWindow", test::kMayThrow, test::Calls(), Load,
-     [](World& w) {
-       Plugin& p = Of(w);
-       p.registrar->GetApplication()->CreateMainWindow("", "", &p.value, p.Count());
-       p.CloseOther();
-     }},
-    {"CloseWindow", test::kMayThrow, test::Calls(), Load,
-     [](World& w) {
-       Of(w).registrar->GetView()->CloseWindow(Of(w).value);
-       w.is_done = Of(w).embedder.data == Of(w).embedder.payload;
+       p.calls = 0;
+       p.embedder.Call(p.embedder.payload, World::kLongText);
+       EXPECT_EQ(1, p.calls);  // The answer comes in any case, if need be with less.
+       p.embedder.ReleaseSlot();
      }},
 };
 

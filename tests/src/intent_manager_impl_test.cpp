@@ -333,8 +333,9 @@ TEST_F(IntentManagerTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
       {},
       test::BytesOf(cw::EncodableValue("text").Serialize()),
       test::BytesOf(cw::EncodableValue(cw::EncodableMap{{1, 1}}).Serialize()),
-      test::FromHex("0c ff ff ff ff ff"),  // More than there can be.
-      deep,                                // Would end the process while it is decoded.
+      // An object of a list that declares more elements, and does not hold them, than may be.
+      test::FromHex("0d 01 07 01 61 0c ff 40 0d 03 00"),
+      deep,
       test::FromHex("00"),
   };
   for (const auto& bytes : rows) {
