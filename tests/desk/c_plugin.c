@@ -18,39 +18,26 @@ static void ExitNow(void* data) {
   applications.Exit(application, code);
 }
 
-static void Echo(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data,
-                 size_t size, FlutterOstrelSendResponse respond, _FlutterOstrelResponse* response,
-                 void* user_data) {
-  (void)channel;
-  (void)user_data;
-  respond(engine, response, data, size);
-}
-
 static void TellAnswer(const uint8_t* data, size_t size, void* user_data) {
   (void)user_data;
   printf("dart answers %zu bytes%s\n", size, data ? "" : " (null)");
   fflush(stdout);
 }
 
-static void Ask(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data, size_t size,
-                FlutterOstrelSendResponse respond, _FlutterOstrelResponse* response,
-                void* user_data) {
-  (void)channel;
+static void Serve(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data,
+                  size_t size, FlutterOstrelSendResponse respond, _FlutterOstrelResponse* response,
+                  void* user_data) {
+  static const uint8_t failure[] = {1, 7, 1, 'E', 0, 3, 9, 0, 0, 0};
   (void)user_data;
-  messenger.Send(engine, "dart", data, size, TellAnswer, NULL);
-  respond(engine, response, NULL, 0);
-}
-
-static void Bye(_FlutterOstrelEngine* engine, const char* channel, const uint8_t* data, size_t size,
-                FlutterOstrelSendResponse respond, _FlutterOstrelResponse* response,
-                void* user_data) {
-  const uint8_t failure[] = {1, 7, 1, 'E', 0, 3, 9, 0, 0, 0};
-  (void)channel;
-  (void)data;
-  (void)size;
-  (void)user_data;
-  respond(engine, response, failure, sizeof failure);
-  applications.Exit(application, 5);
+  if (strcmp(channel, "echo") == 0) {
+    respond(engine, response, data, size);
+  } else if (strcmp(channel, "ask") == 0) {
+    messenger.Send(engine, "dart", data, size, TellAnswer, NULL);
+    respond(engine, response, NULL, 0);
+  } else {
+    respond(engine, response, failure, sizeof failure);
+    applications.Exit(application, 5);
+  }
 }
 
 static void OnDestroyed(_FlutterOstrelEngine* engine) {
@@ -83,9 +70,9 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
     code = atoi(arguments[1]);
     applications.EnqueueTask(application, &slot, 0);
   } else if (strcmp(arguments[0], "serve") == 0) {
-    messenger.SetMessageHandler(context->engine, "echo", Echo, NULL);
-    messenger.SetMessageHandler(context->engine, "ask", Ask, NULL);
-    messenger.SetMessageHandler(context->engine, "bye", Bye, NULL);
+    messenger.SetMessageHandler(context->engine, "echo", Serve, NULL);
+    messenger.SetMessageHandler(context->engine, "ask", Serve, NULL);
+    messenger.SetMessageHandler(context->engine, "bye", Serve, NULL);
   }
   context->EngineDestroyedSubscribe(context->engine, OnDestroyed);
   printf("registered\n");

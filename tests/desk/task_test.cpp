@@ -20,6 +20,8 @@ using RuntimeManager::Error;
 using RuntimeManager::Task;
 using RuntimeManager::TaskMessaging;
 using test::IsGone;
+using test::Start;
+using test::Stop;
 using test::WaitUntil;
 
 QJsonObject Do(const char* what) { return {{QStringLiteral("do"), QLatin1String(what)}}; }
@@ -56,22 +58,6 @@ class TaskTest : public test::DeskTest {
     QObject::connect(
         running.messaging.get(), &TaskMessaging::messageReceived,
         [&running](const QJsonObject& message) { running.received.push_back(message); });
-  }
-
-  // The error's text; empty when the task started.
-  static std::string Start(Task& task) {
-    std::optional<std::string> outcome;
-    task.start([&outcome](const Error& error) { outcome = error.message().toStdString(); });
-    EXPECT_FALSE(outcome) << "The callback came within start.";
-    EXPECT_TRUE(WaitUntil([&outcome] { return outcome.has_value(); }));
-    return outcome.value_or("no outcome");
-  }
-
-  static void Stop(Task& task, Task::StopFlags flags = {}) {
-    bool stopped = false;
-    task.stop(flags, [&stopped](const Error& error) { stopped = !error; });
-    EXPECT_FALSE(stopped) << "The callback came within stop.";
-    EXPECT_TRUE(WaitUntil([&stopped] { return stopped; }));
   }
 
   std::string StartNamed(const QString& name) {

@@ -13,9 +13,11 @@ using cw::EncodableValue;
 using flrpc::Message;
 
 constexpr size_t kMiB = size_t{1} << 20;
-constexpr size_t kFlood = 2000;  // More than are held before the handshake.
 // A frame may miss 64 MiB of text: then it takes these, and what else it takes to read it.
 constexpr int kWithPhantomText = 80;
+// As many values as 64 MiB have room for, and what the largest frame may take: 100 bytes a value.
+constexpr uint32_t kManyValues = 524288;
+constexpr int kWithAllValues = 400;
 
 std::string Times(const std::string& part, size_t count) {
   std::string whole;
@@ -29,11 +31,14 @@ std::string Hex(const std::string& digits) {
   return {bytes.begin(), bytes.end()};
 }
 
+std::string FourBytes(uint64_t number) {
+  return {static_cast<char>(number), static_cast<char>(number >> 8),
+          static_cast<char>(number >> 16), static_cast<char>(number >> 24)};
+}
+
 // The head of a text or a container of that many elements.
 std::string Declare(const char* tag, uint64_t count) {
-  std::string head = Hex(tag) + Hex("ff");
-  for (int shift = 0; shift < 32; shift += 8) head += static_cast<char>(count >> shift);
-  return head;
+  return Hex(tag) + '\xFF' + FourBytes(count);
 }
 
 // A notification that the victim would answer, but for its parameters: the bytes given.
@@ -45,95 +50,58 @@ std::string CallWith(const std::string& params, const char* method = "poke") {
          text("params") + params;
 }
 
+// What the parts of a bomb become.
+std::string Raw(const std::string& bytes) { return bytes; }
 std::string Call(const std::string& params) { return LineOf(CallWith(params)); }
-
 // Nobody answers this one: an echo of what is not there would be the victim's own doing.
 std::string Ignored(const std::string& params) { return LineOf(CallWith(params, "ignored")); }
 
-// The line of a map with the "jsonrpc" member, whatever else it has.
-std::string Envelope(EncodableMap members) {
-  members.emplace("jsonrpc", "2.0");
-  const auto bytes = EncodableValue(std::move(members)).Serialize();
-  return LineOf({bytes.GetData(), bytes.GetData() + bytes.GetSize()});
-}
+std::string PhantomText() { return Ignored(Declare("07", cw::kMostMissingBytes)); }
 
-// A value of every kind at one place of the envelope.
-std::string EveryKindAs(const char* member, const EncodableMap& others) {
+// A value of every kind at each place of the envelope.
+std::string EveryKindOfMember() {
   std::string lines;
-  for (const EncodableValue& kind :
-       {EncodableValue(), EncodableValue(true), EncodableValue(-5),
-        EncodableValue(int64_t{1} << 40), EncodableValue(0.5), EncodableValue(""),
-        EncodableValue(std::string(300, 'x')), EncodableValue(std::vector<uint8_t>(3)),
-        EncodableValue(std::vector<float>(3)), EncodableValue(cw::EncodableList{1, "a"}),
-        EncodableValue(EncodableMap{{1, 2}})}) {
-    EncodableMap members = others;
-    members.insert_or_assign(member, kind);
-    lines += Envelope(std::move(members));
+  for (const char* member : {"jsonrpc", "method", "id", "result", "error"}) {
+    for (const EncodableValue& kind :
+         {EncodableValue(), EncodableValue(true), EncodableValue(-5), EncodableValue(0.5),
+          EncodableValue(""), EncodableValue(std::vector<uint8_t>(3)),
+          EncodableValue(cw::EncodableList{1, "a"}), EncodableValue(EncodableMap{{1, 2}})}) {
+      for (const char* other : {"method", "id", "result", "error"}) {
+        EncodableMap members = {{"jsonrpc", "2.0"}, {other, "a"}};
+        members.insert_or_assign(member, kind);
+        const Bytes bytes = BytesOf(EncodableValue(members).Serialize());
+        lines += LineOf({bytes.begin(), bytes.end()});
+      }
+    }
   }
   return lines;
 }
-
-// Each beginning of a good line, as a line; each beginning of its value's bytes likewise.
-std::string TruncatedEverything() {
-  const std::string bytes = CallWith(Hex("0c 03 07 02 61 62 09 01 00 00 01 00 00 00 0b 01 00 06"));
-  const std::string line = LineOf(bytes);
-  std::string lines;
-  for (size_t size = 0; size < line.size(); ++size) lines += line.substr(0, size) + '\n';
-  for (size_t size = 0; size < bytes.size(); ++size) lines += LineOf(bytes.substr(0, size));
-  return lines;
-}
-
-// As many values as 64 MiB have room for, and what the largest frame may take: 100 bytes a value.
-constexpr uint64_t kManyValues = 524288;
-constexpr int kWithAllValues = 400;
 
 // A map of that many values, next to the envelope's own; no two keys are equal.
-std::string LargeMap(uint64_t values) {
-  const uint64_t entries = (values - 7) / 2;
+std::string LargeMap(uint32_t values) {
+  const uint32_t entries = (values - 7) / 2;
   std::string map = Declare("0d", entries);
-  for (uint64_t key = 0; key < entries; ++key) {
-    map += Hex("03");
-    for (int shift = 0; shift < 32; shift += 8) map += static_cast<char>(key >> shift);
-    map += Hex("00");
-  }
+  for (uint32_t key = 0; key < entries; ++key) map += '\x03' + FourBytes(key) + '\0';
   return map;
 }
 
-std::string LongList(uint64_t values) {
-  return Declare("0c", values - 7) + Times(Hex("00"), static_cast<size_t>(values - 7));
-}
-
-std::string EveryTag() {
+std::string EveryTagOfMost() {
   std::string lines;
-  for (int tag = 0; tag < 256; ++tag) {
-    lines += LineOf(std::string(1, static_cast<char>(tag)) + Hex("ff ff ff ff ff"));
-    lines += Call(std::string(1, static_cast<char>(tag)));
+  for (const char* tag : {"05", "07", "08", "09", "0a", "0b", "0c", "0d", "0e"}) {
+    lines += Call(Declare(tag, 0xFFFFFFFF));
   }
   return lines;
 }
 
-std::string WrongPadding() {
-  std::string lines;
-  for (const char* text :
-       {"=", "A", "AA", "AAA", "A===", "AA=A", "=AAA", "DQQ\xC3\xA9", "DQ Q", "DQQ\\n"}) {
-    lines += LineOfText(text);
-  }
-  return lines;
-}
-
-std::string JsonOfWrongTypes() {
-  std::string lines = "null\ntrue\n5\n\"text\"\n[]\n[{\"data\":\"AA==\"}]\n{}\n{\"data\"}\n";
-  for (const char* value : {"null", "true", "5", "1e999", "[]", "{}", "[\"AA==\"]", "\"\""}) {
-    lines += "{\"data\":" + std::string(value) + "}\n";
-  }
-  return lines;
-}
-
-const Message::ID kId("id7_1");
-
-std::string TextOf(Message message) { return LineOfText(message.ToBase64()); }
+std::string LineWith(const Message& message) { return LineOfText(message.ToBase64()); }
 
 }  // namespace
+
+std::string Bomb::Make() const {
+  std::string bytes;
+  for (const Part& part : parts) bytes += Times(part.bytes, part.count);
+  return wrap(bytes);
+}
 
 std::string LineOfText(const std::string& base64) { return "{\"data\":\"" + base64 + "\"}\n"; }
 
@@ -141,121 +109,95 @@ std::string LineOf(const std::string& bytes) {
   return LineOfText(forge::Buffer(Bytes(bytes.begin(), bytes.end())).ToBase64());
 }
 
-const std::vector<Bomb>& GetBombs() {
-  static const auto& bombs = *new std::vector<Bomb>{
-      // The desk's lines.
-      {"empty lines", [] { return std::string(20000, '\n'); }},
-      {"64 MiB that are no line", [] { return std::string(64 * kMiB, 'x'); }, Bomb::kAnyTime, true},
-      {"a line of 64 MiB", [] { return std::string(64 * kMiB, 'x') + '\n'; }, Bomb::kAnyTime, true},
-      {"a frame of 64 MiB", [] { return LineOfText(std::string(64 * kMiB, 'A')); }, Bomb::kAnyTime,
-       true},
-      {"NUL bytes", [] { return std::string(8 * kMiB, '\0') + '\n'; }},
-      {"blanks before a frame", [] { return std::string(8 * kMiB, ' ') + LineOf("\x01"); }},
-      {"no UTF-8",
-       [] { return Times("{\"data\":\"\xFF\xC0\x80\xED\xA0\x80\xF8\"}\n\xFE\xFF\n", 100); }},
+std::vector<Bomb> GetTextBombs() {
+  const std::string block(kMiB, 'x');
+  const std::string again = "{\"data\":[\"" + std::string(1000, 'x') + "\"],\"data\":1}\n";
+  const std::string surrogates = "{\"data\":\"\\ud800\"}\n{\"\\udfff\":\"\\udfff\\ud800A\"}\n";
+  return {
+      {"empty lines", Raw, {{"\n", 20000}}},
+      {"64 MiB that are no line", Raw, {{block, 64}}, 64, true},
+      {"a line of 64 MiB", Raw, {{block, 64}, {"\n"}}, 64, true},
+      {"a frame of 64 MiB", LineOfText, {{block, 64}}, 64, true},
+      {"NUL bytes", Raw, {{std::string(8 * kMiB, '\0') + '\n'}}},
+      {"blanks before a frame", Raw, {{std::string(8 * kMiB, ' ') + LineOf("\x01")}}},
+      {"no UTF-8", Raw, {{"{\"data\":\"\xFF\xC0\x80\xED\xA0\x80\xF8\"}\n\xFE\xFF\n", 100}}},
       // JSON.
-      {"JSON lists 100,000 deep",
-       [] { return "{\"data\":" + Times("[", 100000) + Times("]", 100000) + "}\n"; }},
-      {"JSON objects 100,000 deep",
-       [] { return Times("{\"data\":", 100000) + "1" + Times("}", 100000) + '\n'; }},
-      {"JSON 1,000 deep", [] { return Times("{\"data\":", 1000) + "1" + Times("}", 1000) + '\n'; }},
-      {"millions of empty JSON lists",
-       [] { return "{\"data\":[" + Times("[],", 8 * kMiB / 3) + "[]]}\n"; }},
-      {"millions of JSON members",
-       [] { return "{" + Times("\"\":{},", 8 * kMiB / 6) + "\"data\":\"\"}\n"; }},
-      {"a million JSON numbers", [] { return "{\"data\":[" + Times("1,", 4 * kMiB) + "1]}\n"; }},
-      {"keys that come again",
-       [] { return Times("{\"data\":[\"" + std::string(1000, 'x') + "\"],\"data\":1}\n", 20000); }},
-      {"blanks, and then no JSON",
-       [] { return "{\"a\":[]," + std::string(8 * kMiB, '\t') + "x}\n"; }},
-      {"a key of 4 MiB, with escapes",
-       [] { return "{\"" + Times("\\u0001", 4 * kMiB / 6) + "\":[{}]}\n"; }},
-      {"a JSON number of 1 MiB", [] { return "{\"data\":" + std::string(kMiB, '9') + "}\n"; }},
-      {"a text that does not end", [] { return "{\"data\":\"" + Times("\\\"", kMiB) + '\n'; }},
-      {"lone surrogates",
-       [] { return Times("{\"data\":\"\\ud800\"}\n{\"\\udfff\":\"\\udfff\\ud800A\"}\n", 100); }},
-      {"NUL inside the text",
-       [] { return Times("{\"data\":\"AA\\u0000==\"}\n{\"data\":\"\\u0000\"}\n", 100); }},
-      {"JSON of wrong types", JsonOfWrongTypes},
+      {"lists 100,000 deep", Raw, {{"{\"data\":"}, {"[", 100000}, {"]", 100000}, {"}\n"}}},
+      {"objects 100,000 deep", Raw, {{"{\"data\":", 100000}, {"1"}, {"}", 100000}, {"\n"}}},
+      {"objects 1,000 deep", Raw, {{"{\"data\":", 1000}, {"1"}, {"}", 1000}, {"\n"}}},
+      {"millions of empty lists", Raw, {{"{\"data\":["}, {"[],", 8 * kMiB / 3}, {"[]]}\n"}}},
+      {"millions of members", Raw, {{"{"}, {"\"\":{},", 8 * kMiB / 6}, {"\"data\":\"\"}\n"}}},
+      {"millions of numbers", Raw, {{"{\"data\":["}, {"1,", 4 * kMiB}, {"1]}\n"}}},
+      {"keys that come again", Raw, {{again, 20000}}},
+      {"blanks, and then no JSON", Raw, {{"{\"a\":[],"}, {"\t", 8 * kMiB}, {"x}\n"}}},
+      {"a key with escapes", Raw, {{"{\""}, {"\\u0001", 4 * kMiB / 6}, {"\":[{}]}\n"}}},
+      {"a number of 1 MiB", Raw, {{"{\"data\":" + std::string(kMiB, '9') + "}\n"}}},
+      {"a text that does not end", Raw, {{"{\"data\":\""}, {"\\\"", kMiB}, {"\n"}}},
+      {"lone surrogates", Raw, {{surrogates, 100}}},
+      {"NUL in a text", Raw, {{"{\"data\":\"AA\\u0000==\"}\n{\"data\":\"\\u0000\"}\n", 100}}},
+      {"no objects", Raw, {{"null\n5\n\"text\"\n[{\"data\":\"AA==\"}]\n{\"data\"}\n", 100}}},
+      {"no texts", Raw, {{"{}\n{\"data\":null}\n{\"data\":1e999}\n{\"data\":{}}\n", 100}}},
       // Base64.
-      {"wrong padding", WrongPadding},
-      {"padding alone", [] { return LineOfText(std::string(4 * kMiB, '=')); }},
-      {"zeros", [] { return LineOfText(std::string(4 * kMiB, 'A')); }},
-      // Values.
-      {"lists 100,000 deep", [] { return Call(Times(Hex("0c 01"), 100000)); }},
-      {"map keys 100,000 deep", [] { return Call(Times(Hex("0d 01"), 100000)); }},
-      {"lists as deep as may be", [] { return Call(Times(Hex("0c 01"), 1022)); }},
-      {"equal deep keys",
-       [] { return Call(Hex("0d c8") + Times(Times(Hex("0c 01"), 1000) + Hex("00 00"), 200)); }},
-      {"maps as keys of maps",
-       [] { return Call(Times(Hex("0d 02"), 1000) + Times(Hex("00 00"), 1000)); }},
-      {"a long list", [] { return Ignored(LongList(kManyValues)); }},
-      {"a large map", [] { return Ignored(LargeMap(kManyValues)); }},
-      {"a list as long as may be", [] { return Ignored(LongList(cw::kMostValues)); },
-       Bomb::kAnyTime, false, kWithAllValues},
-      {"a map as large as may be", [] { return Ignored(LargeMap(cw::kMostValues)); },
-       Bomb::kAnyTime, false, kWithAllValues},
-      {"millions of nulls",
-       [] { return Call(Declare("0c", 4 * kMiB) + Times(Hex("00"), 4 * kMiB)); }},
-      {"2^26 - 1 elements", [] { return Call(Declare("0c", (1u << 26) - 1)); }},
-      {"2^26 elements", [] { return Call(Declare("0c", 1u << 26)); }},
-      {"2^32 - 1 of everything",
-       [] {
-         std::string lines;
-         for (const char* tag : {"05", "07", "08", "09", "0a", "0b", "0c", "0d", "0e"}) {
-           lines += Call(Declare(tag, 0xFFFFFFFF));
-         }
-         return lines;
-       }},
-      // One frame: each element that is missing is a line of the log.
-      {"phantom elements", [] { return Ignored(Declare("0c", cw::kMostMissingElements)); }},
-      {"phantom texts in step",  // A failed read does not advance: each reads the next ones.
-       [] {
-         const std::string text = Declare("07", cw::kMostMissingBytes / 64);
-         return Times(Ignored(Declare("0c", 64) + Times(text, 64)), 2);
-       },
-       Bomb::kAnyTime, false, kWithPhantomText},
-      {"phantom texts", [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 2); },
-       Bomb::kAnyTime, false, kWithPhantomText},
-      {"truncated everything", TruncatedEverything},
-      {"every tag", EveryTag},
-      // Envelopes.
-      {"methods of every kind",
-       [] {
-         return EveryKindAs("method", {{"id", "a"}});
-       }},
-      {"ids of every kind",
-       [] {
-         return EveryKindAs("id", {{"method", "echo"}}) + EveryKindAs("id", {{"result", 1}});
-       }},
-      {"errors of every kind",
-       [] {
-         return EveryKindAs("error", {}) + EveryKindAs("error", {{"id", "a"}}) +
-                EveryKindAs("jsonrpc", {{"method", "poke"}});
-       }},
-      {"a method name of 4 MiB",
-       [] { return TextOf(Message::CreateNotification(std::string(4 * kMiB, 'm'), {})); }},
-      // The order of things.
-      {"answers to nothing",
-       [] {
-         return Times(TextOf(Message::CreateResponse(kId, 1)), 1000) +
-                Times(TextOf(Message::CreateError(kId, 5, "no", {})), 1000);
-       }},
-      {"handshakes without end",
-       [] { return Times(TextOf(Message::CreateRequest(kId, "flrpc.connected", {})), 1000); }},
-      {"a flood before the handshake",
-       [] { return Times(TextOf(Message::CreateNotification("poke", "early")), kFlood); },
-       Bomb::kEarly},
-      {"a flood of phantom texts before the handshake",
-       [] { return Times(Ignored(Declare("07", cw::kMostMissingBytes)), 2); }, Bomb::kEarly, false,
-       kWithPhantomText},
-      {"a flood of phantom elements before the handshake",
-       [] { return Times(Ignored(Declare("0c", cw::kMostMissingElements)), 1); }, Bomb::kEarly},
-      {"a flood of small maps before the handshake",  // Of few bytes, each of them a node.
-       [] { return Times(Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000)), 8); },
-       Bomb::kEarly},
+      {"wrong padding", LineOfText, {{"AA=A"}}},
+      {"padding alone", LineOfText, {{std::string(4 * kMiB, '=')}}},
+      {"zeros", LineOfText, {{std::string(4 * kMiB, 'A')}}},
   };
-  return bombs;
+}
+
+std::vector<Bomb> GetValueBombs() {
+  const std::string null(1, '\0');
+  const std::string deep_key = Times(Hex("0c 01"), 1000) + null + null;
+  const std::string texts = Times(Declare("07", cw::kMostMissingBytes / 64), 64);
+  const std::string all_values = Declare("0c", cw::kMostValues - 7);
+  return {
+      {"lists 100,000 deep", Call, {{Hex("0c 01"), 100000}}},
+      {"map keys 100,000 deep", Call, {{Hex("0d 01"), 100000}}},
+      {"lists as deep as may be", Call, {{Hex("0c 01"), 1022}}},
+      {"equal deep keys", Call, {{Hex("0d c8")}, {deep_key, 200}}},
+      {"maps as keys of maps", Call, {{Hex("0d 02"), 1000}, {null, 2000}}},
+      {"a long list", Ignored, {{Declare("0c", kManyValues - 7)}, {null, kManyValues - 7}}},
+      {"a large map", Ignored, {{LargeMap(kManyValues)}}},
+      {"the longest list", Ignored, {{all_values}, {null, cw::kMostValues - 7}}, kWithAllValues},
+      {"the largest map", Ignored, {{LargeMap(cw::kMostValues)}}, kWithAllValues},
+      {"too long a list", Call, {{Declare("0c", cw::kMostValues)}, {null, cw::kMostValues}}},
+      {"2^26 - 1 elements", Call, {{Declare("0c", (1u << 26) - 1)}}},
+      {"2^26 elements", Call, {{Declare("0c", 1u << 26)}}},
+      {"2^32 - 1 of everything", Raw, {{EveryTagOfMost()}}},
+      // One frame: each element that is missing is a line of the log.
+      {"phantom elements", Ignored, {{Declare("0c", cw::kMostMissingElements)}}},
+      // A failed read does not advance: each text reads the next ones.
+      {"phantom texts in step", Raw, {{Ignored(Declare("0c", 64) + texts), 2}}, kWithPhantomText},
+      {"phantom texts", Raw, {{PhantomText(), 2}}, kWithPhantomText},
+  };
+}
+
+std::vector<Bomb> GetMessageBombs() {
+  const Message::ID id("id7_1");
+  const EncodableValue value = EncodableMap{
+      {"list", cw::EncodableList{1, 2.5, "three", std::vector<float>(2), EncodableValue()}},
+      {"map", EncodableMap{{int64_t{1} << 40, true}, {"bytes", std::vector<uint8_t>(50, 7)}}}};
+  const std::string name(4 * kMiB, 'm');
+  return {
+      {"members of every kind", Raw, {{EveryKindOfMember()}}},
+      {"a name of 4 MiB", Raw, {{LineWith(Message::CreateNotification(name, {}))}}},
+      // Each of these is a message without fault.
+      {"calls", Raw, {{LineWith(Message::CreateNotification("poke", value)), 1000}}},
+      {"one request", Raw, {{LineWith(Message::CreateRequest(id, "echo", value)), 1000}}},
+      {"answers to nothing", Raw, {{LineWith(Message::CreateResponse(id, value)), 1000}}},
+      {"errors for nothing", Raw, {{LineWith(Message::CreateError(id, 5, "no", value)), 1000}}},
+      {"errors of nobody", Raw, {{LineWith(Message::CreateError(5, "no", value)), 1000}}},
+      {"handshakes", Raw, {{LineWith(Message::CreateRequest(id, "flrpc.connected", {})), 1000}}},
+  };
+}
+
+std::vector<Bomb> GetEarlyBombs() {
+  const std::string maps = Call(Declare("0c", 20000) + Times(Hex("0d 01 00 00"), 20000));
+  return {
+      {"more calls than are held", Raw, {{LineWith(Message::CreateNotification("poke", 1)), 2000}}},
+      {"early phantom texts", Raw, {{PhantomText(), 2}}, kWithPhantomText},
+      {"early phantom elements", Ignored, {{Declare("0c", cw::kMostMissingElements)}}},
+      {"small maps", Raw, {{maps, 8}}},  // Of few bytes, each of them a node.
+  };
 }
 
 }  // namespace test

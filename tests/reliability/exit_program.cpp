@@ -86,23 +86,20 @@ void OpenUri() {
   service.intents.OpenUri(service.top.GetIntentManager(service.manager), "x:", &slot);
 }
 
-// Everything at once: clients that run, start and stop, and a URI.
-void UseAll() {
-  talking.Talk();
-  stopping.Talk();
-  service.clients.Release(stopping.ref);
-  starting.Start();
-  OpenUri();
-}
-
 void OfferIntent() {
   TAVORegisterIntentSlot slot{};
   slot.size = sizeof slot;
   service.intents.RegisterIntent(service.top.GetIntentManager(service.manager), "left", &slot);
 }
 
-void Hold(void* library, bool first) {
-  reinterpret_cast<void (*)(const char*, bool)>(dlsym(library, "Hold"))(directory, first);
+// Everything at once: clients that run, start and stop, a URI and an intent.
+void UseAll() {
+  talking.Talk();
+  stopping.Talk();
+  service.clients.Release(stopping.ref);
+  starting.Start();
+  OpenUri();
+  OfferIntent();
 }
 
 // The end of a task: within a message of its starter, while answers are on their way.
@@ -120,84 +117,41 @@ int Serve() {
   return QCoreApplication::exec();
 }
 
-// The service is loaded, and there is an application object that goes when the shape returns.
+void Hold(bool first, bool stays = true) {
+  void* const loaded = dlopen(plugin, RTLD_NOW);
+  reinterpret_cast<void (*)(const char*, bool)>(dlsym(loaded, "Hold"))(directory, first);
+  if (!stays) dlclose(loaded);
+}
+
+void SendWhatStaysUnsent() {
+  service.clients.SendMessage(talking.ref, "flood 100000");
+  service.clients.SendMessage(talking.ref, std::string(8 << 20, 'x').c_str());
+}
+
+void ExitInACallback() {
+  talking.on_message = [] { exit(kCode); };
+  service.clients.SendMessage(talking.ref, "leave");
+  QCoreApplication::exec();
+}
+
+void ExitOnAThread() {
+  std::thread([] { exit(kCode); }).detach();
+  QCoreApplication::exec();
+}
+
+// There is an application object that goes when the shape returns. All is in use, but with Static.
 const std::map<std::string, void (*)()> kShapes = {
-    {"MainReturns",
-     [] {
-       UseAll();
-       OfferIntent();
-     }},
-    {"ExitInACallback",
-     [] {
-       UseAll();
-       talking.on_message = [] { exit(kCode); };
-       service.clients.SendMessage(talking.ref, "leave");
-       QCoreApplication::exec();
-     }},
-    {"ExitOnAThread",
-     [] {
-       UseAll();
-       std::thread([] { exit(kCode); }).detach();
-       QCoreApplication::exec();
-     }},
-    {"StaticBefore", [] { Hold(dlopen(plugin, RTLD_NOW), true); }},
-    {"StaticAfter", [] { Hold(dlopen(plugin, RTLD_NOW), false); }},
-    {"PluginUnloaded",
-     [] {
-       UseAll();
-       void* const loaded = dlopen(plugin, RTLD_NOW);
-       Hold(loaded, true);
-       dlclose(loaded);
-     }},
-    {"LibraryClosed",
-     [] {
-       UseAll();
-       dlclose(service.library);
-     }},
-    {"TaskStarting", [] { starting.Start(); }},
-    {"MessageOnItsWay",
-     [] {
-       talking.Talk();
-       service.clients.SendMessage(talking.ref, "flood 100000");
-       service.clients.SendMessage(talking.ref, std::string(8 << 20, 'x').c_str());
-     }},
-    {"UriOpen", OpenUri},
-    {"ManagerReleased",
-     [] {
-       UseAll();
-       OfferIntent();
-       service.top.Release(service.manager);
-     }},
-    {"QuickExit",
-     [] {
-       talking.Talk();
-       starting.Start();
-       OpenUri();
-       quick_exit(kCode);
-     }},
-    {"RawExit",
-     [] {
-       talking.Talk();
-       starting.Start();
-       OpenUri();
-       _exit(kCode);
-     }},
+    {"MainReturns", [] {}},
+    {"ExitInACallback", ExitInACallback},
+    {"ExitOnAThread", ExitOnAThread},
+    {"StaticBefore", [] { Hold(true); }},
+    {"StaticAfter", [] { Hold(false); }},
+    {"PluginUnloaded", [] { Hold(true, false); }},
+    {"LibraryClosed", [] { dlclose(service.library); }},
+    {"MessageOnItsWay", SendWhatStaysUnsent},
+    {"ManagerReleased", [] { service.top.Release(service.manager); }},
+    {"QuickExit", [] { quick_exit(kCode); }},
 };
-
-int NoApplication() {
-  service.Load();
-  starting.Start();
-  OpenUri();
-  return kCode;
-}
-
-int ApplicationOutlivesAll() {
-  static const Application application;
-  service.Load();
-  UseAll();
-  OfferIntent();
-  return kCode;
-}
 
 }  // namespace
 
@@ -206,10 +160,21 @@ int main(int, char** argv) {
   directory = argv[2];
   plugin = argv[3];
   if (shape == "Task") return Serve();
-  if (shape == "NoApplication") return NoApplication();
-  if (shape == "ApplicationOutlivesAll") return ApplicationOutlivesAll();
+  if (shape == "NoApplication") {
+    service.Load();
+    starting.Start();
+    OpenUri();
+    return kCode;
+  }
+  if (shape == "ApplicationOutlivesAll") {
+    static const Application application;
+    service.Load();
+    UseAll();
+    return kCode;
+  }
   const Application application;
   service.Load();
+  if (shape.rfind("Static", 0) != 0) UseAll();
   kShapes.at(shape)();
   return kCode;
 }

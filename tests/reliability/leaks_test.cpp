@@ -39,10 +39,6 @@ class LeaksTest : public test::PluginTest {
     threads_ = CountThreads();
   }
 
-  static int32_t AskForProcess(const Client& client) {
-    return Request(client, "pid", {}).GetResult()->Get<int32_t>();
-  }
-
   struct Usage {
     int64_t heap;
     int64_t resident;
@@ -81,17 +77,13 @@ class LeaksTest : public test::PluginTest {
   int threads_ = 0;
 };
 
-TEST_F(LeaksTest, TasksThatAreStartedTalkedToAndStopped) {
-  Repeat(100 / kEase * test::GetScale(), [this] {
+TEST_F(LeaksTest, TasksThatAreStoppedOrKilled) {
+  bool is_killed = false;
+  Repeat(200 / kEase * test::GetScale(), [&] {
     const auto client = Connect();
-    EXPECT_NE(0, AskForProcess(client));
-  });
-}
-
-TEST_F(LeaksTest, TasksThatAreKilled) {
-  Repeat(100 / kEase * test::GetScale(), [this] {
-    const auto client = Connect();
-    const int32_t process = AskForProcess(client);
+    const auto process = Request(client, "pid", {}).GetResult()->Get<int32_t>();
+    EXPECT_NE(0, process);
+    if (!(is_killed = !is_killed)) return;
     kill(process, SIGKILL);
     EXPECT_TRUE(WaitUntil([process] { return test::IsGone(process); }));
     client->SendNotify("poke", 1);

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
+#include "platform/runtime_manager/task.h"
 #include "tests/support/deadline.h"
 #include "tests/support/test_base.h"
 
@@ -55,6 +57,22 @@ inline int ListenAt(const QString& path) {
   const int descriptor = OpenSocket(path, bind);
   EXPECT_EQ(0, listen(descriptor, 16));
   return descriptor;
+}
+
+// The error's text; empty when the task started.
+inline std::string Start(RuntimeManager::Task& task) {
+  const auto outcome = std::make_shared<std::optional<std::string>>();
+  task.start([outcome](const auto& error) { *outcome = error.message().toStdString(); });
+  EXPECT_FALSE(*outcome) << "The callback came within start.";
+  EXPECT_TRUE(WaitUntil([&outcome] { return outcome->has_value(); }));
+  return outcome->value_or("no outcome");
+}
+
+inline void Stop(RuntimeManager::Task& task, RuntimeManager::Task::StopFlags flags = {}) {
+  const auto stopped = std::make_shared<bool>();
+  task.stop(flags, [stopped](const auto& error) { *stopped = !error; });
+  EXPECT_FALSE(*stopped) << "The callback came within stop.";
+  EXPECT_TRUE(WaitUntil([&stopped] { return *stopped; }));
 }
 
 class DeskTest : public TestBase {

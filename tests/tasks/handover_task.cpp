@@ -18,11 +18,7 @@ bool HandOver(int connection, const char* path) {
   char byte = 0;
   iovec data{&byte, 1};
   alignas(cmsghdr) char room[CMSG_SPACE(sizeof connection)] = {};
-  msghdr message{};
-  message.msg_iov = &data;
-  message.msg_iovlen = 1;
-  message.msg_control = room;
-  message.msg_controllen = sizeof room;
+  const msghdr message{nullptr, 0, &data, 1, room, sizeof room, 0};
   cmsghdr* header = CMSG_FIRSTHDR(&message);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
