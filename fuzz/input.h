@@ -22,7 +22,12 @@ class Choices {
   Choices(const uint8_t* data, size_t size) : data_(data), left_(size) {}
 
   bool IsEmpty() const { return left_ == 0; }
-  uint8_t Byte() { return left_ == 0 ? uint8_t{0} : (--left_, *data_++); }
+
+  uint8_t Byte() {
+    if (left_ == 0) return 0;
+    --left_;
+    return *data_++;
+  }
 
   // 0 to limit - 1, evenly enough.
   uint32_t Below(uint32_t limit) {

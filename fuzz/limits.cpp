@@ -22,14 +22,20 @@ class LineCounter final : public std::streambuf {
   size_t left = SIZE_MAX;
 
  private:
-  int overflow(int character) override { return Count(), traits_type::not_eof(character); }
-  std::streamsize xsputn(const char*, std::streamsize size) override { return Count(), size; }
-
+  int overflow(int character) override {
+    Count();
+    return traits_type::not_eof(character);
+  }
+  std::streamsize xsputn(const char*, std::streamsize size) override {
+    Count();
+    return size;
+  }
   void Count() {
-    if (left-- > 0) return;
-    left = 0;
-    refused = true;
-    throw std::bad_alloc();
+    if (left == 0) {
+      refused = true;
+      throw std::bad_alloc();
+    }
+    --left;
   }
 };
 

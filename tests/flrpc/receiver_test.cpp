@@ -130,7 +130,8 @@ TEST_F(ReceiverTest, NotificationsGoToTheirHandlersUnlessTaken) {
 
 TEST_F(ReceiverTest, GuardsDeliverOneMessageWhenTheyEnd) {
   {
-    SendGuard empty(receiver_), send(receiver_);
+    SendGuard empty(receiver_);
+    SendGuard send(receiver_);
     ReceiveGuard receive(receiver_);
     send.SendImmediately(Note("1"));
     send.Send(Note("2"));

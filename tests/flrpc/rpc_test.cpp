@@ -209,7 +209,8 @@ TEST_F(RpcTest, StrangeAnswersAreToldApart) {
   test::RpcLink other;  // What it asks is none of ours.
   other.Connect();
   auto& ids = flrpc::details::RequestIds::Get();
-  const std::string text = id.GetText(), prefix = text.substr(0, text.find('_') + 1);
+  const std::string text = id.GetText();
+  const std::string prefix = text.substr(0, text.find('_') + 1);
   const std::string others = ids.IdOf(*ids.NumberOf(id) + 1).GetText();
   for (const std::string& strange : {std::string("1"), std::string(), text + "0", text + " ",
                                      prefix + "0" + text.substr(prefix.size()), others}) {

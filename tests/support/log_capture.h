@@ -20,7 +20,9 @@ class OutputCapture {
   std::vector<std::string> TakeLines();
 
  private:
-  const int descriptor_, file_, saved_;
+  const int descriptor_;
+  const int file_;
+  const int saved_;
 };
 
 // Standard output, where the logger writes; its kind decides on colours.

@@ -15,7 +15,8 @@ class TestBase : public testing::Test {
   static bool HasChildren();
 
  private:
-  int descriptors_ = 0, threads_ = 0;
+  int descriptors_ = 0;
+  int threads_ = 0;
 };
 
 }  // namespace test
