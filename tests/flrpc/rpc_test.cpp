@@ -311,13 +311,16 @@ TEST_F(RpcTest, TransportThatThrowsDoesNotEndTheHandshakeForGood) {
 
 TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
   const auto held = std::make_shared<int>(0);
-  const auto custom = EncodableValue(cw::CustomEncodableValue(held));
-  link_.client->SendNotify("before", custom);
-  link_.client->SendRequest("before", custom, nullptr);
+  const auto custom = [&held] { return EncodableValue(cw::CustomEncodableValue(held)); };
+  link_.client->SendNotify("before", custom());
+  link_.client->SendRequest("before", custom(), nullptr);
+  EXPECT_EQ(3, held.use_count());
   link_.client->NotifyDisconnected({});
-  link_.client->SendNotify("after", custom);
-  link_.client->ReceiveMessage(Message::CreateNotification("after", custom));
-  EXPECT_EQ(2, held.use_count());  // Here, and in the value.
+  EXPECT_EQ(1, held.use_count());
+  link_.client->SendNotify("after", custom());
+  link_.client->SendRequest("after", custom(), nullptr);
+  link_.client->ReceiveMessage(Message::CreateNotification("after", custom()));
+  EXPECT_EQ(1, held.use_count());
   Take();
 }
 
