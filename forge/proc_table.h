@@ -24,7 +24,8 @@ template <typename Structure, typename Field>
 bool Reaches(const Structure& structure, const Field& field) {
   const auto* begin = reinterpret_cast<const char*>(&structure);
   const auto offset = reinterpret_cast<const char*>(&field) - begin;
-  return FORGE_REACHES(structure.size, static_cast<std::size_t>(offset), sizeof(field));
+  constexpr std::size_t kWidth = sizeof(field);  // NOLINT(bugprone-sizeof-expression): a pointer's.
+  return FORGE_REACHES(structure.size, static_cast<std::size_t>(offset), kWidth);
 }
 
 // The field, or its null value where the declared size does not reach its end.

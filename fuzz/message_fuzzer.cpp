@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "flrpc/message.h"
+#include "flrpc/sendable.h"
 #include "fuzz/values.h"
 
 namespace {
@@ -11,12 +12,16 @@ namespace {
 using cw::EncodableValue;
 using flrpc::Message;
 
-// An accepted message survives, and its two ways to be encoded agree.
+// An accepted message survives, and its two ways to be encoded agree. The sender's check says of it
+// what the receiver's does.
 void CheckSurvives(const Message& message) {
   const EncodableValue value = message.ToEncodable();
   const std::string text = message.ToBase64();
-  FUZZ_CHECK(value.Serialize().ToBase64() == text);
-  if (!fuzz::ReadsBack(value)) return;
+  const forge::Buffer bytes = value.Serialize();
+  FUZZ_CHECK(bytes.ToBase64() == text);
+  const bool is_refused = cw::FindInadmissible(bytes.GetData(), bytes.GetSize());
+  FUZZ_CHECK(is_refused == (flrpc::details::FindUnsendable(message) != nullptr));
+  if (is_refused || !fuzz::ReadsBack(value)) return;
   FUZZ_CHECK(Message::FromBase64(text).ToBase64() == text);
   if (message.IsEmpty()) return;  // Null in the encoding alone.
   const Message again = Message::FromEncodable(value);

@@ -48,7 +48,8 @@ void CheckEnvelope(const uint8_t* data, size_t size) {
   bool is_envelope = false;
   const bool has_returned = fuzz::Limits::Try(
       [&] { is_envelope = codec.DecodeAndProcessResponseEnvelope(data, size, &first); });
-  FUZZ_CHECK(first.count == (has_returned && is_envelope ? 1 : 0));
+  FUZZ_CHECK(first.count <= 1);  // The recorder itself may exceed the limits.
+  FUZZ_CHECK(!has_returned || first.count == (is_envelope ? 1 : 0));
   if (!first.envelope) return;
   codec.DecodeAndProcessResponseEnvelope(first.envelope->GetData(), first.envelope->GetSize(),
                                          &again);

@@ -19,11 +19,16 @@ struct Structure {
   std::vector<Entry> entries;
 };
 
+template <typename Table, typename Field>
+constexpr size_t SizeOf(Field Table::*) {
+  return sizeof(Field);  // NOLINT(bugprone-sizeof-expression): the size of a pointer is meant.
+}
+
 const std::vector<Structure>& GetStructures() {
   // clang-format off
   static const std::vector<Structure> structures = {
 #define BEGIN(name) {#name, {
-#define FIELD(index, field, type) {#field, offsetof(TABLE, field) + sizeof(TABLE::field)},
+#define FIELD(index, field, type) {#field, offsetof(TABLE, field) + SizeOf(&TABLE::field)},
 #define ENTRY(index, field, ...) FIELD(index, field, )
 #define END(count) }},
 #include "platform/flutter_ostrel/embedder_entries.inc"
