@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <set>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -61,6 +63,45 @@ int Connect(const QByteArray& path) {
   return -1;
 }
 
+// The files of the intents that this process offers. A process that calls exit may destroy no
+// server; its files are removed all the same. Never destroyed itself.
+class OfferedFiles {
+ public:
+  static OfferedFiles& Get() {
+    static auto& files = *new OfferedFiles;
+    static const RemovalAtExit removal;
+    return files;
+  }
+
+  void Add(const QByteArray& path) {
+    const std::lock_guard lock(mutex_);
+    paths_.insert(path);
+    owner_ = getpid();
+  }
+
+  void Remove(const QByteArray& path) {
+    unlink(path.constData());
+    const std::lock_guard lock(mutex_);
+    paths_.erase(path);
+  }
+
+ private:
+  struct RemovalAtExit {
+    ~RemovalAtExit() { Get().RemoveAll(); }
+  };
+
+  void RemoveAll() {
+    const std::lock_guard lock(mutex_);
+    if (owner_ != getpid()) return;  // A forked process that ends.
+    for (const QByteArray& path : paths_) unlink(path.constData());
+    paths_.clear();
+  }
+
+  std::mutex mutex_;
+  std::set<QByteArray> paths_;  // Guarded by mutex_, as the next one.
+  pid_t owner_ = 0;
+};
+
 // A socket of somebody who offers an intent.
 struct Offer {
   QByteArray path;
@@ -107,8 +148,10 @@ struct IntentServer::Intent {
   std::unique_ptr<Acceptor> acceptor;
 
   Intent(Handler run, QByteArray file, std::unique_ptr<Acceptor> listener)
-      : handler(std::move(run)), path(std::move(file)), acceptor(std::move(listener)) {}
-  ~Intent() { unlink(path.constData()); }
+      : handler(std::move(run)), path(std::move(file)), acceptor(std::move(listener)) {
+    OfferedFiles::Get().Add(path);
+  }
+  ~Intent() { OfferedFiles::Get().Remove(path); }
   Intent(const Intent&) = delete;
   Intent& operator=(const Intent&) = delete;
 };

@@ -6,8 +6,8 @@
 // several applications that offer an intent, the one that registered it last is invoked, as the
 // times of the files tell. An application that never answers is waited for.
 //
-// What dead processes left is removed by whoever offers or invokes an intent, and by the supervisor
-// of a task that ends.
+// A process that calls exit removes its files. What others left is removed by whoever offers or
+// invokes an intent, and by the supervisor of a task that ends.
 //
 // Threads: made, used and deleted on the thread whose event loop runs the handlers; the reply
 //          functions may be called on any.
