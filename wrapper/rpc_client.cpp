@@ -5,6 +5,7 @@
 
 #include "flrpc/message.h"
 #include "forge/fence.h"
+#include "forge/logger.h"
 
 namespace tavo {
 namespace {
@@ -59,7 +60,11 @@ std::shared_ptr<flrpc::IClient> RpcClient::Create(
   slots.OnMessage = HandleOnMessage;
   slots.user_data = object->GetRef();
   const std::string directory = table->GetLibrary()->GetPath().parent_path().string();
-  table->Get().StartTask(client, name.c_str(), directory.c_str(), &slots);
+  const auto result = table->Get().StartTask(client, name.c_str(), directory.c_str(), &slots);
+  if (result != FORGE_RESULT_OK) {
+    FORGE_LOG(kError) << "Task \"" << name << "\" could not be started: StartTask returned "
+                      << result << ".";
+  }
   return object;
 }
 
