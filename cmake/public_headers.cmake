@@ -5,7 +5,10 @@ set(TAVO_PUBLIC_HEADERS
   cw/binary_messenger.h
   cw/byte_streams.h
   cw/encodable_value.h
+  cw/event_channel.h
+  cw/map_access.h
   cw/message_codec.h
+  cw/method_channel.h
   cw/method_call.h
   cw/method_codec.h
   cw/method_result.h

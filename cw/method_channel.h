@@ -1,0 +1,170 @@
+// Method calls on a named channel, in both directions.
+//
+//   cw::MethodChannel<> channel(registrar->GetMessenger(), "clock");
+//   channel.SetHandler([](const auto& call, auto result) {
+//     if (call.GetMethodName() != "now") return result->NotImplemented();
+//     result->Success(static_cast<int64_t>(std::time(nullptr)));
+//   });
+//
+//   channel.Invoke("alarm", cw::EncodableValue("07:00"));
+//
+// The handler owns the result and may answer later. Each call is answered exactly once: a result
+// that is dropped without an answer, also because the handler threw, answers "not implemented", and
+// a second answer is refused with a line on standard error. Bytes that are no method call are
+// answered "not implemented", too.
+//
+// Ownership: the messenger and the codec outlive the channel. The channel's end removes the
+// handler;
+//            results that are held longer still answer.
+// Threads:   the embedder's, where handlers and results run, too.
+// Errors:    those of the codec, when a call or an answer cannot be encoded.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "cw/binary_messenger.h"
+#include "cw/encodable_value.h"
+#include "cw/method_codec.h"
+#include "cw/reply_manager.h"
+#include "cw/standard_method_codec.h"
+
+namespace cw {
+namespace details {
+
+// Answers one call through the message that brought it.
+template <typename T>
+class ChannelResult final : public MethodResult<T> {
+ public:
+  ChannelResult(BinaryReply reply, const MethodCodec<T>* codec)
+      : reply_(std::move(reply)), codec_(codec) {}
+  ~ChannelResult() override {
+    if (!is_answered_) reply_.SendResponseData(nullptr);
+  }
+
+ private:
+  void SuccessInternal(const T* result) override {
+    Send(codec_->EncodeSuccessEnvelope(result).Extract().get());
+  }
+  void ErrorInternal(const std::string& code, const std::string& message,
+                     const T* details) override {
+    Send(codec_->EncodeErrorEnvelope(code, message, details).Extract().get());
+  }
+  void NotImplementedInternal() override { Send(nullptr); }
+
+  void Send(const std::vector<uint8_t>* data) {
+    is_answered_ = true;
+    reply_.SendResponseData(data);
+  }
+
+  internal::ReplyManager reply_;
+  const MethodCodec<T>* const codec_;
+  bool is_answered_ = false;
+};
+
+// Passes on what an envelope holds and remembers that it did.
+template <typename T>
+class NotedResult final : public MethodResult<T> {
+ public:
+  explicit NotedResult(MethodResult<T>* result) : result_(result) {}
+
+  bool IsTold() const { return is_told_; }
+
+ private:
+  void SuccessInternal(const T* result) override { Note()->Success(result); }
+  void ErrorInternal(const std::string& code, const std::string& message,
+                     const T* details) override {
+    Note()->Error(code, message, details);
+  }
+  void NotImplementedInternal() override { Note()->NotImplemented(); }
+
+  MethodResult<T>* Note() {
+    is_told_ = true;
+    return result_;
+  }
+
+  MethodResult<T>* const result_;
+  bool is_told_ = false;
+};
+
+// Exactly one operation of `result` is called, whatever the peer sent.
+template <typename T>
+void TellResult(const MethodCodec<T>& codec, const uint8_t* data, size_t size,
+                MethodResult<T>* result) {
+  if (size == 0) return result->NotImplemented();
+  NotedResult<T> noted(result);
+  try {
+    codec.DecodeAndProcessResponseEnvelope(data, size, &noted);
+  } catch (...) {
+    if (noted.IsTold()) throw;  // The result's own exception, not the decoder's.
+  }
+  if (!noted.IsTold()) result->Error("malformed-response", "The answer is no result envelope.");
+}
+
+}  // namespace details
+
+template <typename T = EncodableValue>
+class MethodChannel {
+ public:
+  using Handler =
+      std::function<void(const MethodCall<T>& call, std::unique_ptr<MethodResult<T>> result)>;
+
+  // A null messenger makes a channel on which nothing is sent or received.
+  MethodChannel(BinaryMessenger* messenger, std::string name,
+                const MethodCodec<T>* codec = &StandardMethodCodec::GetInstance())
+      : messenger_(messenger), name_(std::move(name)), codec_(codec) {}
+  ~MethodChannel() {
+    if (has_handler_) SetHandler(nullptr);
+  }
+  MethodChannel(const MethodChannel&) = delete;
+  MethodChannel& operator=(const MethodChannel&) = delete;
+
+  const std::string& GetName() const { return name_; }
+
+  // The channel's one handler; an empty one removes it.
+  void SetHandler(Handler handler) {
+    if (!messenger_) return;
+    has_handler_ = static_cast<bool>(handler);
+    if (!has_handler_) return messenger_->SetMessageHandler(name_, nullptr);
+    messenger_->SetMessageHandler(name_, [handler = std::move(handler), codec = codec_](
+                                             const uint8_t* data, size_t size, BinaryReply reply) {
+      auto result = std::make_unique<details::ChannelResult<T>>(std::move(reply), codec);
+      const auto call = codec->DecodeMethodCall(data, size);
+      if (call) handler(*call, std::move(result));
+    });
+  }
+
+  // Calls a method of the other side. Exactly one operation of `result` (null: the answer does not
+  // matter) is called when the answer comes, none when it never does: a channel without a listener
+  // answers "not implemented", an answer that is no envelope is the error "malformed-response".
+  void Invoke(const std::string& method, T arguments,
+              std::unique_ptr<MethodResult<T>> result = nullptr) {
+    Send(MethodCall<T>(method, std::make_unique<T>(std::move(arguments))), std::move(result));
+  }
+  void Invoke(const std::string& method, std::unique_ptr<MethodResult<T>> result = nullptr) {
+    Send(MethodCall<T>(method, nullptr), std::move(result));
+  }
+
+ private:
+  void Send(const MethodCall<T>& call, std::unique_ptr<MethodResult<T>> result) {
+    if (!messenger_) return;
+    const auto message = codec_->EncodeMethodCall(call);
+    BinaryReply reply;
+    if (result) {
+      reply = [result = std::shared_ptr<MethodResult<T>>(std::move(result)), codec = codec_](
+                  const uint8_t* data, size_t size) {
+        details::TellResult(*codec, data, size, result.get());
+      };
+    }
+    messenger_->Send(name_, message.GetData(), message.GetSize(), std::move(reply));
+  }
+
+  BinaryMessenger* const messenger_;
+  const std::string name_;
+  const MethodCodec<T>* const codec_;
+  bool has_handler_ = false;
+};
+
+}  // namespace cw
