@@ -1,10 +1,8 @@
 // tavo-dump: prints RPC messages, given as Base64 texts, as {"data": ...} lines or as the desk
 // records them, as trees.
-#include <fcntl.h>
-#include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -15,6 +13,8 @@
 #include <utility>
 
 #include "cw/admission.h"
+#include "desk/common/standard_descriptors.h"
+#include "desk/common/value_json.h"
 #include "flrpc/message.h"
 #include "forge/buffer.h"
 #include "tools/value_printer.h"
@@ -22,25 +22,21 @@
 namespace {
 
 using cw::EncodableValue;
+using desk::Json;
 using flrpc::Message;
-using Json = nlohmann::ordered_json;
 
-constexpr char kUsage[] =
-    "usage: tavo-dump [--json] [--file FILE | TEXT...]\n"
-    "\n"
+constexpr char kAbout[] =
     "Prints messages and values as trees, with types. A text is Base64, as it goes over the\n"
     "transport, a line {\"data\": BASE64}, as it goes over a task's socket, or a line of the file\n"
     "that TAVO_DESK_RECORD names: a frame of a task's socket, with the time, the task and the\n"
     "direction (to the task or from it) in a line before the tree, or an intent. Without texts\n"
-    "and without a file the lines of standard input are read. What is no message is printed as\n"
-    "the value that it holds.\n"
-    "\n"
-    "--json prints one JSON object a text: values are {\"type\": ..., \"value\": ...}, bytes are\n"
-    "Base64, maps are arrays of [key, value]; of what was recorded, time, task and direction come\n"
-    "first.\n"
-    "\n"
-    "Ends with 0, 1 when a text made no sense (the others are printed), 2 for a wrong command "
-    "line or\na file that cannot be read.\n";
+    "and without a file the lines of standard input are read. What is not a message is printed\n"
+    "as the value that it holds.";
+constexpr char kFooter[] =
+    "Ends with 0; 1 when a text made no sense (the others are printed); 2 for a wrong command\n"
+    "line or a file that cannot be read.";
+
+constexpr int kWrongUsage = 2;
 
 class BadInput : public std::runtime_error {
  public:
@@ -88,70 +84,9 @@ std::optional<Message> MessageOf(const EncodableValue& value) {
 
 // ---- Out ----
 
-template <typename T>
-const char* TypeName() {
-  if constexpr (std::is_same_v<T, std::monostate>) return "null";
-  if constexpr (std::is_same_v<T, bool>) return "bool";
-  if constexpr (std::is_same_v<T, int32_t>) return "int32";
-  if constexpr (std::is_same_v<T, int64_t>) return "int64";
-  if constexpr (std::is_same_v<T, double>) return "float64";
-  if constexpr (std::is_same_v<T, std::string>) return "text";
-  if constexpr (std::is_same_v<T, std::vector<uint8_t>>) return "bytes";
-  if constexpr (std::is_same_v<T, std::vector<int32_t>>) return "int32 list";
-  if constexpr (std::is_same_v<T, std::vector<int64_t>>) return "int64 list";
-  if constexpr (std::is_same_v<T, std::vector<double>>) return "float64 list";
-  if constexpr (std::is_same_v<T, std::vector<float>>) return "float32 list";
-  if constexpr (std::is_same_v<T, cw::EncodableList>) return "list";
-  if constexpr (std::is_same_v<T, cw::EncodableMap>) return "map";
-  return "custom";
-}
-
-Json ToJson(const EncodableValue& value);
-
-// JSON has no such numbers: they are texts.
-template <typename T>
-Json NumberToJson(T number) {
-  if constexpr (std::is_floating_point_v<T>) {
-    if (std::isnan(number)) return "NaN";
-    if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
-  }
-  return number;
-}
-
-template <typename T>
-Json ContentToJson(const T& content) {
-  if constexpr (std::is_same_v<T, std::monostate> || std::is_same_v<T, cw::CustomEncodableValue>) {
-    return nullptr;
-  } else if constexpr (std::is_same_v<T, std::vector<uint8_t>>) {
-    return forge::Buffer(content).ToBase64();
-  } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
-    Json entries = Json::array();
-    for (const auto& [key, mapped] : content) entries.push_back({ToJson(key), ToJson(mapped)});
-    return entries;
-  } else if constexpr (std::is_same_v<T, cw::EncodableList>) {
-    Json elements = Json::array();
-    for (const auto& element : content) elements.push_back(ToJson(element));
-    return elements;
-  } else if constexpr (std::is_arithmetic_v<T>) {
-    return NumberToJson(content);
-  } else if constexpr (std::is_same_v<T, std::string>) {
-    return content;
-  } else {
-    Json numbers = Json::array();
-    for (const auto number : content) numbers.push_back(NumberToJson(number));
-    return numbers;
-  }
-}
-
-Json ToJson(const EncodableValue& value) {
-  return value.Visit([](const auto& content) -> Json {
-    return {{"type", TypeName<std::decay_t<decltype(content)>>()},
-            {"value", ContentToJson(content)}};
-  });
-}
-
 Json ErrorToJson(const Message::Error& error) {
-  return {{"code", error.code}, {"message", error.message}, {"data", ToJson(error.data)}};
+  return {
+      {"code", error.code}, {"message", error.message}, {"data", desk::ToTypedJson(error.data)}};
 }
 
 Json ToJson(const Message& message) {
@@ -159,18 +94,19 @@ Json ToJson(const Message& message) {
     return {{"kind", "request"},
             {"id", request->id.GetText()},
             {"method", request->method},
-            {"params", ToJson(request->params)}};
+            {"params", desk::ToTypedJson(request->params)}};
   }
   if (const auto* response = message.GetResponse()) {
     Json json = {{"kind", "response"}, {"id", response->id.GetText()}};
     const auto* error = response->GetError();
-    json[error ? "error" : "result"] = error ? ErrorToJson(*error) : ToJson(*response->GetResult());
+    json[error ? "error" : "result"] =
+        error ? ErrorToJson(*error) : desk::ToTypedJson(*response->GetResult());
     return json;
   }
   if (const auto* notification = message.GetNotification()) {
     return {{"kind", "notification"},
             {"method", notification->method},
-            {"params", ToJson(notification->params)}};
+            {"params", desk::ToTypedJson(notification->params)}};
   }
   return {{"kind", "error"}, {"error", ErrorToJson(*message.GetError())}};
 }
@@ -181,15 +117,14 @@ std::string Escaped(const std::string& text) {
   return quoted.substr(1, quoted.size() - 2);
 }
 
-void PrintLine(const Json& json) {
-  std::cout << json.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
-}
+void PrintLine(const Json& json) { std::cout << desk::ToText(json) << '\n'; }
 
 // `origin` is an object: what is known of the frame that brought the value.
 void Print(const EncodableValue& value, Json origin, bool as_json) {
   const auto message = MessageOf(value);
   if (as_json) {
-    origin.update(message ? ToJson(*message) : Json{{"kind", "value"}, {"value", ToJson(value)}});
+    origin.update(message ? ToJson(*message)
+                          : Json{{"kind", "value"}, {"value", desk::ToTypedJson(value)}});
     return PrintLine(origin);
   }
   const char* separator = "";
@@ -229,14 +164,6 @@ void PrintText(const std::string& text, bool as_json) {
 
 // ---- All of it ----
 
-// Where one of the standard descriptors is closed, the next file that is opened would become it,
-// and output would go there.
-void OpenStandardDescriptors() {
-  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-    if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);  // The lowest that is free.
-  }
-}
-
 class Dump {
  public:
   explicit Dump(bool as_json) : as_json_(as_json) {}
@@ -275,37 +202,38 @@ class Dump {
 }  // namespace
 
 int main(int argc, char** argv) {
-  OpenStandardDescriptors();
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  size_t next = 0;
-  const auto is = [&](const char* option) {
-    return next < arguments.size() && arguments[next] == option;
-  };
-  if (is("--help")) {
-    std::cout << kUsage;
-    return 0;
+  desk::OpenStandardDescriptors();
+  bool as_json = false;
+  std::string name;
+  std::vector<std::string> texts;
+  CLI::App app(kAbout, "tavo-dump");
+  app.footer(kFooter);
+  app.add_flag("--json", as_json,
+               "One JSON object a text: values are {\"type\": ..., \"value\": ...}, bytes are "
+               "Base64, maps are arrays of [key, value]; of what was recorded, time, task and "
+               "direction come first");
+  auto* const file_option = app.add_option("--file", name, "Read the lines of this file");
+  app.add_option("TEXT", texts, "What is printed")->excludes(file_option);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kWrongUsage;
   }
-  const bool as_json = is("--json");
-  if (as_json) ++next;
   Dump dump(as_json);
-  if (is("--file") && arguments.size() == next + 2) {
-    std::ifstream file(arguments[next + 1]);
+  if (*file_option) {
+    std::ifstream file(name);
     if (file) dump.TakeLines(file);
     if (!file.is_open() || file.bad()) {  // A directory can be opened, but not read.
       const int cause = errno;
       dump.Finish();
-      std::cerr << "tavo-dump: " << arguments[next + 1] << ": " << std::strerror(cause) << '\n';
-      return 2;
+      std::cerr << "tavo-dump: " << name << ": " << std::strerror(cause) << '\n';
+      return kWrongUsage;
     }
-  } else if (next < arguments.size() && arguments[next].rfind("--", 0) == 0) {
-    std::cerr << kUsage;
-    return 2;
-  } else if (next < arguments.size()) {
-    for (; next < arguments.size(); ++next) {
-      dump.Take(arguments[next], "text " + std::to_string(next + 1 - (as_json ? 1 : 0)));
-    }
-  } else {
+  } else if (texts.empty()) {
     dump.TakeLines(std::cin);
+  }
+  for (size_t i = 0; i < texts.size(); ++i) {
+    dump.Take(texts[i], "text " + std::to_string(i + 1));
   }
   return dump.Finish();
 }

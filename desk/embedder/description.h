@@ -69,7 +69,7 @@ std::vector<uint8_t> Encode(const Answer& answer);
 
 // In bytes as on this machine; none: the whole structure. A larger one plays a newer embedder, of
 // which the plug-in does not know all.
-constexpr uint32_t kMostDeclared = 4096;
+constexpr uint32_t kMaxDeclared = 4096;
 struct DeclaredSizes {
   std::optional<uint32_t> context;
   std::optional<uint32_t> application;

@@ -4,8 +4,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "desk/common/value_json.h"
 #include "desk/embedder/description.h"
-#include "desk/embedder/json.h"
 #include "desk/embedder/json_fields.h"
 #include "desk/embedder/offer.h"
 
@@ -67,7 +67,7 @@ void Fields(Archive& archive, Source& it) {
     archive("value", it.value);
     archive("text", it.text);
   } else if constexpr (std::is_same_v<T, DeclaredSizes>) {
-    const Limits limits{0, kMostDeclared};
+    const Limits limits{0, kMaxDeclared};
     archive("context", it.context, limits);
     archive("application", it.application, limits);
     archive("view", it.view, limits);

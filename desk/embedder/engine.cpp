@@ -1,26 +1,38 @@
 #include "desk/embedder/engine.h"
 
 #include <exception>
-#include <iostream>
 
 #include <QEventLoop>
 
+#include "desk/common/diagnostics.h"
+
 namespace desk {
 
-bool Engine::IsOnItsThread() const {
+namespace {
+
+void Report(const char* entry, const char* what) noexcept {
+  try {
+    ReportError(QStringLiteral("%1: %2").arg(QLatin1String(entry), QString::fromUtf8(what)),
+                "embedder");
+  } catch (...) {  // Without memory nobody can be told.
+  }
+}
+
+}  // namespace
+
+bool Engine::IsOnItsThread(const char* entry) const {
   if (std::this_thread::get_id() == thread) return true;
-  std::cerr << "embedder: a table was used on another thread than the embedder's: ignored"
-            << std::endl;
+  Report(entry, "the call came on another thread than the embedder's and is ignored");
   return false;
 }
 
-void ComplainOfException() noexcept {
+void ReportException(const char* entry) noexcept {
   try {
     throw;
   } catch (const std::exception& error) {
-    std::cerr << "embedder: an exception at the border: " << error.what() << std::endl;
+    Report(entry, error.what());
   } catch (...) {
-    std::cerr << "embedder: an exception at the border" << std::endl;
+    Report(entry, "an exception of unknown type");
   }
 }
 

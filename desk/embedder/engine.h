@@ -38,8 +38,9 @@ struct Engine {
 
   unsigned int NextId() { return ++last_id; }
 
-  // What is not, is a mistake of the plug-in: a line on standard error.
-  bool IsOnItsThread() const;
+  // A plug-in that calls an entry on another thread has made a mistake: a line on standard error
+  // names the entry.
+  bool IsOnItsThread(const char* entry) const;
 
   void Exit(int code);  // The first one counts.
   int Run();
@@ -66,27 +67,30 @@ struct Engine {
 };
 
 // Writes the exception that is being handled to standard error.
-void ComplainOfException() noexcept;
+void ReportException(const char* entry) noexcept;
 
-// Calls the function with the handle's engine; without one, on a wrong thread and when the function
-// throws, there is `otherwise`.
+// Calls the function with the handle's engine and returns its result; `otherwise` without an
+// engine, on a wrong thread and when the function throws. `entry` is the table's entry, by default
+// the function that calls this.
 template <typename Handle, typename Result, typename Function>
-Result With(const Handle* handle, Result otherwise, Function function) {
+Result With(const Handle* handle, Result otherwise, Function function,
+            const char* entry = __builtin_FUNCTION()) {
   try {
     Engine* engine = FindEngine(handle);
-    return engine && engine->IsOnItsThread() ? function(*engine) : otherwise;
+    return engine && engine->IsOnItsThread(entry) ? function(*engine) : otherwise;
   } catch (...) {
-    ComplainOfException();
+    ReportException(entry);
     return otherwise;
   }
 }
 
 template <typename Handle, typename Function>
-void With(const Handle* handle, Function function) {
-  With(handle, 0, [&](Engine& engine) {
+void With(const Handle* handle, Function function, const char* entry = __builtin_FUNCTION()) {
+  const auto call = [&](Engine& engine) {
     function(engine);
     return 0;
-  });
+  };
+  With(handle, 0, call, entry);
 }
 
 }  // namespace desk

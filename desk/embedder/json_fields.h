@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "cw/encodable_value.h"
-#include "desk/embedder/json.h"
+#include "desk/common/value_json.h"
 
 namespace desk {
 

@@ -3,8 +3,8 @@
 // Threads: any.
 #pragma once
 
+#include "desk/common/value_json.h"
 #include "desk/embedder/description.h"
-#include "desk/embedder/json.h"
 
 namespace desk {
 

@@ -9,8 +9,6 @@
 
 namespace desk {
 
-extern const char kUsage[];
-
 struct Options {
   std::string plugin;
   std::optional<std::string> description;  // A file; "-": standard input.
@@ -20,7 +18,7 @@ struct Options {
   std::vector<std::pair<std::string, uint32_t>> declared;
   std::vector<std::string> arguments;  // Those behind "--".
   bool offer = false;
-  bool help = false;
+  std::string help;  // The text to print instead, when it is asked for.
 };
 
 // Throws std::runtime_error with what is wrong.

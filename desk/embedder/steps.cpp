@@ -10,7 +10,7 @@
 
 #include "cw/admission.h"
 #include "cw/standard_method_codec.h"
-#include "desk/embedder/json.h"
+#include "desk/common/value_json.h"
 
 namespace desk {
 namespace {

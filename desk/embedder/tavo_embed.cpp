@@ -18,9 +18,10 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include "desk/common/standard_descriptors.h"
+#include "desk/common/value_json.h"
 #include "desk/embedder/description.h"
 #include "desk/embedder/embedder.h"
-#include "desk/embedder/json.h"
 #include "desk/embedder/options.h"
 #include "desk/embedder/steps.h"
 
@@ -129,14 +130,6 @@ void CatchSignals() {
 
 // ---- All of it ----
 
-// Where one of the standard descriptors is closed, the next file that is opened would become it,
-// and output would go there.
-void OpenStandardDescriptors() {
-  for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-    if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);  // The lowest that is free.
-  }
-}
-
 std::ostream& OpenReport(const std::string& name, std::ofstream* file) {
   if (name == "-") return std::cerr;
   file->open(name);
@@ -198,14 +191,14 @@ int Run(const desk::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  OpenStandardDescriptors();
+  desk::OpenStandardDescriptors();
   // Qt takes words of the command line that it knows: it is shown the name only.
   int count = 1;
   const QCoreApplication application(count, argv);
   try {
     const desk::Options options = desk::ParseOptions(argc, argv);
-    if (!options.help) return Run(options);
-    std::cout << desk::kUsage;
+    if (options.help.empty()) return Run(options);
+    std::cout << options.help;
     return 0;
   } catch (const Failure& failure) {
     std::cerr << "tavo-embed: " << failure.what() << '\n';

@@ -17,7 +17,8 @@ void GetNoGraphics(Handle*, void** result) {
 template <auto kMember>
 auto Get(Handle* handle) {
   using Value = std::decay_t<decltype(std::declval<View>().*kMember)>;
-  return With(handle, Value{}, [](Engine& engine) { return engine.window.GetView().*kMember; });
+  const auto get = [](Engine& engine) { return engine.window.GetView().*kMember; };
+  return With(handle, Value{}, get, __PRETTY_FUNCTION__);
 }
 
 // Records the action and changes the window.
@@ -77,14 +78,16 @@ void SetBackgroundVisible(Handle* handle, bool visible) {
 
 template <auto kSubscribers>
 unsigned int Subscribe(Handle* handle, const FlutterOstrelSlot* slot) {
-  return With(handle, 0U, [taken = TakeSlot(slot)](Engine& engine) {
+  const auto subscribe = [taken = TakeSlot(slot)](Engine& engine) {
     return (engine.window.*kSubscribers).Add(engine.NextId(), taken);
-  });
+  };
+  return With(handle, 0U, subscribe, __PRETTY_FUNCTION__);
 }
 
 template <auto kSubscribers>
 void Unsubscribe(Handle* handle, unsigned int id) {
-  With(handle, [&](Engine& engine) { (engine.window.*kSubscribers).Remove(id); });
+  const auto unsubscribe = [&](Engine& engine) { (engine.window.*kSubscribers).Remove(id); };
+  With(handle, unsubscribe, __PRETTY_FUNCTION__);
 }
 
 // ---- What is lent ----

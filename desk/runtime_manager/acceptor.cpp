@@ -10,9 +10,9 @@
 #include <QPointer>
 #include <QTimer>
 
+#include "desk/common/diagnostics.h"
+#include "desk/common/transfer.h"
 #include "desk/runtime_manager/message_peer.h"
-#include "desk/runtime_manager/socket_files.h"
-#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
@@ -54,7 +54,7 @@ void Acceptor::AcceptAll() {
 // The connection stays pending, so the notifier would fire without end.
 void Acceptor::Pause() {
   if (!std::exchange(told_of_pause_, true)) {
-    Complain(QStringLiteral("a connection has to wait: %1").arg(ErrnoText()));
+    ReportError(QStringLiteral("a connection has to wait: %1").arg(ErrnoText()));
   }
   notifier_->setEnabled(false);
   QTimer::singleShot(kRetryMs, this, [this] { notifier_->setEnabled(true); });

@@ -2,7 +2,6 @@
 
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,22 +16,20 @@
 #include <vector>
 
 #include <QCryptographicHash>
-#include <QJsonDocument>
 
+#include "desk/common/diagnostics.h"
+#include "desk/common/transfer.h"
+#include "desk/common/unix_socket.h"
+#include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/socket_files.h"
-#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
 
-QByteArray LineOf(const QJsonObject& object) {
-  return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
-}
-
 QByteArray ErrorLine(int code, const QString& message) {
-  return LineOf({{QStringLiteral("error"), QJsonObject{{QStringLiteral("code"), code},
-                                                       {QStringLiteral("message"), message}}}});
+  return MakeLine({{QStringLiteral("error"), QJsonObject{{QStringLiteral("code"), code},
+                                                         {QStringLiteral("message"), message}}}});
 }
 
 // Intent names are any text; a file's name has its digest.
@@ -44,19 +41,9 @@ QByteArray GetIntentDirectory() { return GetSharedDirectory() + "/intents"; }
 
 // A connected socket; -1, with errno, on failure.
 int Connect(const QByteArray& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= static_cast<int>(sizeof address.sun_path)) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
   const int descriptor =
       AboveStandard(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (descriptor < 0) return -1;
-  if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-    return descriptor;
-  }
+  if (descriptor < 0 || desk::ConnectTo(descriptor, path)) return descriptor;
   const int cause = errno;
   close(descriptor);
   errno = cause;
@@ -261,7 +248,7 @@ void IntentServer::Handle(MessagePeer* peer, const QJsonObject& request) {
   const Handler handler = found->second.handler;  // It may register another for its name.
   handler(request.value(QStringLiteral("parameters")).toObject(),
           [answer](const QJsonObject& object) {
-            answer->Send(LineOf({{QStringLiteral("answer"), object}}));
+            answer->Send(MakeLine({{QStringLiteral("answer"), object}}));
           });
 }
 

@@ -7,6 +7,7 @@
 #include <QPointer>
 
 #include "desk/runtime_manager/intent_server.h"
+#include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/uri_opener.h"
 
@@ -37,11 +38,9 @@ struct IntentsInvoker::Private {
 
   void Ask(int descriptor, const QString& name, const QJsonObject& options,
            const QJsonObject& parameters) {
-    const QByteArray line = QJsonDocument({{QStringLiteral("intent"), name},
-                                           {QStringLiteral("options"), options},
-                                           {QStringLiteral("parameters"), parameters}})
-                                .toJson(QJsonDocument::Compact) +
-                            '\n';
+    const QByteArray line = desk::MakeLine({{QStringLiteral("intent"), name},
+                                            {QStringLiteral("options"), options},
+                                            {QStringLiteral("parameters"), parameters}});
     auto* peer = new desk::MessagePeer(owner);
     QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
                      [this, peer](const QJsonObject& reply) {

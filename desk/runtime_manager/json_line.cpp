@@ -111,4 +111,8 @@ std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
   return {};
 }
 
+QByteArray MakeLine(const QJsonObject& object) {
+  return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
+}
+
 }  // namespace desk

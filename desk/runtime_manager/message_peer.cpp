@@ -1,19 +1,18 @@
 #include "desk/runtime_manager/message_peer.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include <QFile>
 #include <QPointer>
 #include <QTimer>
 
+#include "desk/common/diagnostics.h"
+#include "desk/common/transfer.h"
+#include "desk/common/unix_socket.h"
 #include "desk/runtime_manager/json_line.h"
-#include "desk/runtime_manager/quiet_write.h"
-#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {
@@ -29,33 +28,15 @@ bool IsOwnUser(int descriptor) {
          peer.uid == geteuid();
 }
 
-// 0, or the errno of what failed.
-int ConnectTo(int descriptor, const QByteArray& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= static_cast<int>(sizeof address.sun_path)) return ENAMETOOLONG;
-  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  return connect(descriptor, generic, sizeof address) == 0 ? 0 : errno;
-}
-
 }  // namespace
-
-void Complain(const QString& text) {
-  const int error = errno;  // Whoever reports it may still look at it.
-  const QByteArray line = "tavo-desk: " + text.toLocal8Bit() + '\n';
-  size_t written = 0;  // Where nobody reads standard error, nobody can be told.
-  WriteQuietly(STDERR_FILENO, line.constData(), static_cast<size_t>(line.size()), 0, &written);
-  errno = error;
-}
 
 bool IsSendable(const QByteArray& line, const QString& what) {
   const qint64 size = line.size() - 1;
   if (size <= kLargestFrame) return true;
-  Complain(QStringLiteral("%1 dropped: it has %2 bytes, at most %3 are possible")
-               .arg(what)
-               .arg(size)
-               .arg(kLargestFrame));
+  ReportError(QStringLiteral("%1 dropped: it has %2 bytes, at most %3 are possible")
+                  .arg(what)
+                  .arg(size)
+                  .arg(kLargestFrame));
   return false;
 }
 
@@ -76,14 +57,13 @@ void MessagePeer::Connect(const QString& socket_path) {
 
 void MessagePeer::TryConnect(const QByteArray& path) {
   if (closed_) return;
-  const int error = descriptor_ < 0 ? errno : ConnectTo(descriptor_, path);
-  if (error == 0) return OnConnected();
+  if (descriptor_ >= 0 && ConnectTo(descriptor_, path)) return OnConnected();
+  const int error = errno;
   if (error == EAGAIN || error == EINTR) {  // Too many wait already.
     QTimer::singleShot(kConnectRetryMs, this, [this, path] { TryConnect(path); });
     return;
   }
-  Drop(QStringLiteral("%1: %2").arg(QFile::decodeName(path),
-                                    QString::fromLocal8Bit(std::strerror(error))));
+  Drop(QStringLiteral("%1: %2").arg(QFile::decodeName(path), ErrnoText(error)));
 }
 
 void MessagePeer::TakeOver(int descriptor) {
@@ -141,7 +121,7 @@ void MessagePeer::WriteQueue() {
 // What was accepted is never lost in silence.
 void MessagePeer::DropQueue() {
   if (unsent_bytes_ > 0) {
-    Complain(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
+    ReportError(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
   }
   queue_.clear();
   unsent_bytes_ = 0;
@@ -149,7 +129,7 @@ void MessagePeer::DropQueue() {
 
 void MessagePeer::Drop(const QString& reason) {
   if (closed_) return;
-  Complain(QStringLiteral("connection dropped: ") + reason);
+  ReportError(QStringLiteral("connection dropped: ") + reason);
   Close();
 }
 
@@ -224,7 +204,7 @@ void MessagePeer::Deliver(const QByteArray& line) {
   }
   QString fault;
   const std::optional<QJsonObject> message = ParseLine(line, &fault);
-  if (!message) return Complain(fault);
+  if (!message) return ReportError(fault);
   Q_EMIT messageReceived(*message);
 }
 

@@ -25,9 +25,6 @@ namespace desk {
 constexpr qint64 kLargestFrame = qint64{32} << 20;
 constexpr qint64 kMostUnsent = qint64{128} << 20;
 
-// Writes a line to standard error.
-void Complain(const QString& text);
-
 // Whether the line, which ends with a newline, may be sent; if not, the dropped `what` is told on
 // standard error.
 bool IsSendable(const QByteArray& line, const QString& what);

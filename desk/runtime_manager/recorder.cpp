@@ -11,9 +11,9 @@
 #include <QFile>
 #include <QJsonDocument>
 
+#include "desk/common/diagnostics.h"
+#include "desk/common/quiet_write.h"
 #include "desk/runtime_manager/message_peer.h"
-#include "desk/runtime_manager/quiet_write.h"
-#include "desk/runtime_manager/socket_files.h"
 #include "desk/runtime_manager/task_socket.h"
 
 namespace desk {
@@ -21,7 +21,7 @@ namespace {
 
 QString GetRecordPath() { return QFile::decodeName(qgetenv("TAVO_DESK_RECORD")); }
 
-QByteArray LineOf(QJsonObject entry) {
+QByteArray StampedLine(QJsonObject entry) {
   entry.insert(QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
   return QJsonDocument(entry).toJson(QJsonDocument::Compact);
 }
@@ -110,10 +110,10 @@ bool AppendLine(const QString& path, const QByteArray& line, QString* error) {
 }  // namespace
 
 bool Record(QJsonObject entry, QString* error) {
-  const QByteArray line = LineOf(std::move(entry));
+  const QByteArray line = StampedLine(std::move(entry));
   const QString path = GetRecordPath();
   if (!path.isEmpty()) return AppendLine(path, line, error);
-  Complain(QString::fromUtf8(line));
+  ReportError(QString::fromUtf8(line));
   return true;
 }
 
@@ -131,12 +131,12 @@ void FrameRecorder::Append(const QString& direction, const QJsonObject& message)
   if (path_.isEmpty()) return;
   QString error;
   const bool appended = AppendLine(path_,
-                                   LineOf({{QStringLiteral("task"), task_},
-                                           {QStringLiteral("direction"), direction},
-                                           {QStringLiteral("message"), message}}),
+                                   StampedLine({{QStringLiteral("task"), task_},
+                                                {QStringLiteral("direction"), direction},
+                                                {QStringLiteral("message"), message}}),
                                    &error);
   if (appended) return;
-  Complain(QStringLiteral("nothing more is recorded of \"%1\": %2").arg(task_, error));
+  ReportError(QStringLiteral("nothing more is recorded of \"%1\": %2").arg(task_, error));
   path_.clear();
 }
 

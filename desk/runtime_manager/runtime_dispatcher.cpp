@@ -10,6 +10,7 @@
 #include <QPointer>
 #include <QtGlobal>
 
+#include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/intent_server.h"
 
 namespace RuntimeManager {
@@ -53,7 +54,7 @@ void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handle
   desk::IntentServer* server = GetIntentServer();
   QString error = QStringLiteral("there is no event loop");
   if (server && server->Register(name, std::move(handler), &error)) return;
-  desk::Complain(QStringLiteral("the intent \"%1\" is not offered: %2").arg(name, error));
+  desk::ReportError(QStringLiteral("the intent \"%1\" is not offered: %2").arg(name, error));
 }
 
 }  // namespace RuntimeManager

@@ -2,36 +2,20 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <mutex>
 
 #include <QDir>
 #include <QFile>
 
-#include "desk/runtime_manager/message_peer.h"
+#include "desk/common/diagnostics.h"
+#include "desk/common/transfer.h"
+#include "desk/common/unix_socket.h"
 #include "desk/runtime_manager/socket_directory.h"
-#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
-namespace {
-
-constexpr int kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
-
-bool Bind(int descriptor, const QByteArray& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.constData(), static_cast<size_t>(path.size()));
-  return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
-}  // namespace
-
-QString ErrnoText(int error) { return QString::fromLocal8Bit(std::strerror(error)); }
-
 QByteArray GetRuntimeDirectory() {
   const QByteArray path = qgetenv("XDG_RUNTIME_DIR");
   struct stat status {};
@@ -40,10 +24,11 @@ QByteArray GetRuntimeDirectory() {
   if (!is_own || (status.st_mode & 022) == 0) return is_own ? path : QByteArray();
   static std::once_flag told;
   std::call_once(told, [&] {
-    Complain(QStringLiteral("XDG_RUNTIME_DIR is not used: other users may write in %1 (mode %2); "
-                            "give it mode 0700")
-                 .arg(QFile::decodeName(path))
-                 .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
+    ReportError(
+        QStringLiteral("XDG_RUNTIME_DIR is not used: other users may write in %1 (mode %2); "
+                       "give it mode 0700")
+            .arg(QFile::decodeName(path))
+            .arg(status.st_mode & 07777, 4, 8, QLatin1Char('0')));
   });
   return {};
 }
@@ -72,13 +57,13 @@ QByteArray GetSharedDirectory() {
 
 int ListenAt(const QByteArray& path, QString* error) {
   const QString shown = QFile::decodeName(path);
-  if (path.size() > kLongestPath) {
+  if (path.size() > kMaxSocketPath) {
     *error = QStringLiteral("the socket path %1 has %2 bytes, at most %3 are possible")
-                 .arg(shown, QString::number(path.size()), QString::number(kLongestPath));
+                 .arg(shown, QString::number(path.size()), QString::number(kMaxSocketPath));
     return -1;
   }
   const int descriptor = AboveStandard(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const bool bound = descriptor >= 0 && Bind(descriptor, path);
+  const bool bound = descriptor >= 0 && BindTo(descriptor, path);
   if (bound && listen(descriptor, SOMAXCONN) == 0) return descriptor;
   *error = QStringLiteral("no socket %1: %2").arg(shown, ErrnoText());
   if (bound) unlink(path.constData());

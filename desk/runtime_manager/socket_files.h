@@ -3,15 +3,10 @@
 // Errors: the cause in `error`.
 #pragma once
 
-#include <cerrno>
-
 #include <QByteArray>
 #include <QString>
 
 namespace desk {
-
-// The text of an errno, by default the current one.
-QString ErrnoText(int error = errno);
 
 // $XDG_RUNTIME_DIR; empty when there is no such directory of this user, or when others may write in
 // it (told once on standard error): another user could exchange what lies there.

@@ -18,9 +18,10 @@
 #include <QFile>
 #include <QStringList>
 
+#include "desk/common/diagnostics.h"
+#include "desk/common/transfer.h"
 #include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/socket_files.h"
-#include "desk/runtime_manager/transfer.h"
 
 extern "C" char** environ;
 

@@ -15,8 +15,8 @@
 #include <cstdlib>
 #include <initializer_list>
 
+#include "desk/common/transfer.h"
 #include "desk/runtime_manager/socket_directory.h"
-#include "desk/runtime_manager/transfer.h"
 
 namespace desk {
 namespace {

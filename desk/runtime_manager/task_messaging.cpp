@@ -11,10 +11,11 @@
 #include <QJsonDocument>
 #include <QThread>
 
+#include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/acceptor.h"
+#include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/recorder.h"
-#include "desk/runtime_manager/socket_files.h"
 
 namespace RuntimeManager {
 namespace {
@@ -54,14 +55,15 @@ struct TaskMessaging::Private {
 
   void Serve(int descriptor) {
     if (!IsListening(descriptor)) {
-      desk::Complain(QStringLiteral("descriptor %1 is no listening socket: the application was not "
-                                    "started as a task")
-                         .arg(descriptor));
+      desk::ReportError(
+          QStringLiteral("descriptor %1 is no listening socket: the application was not "
+                         "started as a task")
+              .arg(descriptor));
       return GiveUp();
     }
     const int listener = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
     if (listener < 0) {
-      desk::Complain(QStringLiteral("nobody can be served: %1").arg(desk::ErrnoText()));
+      desk::ReportError(QStringLiteral("nobody can be served: %1").arg(desk::ErrnoText()));
       return GiveUp();
     }
     acceptor = std::make_unique<desk::Acceptor>(
@@ -137,7 +139,7 @@ struct TaskMessaging::Private {
       peer->Drop(QStringLiteral("too many messages wait to be sent"));
     }
     if (everybody.empty()) {
-      desk::Complain(QStringLiteral("messages dropped: nobody is there to read them"));
+      desk::ReportError(QStringLiteral("messages dropped: nobody is there to read them"));
     }
   }
 };
@@ -155,8 +157,7 @@ TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)
 TaskMessaging::~TaskMessaging() = default;
 
 void TaskMessaging::sendMessage(const QJsonObject& message) {
-  QByteArray line = QJsonDocument(message).toJson(QJsonDocument::Compact);
-  line.append('\n');
+  const QByteArray line = desk::MakeLine(message);
   if (!desk::IsSendable(line, QStringLiteral("message"))) return;
   const bool news = d_->Put(line);
   if (QThread::currentThread() == thread()) {

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 
+#include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/socket_files.h"
 
 namespace desk {

@@ -9,7 +9,7 @@
 
 #include <QCoreApplication>
 
-#include "desk/embedder/json.h"
+#include "desk/common/value_json.h"
 #include "forge/proc_table.h"
 #include "tests/support/deadline.h"
 #include "tests/support/test_base.h"

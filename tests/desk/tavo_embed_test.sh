@@ -24,13 +24,13 @@ expect() {
 }
 
 echo 'no library' >"$work/text.so"
-expect 2 'which plug-in?'
-expect 2 '--unknown: there is no such option' --unknown
-expect 2 '--report: its value is missing' "$plugin" --report
-expect 2 'there is a plug-in already' "$plugin" "$plugin"
-expect 2 '--timeout: "soon" is no number' --timeout soon "$plugin"
-expect 2 '"popup=4" is no STRUCTURE=BYTES' --declare popup=4 "$plugin"
-expect 2 '"4097" is no number from 0 to' --declare=view=4097 "$plugin"
+expect 2 "the plug-in's file is missing"
+expect 2 'not expected: --unknown' --unknown
+expect 2 '--report: 1 required TEXT missing' "$plugin" --report
+expect 2 "not expected: $plugin" "$plugin" "$plugin"
+expect 2 '--timeout: Value soon not in range 0 to' --timeout soon "$plugin"
+expect 2 '"popup=4" is not STRUCTURE=BYTES' --declare popup=4 "$plugin"
+expect 2 '"4097" is not a number from 0 to' --declare=view=4097 "$plugin"
 expect 2 "$work/none: No such file or directory" --description "$work/none" "$plugin"
 expect 2 "$work: Is a directory" --description "$work" "$plugin"
 expect 3 'there is no function "FlutterOstrelPluginRegister"' "$without"
@@ -155,4 +155,4 @@ for signal in INT:130 TERM:143; do
   rm "$work/fifo"
 done
 
-embed --help | grep -q '^usage: tavo-embed' || fail "no help"
+embed --help | grep -q '^Usage: tavo-embed' || fail "no help"

@@ -91,4 +91,4 @@ code=0
 dump --file "$work" >"$work/out" 2>"$work/errors" || code=$?
 [[ $code -eq 2 && "$(cat "$work/errors")" == "tavo-dump: $work: Is a directory" ]] ||
   fail "exit code $code of a directory: $(cat "$work/errors")"
-dump --help | grep -q '^usage: tavo-dump' || fail "no help"
+dump --help | grep -q '^Usage: tavo-dump' || fail "no help"

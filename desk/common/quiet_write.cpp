@@ -1,4 +1,4 @@
-#include "desk/runtime_manager/quiet_write.h"
+#include "desk/common/quiet_write.h"
 
 #include <poll.h>
 #include <signal.h>

@@ -20,6 +20,10 @@ constexpr int kDeepestJson = 1024;  // Lists and maps within each other.
 // What lies deeper than kDeepestJson is null.
 Json ToJson(const cw::EncodableValue& value);
 
+// {"type": ..., "value": ...}: bytes are Base64, maps are arrays of [key, value], numbers that JSON
+// has not are texts. For trees that were admitted: deeper than the stack is the caller's fault.
+Json ToTypedJson(const cw::EncodableValue& value);
+
 // Integers are int32 where they fit, else int64, else double. Throws std::runtime_error for JSON
 // that is nested deeper than kDeepestJson.
 cw::EncodableValue FromJson(const Json& json);

@@ -1,4 +1,4 @@
-#include "desk/embedder/json.h"
+#include "desk/common/value_json.h"
 
 #include <cmath>
 #include <cstdint>
@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
+
+#include "forge/buffer.h"
 
 namespace desk {
 namespace {
@@ -110,7 +112,70 @@ EncodableValue FromJson(const Json& json, int depth) {
   }
 }
 
+// ---- With types ----
+
+template <typename T>
+const char* TypeName() {
+  if constexpr (std::is_same_v<T, std::monostate>) return "null";
+  if constexpr (std::is_same_v<T, bool>) return "bool";
+  if constexpr (std::is_same_v<T, int32_t>) return "int32";
+  if constexpr (std::is_same_v<T, int64_t>) return "int64";
+  if constexpr (std::is_same_v<T, double>) return "float64";
+  if constexpr (std::is_same_v<T, std::string>) return "text";
+  if constexpr (std::is_same_v<T, std::vector<uint8_t>>) return "bytes";
+  if constexpr (std::is_same_v<T, std::vector<int32_t>>) return "int32 list";
+  if constexpr (std::is_same_v<T, std::vector<int64_t>>) return "int64 list";
+  if constexpr (std::is_same_v<T, std::vector<double>>) return "float64 list";
+  if constexpr (std::is_same_v<T, std::vector<float>>) return "float32 list";
+  if constexpr (std::is_same_v<T, cw::EncodableList>) return "list";
+  if constexpr (std::is_same_v<T, cw::EncodableMap>) return "map";
+  return "custom";
+}
+
+// JSON has no such numbers: they are texts.
+template <typename T>
+Json NumberOrText(T number) {
+  if constexpr (std::is_floating_point_v<T>) {
+    if (std::isnan(number)) return "NaN";
+    if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
+  }
+  return number;
+}
+
+template <typename T>
+Json TypedContent(const T& content) {
+  if constexpr (std::is_same_v<T, std::monostate> || std::is_same_v<T, cw::CustomEncodableValue>) {
+    return nullptr;
+  } else if constexpr (std::is_same_v<T, std::vector<uint8_t>>) {
+    return forge::Buffer(content).ToBase64();
+  } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
+    Json entries = Json::array();
+    for (const auto& [key, mapped] : content)
+      entries.push_back({ToTypedJson(key), ToTypedJson(mapped)});
+    return entries;
+  } else if constexpr (std::is_same_v<T, cw::EncodableList>) {
+    Json elements = Json::array();
+    for (const auto& element : content) elements.push_back(ToTypedJson(element));
+    return elements;
+  } else if constexpr (std::is_arithmetic_v<T>) {
+    return NumberOrText(content);
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return content;
+  } else {
+    Json numbers = Json::array();
+    for (const auto number : content) numbers.push_back(NumberOrText(number));
+    return numbers;
+  }
+}
+
 }  // namespace
+
+Json ToTypedJson(const EncodableValue& value) {
+  return value.Visit([](const auto& content) -> Json {
+    return {{"type", TypeName<std::decay_t<decltype(content)>>()},
+            {"value", TypedContent(content)}};
+  });
+}
 
 Json ToJson(const EncodableValue& value) { return ToJson(value, 1); }
 
