@@ -29,7 +29,8 @@ constexpr char kAbout[] =
     "Prints messages and values as trees, with types. A text is Base64, as it goes over the\n"
     "transport, a line {\"data\": BASE64}, as it goes over a task's socket, or a line of the file\n"
     "that TAVO_DESK_RECORD names: a frame of a task's socket, with the time, the task and the\n"
-    "direction (to the task or from it) in a line before the tree, or an intent. Without texts\n"
+    "direction (to the task or from it) in a line before the tree, an intent, or the start and\n"
+    "end of a task. Without texts\n"
     "and without a file the lines of standard input are read. What is not a message is printed\n"
     "as the value that it holds.";
 constexpr char kFooter[] =
@@ -154,11 +155,30 @@ void PrintIntent(const Json& entry, bool as_json) {
   PrintLine(parameters);
 }
 
+// The start, end or loss of a task.
+void PrintEvent(const Json& entry, bool as_json) {
+  Json origin = {{"time", TextOf(entry, "time")}, {"task", TextOf(entry, "task")}};
+  Json details = entry;
+  for (const char* known : {"time", "task", "event"}) details.erase(known);
+  if (as_json) {
+    origin.update({{"kind", "event"}, {"event", TextOf(entry, "event")}});
+    origin.update(details);
+    return PrintLine(origin);
+  }
+  std::cout << Escaped(TextOf(entry, "time")) << ' ' << Escaped(TextOf(entry, "task")) << ' '
+            << Escaped(TextOf(entry, "event"));
+  for (const auto& [name, value] : details.items()) {
+    std::cout << ' ' << Escaped(name) << ' ' << desk::ToText(value);
+  }
+  std::cout << '\n';
+}
+
 void PrintText(const std::string& text, bool as_json) {
   if (text.front() != '{') return Print(ValueOf(text), Json::object(), as_json);
   const Json json = ParseLine(text);
   if (json.contains("message")) return PrintFrame(json, as_json);
   if (json.contains("intent")) return PrintIntent(json, as_json);
+  if (json.contains("event")) return PrintEvent(json, as_json);
   Print(ValueOf(TextOf(json, "data")), Json::object(), as_json);
 }
 

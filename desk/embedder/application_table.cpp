@@ -33,7 +33,11 @@ size_t GetApplicationInfo(Application* application, uint32_t kind, char* buffer,
 
 size_t GetPath(Application* application, uint32_t kind, char* buffer, size_t buffer_size) {
   return With(application, size_t{0}, [&](Engine& engine) {
-    return CopyText(engine.description.directories, kind, buffer, buffer_size);
+    const auto& directories = engine.description.directories;
+    if (kind == kLibraries && directories.count(kind) == 0) {
+      Report("GetPath", "the directory of the libraries is unknown: no --libs-path was given");
+    }
+    return CopyText(directories, kind, buffer, buffer_size);
   });
 }
 

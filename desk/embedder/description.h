@@ -67,6 +67,8 @@ struct Answer {
 // Empty for "not implemented".
 std::vector<uint8_t> Encode(const Answer& answer);
 
+constexpr uint32_t kLibraries = 1;  // The kind of directory where the libraries are.
+
 // In bytes as on this machine; none: the whole structure. A larger one plays a newer embedder, of
 // which the plug-in does not know all.
 constexpr uint32_t kMaxDeclared = 4096;

@@ -8,8 +8,6 @@
 
 namespace desk {
 
-namespace {
-
 void Report(const char* entry, const char* what) noexcept {
   try {
     ReportError(QStringLiteral("%1: %2").arg(QLatin1String(entry), QString::fromUtf8(what)),
@@ -17,8 +15,6 @@ void Report(const char* entry, const char* what) noexcept {
   } catch (...) {  // Without memory nobody can be told.
   }
 }
-
-}  // namespace
 
 bool Engine::IsOnItsThread(const char* entry) const {
   if (std::this_thread::get_id() == thread) return true;

@@ -66,7 +66,10 @@ struct Engine {
   QEventLoop* loop = nullptr;  // While it runs.
 };
 
-// Writes the exception that is being handled to standard error.
+// Writes "embedder: ENTRY: WHAT" to standard error.
+void Report(const char* entry, const char* what) noexcept;
+
+// The same for the exception that is being handled.
 void ReportException(const char* entry) noexcept;
 
 // Calls the function with the handle's engine and returns its result; `otherwise` without an

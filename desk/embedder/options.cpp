@@ -44,7 +44,8 @@ void AddOptions(CLI::App& app, Options& options) {
                  "standard input")
       ->option_text("FILE");
   app.add_option("--libs-path", options.libs_path,
-                 "The directory of kind 1; it is also passed on among the arguments")
+                 "The directory of the application's libraries; it is also passed on among the "
+                 "arguments. By default that of the libtavo.so that the plug-in brings")
       ->option_text("DIR");
   app.add_option_function<std::vector<std::string>>(
          "--declare",
@@ -68,6 +69,14 @@ void AddOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(kMaxSeconds));
 }
 
+// What starts a task appends "--libs-path DIR" to its command, also behind a "--" of its entry.
+void TakeLibsPath(Options* options) {
+  auto& arguments = options->arguments;
+  if (arguments.size() < 2 || arguments[arguments.size() - 2] != "--libs-path") return;
+  options->libs_path = arguments.back();
+  arguments.resize(arguments.size() - 2);
+}
+
 }  // namespace
 
 Options ParseOptions(int count, char** words) {
@@ -78,6 +87,7 @@ Options ParseOptions(int count, char** words) {
     options.arguments.assign(border + 1, own.end());
     own.erase(border, own.end());
   }
+  TakeLibsPath(&options);
   CLI::App app(kAbout, "tavo-embed");
   app.footer(kFooter);
   AddOptions(app, options);

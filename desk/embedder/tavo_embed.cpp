@@ -1,12 +1,14 @@
 // tavo-embed: runs a plug-in on a desk.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -70,12 +72,28 @@ desk::Description ReadDescription(const std::optional<std::string>& name) {
   }
 }
 
+// The directory of the libtavo.so that is loaded; none when none is.
+std::optional<std::string> FindLibsPath() {
+  std::optional<std::string> directory;
+  const auto visit = [](dl_phdr_info* info, size_t, void* result) {
+    const std::filesystem::path path(info->dlpi_name);
+    if (path.filename() != "libtavo.so") return 0;
+    *static_cast<std::optional<std::string>*>(result) =
+        std::filesystem::absolute(path).lexically_normal().parent_path();
+    return 1;
+  };
+  dl_iterate_phdr(visit, &directory);
+  return directory;
+}
+
 desk::Description MakeDescription(const desk::Options& options) {
   desk::Description description = ReadDescription(options.description);
-  if (options.libs_path) {
-    constexpr uint32_t kLibraries = 1;
-    description.directories[kLibraries] = *options.libs_path;
-    description.arguments.insert(description.arguments.end(), {"--libs-path", *options.libs_path});
+  const auto libs_path = options.libs_path || description.directories.count(desk::kLibraries) != 0
+                             ? options.libs_path
+                             : FindLibsPath();
+  if (libs_path) {
+    description.directories[desk::kLibraries] = *libs_path;
+    description.arguments.insert(description.arguments.end(), {"--libs-path", *libs_path});
   }
   description.arguments.insert(description.arguments.end(), options.arguments.begin(),
                                options.arguments.end());
@@ -152,9 +170,8 @@ int WithinRange(int exit_code) {
 }
 
 int Run(const desk::Options& options) {
-  const desk::Description description = MakeDescription(options);
   if (options.offer) {
-    std::cout << desk::ToText(description) << std::endl;
+    std::cout << desk::ToText(MakeDescription(options)) << std::endl;
     if (!std::cout) throw Failure(kWrongUsage, "standard output cannot be written");
     return 0;
   }
@@ -162,6 +179,7 @@ int Run(const desk::Options& options) {
   std::ostream* report = options.report ? &OpenReport(*options.report, &file) : nullptr;
   CatchSignals();
   const Register plugin_register = LoadPlugin(options.plugin);
+  const desk::Description description = MakeDescription(options);
   desk::Embedder embedder(description);
   if (report) Report(embedder, *report);
 

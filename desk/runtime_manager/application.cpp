@@ -12,7 +12,6 @@ namespace desk {
 namespace {
 
 constexpr char kGroup[] = G_KEY_FILE_DESKTOP_GROUP;
-const QString kNotFound = QStringLiteral("there is no such application");
 
 struct FreeWithGlib {
   void operator()(GKeyFile* file) const { g_key_file_free(file); }
@@ -41,12 +40,11 @@ std::optional<QStringList> SplitCommand(const QByteArray& line, QString* error) 
 
 // As a shell does: a word with a slash is a path, any other a program in PATH.
 bool Resolve(QStringList* command, QString* error) {
-  if (command->first().contains(QLatin1Char('/'))) {
-    command->first() = QFileInfo(command->first()).absoluteFilePath();
-    return true;
-  }
-  const QString program = QStandardPaths::findExecutable(command->first());
-  if (program.isEmpty()) {
+  const QFileInfo path(command->first());
+  const bool is_path = command->first().contains(QLatin1Char('/'));
+  const QString program =
+      is_path ? path.absoluteFilePath() : QStandardPaths::findExecutable(command->first());
+  if (program.isEmpty() || (is_path && !path.exists())) {
     *error = QStringLiteral("there is no program \"%1\"").arg(command->first());
     return false;
   }
@@ -111,7 +109,7 @@ std::optional<Application> FromDesktopEntry(const QString& file, QString* error)
   auto entry = ReadDesktopEntry(file, error);
   if (!entry) return std::nullopt;
   if (entry->hidden) {
-    *error = kNotFound;
+    *error = QStringLiteral("there is no such application: %1 is hidden").arg(file);
     return std::nullopt;
   }
   if (entry->exec.isEmpty() || !Resolve(&entry->exec, &entry->exec_error)) {
@@ -138,7 +136,13 @@ std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
   const QString entry = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, entry_name);
   if (!entry.isEmpty()) return FromDesktopEntry(entry, error);
   if (!not_executable.isEmpty()) return Application{{not_executable}, {}};
-  *error = kNotFound;
+  const QStringList data = QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation);
+  const QString separator = QStringLiteral(", ");
+  *error = QStringLiteral(
+               "there is no such application: no %1 and no program of that name in "
+               "TAVO_DESK_PATH (%2), no %1 in %3")
+               .arg(entry_name, path.isEmpty() ? QStringLiteral("empty") : path.join(separator),
+                    data.join(separator));
   return std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include <QFile>
 #include <QPointer>
@@ -148,6 +149,7 @@ bool MessagePeer::ReadSome() {
     size = recv(descriptor_, received_.data() + before, kReadBlock, MSG_DONTWAIT);
   } while (size < 0 && errno == EINTR);
   const bool waits = size < 0 && IsTransient(errno);
+  if (size >= 0 && !std::exchange(answered_, true)) Q_EMIT answered();
   received_.resize(before + (size > 0 ? static_cast<int>(size) : 0));
   if (size <= 0 && !waits) {
     ended_ = true;

@@ -49,6 +49,9 @@ class MessagePeer : public QObject {
 
  Q_SIGNALS:
   void connected();
+  // Once: something came from the other end, or its orderly end. A socket that nobody accepts is
+  // reset instead.
+  void answered();
   void messageReceived(const QJsonObject& message);
   void closed();  // Once; the peer deletes itself afterwards.
 
@@ -70,7 +73,8 @@ class MessagePeer : public QObject {
   QSocketNotifier* writable_ = nullptr;
   bool ready_ = false;
   bool closed_ = false;
-  bool ended_ = false;            // The other end sends no more.
+  bool ended_ = false;  // The other end sends no more.
+  bool answered_ = false;
   bool write_failed_ = false;     // It reads no more.
   bool delivery_posted_ = false;  // Lines that wait are looked at by the next event loop, too.
 

@@ -117,6 +117,12 @@ bool Record(QJsonObject entry, QString* error) {
   return true;
 }
 
+void RecordIfNamed(QJsonObject entry) {
+  QString error;
+  if (GetRecordPath().isEmpty() || Record(std::move(entry), &error)) return;
+  ReportError(QStringLiteral("an event is not recorded: ") + error);
+}
+
 FrameRecorder::FrameRecorder(QString path, QString task)
     : path_(std::move(path)), task_(std::move(task)) {}
 

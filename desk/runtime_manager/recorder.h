@@ -14,6 +14,9 @@ namespace desk {
 // False, with the cause in `error`, when the file cannot be written.
 bool Record(QJsonObject entry, QString* error);
 
+// The same, but nothing without a named file. A failure is a line on standard error.
+void RecordIfNamed(QJsonObject entry);
+
 // Appends what goes over a task's socket, as its starter sees it.
 class FrameRecorder {
  public:

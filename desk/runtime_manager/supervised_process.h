@@ -38,6 +38,9 @@ class SupervisedProcess {
   // killed, too, but nobody saw it go.
   News ReadNews(QString* error);
 
+  // After kRunning.
+  int GetProcessId() const { return group_; }
+
   // After kEnded: how the process ended, as waitpid tells it.
   int GetStatus() const { return status_; }
 

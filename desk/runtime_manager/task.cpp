@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,7 @@
 
 #include "desk/runtime_manager/application.h"
 #include "desk/runtime_manager/supervised_process.h"
+#include "desk/runtime_manager/task_report.h"
 #include "desk/runtime_manager/task_socket.h"
 
 namespace RuntimeManager {
@@ -22,8 +24,12 @@ struct Task::Private {
   QString listening_path;  // Becomes the socket's path when the application has taken over.
   QString socket_path;
 
+  std::optional<desk::TaskReport> report;  // Once the task runs.
+
   std::mutex mutex;
-  std::unique_ptr<desk::SupervisedProcess> process;  // Guarded by mutex: stop uses it anywhere.
+  // Guarded by mutex: stop uses them anywhere.
+  std::unique_ptr<desk::SupervisedProcess> process;
+  bool is_stopped = false;
 
   // On the task's thread only.
   bool launched = false;
@@ -72,14 +78,23 @@ struct Task::Private {
     const News news = process->ReadNews(&cause);
     if (news == News::kRunning) {
       socket_path = listening_path;
+      report.emplace(name, socket_path);
+      report->OnStart(process->GetProcessId());
       Tell(std::exchange(on_started, nullptr), {});
     } else if (news == News::kFailed) {
       Tell(std::exchange(on_started, nullptr), Failure(cause));
     } else if (news == News::kEnded) {
+      if (report) report->OnEnd(process->GetStatus(), IsStopped());
       OnEnded({});
     } else if (news == News::kLost) {
+      if (report) report->OnLoss(cause);
       OnEnded({ECHILD, QStringLiteral("Application \"%1\": %2").arg(name, cause)});
     }
+  }
+
+  bool IsStopped() {
+    const std::lock_guard lock(mutex);
+    return is_stopped;
   }
 
   // The callbacks may delete the task: nothing of it is touched afterwards.
@@ -121,6 +136,7 @@ void Task::stop(StopFlags flags, Callback callback) {
   {
     const std::lock_guard lock(d_->mutex);
     if (d_->process) {
+      d_->is_stopped = true;
       d_->process->Send(flags & Force ? desk::Command::kKill : desk::Command::kTerminate);
     }
   }

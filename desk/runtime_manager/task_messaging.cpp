@@ -16,6 +16,7 @@
 #include "desk/runtime_manager/json_line.h"
 #include "desk/runtime_manager/message_peer.h"
 #include "desk/runtime_manager/recorder.h"
+#include "desk/runtime_manager/task_report.h"
 
 namespace RuntimeManager {
 namespace {
@@ -50,6 +51,8 @@ struct TaskMessaging::Private {
   void ConnectTo(const QString& path) {
     recorder = desk::FrameRecorder::Create(path);
     auto* peer = Add();
+    QObject::connect(peer, &desk::MessagePeer::answered, owner,
+                     [path] { desk::TaskReport::NoteAnswer(path); });
     peer->Connect(path);
   }
 

@@ -11,6 +11,7 @@
 #include <QStandardPaths>
 #include <QUrl>
 
+#include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/recorder.h"
 #include "desk/runtime_manager/supervised_process.h"
 
@@ -48,7 +49,7 @@ class Opener : public QObject {
 
   void Run() {
     const QString program = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
-    QString cause = QStringLiteral("there is no xdg-open");
+    QString cause = QStringLiteral("the program xdg-open is not in PATH (package xdg-utils)");
     if (!program.isEmpty()) {
       process_ = SupervisedProcess::Start({{program, uri_}, {}}, nullptr, &cause,
                                           SupervisedProcess::Leftovers::kSpared);
@@ -86,7 +87,11 @@ class Opener : public QObject {
 
 }  // namespace
 
-void OpenUri(const QString& uri, QObject* context, const Done& done) {
+void OpenUri(const QString& uri, QObject* context, const Done& callback) {
+  const Done done = [callback](const Error& outcome) {
+    if (outcome) ReportError(outcome.message());
+    callback(outcome);
+  };
   const QByteArray mode = qgetenv("TAVO_DESK_OPEN_URI");
   const bool opens = mode.isEmpty() || mode == "open";
   // The outcome is told from the event loop always.

@@ -47,8 +47,10 @@ dump --json "$request" | python3 -c 'import json, sys; json.load(sys.stdin)' || 
 # What the desk recorded: frames with their origin, intents between them.
 frame() { printf '{"direction":"%s","message":{"data":"%s"},"task":"a\\tb","time":"2026-01-02T03:04:05.678Z"}\n' "$@"; }
 intent='{"intent":"OpenURI","parameters":{"uri":"x:"},"time":"2026-01-02T03:04:06.000Z"}'
-(frame to "$value"; echo "$intent"; frame from "$response") >"$work/lines"
+event='{"event":"end","pid":7,"status":3,"task":"a","time":"2026-01-02T03:04:05.000Z"}'
+(echo "$event"; frame to "$value"; echo "$intent"; frame from "$response") >"$work/lines"
 cat >"$work/expected" <<'TREE'
+2026-01-02T03:04:05.000Z a end pid 7 status 3
 2026-01-02T03:04:05.678Z a\x09b to
 int32 list (2): 1, -1
 2026-01-02T03:04:06.000Z intent "OpenURI"
@@ -63,10 +65,11 @@ response "7"
 TREE
 dump --file "$work/lines" | diff "$work/expected" - || fail "the tree of a recording"
 cat >"$work/expected" <<'JSON'
+{"time":"2026-01-02T03:04:05.000Z","task":"a","kind":"event","event":"end","pid":7,"status":3}
 {"time":"2026-01-02T03:04:05.678Z","task":"a\tb","direction":"to","kind":"value","value":{"type":"int32 list","value":[1,-1]}}
 {"time":"2026-01-02T03:04:06.000Z","kind":"intent","intent":"OpenURI","parameters":{"uri":"x:"}}
 JSON
-head -n 2 "$work/lines" | dump --json | diff "$work/expected" - || fail "JSON of a recording"
+head -n 3 "$work/lines" | dump --json | diff "$work/expected" - || fail "JSON of a recording"
 
 # Bad input is told, and the rest is printed all the same.
 code=0
