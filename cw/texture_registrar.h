@@ -4,7 +4,8 @@
 //   const int64_t id = textures->RegisterTexture(&texture);
 //   textures->MarkTextureFrameAvailable(id);  // The renderer asks for the frame.
 //
-// Threads: the embedder's, where textures are asked for frames, too.
+// Threads: the embedder's. Frames may be asked for on the renderer's thread, one call at a time for
+//          each texture (`tavo-embed --render-thread` does so).
 // Errors:  an operation that the embedder does not offer fails. What a callback throws is an error
 //          line.
 #pragma once

@@ -53,6 +53,8 @@ std::vector<uint8_t> Encode(const Answer& answer) {
       return ToVector(codec.EncodeSuccessEnvelope(&answer.value));
     case Answer::kError:
       return ToVector(codec.EncodeErrorEnvelope(answer.code, answer.message, &answer.value));
+    case Answer::kBytes:
+      return answer.bytes;
     case Answer::kNotImplemented:
       break;
   }

@@ -57,10 +57,11 @@ struct WindowResult {
 
 // What the Dart side answers to a message.
 struct Answer {
-  enum Kind { kValue, kSuccess, kError, kNotImplemented };
+  enum Kind { kValue, kSuccess, kError, kNotImplemented, kBytes };
   Kind kind = kValue;
   cw::EncodableValue value;  // The value, the result, or the error's details.
-  std::string code;          // Of an error, as the next.
+  std::vector<uint8_t> bytes;
+  std::string code;  // Of an error, as the next.
   std::string message;
 };
 
@@ -82,11 +83,16 @@ struct DeclaredSizes {
 
 // One thing that the Dart side or the user does.
 struct Step {
-  enum Kind { kMessage, kView, kListen, kCease, kDestroyEngine, kExit };
+  enum Kind { kMessage, kExpect, kWait, kView, kListen, kCease, kDestroyEngine, kExit };
   Kind kind = kExit;
   std::string channel;
-  std::optional<std::string> method;  // None: the message is the value.
-  cw::EncodableValue value;           // The message's, or the method's arguments.
+  // A message: a method call, or bytes, or else the value. Of one that is expected the value counts
+  // only where it is there.
+  std::optional<std::string> method;
+  std::optional<std::vector<uint8_t>> bytes;
+  std::optional<cw::EncodableValue> value;  // The message's, or the method's arguments.
+  std::optional<uint32_t> timeout;          // In milliseconds, as the next.
+  uint32_t pause = 0;
   Answer answer;
   std::string changes;  // Of the view, as a JSON object.
   int exit_code = 0;
@@ -106,6 +112,7 @@ struct Description {
   DeclaredSizes declared_sizes;
   std::map<std::string, Answer> channels;  // Answered so where nobody listens.
   std::vector<Step> steps;
+  bool render_thread = false;  // Frames of textures are asked for on a thread of their own.
 };
 
 // The declared size of a structure ("context", "application", ...); null: there is no such one.

@@ -14,6 +14,7 @@ namespace desk {
 namespace {
 
 constexpr Limits kDegrees{0, 270, 90};
+constexpr Limits kMilliseconds{0, 3600000};
 constexpr Limits kInformationKinds{1, 3};
 constexpr Limits kDirectoryKinds{1, 23};
 
@@ -88,6 +89,7 @@ void Fields(Archive& archive, Source& it) {
     archive("declared_sizes", it.declared_sizes);
     archive("channels", it.channels);
     archive("steps", it.steps);
+    archive("render_thread", it.render_thread);
     archive.Ignore("offered");
   }
 }
@@ -159,6 +161,8 @@ constexpr Variant<Answer> kAnswers[] = {
      }},
     {"not_implemented", [](const Node& node, Answer*) { ReadTrue(node); },
      [](const Answer&, Json* json) { *json = true; }},
+    {"bytes", [](const Node& node, Answer* it) { Read(node, &it->bytes); },
+     [](const Answer& it, Json* json) { *json = Write(it.bytes); }},
 };
 
 }  // namespace
@@ -176,15 +180,21 @@ void ReadMessage(const Node& node, Step* it) {
   ObjectReader reader(node);
   reader("channel", it->channel);
   reader("method", it->method);
-  reader(it->method ? "arguments" : "value", it->value);
+  if (!it->method) reader("bytes", it->bytes);
+  if (!it->bytes) reader(it->method ? "arguments" : "value", it->value);
+  reader("timeout", it->timeout, kMilliseconds);
   reader.ExpectKnownKeysOnly();
   ExpectChannel(node, *it);
 }
 
 void WriteMessage(const Step& it, Json* json) {
-  (*json)["channel"] = it.channel;
-  if (it.method) (*json)["method"] = *it.method;
-  (*json)[it.method ? "arguments" : "value"] = ToJson(it.value);
+  ObjectWriter writer;
+  writer("channel", it.channel);
+  writer("method", it.method);
+  writer("bytes", it.bytes);
+  writer(it.method ? "arguments" : "value", it.value);
+  writer("timeout", it.timeout);
+  *json = writer.Take();
 }
 
 void ReadChanges(const Node& node, Step* it) {
@@ -204,6 +214,9 @@ void ReadListen(const Node& node, Step* it) {
 // In the order of Step::Kind.
 constexpr Variant<Step> kSteps[] = {
     {"message", ReadMessage, WriteMessage},
+    {"expect", ReadMessage, WriteMessage},
+    {"wait", [](const Node& node, Step* it) { Read(node, &it->pause, kMilliseconds); },
+     [](const Step& it, Json* json) { *json = it.pause; }},
     {"view", ReadChanges,
      [](const Step& it, Json* json) { *json = Json::parse(it.changes, nullptr, false); }},
     {"listen", ReadListen,

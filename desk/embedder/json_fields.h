@@ -22,6 +22,7 @@
 
 #include "cw/encodable_value.h"
 #include "desk/common/value_json.h"
+#include "desk/embedder/messages.h"
 
 namespace desk {
 
@@ -61,7 +62,10 @@ struct Node {
   }
 };
 
-inline std::string NumberText(double number) { return ToText(Json(static_cast<int64_t>(number))); }
+inline std::string NumberText(double number) {
+  const auto integer = static_cast<int64_t>(number);
+  return ToText(static_cast<double>(integer) == number ? Json(integer) : Json(number));
+}
 
 inline void Check(const Node& node, double number, const Limits& limits) {
   if (number < limits.least || number > limits.most) {
@@ -107,6 +111,16 @@ inline void Read(const Node& node, double* target, const Limits& limits) {
 inline void Read(const Node& node, cw::EncodableValue* target) {
   try {
     *target = FromJson(node.json);
+  } catch (const std::runtime_error& error) {
+    node.Fail(error.what());
+  }
+}
+
+// Bytes, as a Base64 text.
+inline void Read(const Node& node, std::vector<uint8_t>* target) {
+  node.Expect(node.json.is_string(), "a Base64 text");
+  try {
+    *target = FromBase64(node.json.get<std::string>());
   } catch (const std::runtime_error& error) {
     node.Fail(error.what());
   }
@@ -193,6 +207,9 @@ inline Json Write(uint32_t source) { return source; }
 inline Json Write(double source) { return source; }
 inline Json Write(const std::string& source) { return source; }
 inline Json Write(const cw::EncodableValue& source) { return ToJson(source); }
+inline Json Write(const std::vector<uint8_t>& source) {
+  return ToBase64(source.data(), source.size());
+}
 
 template <typename Sequence>
 Json WriteSequence(const Sequence& source) {

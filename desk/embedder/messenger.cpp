@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "desk/embedder/engine.h"
+#include "desk/embedder/messages.h"
 
 namespace desk {
 namespace {
@@ -48,8 +49,9 @@ void SendResponse(_FlutterOstrelEngine* handle, _FlutterOstrelResponse* response
 
 void Messenger::Send(const char* channel, const uint8_t* data, size_t size,
                      FlutterOstrelReplyCallback callback, void* user_data) {
-  cw::EncodableMap details = {{"channel", channel}, {"size", ToValue(size)}};
-  AddDecoded("message", data, size, &details);
+  cw::EncodableMap details = DescribeMessage(data, size);
+  details["channel"] = channel;
+  details["size"] = ToValue(size);
   engine_.actions.Record("Send", std::move(details));
   const auto pending = std::make_shared<PendingReply>(engine_, callback, user_data);
   engine_.runner.GetQueue()->Post([this, pending, name = std::string(channel),

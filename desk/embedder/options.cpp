@@ -16,7 +16,8 @@ constexpr char kFooter[] =
     "Words behind -- are more arguments of the entry point.\n"
     "\n"
     "Ends with the plug-in's exit code; 2 for a wrong command line or description; 3 when the\n"
-    "plug-in cannot be loaded or refuses; 124 at the timeout; 128+n at a SIGINT or SIGTERM.";
+    "plug-in cannot be loaded, refuses or throws; 4 when a message that a step expects does not\n"
+    "come; 124 at the timeout; 128+n at a SIGINT or SIGTERM.";
 constexpr uint32_t kMaxSeconds = 1000000;
 
 // STRUCTURE=BYTES.
@@ -59,6 +60,8 @@ void AddOptions(CLI::App& app, Options& options) {
   app.add_flag("--offer", options.offer,
                "Print the description as it is then, and what is offered by it; no plug-in is "
                "needed");
+  app.add_flag("--render-thread", options.render_thread,
+               "Ask for the frames of textures on a thread of their own, as renderers do");
   app.add_option("--report", options.report,
                  "Write what the plug-in does, one JSON object a line, as it does it; -: standard "
                  "error")

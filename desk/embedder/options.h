@@ -18,6 +18,7 @@ struct Options {
   std::vector<std::pair<std::string, uint32_t>> declared;
   std::vector<std::string> arguments;  // Those behind "--".
   bool offer = false;
+  bool render_thread = false;
   std::string help;  // The text to print instead, when it is asked for.
 };
 

@@ -1,6 +1,6 @@
 #include "desk/embedder/steps.h"
 
-#include <exception>
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -8,9 +8,10 @@
 #include <QPointer>
 #include <QTimer>
 
-#include "cw/admission.h"
+#include "cw/map_access.h"
 #include "cw/standard_method_codec.h"
 #include "desk/common/value_json.h"
+#include "desk/embedder/messages.h"
 
 namespace desk {
 namespace {
@@ -18,61 +19,47 @@ namespace {
 using cw::EncodableValue;
 using Bytes = std::vector<uint8_t>;
 
-// ---- Answers as texts ----
+// ---- Messages as texts ----
 
-class ResultText final : public cw::MethodResult<EncodableValue> {
- public:
-  std::string text;
-
- protected:
-  void SuccessInternal(const EncodableValue* result) override {
-    text = ToText(result ? *result : EncodableValue());
-  }
-  void ErrorInternal(const std::string& code, const std::string& message,
-                     const EncodableValue* details) override {
-    text = "error " + ToText(Json{{"code", code},
-                                  {"message", message},
-                                  {"details", details ? ToJson(*details) : Json()}});
-  }
-  void NotImplementedInternal() override { text = "not implemented"; }
-};
-
-// The envelope's values are looked at as elements of one list, behind as many nulls as leave them
-// where they are by the alignment of eight.
-const char* FindFault(const uint8_t* data, size_t size) {
-  constexpr uint8_t kNulls = 7;
-  const auto values = static_cast<uint8_t>(data[0] == 0 ? 1 : 3);
-  Bytes list = {12, static_cast<uint8_t>(kNulls + values)};
-  list.resize(list.size() + kNulls);
-  list.insert(list.end(), data + 1, data + size);
-  return cw::FindInadmissible(list.data(), list.size());
+std::string DescribeBytes(const uint8_t* data, size_t size) {
+  if (size == 0) return "nothing";
+  const cw::EncodableMap message = DescribeMessage(data, size);
+  if (const auto* value = cw::Find(message, "message")) return ToText(*value);
+  return ToText(ToJson(message));
 }
 
 std::string DescribeResult(const uint8_t* data, size_t size) {
   if (size == 0) return "not implemented";
-  if (const char* fault = FindFault(data, size)) return std::string("no envelope: ") + fault;
-  ResultText result;
-  try {
-    const auto& codec = cw::StandardMethodCodec::GetInstance();
-    if (codec.DecodeAndProcessResponseEnvelope(data, size, &result)) return result.text;
-  } catch (const std::exception&) {  // An error whose code is no text.
-  }
-  return "no envelope";
-}
-
-std::string DescribeValue(const uint8_t* data, size_t size) {
-  if (size == 0) return "nothing";
-  if (const char* fault = cw::FindInadmissible(data, size))
-    return std::string("no value: ") + fault;
-  return ToText(EncodableValue::Deserialize(data, size));
+  if (size == 1 && data[0] == 0) return "null";  // A success without a value.
+  const cw::EncodableMap message = DescribeMessage(data, size);
+  if (const auto* success = cw::Find(message, "success")) return ToText(*success);
+  const auto* error = cw::Find(message, "error");
+  if (!error) return "no envelope: " + DescribeBytes(data, size);
+  Json json;
+  for (const char* key : {"code", "message", "details"}) json[key] = ToJson(*cw::Find(error, key));
+  if (json["message"].is_null()) json["message"] = "";  // So it is sent.
+  return "error " + ToText(json);
 }
 
 Bytes EncodeMessage(const Step& step) {
-  const auto encoded = step.method
-                           ? cw::StandardMethodCodec::GetInstance().EncodeMethodCall(
-                                 {*step.method, std::make_unique<EncodableValue>(step.value)})
-                           : step.value.Serialize();
+  if (step.bytes) return *step.bytes;
+  const EncodableValue value = step.value.value_or(EncodableValue());
+  const auto encoded = step.method ? cw::StandardMethodCodec::GetInstance().EncodeMethodCall(
+                                         {*step.method, std::make_unique<EncodableValue>(value)})
+                                   : value.Serialize();
   return Bytes(encoded.GetData(), encoded.GetData() + encoded.GetSize());
+}
+
+// As JSON, where a number is a number, whatever its width.
+bool IsExpected(const Step& step, const cw::EncodableMap& message) {
+  const auto is = [&message](const char* key, const Json& expected) {
+    const auto* actual = cw::Find(message, key);
+    return actual && ToJson(*actual) == expected;
+  };
+  if (!is("channel", step.channel)) return false;
+  if (step.method && !is("method", *step.method)) return false;
+  if (step.bytes && !is("bytes", ToBase64(step.bytes->data(), step.bytes->size()))) return false;
+  return !step.value || is(step.method ? "arguments" : "message", ToJson(*step.value));
 }
 
 std::string NameOf(const Step& step) {
@@ -95,6 +82,12 @@ void StepRunner::Do(const Step& step) {
   switch (step.kind) {
     case Step::kMessage:
       return SendMessage(step);
+    case Step::kExpect:
+      return Expect(step);
+    case Step::kWait:
+      Tell("wait " + std::to_string(step.pause));
+      QTimer::singleShot(static_cast<int>(step.pause), this, [this] { Continue(); });
+      return;
     case Step::kView:
       Tell("view " + step.changes);
       embedder_.ChangeView([&](View& view) { ChangeView(step.changes, &view); });
@@ -124,19 +117,72 @@ void StepRunner::Do(const Step& step) {
 
 void StepRunner::SendMessage(const Step& step) {
   const Bytes message = EncodeMessage(step);
-  const auto reply = [runner = QPointer<StepRunner>(this), &step](const uint8_t* data,
-                                                                  size_t size) {
-    if (runner) runner->OnAnswer(step, data, size);
+  const size_t number = waiting_for_ = next_;
+  const auto reply = [runner = QPointer<StepRunner>(this), number](const uint8_t* data,
+                                                                   size_t size) {
+    if (runner) runner->OnAnswer(number, data, size);
   };
-  if (embedder_.Deliver(step.channel, message.data(), message.size(), reply)) return;
-  Tell(NameOf(step) + " -> no handler");
+  if (!embedder_.Deliver(step.channel, message.data(), message.size(), reply)) {
+    waiting_for_ = 0;
+    Tell(NameOf(step) + " -> no handler");
+    return Continue();
+  }
+  if (!step.timeout) return;
+  SetTimeout(*step.timeout, [this, &step] {
+    Tell(NameOf(step) + " -> no answer within " + std::to_string(*step.timeout) + " ms");
+    Continue();
+  });
+}
+
+void StepRunner::OnAnswer(size_t number, const uint8_t* data, size_t size) {
+  if (waiting_for_ != number) return;  // Too late.
+  waiting_for_ = 0;
+  const Step& step = steps_[number - 1];
+  Tell(NameOf(step) + " -> " +
+       (step.method ? DescribeResult(data, size) : DescribeBytes(data, size)));
   Continue();
 }
 
-void StepRunner::OnAnswer(const Step& step, const uint8_t* data, size_t size) {
-  Tell(NameOf(step) + " -> " +
-       (step.method ? DescribeResult(data, size) : DescribeValue(data, size)));
+void StepRunner::Expect(const Step& step) {
+  constexpr uint32_t kPatienceMs = 5000;
+  if (TakeExpected(step)) return;
+  waiting_for_ = next_;
+  const uint32_t timeout = step.timeout.value_or(kPatienceMs);
+  SetTimeout(timeout, [this, &step, timeout] {
+    Tell("expect " + step.channel + " -> nothing within " + std::to_string(timeout) + " ms");
+    embedder_.Exit(kStepFailed);
+  });
+}
+
+bool StepRunner::TakeExpected(const Step& step) {
+  const auto found = std::find_if(sent_.begin(), sent_.end(), [&step](const auto& message) {
+    return IsExpected(step, message);
+  });
+  if (found == sent_.end()) return false;
+  for (const char* known : {"action", "channel", "size"}) found->erase(known);
+  Tell("expect " + step.channel + " -> " + ToText(ToJson(*found)));
+  sent_.erase(found);
   Continue();
+  return true;
+}
+
+void StepRunner::OnAction(const EncodableValue& action) {
+  constexpr size_t kMaxSent = 65536;
+  const auto& details = action.Get<cw::EncodableMap>();
+  if (cw::Get<std::string>(details, "action") != "Send" || sent_.size() == kMaxSent) return;
+  sent_.push_back(details);
+  const bool is_waiting = waiting_for_ != 0 && steps_[waiting_for_ - 1].kind == Step::kExpect;
+  if (is_waiting && TakeExpected(steps_[waiting_for_ - 1])) waiting_for_ = 0;
+}
+
+// While the step that is being done waits.
+void StepRunner::SetTimeout(uint32_t milliseconds, std::function<void()> on_timeout) {
+  const auto expire = [this, number = waiting_for_, on_timeout = std::move(on_timeout)] {
+    if (waiting_for_ != number) return;
+    waiting_for_ = 0;
+    on_timeout();
+  };
+  QTimer::singleShot(static_cast<int>(milliseconds), this, expire);
 }
 
 }  // namespace desk

@@ -5,11 +5,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include <QObject>
 
+#include "cw/encodable_value.h"
 #include "desk/embedder/description.h"
 #include "desk/embedder/embedder.h"
 
@@ -22,17 +26,28 @@ class StepRunner final : public QObject {
 
   void Start() { Continue(); }
 
+  // What the plug-in did: the messages that it sent are what steps expect.
+  void OnAction(const cw::EncodableValue& action);
+
+  // What a step expected has not come: the embedder was told to exit, with kStepFailed.
+  static constexpr int kStepFailed = 4;
+
  private:
   void Continue();  // With the next step, from the event loop.
   void Do(const Step& step);
   void SendMessage(const Step& step);
-  void OnAnswer(const Step& step, const uint8_t* data, size_t size);
+  void OnAnswer(size_t number, const uint8_t* data, size_t size);
+  void Expect(const Step& step);
+  bool TakeExpected(const Step& step);
+  void SetTimeout(uint32_t milliseconds, std::function<void()> on_timeout);
   void Tell(const std::string& line);
 
   Embedder& embedder_;
   const std::vector<Step> steps_;
   std::ostream& output_;
   size_t next_ = 0;
+  size_t waiting_for_ = 0;             // The number (from 1) of the step that waits; 0: none.
+  std::deque<cw::EncodableMap> sent_;  // By the plug-in, and not expected so far.
 };
 
 }  // namespace desk

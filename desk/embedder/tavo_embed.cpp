@@ -97,6 +97,7 @@ desk::Description MakeDescription(const desk::Options& options) {
   }
   description.arguments.insert(description.arguments.end(), options.arguments.begin(),
                                options.arguments.end());
+  description.render_thread = description.render_thread || options.render_thread;
   for (const auto& declared : options.declared) {
     *desk::FindDeclaredSize(description.declared_sizes, declared.first) = declared.second;
   }
@@ -122,6 +123,19 @@ Register LoadPlugin(const std::string& plugin) {
     throw Failure(kWrongPlugin, plugin + ": there is no function \"" + kRegister + "\"");
   }
   return reinterpret_cast<Register>(function);
+}
+
+void RegisterPlugin(const std::string& plugin, Register plugin_register, desk::Embedder& embedder) {
+  const std::string prefix = plugin + ": its registration ";
+  uint32_t answer = 0;
+  try {
+    answer = plugin_register(embedder.GetContext());
+  } catch (const std::exception& error) {
+    throw Failure(kWrongPlugin, prefix + "threw an exception: " + error.what());
+  } catch (...) {
+    throw Failure(kWrongPlugin, prefix + "threw an exception of unknown type");
+  }
+  if (answer == 0) throw Failure(kWrongPlugin, prefix + "answered 0");
 }
 
 // ---- Signals, as events of the loop ----
@@ -155,11 +169,6 @@ std::ostream& OpenReport(const std::string& name, std::ofstream* file) {
   return *file;
 }
 
-void Report(desk::Embedder& embedder, std::ostream& stream) {
-  embedder.ObserveActions(
-      [&stream](const cw::EncodableValue& action) { stream << desk::ToText(action) << std::endl; });
-}
-
 // A process's exit code has eight bits; what is lost must not look like success.
 int WithinRange(int exit_code) {
   constexpr int kHighest = 255;
@@ -181,7 +190,11 @@ int Run(const desk::Options& options) {
   const Register plugin_register = LoadPlugin(options.plugin);
   const desk::Description description = MakeDescription(options);
   desk::Embedder embedder(description);
-  if (report) Report(embedder, *report);
+  desk::StepRunner steps(embedder, description.steps, std::cout);
+  embedder.ObserveActions([report, &steps](const cw::EncodableValue& action) {
+    if (report) *report << desk::ToText(action) << std::endl;
+    steps.OnAction(action);
+  });
 
   QSocketNotifier signals(signal_pipe[0], QSocketNotifier::Read);
   QObject::connect(&signals, &QSocketNotifier::activated, &signals, [&embedder] {
@@ -195,10 +208,7 @@ int Run(const desk::Options& options) {
   });
   if (options.timeout) timer.start(std::chrono::seconds(*options.timeout));
 
-  if (plugin_register(embedder.GetContext()) == 0) {
-    throw Failure(kWrongPlugin, options.plugin + ": its registration answered 0");
-  }
-  desk::StepRunner steps(embedder, description.steps, std::cout);
+  RegisterPlugin(options.plugin, plugin_register, embedder);
   steps.Start();
   const int exit_code = embedder.Run();
   embedder.DestroyEngine();

@@ -1,19 +1,21 @@
 #include "desk/embedder/textures.h"
 
 #include <memory>
+#include <utility>
 
 #include <QByteArray>
 #include <QCryptographicHash>
 
 #include "desk/embedder/engine.h"
+#include "desk/embedder/render_thread.h"
 #include "forge/proc_table.h"
 
 namespace desk {
 namespace {
 
 // What goes with a frame or a texture: called when it is dropped.
-using Farewell = std::shared_ptr<void>;
-Farewell SayFarewell(void (*callback)(void* user_data), void* user_data) {
+using Release = std::shared_ptr<void>;
+Release MakeRelease(void (*callback)(void* user_data), void* user_data) {
   return {nullptr, [callback, user_data](void*) {
             if (callback) callback(user_data);
           }};
@@ -52,6 +54,17 @@ FlutterOstrelOpenGLTexture CopyOpenGL(const FlutterOstrelOpenGLTexture& frame) {
 
 }  // namespace
 
+Textures::Textures(Engine& engine) : engine_(engine) {
+  if (engine.description.render_thread) render_thread_ = std::make_unique<RenderThread>();
+}
+
+Textures::~Textures() = default;
+
+void Textures::Close() {
+  render_thread_.reset();
+  textures_.clear();
+}
+
 int64_t Textures::Register(const FlutterOstrelTextureDescriptor& descriptor) {
   Texture texture{};
   if (descriptor.kind == FLUTTER_OSTREL_PIXEL_BUFFER) {
@@ -69,8 +82,15 @@ int64_t Textures::Register(const FlutterOstrelTextureDescriptor& descriptor) {
 
 bool Textures::Unregister(int64_t id, void (*callback)(void* user_data), void* user_data) {
   if (textures_.erase(id) == 0) return false;
-  // Also called when the engine ends before the task comes to run: the texture is gone then, too.
-  engine_.runner.GetQueue()->Post([farewell = SayFarewell(callback, user_data)] {});
+  // Also called when the engine ends before the tasks come to run: the texture is gone then, too.
+  const auto queue = engine_.runner.GetQueue();
+  TaskQueue::Task let_go = [release = MakeRelease(callback, user_data)] {};
+  if (!render_thread_) {
+    queue->Post(std::move(let_go));
+  } else {  // Behind the frames that are still to be fetched.
+    render_thread_->Post(
+        [queue, let_go = std::move(let_go)]() mutable { queue->Post(std::move(let_go)); });
+  }
   return true;
 }
 
@@ -83,41 +103,52 @@ bool Textures::MarkFrameAvailable(int64_t id) {
 void Textures::Fetch(int64_t id) {
   const auto found = textures_.find(id);
   if (found == textures_.end()) return;
-  const Texture texture = found->second;
   const View& view = engine_.window.GetView();
-  if (texture.get_pixels) {
-    FetchPixels(texture, id, view.width, view.height);
-  } else {
-    FetchOpenGL(texture, id, view.width, view.height);
-  }
+  TaskQueue::Task fetch = [this, id, texture = found->second, width = view.width,
+                           height = view.height] {
+    if (texture.get_pixels) {
+      FetchPixels(texture, id, width, height);
+    } else {
+      FetchOpenGL(texture, id, width, height);
+    }
+  };
+  if (!render_thread_) return fetch();
+  render_thread_->Post(std::move(fetch));
+}
+
+void Textures::Record(const char* action, cw::EncodableMap details) {
+  if (!render_thread_) return engine_.actions.Record(action, std::move(details));
+  engine_.runner.GetQueue()->Post([this, action, details = std::move(details)]() mutable {
+    engine_.actions.Record(action, std::move(details));
+  });
 }
 
 void Textures::FetchPixels(const Texture& texture, int64_t id, size_t width, size_t height) {
   cw::EncodableMap details{{"texture", id}};
   const auto* lent = texture.get_pixels(width, height, texture.user_data);
   const auto frame = forge::CopyCovered(lent);
-  const Farewell farewell = SayFarewell(frame.release, frame.user_data);
+  const Release release = MakeRelease(frame.release, frame.user_data);
   const size_t bytes = CountBytes(frame);
-  if (bytes == 0) return engine_.actions.Record("NoFrame", std::move(details));
+  if (bytes == 0) return Record("NoFrame", std::move(details));
   details["width"] = ToValue(frame.width);
   details["height"] = ToValue(frame.height);
   details["bytes"] = ToValue(bytes);
   details["sha256"] = Digest(frame.pixels, bytes);
-  engine_.actions.Record("Frame", std::move(details));
+  Record("Frame", std::move(details));
 }
 
 void Textures::FetchOpenGL(const Texture& texture, int64_t id, size_t width, size_t height) {
   cw::EncodableMap details{{"texture", id}};
   const auto* lent = texture.get_texture(width, height, texture.user_data);
-  if (!lent) return engine_.actions.Record("NoFrame", std::move(details));
+  if (!lent) return Record("NoFrame", std::move(details));
   const auto frame = CopyOpenGL(*lent);
-  const Farewell farewell = SayFarewell(frame.release, frame.user_data);
+  const Release release = MakeRelease(frame.release, frame.user_data);
   details["width"] = ToValue(frame.width);
   details["height"] = ToValue(frame.height);
   details["target"] = ToValue(size_t{frame.target});
   details["name"] = ToValue(size_t{frame.name});
   details["format"] = ToValue(size_t{frame.format});
-  engine_.actions.Record("Frame", std::move(details));
+  Record("Frame", std::move(details));
 }
 
 }  // namespace desk

@@ -25,7 +25,9 @@
  * `release` exactly once, after the last call of `callback`. A null slot means that nobody listens.
  *
  * Threads. Everything is called on the embedder's thread, save EnqueueTask, which may be called
- * from any; callbacks arrive there. An entry may be called from within a callback.
+ * from any; callbacks arrive there, but for those of textures: frames are asked for and released,
+ * and the end of a texture is told, on the embedder's thread or on its renderer's. An entry may be
+ * called from within a callback on the embedder's thread.
  *
  * Errors. No exception may leave a function of this interface, on either side. */
 #ifndef FLUTTER_OSTREL_FLUTTER_OSTREL_H_
@@ -310,8 +312,9 @@ typedef struct FlutterOstrelOpenGLTexture {
   void* user_data;
 } FlutterOstrelOpenGLTexture;
 
-/* Asked for a frame, at the size (in pixels) at which it will be shown; null: there is none. The
- * structure stays valid until the next call, or until the texture is gone. */
+/* Asked for a frame, maybe on the renderer's thread, at the size (in pixels) at which it will be
+ * shown; null: there is none. The structure stays valid until the next call for the texture, or
+ * until the texture is gone. */
 typedef const FlutterOstrelPixelBuffer* (*FlutterOstrelPixelBufferCallback)(size_t width,
                                                                             size_t height,
                                                                             void* user_data);

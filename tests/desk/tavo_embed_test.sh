@@ -74,6 +74,7 @@ done <<'ROWS'
 {"vieww": {}}|/vieww: there is no such key
 {"view": {"visibility": 9}}|/view/visibility: 9 is not within 1 to 5
 {"view": {"width": 4294967296}}|/view/width: 4294967296 is not within
+{"view": {"pixel_ratio": 0}}|/view/pixel_ratio: 0 is not within 0.1 to 1000
 {"view": {"orientation": 45}}|/view/orientation: 45 is no multiple of 90
 {"view": {"pixel_ratio": 1e999}}|number overflow
 {"steps": [{"cease": ""}]}|/steps/0/cease: a "channel" is wanted
@@ -94,6 +95,10 @@ cat >"$work/description" <<'JSON'
  "steps": [
   {"message": {"channel": "echo", "value": {"a": [1, true]}}},
   {"message": {"channel": "echo", "method": "m", "arguments": 5}},
+  {"message": {"channel": "ask", "method": "m"}},
+  {"expect": {"channel": "dart", "method": "m"}},
+  {"wait": 1},
+  {"message": {"channel": "echo", "bytes": "//8="}},
   {"message": {"channel": "none", "value": 1}},
   {"message": {"channel": "ask", "method": "m"}},
   {"listen": {"channel": "dart", "answer": {"not_implemented": true}}},
@@ -107,7 +112,12 @@ expect 5 '"action":"Exit","exit_code":5' --description "$work/description" --rep
 diff - "$work/out" <<'OUT' || fail "the steps"
 registered
 message echo -> {"a":[1,true]}
-message echo m -> no envelope
+message echo m -> no envelope: {"arguments":5,"method":"m"}
+message ask m -> not implemented
+dart answers 5 bytes
+expect dart -> {"arguments":null,"method":"m"}
+wait 1
+message echo -> {"bytes":"//8="}
 message none -> no handler
 message ask m -> not implemented
 dart answers 5 bytes
@@ -139,6 +149,10 @@ expect 5 '' --description "$work/offer" "$plugin"
 echo '{"arguments": ["stay"], "steps": [{"destroy_engine": true}, {"exit": 4}]}' >"$work/description"
 expect 4 '' --description "$work/description" "$plugin"
 [[ "$(cat "$work/out")" == $'registered\ndestroy_engine\ndestroyed\nexit 4' ]] || fail "$(cat "$work/out")"
+
+# A message that is expected does not come.
+echo '{"arguments": ["stay"], "steps": [{"expect": {"channel": "c", "timeout": 1}}]}' >"$work/description"
+expect 4 '' --description "$work/description" "$plugin"
 
 # A signal ends it orderly.
 for signal in INT:130 TERM:143; do

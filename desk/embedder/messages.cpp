@@ -1,0 +1,73 @@
+#include "desk/embedder/messages.h"
+
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include <QByteArray>
+
+#include "cw/admission.h"
+#include "cw/byte_streams.h"
+#include "cw/standard_codec_serializer.h"
+
+namespace desk {
+namespace {
+
+using cw::EncodableMap;
+using cw::EncodableValue;
+using Values = std::vector<EncodableValue>;
+
+constexpr uint8_t kHighestTag = 14;  // Of the standard codec.
+
+// The bytes from `begin` on as values, one after the other; none when they are anything else.
+// Admission looks at them as elements of one list, behind as many nulls as leave them where they
+// are by the alignment of eight.
+std::optional<Values> ReadValues(const uint8_t* data, size_t size, size_t begin, uint8_t count) {
+  const auto nulls = static_cast<uint8_t>(6 + begin);
+  std::vector<uint8_t> list = {12, static_cast<uint8_t>(nulls + count)};
+  list.resize(list.size() + nulls);
+  list.insert(list.end(), data + begin, data + size);
+  if (cw::FindInadmissible(list.data(), list.size())) return {};
+  cw::ByteBufferStreamReader reader(data, size);
+  for (size_t i = 0; i < begin; ++i) reader.ReadByte();
+  Values values;
+  while (values.size() < count && reader.GetRemaining() > 0) {
+    if (*reader.PeekBytes(1) > kHighestTag) return {};  // The reader would print a line.
+    values.push_back(cw::StandardCodecSerializer::GetInstance().ReadValue(&reader));
+  }
+  if (values.size() < count || reader.GetRemaining() > 0) return {};
+  return values;
+}
+
+}  // namespace
+
+EncodableMap DescribeMessage(const uint8_t* data, size_t size) {
+  if (!data || size == 0) return {{"message", EncodableValue()}};
+  if (auto value = ReadValues(data, size, 0, 1)) return {{"message", std::move((*value)[0])}};
+  if (auto call = ReadValues(data, size, 0, 2); call && (*call)[0].Is<std::string>()) {
+    return {{"method", std::move((*call)[0])}, {"arguments", std::move((*call)[1])}};
+  }
+  if (auto success = ReadValues(data, size, 1, 1); success && data[0] == 0) {
+    return {{"success", std::move((*success)[0])}};
+  }
+  if (auto error = ReadValues(data, size, 1, 3); error && data[0] == 1) {
+    return {{"error", EncodableMap{{"code", std::move((*error)[0])},
+                                   {"message", std::move((*error)[1])},
+                                   {"details", std::move((*error)[2])}}}};
+  }
+  return {{"bytes", ToBase64(data, size)}};
+}
+
+std::string ToBase64(const uint8_t* data, size_t size) {
+  const auto* bytes = reinterpret_cast<const char*>(data);
+  return QByteArray::fromRawData(bytes, static_cast<int>(size)).toBase64().toStdString();
+}
+
+std::vector<uint8_t> FromBase64(const std::string& text) {
+  const auto result = QByteArray::fromBase64Encoding(QByteArray::fromStdString(text),
+                                                     QByteArray::AbortOnBase64DecodingErrors);
+  if (!result) throw std::runtime_error("a Base64 text is wanted");
+  return {result.decoded.begin(), result.decoded.end()};
+}
+
+}  // namespace desk
