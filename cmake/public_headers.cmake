@@ -35,6 +35,7 @@ set(TAVO_PUBLIC_HEADERS
   forge/proc_table.h
   forge/resources_cache.h
   forge/signals.h
+  forge/signals_impl.h
   forge/slot_owner.h
   forge/strings.h
   platform/flutter_ostrel/flutter_ostrel.h

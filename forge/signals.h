@@ -1,8 +1,23 @@
 // Listeners, signals and C slots: how callbacks reach whoever waits for them.
 //
 // An owner holds OwnedSignal (any number of emissions) or OwnedRunOnceSignal (at most one) and
-// shows it as Signal or RunOnceSignal, through which others subscribe but cannot emit.
+// shows it as Signal or RunOnceSignal, through which others subscribe but cannot emit:
 //
+//   class Download {
+//    public:
+//     forge::Signal<int>& OnProgress() { return progress_; }
+//     forge::RunOnceSignal<bool>& OnEnd() { return end_; }
+//
+//    private:
+//     forge::OwnedSignal<int> progress_;     // progress_.Emit(40);
+//     forge::OwnedRunOnceSignal<bool> end_;  // end_.Emit(true);
+//   };
+//
+//   const uint32_t id = download.OnProgress().Subscribe([](int percent) { Show(percent); });
+//   download.OnProgress().Unsubscribe(id);
+//
+// Ownership: a signal owns the callbacks that are subscribed, and drops them when it is destroyed,
+//            when they are unsubscribed, and, of a run-once signal, when they have been called.
 // Threads: any. Listeners run on the emitting thread, in the order of subscription, and never
 //          under a lock of the signal or of the listener: a listener may subscribe, unsubscribe
 //          or emit on the same signal.
@@ -10,7 +25,6 @@
 //          run-once signal stays emitted.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -27,7 +41,7 @@
 
 namespace forge {
 
-// Virtual operations grow only at the end.
+// Something that can be called, whatever it is made of. Virtual operations grow only at the end.
 template <typename... Args>
 class FORGE_EXPORT IListener {
  public:
@@ -41,14 +55,20 @@ class FORGE_EXPORT IListener {
 };
 
 // A listener over a C slot. It owns the slot's user data and gives it back exactly once: after
-// InvokeOnce, or else when it is destroyed. Not for use by several threads at once.
+// InvokeOnce, or else when it is destroyed.
+//
+//   // The caller's slot is borrowed, but what it holds is this listener's from here on.
+//   forge::CStyleListener<bool> listener(slot->callback, slot->release, slot->user_data);
+//   listener.InvokeOnce(true);  // Calls `callback`, then `release`.
+//
+// Threads: not for use by several threads at once.
 template <typename... Args>
 class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
  public:
   using CallFunction = void (*)(void* user_data, Args...);
   using ReleaseFunction = void (*)(void* user_data);
 
-  // Both functions may be null.
+  // Both functions may be null: then nobody is called, or nothing needs to be given back.
   CStyleListener(CallFunction call, ReleaseFunction release, void* user_data);
   ~CStyleListener() override;
   CStyleListener(const CStyleListener&) = delete;
@@ -67,8 +87,10 @@ class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
   SlotOwner<Slot> owner_;
 };
 
-// A listener over a function object; an empty one is skipped silently. Of two concurrent
-// InvokeOnce only one finds the callback.
+// A listener over a function object; an empty one is skipped silently.
+//
+// Threads: any. Of two concurrent InvokeOnce only one finds the callback. The callback is destroyed
+//          by whoever drops it last, never under the lock.
 template <typename... Args>
 class FORGE_EXPORT CppStyleListener final : public IListener<Args...> {
  public:
@@ -100,11 +122,13 @@ using Subscriptions = std::vector<Subscription<Args...>>;
 
 }  // namespace details
 
-// An event that may happen again and again.
+// An event that may happen again and again. Each emission calls those that are subscribed when it
+// begins.
 template <typename... Args>
 class FORGE_EXPORT Signal : public details::CounterClient {
  public:
-  // Returns the subscription's id, unique in the process.
+  // Returns the subscription's id, unique in the process. The callback is first called by the
+  // next emission that begins.
   uint32_t Subscribe(std::function<void(Args...)> callback);
 
   // False when there is no such subscription. An emission that runs may still call the callback.
@@ -129,7 +153,7 @@ class FORGE_EXPORT RunOnceSignal : public details::CounterClient {
   // Returns the subscription's id, unique in the process.
   uint32_t Subscribe(std::function<void(Args...)> callback);
 
-  // False when there is no such subscription (also once the signal was emitted).
+  // False when there is no such subscription, also once the signal was emitted: it has none then.
   bool Unsubscribe(uint32_t id);
 
   // Attaches a listener that the caller owns: it is called (InvokeOnce) after the subscribers, if
@@ -159,6 +183,8 @@ class FORGE_EXPORT RunOnceSignal : public details::CounterClient {
   std::optional<std::tuple<Args...>> arguments_;
 };
 
+// The owner's ends of the two signals: only these emit. An emission hands each listener the same
+// arguments.
 template <typename... Args>
 class FORGE_EXPORT OwnedSignal final : public Signal<Args...> {
  public:
@@ -171,173 +197,19 @@ class FORGE_EXPORT OwnedRunOnceSignal final : public RunOnceSignal<Args...> {
   void Emit(Args... args) { this->EmitImpl(std::forward<Args>(args)...); }
 };
 
-// Packs a function object into a C slot (size, callback, release, user_data). Whoever receives the
-// slot must call its release function exactly once.
+// Packs a function object into a C slot (size, callback, release, user_data), for a C function that
+// takes one.
 //
-//   auto slot = forge::CreateSlot<TAVOOpenUriSlot, bool>([](bool success) { ... });
+//   auto slot = forge::CreateSlot<TAVOOpenUriSlot, bool>([](bool success) { Show(success); });
+//   table.OpenUri(intent_manager, uri, &slot);
+//
+// Ownership: whoever receives the slot must call its release function exactly once, which destroys
+//            the function object; CreateSlot itself frees nothing.
+// Errors:    an exception of the function object leaves the callback. The receiver is C, so wrap
+//            what may throw in forge::Fence.
 template <typename SlotT, typename... Args, typename Fn>
 SlotT CreateSlot(Fn&& fn);
 
-// ------------------------------------------------------------------------------------------------
-
-template <typename... Args>
-CStyleListener<Args...>::CStyleListener(CallFunction call, ReleaseFunction release, void* user_data)
-    : owner_(Slot{call, release, user_data}) {}
-
-template <typename... Args>
-CStyleListener<Args...>::~CStyleListener() = default;
-
-template <typename... Args>
-void CStyleListener<Args...>::Invoke(Args... args) const {
-  owner_.Call(&Slot::callback, std::forward<Args>(args)...);
-}
-
-template <typename... Args>
-void CStyleListener<Args...>::InvokeOnce(Args... args) {
-  // The slot moves to an owner of its own first: a re-entrant call finds it gone, and its
-  // destructor releases the user data once, also when the callback throws or destroys this.
-  const SlotOwner<Slot> last(std::move(owner_));
-  last.Call(&Slot::callback, std::forward<Args>(args)...);
-}
-
-template <typename... Args>
-CppStyleListener<Args...>::CppStyleListener(std::function<void(Args...)> callback)
-    : callback_(std::move(callback)) {}
-
-template <typename... Args>
-CppStyleListener<Args...>::~CppStyleListener() {
-  Take();
-}
-
-template <typename... Args>
-void CppStyleListener<Args...>::Invoke(Args... args) const {
-  std::shared_lock lock(mutex_);
-  const auto callback = callback_;
-  lock.unlock();
-  if (callback) callback(std::forward<Args>(args)...);
-}
-
-template <typename... Args>
-void CppStyleListener<Args...>::InvokeOnce(Args... args) {
-  const auto callback = Take();
-  if (callback) callback(std::forward<Args>(args)...);
-}
-
-template <typename... Args>
-std::function<void(Args...)> CppStyleListener<Args...>::Take() {
-  const std::unique_lock lock(mutex_);
-  return std::exchange(callback_, nullptr);
-}
-
-template <typename... Args>
-uint32_t Signal<Args...>::Subscribe(std::function<void(Args...)> callback) {
-  auto listener = std::make_shared<CppStyleListener<Args...>>(std::move(callback));
-  const uint32_t id = this->DrawId();
-  const std::unique_lock lock(mutex_);
-  subscriptions_.push_back({id, std::move(listener)});
-  return id;
-}
-
-template <typename... Args>
-bool Signal<Args...>::Unsubscribe(uint32_t id) {
-  std::shared_ptr<IListener<Args...>> removed;  // Dies after the lock: its callback is foreign.
-  const std::unique_lock lock(mutex_);
-  const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
-                                  [id](const auto& subscription) { return subscription.id == id; });
-  if (found == subscriptions_.end()) return false;
-  removed = std::move(found->listener);
-  subscriptions_.erase(found);
-  return true;
-}
-
-template <typename... Args>
-void Signal<Args...>::EmitImpl(Args... args) const {
-  std::vector<std::weak_ptr<IListener<Args...>>> snapshot;
-  {
-    const std::shared_lock lock(mutex_);
-    for (const auto& subscription : subscriptions_) snapshot.push_back(subscription.listener);
-  }
-  for (const auto& entry : snapshot) {
-    if (const auto listener = entry.lock()) listener->Invoke(args...);
-  }
-}
-
-template <typename... Args>
-template <typename List, typename Item>
-void RunOnceSignal<Args...>::Append(std::shared_ptr<const List>& list, Item item) {
-  auto copy = list ? std::make_shared<List>(*list) : std::make_shared<List>();
-  copy->push_back(std::move(item));
-  list = std::move(copy);
-}
-
-template <typename... Args>
-uint32_t RunOnceSignal<Args...>::Subscribe(std::function<void(Args...)> callback) {
-  auto listener = std::make_shared<CppStyleListener<Args...>>(std::move(callback));
-  const uint32_t id = this->DrawId();
-  std::unique_lock lock(mutex_);
-  if (!emitted_) {
-    Append(subscriptions_, details::Subscription<Args...>{id, std::move(listener)});
-    return id;
-  }
-  lock.unlock();
-  std::apply([&listener](const auto&... args) { listener->Invoke(args...); }, *arguments_);
-  return id;
-}
-
-template <typename... Args>
-bool RunOnceSignal<Args...>::Unsubscribe(uint32_t id) {
-  std::shared_ptr<const SubscriptionList> replaced;  // Dies after the lock.
-  const std::unique_lock lock(mutex_);
-  if (!subscriptions_) return false;
-  auto copy = std::make_shared<SubscriptionList>(*subscriptions_);
-  const auto found = std::find_if(copy->begin(), copy->end(),
-                                  [id](const auto& subscription) { return subscription.id == id; });
-  if (found == copy->end()) return false;
-  copy->erase(found);
-  replaced = std::exchange(subscriptions_, std::move(copy));
-  return true;
-}
-
-template <typename... Args>
-void RunOnceSignal<Args...>::Attach(std::weak_ptr<IListener<Args...>> listener) {
-  std::unique_lock lock(mutex_);
-  if (!emitted_) return Append(attached_, std::move(listener));
-  lock.unlock();
-  if (const auto living = listener.lock()) {
-    std::apply([&living](const auto&... args) { living->InvokeOnce(args...); }, *arguments_);
-  }
-}
-
-template <typename... Args>
-void RunOnceSignal<Args...>::EmitImpl(Args... args) {
-  std::unique_lock lock(mutex_);
-  if (emitted_) return;
-  arguments_.emplace(args...);
-  emitted_ = true;
-  const auto subscriptions = std::exchange(subscriptions_, nullptr);
-  const auto attached = std::exchange(attached_, nullptr);
-  lock.unlock();
-  if (subscriptions) {
-    for (const auto& subscription : *subscriptions) subscription.listener->InvokeOnce(args...);
-  }
-  if (attached) {
-    for (const auto& entry : *attached) {
-      if (const auto listener = entry.lock()) listener->InvokeOnce(args...);
-    }
-  }
-}
-
-template <typename SlotT, typename... Args, typename Fn>
-SlotT CreateSlot(Fn&& fn) {
-  using Function = std::function<void(Args...)>;
-  SlotT slot{};
-  slot.size = sizeof(SlotT);
-  slot.callback = [](void* user_data, Args... args) {
-    if (user_data) (*static_cast<Function*>(user_data))(std::forward<Args>(args)...);
-  };
-  slot.release = [](void* user_data) { delete static_cast<Function*>(user_data); };
-  slot.user_data = new Function(std::forward<Fn>(fn));
-  return slot;
-}
-
 }  // namespace forge
+
+#include "forge/signals_impl.h"  // IWYU pragma: export
