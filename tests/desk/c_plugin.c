@@ -7,12 +7,12 @@
 
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
-static _FlutterOstrelApplication* application;
-static FlutterOstrelApplicationProcTable applications = {.size = sizeof applications};
+static _FlutterOstrelApplication* self;
+static FlutterOstrelApplicationProcTable app = {.size = sizeof app};
 static FlutterOstrelMessengerProcTable messenger = {.size = sizeof messenger};
 static int code = 5;
 
-static void ExitNow(void* exit_code) { applications.Exit(application, *(int*)exit_code); }
+static void ExitNow(void* exit_code) { app.Exit(self, *(int*)exit_code); }
 
 static void TellAnswer(const uint8_t* data, size_t size, void* output) {
   fprintf(output, "dart answers %zu bytes%s\n", size, data ? "" : " (null)");
@@ -41,21 +41,19 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   const char* const* arguments = NULL;
   if (!FLUTTER_OSTREL_HAS(context, ApplicationProcTableLoad) ||
       !FLUTTER_OSTREL_HAS(context, MessengerProcTableLoad) ||
-      !context->ApplicationProcTableLoad(&applications, sizeof applications,
-                                         context->application) ||
+      !context->ApplicationProcTableLoad(&app, sizeof app, context->application) ||
       !context->MessengerProcTableLoad(&messenger, sizeof messenger, context->engine) ||
-      !FLUTTER_OSTREL_HAS(&applications, Exit) ||
-      !FLUTTER_OSTREL_HAS(&messenger, SetMessageHandler)) {
+      !FLUTTER_OSTREL_HAS(&app, Exit) || !FLUTTER_OSTREL_HAS(&messenger, SetMessageHandler)) {
     return 0;
   }
-  application = context->application;
-  applications.GetDartEntryPointArgs(application, &count, &arguments);
+  self = context->application;
+  app.GetDartEntryPointArgs(self, &count, &arguments);
   if (count == 0 || arguments[count] || strcmp(arguments[0], "refuse") == 0) return 0;
   setvbuf(stdout, NULL, _IOLBF, 0);
   if (strcmp(arguments[0], "exit") == 0 && count > 1) {
     const FlutterOstrelSlot slot = {sizeof slot, ExitNow, NULL, &code};
     code = atoi(arguments[1]);
-    applications.EnqueueTask(application, &slot, 0);
+    app.EnqueueTask(self, &slot, 0);
   } else if (strcmp(arguments[0], "serve") == 0) {
     messenger.SetMessageHandler(context->engine, "echo", Serve, &code);
     messenger.SetMessageHandler(context->engine, "ask", Serve, &code);

@@ -74,10 +74,10 @@ class TaskMessagingTest : public test::DeskTest {
     DeskTest::TearDown();
   }
 
-  // A launcher that writes what it likes, and reads nothing.
-  int Connect(const QByteArray& bytes = "{\"n\":1}\n") {
+  // A launcher that has sent a message, and reads nothing.
+  int Connect() {
     const int launcher = test::OpenSocket(path_, connect);
-    send(launcher, bytes.data(), static_cast<size_t>(bytes.size()), MSG_NOSIGNAL);
+    send(launcher, "{\"n\":1}\n", 8, MSG_NOSIGNAL);
     return launcher;
   }
 
@@ -137,12 +137,6 @@ TEST_F(TaskMessagingTest, LauncherThatBreaksALimitIsDroppedAlone) {
   launcher.Send(most + QLatin1Char('x'));
   ExpectError("message dropped: it has 33554433 bytes");
 
-  const int endless = Connect("{");
-  EXPECT_TRUE(WaitUntil([&] {
-    return send(endless, most.data(), 1 << 20, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno == EPIPE;
-  }));
-  ExpectError("a line of more than 33554432 bytes");
-
   const int deaf = Connect();
   ASSERT_TRUE(server_->Holds(2));
   for (int count = 1; count <= 140; ++count) {
@@ -150,26 +144,25 @@ TEST_F(TaskMessagingTest, LauncherThatBreaksALimitIsDroppedAlone) {
     ASSERT_TRUE(launcher.Holds(count));
   }
   ExpectError("the other end does not read");
-  for (const int descriptor : {endless, deaf}) close(descriptor);
+  close(deaf);
 }
 
 TEST_F(TaskMessagingTest, NothingIsLostOrReorderedWhenManyThreadsSendBothWays) {
-  constexpr int kThreads = 4;
   constexpr int kMessages = 5000;
   End launcher(path_);
   std::vector<std::thread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, first = thread * kMessages] {
+  for (int first = 0; first < 4 * kMessages; first += kMessages) {
+    threads.emplace_back([&, first] {
       for (int n = first; n < first + kMessages; ++n) {
         launcher.Send(n);
         server_->Send(n);
       }
     });
   }
-  for (End* end : {server_.get(), &launcher}) EXPECT_TRUE(end->Holds(kThreads * kMessages));
+  for (End* end : {server_.get(), &launcher}) EXPECT_TRUE(end->Holds(4 * kMessages));
   for (auto& thread : threads) thread.join();
   for (const End* end : {server_.get(), &launcher}) {
-    int next[kThreads] = {};
+    int next[] = {0, 0, 0, 0};
     for (const auto value : end->values) {
       const int n = value.toInt();
       ASSERT_EQ(next[n / kMessages]++, n % kMessages);
@@ -223,8 +216,10 @@ TEST_F(TaskMessagingTest, ProcessOfAnotherUserIsNotServed) {
   const int stranger = Connect();
   ASSERT_EQ(0, seteuid(0));
   char byte = 0;
-  EXPECT_TRUE(WaitUntil(
-      [&] { return recv(stranger, &byte, 1, MSG_DONTWAIT) == 0 || errno == ECONNRESET; }));
+  const auto is_dropped = [&] {
+    return recv(stranger, &byte, 1, MSG_DONTWAIT) == 0 || errno != EAGAIN;
+  };
+  EXPECT_TRUE(WaitUntil(is_dropped));
   close(stranger);
   EXPECT_EQ(0, server_->values.size());
   ExpectError("another user's");
