@@ -267,7 +267,7 @@ TEST_F(EmbedderTest, FramesAreFetchedUntilTheTextureIsGone) {
   EXPECT_EQ(Take(), "");
   EXPECT_EQ(Settle(), "fetch;frame~;");
   EXPECT_EQ(LastAction().find(R"("Frame","bytes":24,"height":3,"sha256":"9d908ecf)"), 10u);
-  frame.width = std::numeric_limits<size_t>::max() / 2;
+  frame.width = std::numeric_limits<size_t>::max() / 4;
   mark(1);
   EXPECT_EQ(Settle(), "fetch;frame~;");
   EXPECT_EQ(LastAction(), R"({"action":"NoFrame","texture":1})");
