@@ -21,17 +21,14 @@ FlutterOstrelApplicationProcTable app;
 FlutterOstrelViewProcTable view;
 FlutterOstrelTextureProcTable texture;
 FlutterOstrelMessengerProcTable dart;  // The messenger: it leads there.
-_FlutterOstrelApplication* self;
-_FlutterOstrelView* win;
-_FlutterOstrelEngine* eng;
+auto*& self = context.application;
+auto*& win = context.view;
+auto*& eng = context.engine;
 std::string heard;  // What the callbacks were told: "name;" is a call, "name~;" a release.
 
-void Start(const char* description) {
+void Start(const std::string& description) {
   embedder = std::make_unique<Embedder>(ParseDescription(description));
   context = *embedder->GetContext();
-  self = context.application;
-  win = context.view;
-  eng = context.engine;
   context.ApplicationProcTableLoad(&app, sizeof app, self);
   context.ViewProcTableLoad(&view, sizeof view, win);
   context.TextureProcTableLoad(&texture, sizeof texture, eng);
@@ -86,8 +83,8 @@ class EmbedderTest : public test::TestBase {
 };
 
 TEST_F(EmbedderTest, ShowsWhatIsDescribed) {
-  Start(R"({"directories": {"1": "/libs"}, "permissions": ["Camera"], "os_version": [1, 2, 3, 4],
-            "view": {"width": 10, "height": 20}})");
+  Start(
+      R"({"directories": {"1": "/libs"}, "permissions": ["Camera"], "os_version": [1, 2, 3, 4]})");
   char text[5];
   EXPECT_EQ(app.GetApplicationInfo(self, 2, nullptr, 0), sizeof "org.example");
   EXPECT_EQ(app.GetPath(self, 1, text, 5), 6u);
@@ -100,8 +97,6 @@ TEST_F(EmbedderTest, ShowsWhatIsDescribed) {
   EXPECT_TRUE(app.HasPermission(self, "Camera!", 6));
   EXPECT_FALSE(app.HasPermission(self, "Camera!", 7));
   EXPECT_FALSE(app.HasPermission(self, nullptr, 7));
-  EXPECT_EQ(view.GetWindowWidth(win), 10u);
-  EXPECT_EQ(view.GetWindowHeight(win), 20u);
   EXPECT_TRUE(view.SetStatusbarVisibility(win, 2));
   EXPECT_FALSE(view.SetStatusbarVisibility(win, 3));
   EXPECT_EQ(view.GetStatusbarVisibility(win), 2u);
@@ -304,10 +299,11 @@ TEST_F(EmbedderTest, EngineMayEndWithinTheCallOfASubscriber) {
 TEST_F(EmbedderTest, WrongHandlesAreHarmless) {
   void* const stale = self;
   Start("{}");
-  for (void* wrong : {static_cast<void*>(nullptr), stale, static_cast<void*>(context.engine)}) {
-    self = static_cast<_FlutterOstrelApplication*>(wrong);
-    win = static_cast<_FlutterOstrelView*>(wrong);
-    eng = static_cast<_FlutterOstrelEngine*>(wrong == context.engine ? context.view : wrong);
+  void* const rows[][2] = {{nullptr, nullptr}, {stale, stale}, {eng, win}};
+  for (const auto& [handle, engine] : rows) {
+    self = static_cast<_FlutterOstrelApplication*>(handle);
+    win = static_cast<_FlutterOstrelView*>(handle);
+    eng = static_cast<_FlutterOstrelEngine*>(engine);
     int count = 7;
     app.GetDartEntryPointArgs(self, &count, nullptr);
     EXPECT_EQ(count, 0);
@@ -328,7 +324,7 @@ TEST_F(EmbedderTest, JsonHoldsAnyValueToALimitedDepth) {
   EXPECT_EQ(ToText(cw::EncodableValue(map)),
             "{\"5\":[1,2],\"a\xEF\xBF\xBD\":[0.5],\"[true]\":null}");
   const auto parse = [](size_t depth) {
-    Start(("{\"payload\":" + std::string(depth, '[') + std::string(depth, ']') + "}").c_str());
+    Start("{\"payload\":" + std::string(depth, '[') + std::string(depth, ']') + '}');
   };
   parse(kDeepestJson);
   EXPECT_THROW(parse(kDeepestJson + 1), std::runtime_error);

@@ -108,9 +108,9 @@ TEST_F(TaskMessagingTest, EveryLauncherIsServedThoughNothingCanBeRecorded) {
   EXPECT_EQ(Values({text, 2}), one.values);
   EXPECT_EQ(Values({2}), two.values);
   EXPECT_EQ(Values({text}), server_->values);
-  EXPECT_EQ("tavo-desk: nothing more is recorded of \"\": " + apps_.toStdString() +
-                " (TAVO_DESK_RECORD): Is a directory\n",
-            errors_.TakeText());
+  const auto errors = errors_.TakeLines();
+  ASSERT_EQ(1u, errors.size());
+  EXPECT_NE(std::string::npos, errors[0].find("apps (TAVO_DESK_RECORD): Is a directory"));
 }
 
 TEST_F(TaskMessagingTest, LinesAreReadAlsoOfALauncherThatIsGone) {
