@@ -241,7 +241,7 @@ TEST_F(IntentsTest, RecordIsWholeAndPrivateOrTheFailureIsTold) {
   close(ends[0]);
   const int standard_error = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
   dup2(ends[1], STDERR_FILENO);
-  desk::Complain(QStringLiteral("to nobody"));
+  desk::ReportError(QStringLiteral("to nobody"));
   dup2(standard_error, STDERR_FILENO);
   for (const int descriptor : {ends[1], standard_error}) close(descriptor);
   for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
