@@ -14,48 +14,45 @@ using Directory = ApplicationWrapper::DirectoryType;
 using ApplicationWrapperTest = test::WrapperTest<ApplicationWrapper>;
 
 TEST_F(ApplicationWrapperTest, KindsOutsideTheSetsAreTheDefaults) {
-  embedder_.answers = {{"GetApplicationInfo", 0}, {"GetPath", 0}};
+  answers = {{"GetApplicationInfo", 0}, {"GetPath", 0}};
   for (const uint32_t kind : {0u, 1u, 2u, 3u, 4u, 7u, 23u, 24u, ~0u}) {
     wrapper_->GetApplicationInfo(ApplicationWrapper::InfoType{kind});
     wrapper_->GetPath(Directory{kind});
     const auto information = std::to_string(kind == 2 || kind == 3 ? kind : 1);
     const auto path = std::to_string(kind >= 1 && kind <= 23 ? kind : 7);
-    EXPECT_EQ("GetApplicationInfo(application, " + information + ", 0) GetPath(application, " +
-                  path + ", 0)",
-              embedder_.TakeTrace());
+    EXPECT_EQ("GetApplicationInfo(" + information + ", 0) GetPath(" + path + ", 0)", TakeTrace());
   }
 }
 
 TEST_F(ApplicationWrapperTest, TextEndsAtItsFirstNulAndMustKeepItsSize) {
   EXPECT_EQ("text", wrapper_->GetLibraryPath(""));
-  embedder_.text = std::string("cut\0off", 7);
+  text = std::string("cut\0off", 7);
   EXPECT_EQ("cut", wrapper_->GetPath(Directory::kDefault));
-  embedder_.text.assign((16 << 20) - 1, 'x');
-  EXPECT_TRUE(wrapper_->GetPath(Directory::kDefault) == embedder_.text);
-  embedder_.text += "x";
+  text.assign((16 << 20) - 1, 'x');
+  EXPECT_TRUE(wrapper_->GetPath(Directory::kDefault) == text);
+  text += "x";
   EXPECT_EQ("", wrapper_->GetPath(Directory::kDefault));
-  embedder_.text = "text";
-  embedder_.within["GetPath"] = [&] { embedder_.text = "cut"; };
+  text = "text";
+  within["GetPath"] = [&] { text = "cut"; };
   EXPECT_EQ("", wrapper_->GetPath(Directory::kDefault));
 }
 
 TEST_F(ApplicationWrapperTest, NullArgumentThrowsAndNullArrayIsEmpty) {
-  embedder_.dart_arguments = {"one", nullptr};
+  dart_arguments = {"one", nullptr};
   EXPECT_THROW(wrapper_->GetDartEntryPointArgs(), std::logic_error);
-  embedder_.application.GetDartEntryPointArgs = [](auto*, int* count, auto*) { *count = 2; };
-  wrapper_ = ApplicationWrapper::Create(embedder_.GetContext());
+  application.GetDartEntryPointArgs = [](auto*, int* count, auto*) { *count = 2; };
+  wrapper_ = ApplicationWrapper::Create(GetContext());
   EXPECT_TRUE(wrapper_->GetDartEntryPointArgs().empty());
 }
 
 TEST_F(ApplicationWrapperTest, TaskRunsWhenTheEmbedderCallsItAndMayThrow) {
-  embedder_.within["task"] = [] { throw std::runtime_error("cause"); };
-  wrapper_->Invoke(embedder_.Watch("task"), 9);
-  embedder_.Call();
+  within["task"] = [] { throw std::runtime_error("cause"); };
+  wrapper_->Invoke(Watch("task"), 9);
+  Call();
   EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
   wrapper_->EnqueueTask(nullptr, 0);
-  embedder_.Call();
-  EXPECT_EQ("EnqueueTask(application, 9) task() ~task() EnqueueTask(application, 0)",
-            embedder_.TakeTrace());
+  Call();
+  EXPECT_EQ("EnqueueTask(9) task() ~task() EnqueueTask(0)", TakeTrace());
 }
 
 TEST_F(ApplicationWrapperTest, PermissionNamesFollowTheEmbeddersNumbers) {
@@ -69,30 +66,30 @@ TEST_F(ApplicationWrapperTest, PermissionNamesFollowTheEmbeddersNumbers) {
     EXPECT_EQ("[error] Contract violation: permission string cannot be empty.", log_.TakeLine());
   }
   EXPECT_TRUE(wrapper_->HasPermission(std::string_view("Camera2").substr(0, 6)));
-  EXPECT_EQ("HasPermission(application, Camera)", embedder_.TakeTrace());
+  EXPECT_EQ("HasPermission(Camera2, 6)", TakeTrace());
 }
 
 TEST_F(ApplicationWrapperTest, MainWindowAnswersOnce) {
-  embedder_.answers["CreateMainWindow"] = 0;
-  const cw::EncodableValue payload(true);
+  answers["CreateMainWindow"] = 0;
+  const cw::EncodableValue value(true);
   const auto open = [&] {
-    EXPECT_TRUE(wrapper_->CreateMainWindow("a", "b", &payload, embedder_.Watch("answer")));
-    EXPECT_EQ("CreateMainWindow(application, a, b, { 1 })", embedder_.TakeTrace());
+    EXPECT_TRUE(wrapper_->CreateMainWindow("a", "b", &value, Watch("answer")));
+    EXPECT_EQ("CreateMainWindow(a, b, 1)", TakeTrace());
   };
   open();
-  embedder_.Call({3, 42, 0, 0, 0}, "text");
-  embedder_.Call({3, 43, 0, 0, 0}, "again");
-  EXPECT_EQ("answer({ 3, 42, 0, 0, 0 }, text) ~answer()", embedder_.TakeTrace());
+  Call({3, 42, 0, 0, 0}, "text");
+  Call({3, 43, 0, 0, 0}, "again");
+  EXPECT_EQ("answer(3, 42, 0, 0, 0, text) ~answer()", TakeTrace());
   open();
-  embedder_.Call({}, nullptr);
-  EXPECT_EQ("answer({ 0 }, ) ~answer()", embedder_.TakeTrace());
+  Call({}, nullptr);
+  EXPECT_EQ("answer(0, ) ~answer()", TakeTrace());
   open();
-  embedder_.Call({12, 255, 0, 0, 0, 4}, nullptr);  // A list of absurd length.
-  EXPECT_EQ("answer({ 0 }, ) ~answer()", embedder_.TakeTrace());
+  Call({12, 255, 0, 0, 0, 4}, nullptr);  // A list of absurd length.
+  EXPECT_EQ("answer(0, ) ~answer()", TakeTrace());
   EXPECT_EQ("[error] Undecodable window result: it declares more than it holds", log_.TakeLine());
-  embedder_.answers["CreateMainWindow"] = 1;
+  answers["CreateMainWindow"] = 1;
   EXPECT_FALSE(wrapper_->CreateMainWindow("", "", nullptr, nullptr));
-  EXPECT_EQ("CreateMainWindow(application, , , 0, null)", embedder_.TakeTrace());
+  EXPECT_EQ("CreateMainWindow(0, null)", TakeTrace());
 }
 
 }  // namespace

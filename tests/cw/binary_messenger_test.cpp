@@ -1,5 +1,6 @@
 #include "cw/binary_messenger.h"
 
+#include <sstream>
 #include <stdexcept>
 
 #include "cw/reply_manager.h"
@@ -20,13 +21,13 @@ class BinaryMessengerTest : public test::WrapperTest<BinaryMessenger> {
   void Check(std::initializer_list<Row> rows) {
     for (const Row& row : rows) {
       SCOPED_TRACE(testing::Message() << row.script << ", within: " << row.within);
-      wrapper_ = BinaryMessenger::Create(embedder_.GetContext());
+      wrapper_ = BinaryMessenger::Create(GetContext());
       Run("handle");
-      embedder_.TakeTrace();
-      embedder_.within["handler"] = embedder_.within["Send"] = [&] { Run(row.within); };
+      TakeTrace();
+      within["handler"] = within["Send"] = [&] { Run(row.within); };
       Run(row.script);
-      embedder_.within.clear();
-      EXPECT_EQ(row.trace, embedder_.TakeTrace());
+      within.clear();
+      EXPECT_EQ(row.trace, TakeTrace());
     }
   }
 
@@ -36,32 +37,31 @@ class BinaryMessengerTest : public test::WrapperTest<BinaryMessenger> {
   }
 
   void Deliver(const char* channel) {
-    embedder_.message_callback(embedder_.context.engine, channel, &byte_, 1, Respond,
-                               reinterpret_cast<_FlutterOstrelResponse*>(&embedder_),
-                               embedder_.user_data);
+    message_callback(context.engine, channel, &byte_, 1, Respond,
+                     reinterpret_cast<_FlutterOstrelResponse*>(this), user_data);
   }
-  static void Respond(_FlutterOstrelEngine* engine, _FlutterOstrelResponse* embedder,
+  static void Respond(_FlutterOstrelEngine* engine, _FlutterOstrelResponse* test,
                       const uint8_t* data, size_t size) {
-    reinterpret_cast<test::FakeEmbedder*>(embedder)->Enter("response", engine, data, size);
+    reinterpret_cast<BinaryMessengerTest*>(test)->Enter("response", engine, data, size);
   }
 
   test::ErrorCapture error_;
   const uint8_t byte_ = 7;
-  std::unique_ptr<BinaryMessenger> other_ = BinaryMessenger::Create(embedder_.GetContext());
+  std::unique_ptr<BinaryMessenger> other_ = BinaryMessenger::Create(GetContext());
   const std::map<std::string, std::function<void()>> steps_ = {
-      {"handle", [this] { wrapper_->SetMessageHandler("c", embedder_.Watch("handler")); }},
+      {"handle", [this] { wrapper_->SetMessageHandler("c", Watch("handler")); }},
       {"remove", [this] { wrapper_->SetMessageHandler("c", nullptr); }},
       {"message", [this] { Deliver("c"); }},
       {"stray", [this] { Deliver("other"); }},
       {"nameless", [this] { Deliver(nullptr); }},
-      {"answer", [this] { embedder_.reply(&byte_, 1); }},
+      {"answer", [this] { reply(&byte_, 1); }},
       {"throw", [] { throw std::runtime_error("cause"); }},
-      {"send", [this] { wrapper_->Send("c", nullptr, 7, embedder_.Watch("reply")); }},
-      {"refuse", [this] { embedder_.answers["Send"] = 0; }},
-      {"reply", [this] { embedder_.reply_callback(&byte_, 1, embedder_.user_data); }},
-      {"subscribe", [this] { wrapper_->OnChannelUpdateSubscribe("c", embedder_.Watch("told")); }},
-      {"begin", [this] { embedder_.Call(true); }},
-      {"cease", [this] { embedder_.Call(false); }},
+      {"send", [this] { wrapper_->Send("c", nullptr, 7, Watch("reply")); }},
+      {"refuse", [this] { answers["Send"] = 0; }},
+      {"reply", [this] { reply_callback(&byte_, 1, user_data); }},
+      {"subscribe", [this] { wrapper_->OnChannelUpdateSubscribe("c", Watch("told")); }},
+      {"begin", [this] { Call(true); }},
+      {"cease", [this] { Call(false); }},
       {"swap", [this] { wrapper_.swap(other_); }},  // With another messenger.
       {"end", [this] { wrapper_.reset(); }},
   };
@@ -69,9 +69,9 @@ class BinaryMessengerTest : public test::WrapperTest<BinaryMessenger> {
 
 TEST_F(BinaryMessengerTest, MessageIsAnsweredOnceNowOrLater) {
   Check({
-      {"message", "answer answer", "handler({ 7 }) response(engine, { 7 })"},
-      {"message answer", "", "handler({ 7 }) response(engine, { 7 })"},
-      {"stray nameless", "", "response(engine, 0) response(engine, 0)"},  // Nobody takes them.
+      {"message", "answer answer", "handler(7) response(7)"},
+      {"message answer", "", "handler(7) response(7)"},
+      {"stray nameless", "", "response(0) response(0)"},  // Nobody takes them.
   });
   EXPECT_EQ("Error: Response can be set only once. Ignoring duplicate response.\n",
             error_.TakeText());
@@ -80,62 +80,62 @@ TEST_F(BinaryMessengerTest, MessageIsAnsweredOnceNowOrLater) {
 // The second message is under way when the handler goes.
 TEST_F(BinaryMessengerTest, HandlerMayDoAnythingToItsMessenger) {
   const char kReplaced[] =
-      "handler({ 7 }) SetMessageHandler(engine, c, 1) response(engine, { 7 }) ~handler() "
-      "handler({ 7 }) SetMessageHandler(engine, c, 1) response(engine, { 7 }) ~handler()";
+      "handler(7) SetMessageHandler(c, 1) response(7) ~handler() "
+      "handler(7) SetMessageHandler(c, 1) response(7) ~handler()";
   const char kRemoved[] =
-      "handler({ 7 }) SetMessageHandler(engine, c, 0) response(engine, { 7 }) ~handler() "
-      "response(engine, 0)";
-  const char kEnded[] = "handler({ 7 }) SetMessageHandler(engine, c, 0) ~handler()";
+      "handler(7) SetMessageHandler(c, 0) response(7) ~handler() "
+      "response(0)";
+  const char kEnded[] = "handler(7) SetMessageHandler(c, 0) ~handler()";
   Check({
       {"message message", "handle answer", kReplaced},
       {"message message", "remove answer", kRemoved},
       {"message message", "end swap remove answer", kEnded},
-      {"message message", "throw", "handler({ 7 }) handler({ 7 })"},
+      {"message message", "throw", "handler(7) handler(7)"},
   });
   EXPECT_EQ(2u, log_.TakeLines().size());
 }
 
 TEST_F(BinaryMessengerTest, ReplyIsCalledAtMostOnce) {
   Check({
-      {"send reply reply", "", "Send(engine, c, 0) reply({ 7 }) ~reply()"},
-      {"send reply", "reply", "Send(engine, c, 0) reply({ 7 }) ~reply()"},
-      {"refuse send reply", "", "Send(engine, c, 0) ~reply()"},
-      {"refuse send", "reply", "Send(engine, c, 0) reply({ 7 }) ~reply()"},
+      {"send reply reply", "", "Send(c, 0) reply(7) ~reply()"},
+      {"send reply", "reply", "Send(c, 0) reply(7) ~reply()"},
+      {"refuse send reply", "", "Send(c, 0) ~reply()"},
+      {"refuse send", "reply", "Send(c, 0) reply(7) ~reply()"},
   });
 }
 
 TEST_F(BinaryMessengerTest, NothingIsCalledAfterTheEnd) {
-  const char kTold[] = "ChannelUpdateSubscribe(engine, c) told(1) told(0) ~handler()";
+  const char kTold[] = "ChannelUpdateSubscribe(c) told(1) told(0) ~handler()";
   Check({
-      {"message end answer", "", "handler({ 7 }) ~handler()"},
+      {"message end answer", "", "handler(7) ~handler()"},
       {"subscribe begin cease end begin", "", kTold},
-      {"send end reply", "", "Send(engine, c, 0) ~reply() ~handler()"},
-      {"send reply", "end", "Send(engine, c, 0) ~handler() ~reply()"},
-      {"send swap end reply", "", "Send(engine, c, 0) reply({ 7 }) ~reply()"},  // The other's end.
+      {"send end reply", "", "Send(c, 0) ~reply() ~handler()"},
+      {"send reply", "end", "Send(c, 0) ~handler() ~reply()"},
+      {"send swap end reply", "", "Send(c, 0) reply(7) ~reply()"},  // The other's end.
   });
 }
 
 TEST_F(BinaryMessengerTest, WhatDiesWithTheMessengerMayUseIt) {
   Run("handle send");
-  embedder_.TakeTrace();
-  embedder_.within["~handler"] = embedder_.within["~reply"] = [messenger = wrapper_.get()] {
+  TakeTrace();
+  within["~handler"] = within["~reply"] = [messenger = wrapper_.get()] {
     messenger->SetMessageHandler("c", nullptr);
     messenger->SetMessageHandler("c", [](auto...) {});
     messenger->Send("c", nullptr, 0, [](auto...) {});
     messenger->OnChannelUpdateUnsubscribe("c", messenger->OnChannelUpdateSubscribe("c", nullptr));
   };
   Run("end");
-  EXPECT_EQ("~reply() ~handler()", embedder_.TakeTrace());
+  EXPECT_EQ("~reply() ~handler()", TakeTrace());
 }
 
 TEST_F(BinaryMessengerTest, ReplyManagerRespondsExactlyOnce) {
   using cw::internal::ReplyManager;
   const std::vector<uint8_t> bytes{1, 2, 3};
   const std::vector<uint8_t> empty;
-  embedder_.TakeTrace();
-  ReplyManager(embedder_.Watch("reply")).SendResponseData(nullptr);
-  ReplyManager(embedder_.Watch("reply")).SendResponseData(&empty);
-  ReplyManager manager(embedder_.Watch("reply"));
+  TakeTrace();
+  ReplyManager(Watch("reply")).SendResponseData(nullptr);
+  ReplyManager(Watch("reply")).SendResponseData(&empty);
+  ReplyManager manager(Watch("reply"));
   manager.SendResponseData(&bytes);
   EXPECT_EQ("", error_.TakeText());
   manager.SendResponseData(&bytes);
@@ -143,9 +143,8 @@ TEST_F(BinaryMessengerTest, ReplyManagerRespondsExactlyOnce) {
       "Error: Only one of Success, Error, or NotImplemented can be called, and it can be called "
       "exactly once. Ignoring duplicate result.\n",
       error_.TakeText());
-  EXPECT_EQ("reply(0) ~reply() reply(0) ~reply() reply({ 1, 2, 3 }) ~reply()",
-            embedder_.TakeTrace());
-  { const ReplyManager unused(embedder_.Watch("reply")); }
+  EXPECT_EQ("reply(0) ~reply() reply(0) ~reply() reply(1, 2, 3) ~reply()", TakeTrace());
+  { const ReplyManager unused(Watch("reply")); }
   EXPECT_EQ("Warning: Failed to respond to a message. This is a memory leak.\n", error_.TakeText());
 }
 

@@ -6,18 +6,17 @@
 
 namespace {
 
-using cw::EncodableValue;
 using cw::ViewWrapper;
 using ViewWrapperTest = test::WrapperTest<ViewWrapper>;
 
 TEST_F(ViewWrapperTest, UndecodablePayloadIsNullAndUnlocked) {
-  embedder_.answers["GetWindowPayload"] = 0;
-  embedder_.payload = {12, 255, 0, 0, 0, 4};
+  answers["GetWindowPayload"] = 0;
+  payload = {12, 255, 0, 0, 0, 4};
   EXPECT_TRUE(wrapper_->GetWindowPayload().IsNull());
   EXPECT_EQ("[error] Undecodable window payload: it declares more than it holds", log_.TakeLine());
-  EXPECT_EQ("UnlockResources", embedder_.TakeCalls().back());
-  embedder_.payload = {1};
-  embedder_.answers["GetWindowPayload"] = 1;  // Failed, whatever was filled in.
+  EXPECT_EQ("UnlockResources", TakeCalls().back());
+  payload = {1};
+  answers["GetWindowPayload"] = 1;  // Failed, whatever was filled in.
   EXPECT_TRUE(wrapper_->GetWindowPayload().IsNull());
 }
 
@@ -27,7 +26,7 @@ TEST_F(ViewWrapperTest, NumbersOutsideTheSetsAreZero) {
     SCOPED_TRACE(number);
     for (const char* entry : {"GetWindowVisibility", "GetWindowOrientation", "GetDeviceOrientation",
                               "GetStatusbarVisibility", "GetWindowType"}) {
-      embedder_.answers[entry] = number;
+      answers[entry] = number;
     }
     const uint32_t degrees = number == 90 || number == 180 || number == 270 ? number : 0;
     const auto up_to = [number](uint32_t last) { return number <= last ? number : 0; };
@@ -37,35 +36,34 @@ TEST_F(ViewWrapperTest, NumbersOutsideTheSetsAreZero) {
     EXPECT_EQ(degrees, wrapper_->GetDeviceOrientation());
     EXPECT_EQ(up_to(2), static_cast<uint32_t>(wrapper_->GetStatusbarVisibility()));
     EXPECT_EQ(up_to(3), static_cast<uint32_t>(wrapper_->GetWindowType()));
-    embedder_.TakeCalls();
+    TakeCalls();
     const ViewWrapper::StatusbarVisibility visibility{number};
     EXPECT_EQ(number <= 2, wrapper_->SetStatusbarVisibility(visibility));
-    EXPECT_EQ(number <= 2 ? 1u : 0u, embedder_.TakeCalls().size());
+    EXPECT_EQ(number <= 2 ? 1u : 0u, TakeCalls().size());
   }
 }
 
 TEST_F(ViewWrapperTest, SubscriberMayUnsubscribeItself) {
-  embedder_.within["KeyboardVisibilityChangedUnsubscribe"] = [&] { embedder_.ReleaseSlot(); };
-  embedder_.within["listener"] = [&] {
+  within["KeyboardVisibilityChangedUnsubscribe"] = [&] { ReleaseSlot(); };
+  within["listener"] = [&] {
     wrapper_->KeyboardVisibilityChangedUnsubscribe(1);
     wrapper_->Activate();
   };
-  wrapper_->KeyboardVisibilityChangedSubscribe(embedder_.Watch("listener"));
-  embedder_.TakeTrace();
-  embedder_.Call();
-  EXPECT_EQ("listener() KeyboardVisibilityChangedUnsubscribe(view, 1) Activate(view) ~listener()",
-            embedder_.TakeTrace());
+  wrapper_->KeyboardVisibilityChangedSubscribe(Watch("listener"));
+  TakeTrace();
+  Call();
+  EXPECT_EQ("listener() KeyboardVisibilityChangedUnsubscribe(1) Activate() ~listener()",
+            TakeTrace());
 }
 
 TEST_F(ViewWrapperTest, PopupWindowAnswersItsCallback) {
-  wrapper_->CreatePopupWindow("", "text", nullptr, embedder_.Watch("answer"));
+  wrapper_->CreatePopupWindow("", "text", nullptr, Watch("answer"));
   wrapper_->CreatePopupWindow("", "text", nullptr, nullptr);
-  EXPECT_EQ("answer({ 0 }, Expected not empty entry point) ~answer()", embedder_.TakeTrace());
-  const EncodableValue payload(true);
-  wrapper_->CreatePopupWindow("entry", "text", &payload, embedder_.Watch("answer"));
-  embedder_.Call({1}, "done");
-  EXPECT_EQ("CreatePopupWindow(view, entry, text, { 1 }) answer({ 1 }, done) ~answer()",
-            embedder_.TakeTrace());
+  EXPECT_EQ("answer(0, Expected not empty entry point) ~answer()", TakeTrace());
+  const cw::EncodableValue value(true);
+  wrapper_->CreatePopupWindow("entry", "text", &value, Watch("answer"));
+  Call({1}, "done");
+  EXPECT_EQ("CreatePopupWindow(entry, text, 1) answer(1, done) ~answer()", TakeTrace());
 }
 
 }  // namespace

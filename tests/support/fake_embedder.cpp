@@ -17,18 +17,13 @@ FakeEmbedder::FakeEmbedder() {
   {                     \
     auto& table = name; \
     table.size = sizeof table;
-#define FIELD(index, field, type) table.field = reinterpret_cast<type>(const_cast<char*>(#field));
+#define FIELD(index, field, type) table.field = reinterpret_cast<type>(uintptr_t{index});
 #define ENTRY(index, field, result, ...)                              \
   table.field = [](auto... arguments) {                               \
     return static_cast<result>(current->Enter(#field, arguments...)); \
   };
 #define END(count) }
 #include "platform/flutter_ostrel/embedder_entries.inc"
-
-  application.HasPermission = [](auto* handle, const char* permission, size_t size) {
-    const std::string name(permission, size);  // It need not end with a NUL.
-    return current->Enter("HasPermission", handle, name) != 0;
-  };
 }
 
 std::vector<std::string> FakeEmbedder::TakeCalls() {

@@ -5,11 +5,8 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <sstream>
-#include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include "cw/encodable_value.h"
 #include "platform/flutter_ostrel/flutter_ostrel.h"
@@ -44,21 +41,22 @@ class FakeEmbedder {
   FlutterOstrelEmbedderVersion embedder_version{sizeof embedder_version, {1, 2, 3}};
   FlutterOstrelTheme theme{sizeof theme, 0, {1, 2, 3, 4}, {"a", "b", "c", "d"}};
   std::vector<uint8_t> payload;  // Of GetWindowPayload.
-  std::string text = "text";     // Of the text queries.
+  uint32_t payload_size = sizeof(ForgeBufferView);
+  std::string text = "text";  // Of the text queries.
   std::vector<const char*> dart_arguments{"one", "two"};
 
-  // The entries called since the last time: their names, or a text with all arguments, such as
-  // "LockResources(view) UnlockResources(view, 7)".
+  // The entries called since the last time: their names, or a text with all arguments but handles,
+  // such as "LockResources() UnlockResources(7)". Bytes are numbers.
   std::vector<std::string> TakeCalls();
   std::string TakeTrace();
 
-  // What an entry does: its arguments are traced, and kept or filled in.
+  // What every entry does.
   template <typename... Parameters>
   double Enter(const std::string& entry, const Parameters&... parameters) {
     Arguments arguments{*this};
     (arguments.Take(parameters), ...);
     calls_.push_back(entry);
-    trace_ += (trace_.empty() ? "" : " ") + entry + "(" + arguments.text.str() + ")";
+    trace_ += (trace_.empty() ? "" : " ") + entry + "(" + arguments.text + ")";
     const double answer = answers.count(entry) > 0 ? answers[entry] : arguments.answer;
     const auto hook = within[entry];  // A copy, since it may remove itself.
     if (hook) hook();
@@ -91,30 +89,29 @@ class FakeEmbedder {
  private:
   // What an entry does with its arguments, one after the other.
   struct Arguments {
-    // A handle is the text of its name.
-    void Take(_FlutterOstrelApplication* handle) { Take(reinterpret_cast<char const*>(handle)); }
-    void Take(_FlutterOstrelEngine* handle) { Take(reinterpret_cast<char const*>(handle)); }
-    void Take(_FlutterOstrelView* handle) { Take(reinterpret_cast<char const*>(handle)); }
+    void Take(_FlutterOstrelApplication* handle) { EXPECT_EQ(fake.context.application, handle); }
+    void Take(_FlutterOstrelEngine* handle) { EXPECT_EQ(fake.context.engine, handle); }
+    void Take(_FlutterOstrelView* handle) { EXPECT_EQ(fake.context.view, handle); }
     void Take(const char* argument) { Write(argument); }
     void Take(const std::string& argument) { Write(argument); }
+
+    // A number may be the size of what stands before it.
+    template <typename Number, typename = std::enable_if_t<std::is_integral_v<Number>>>
+    void Take(Number number) {
+      const auto size = static_cast<size_t>(number);
+      if (filled_size != 0) {
+        EXPECT_EQ(filled_size, size);
+      } else if (!bytes) {
+        Write(std::to_string(number));
+      }
+      for (size_t i = 0; bytes && i < size; ++i) Write(std::to_string(bytes[i]));
+    }
+    void Take(const uint8_t* data) { bytes = data; }
     void Take(const cw::EncodableValue& value) {
       const forge::Buffer encoded = value.Serialize();
       Take(encoded.GetData());
       Take(encoded.GetSize());
     }
-
-    // A number may be the size of what stands before it.
-    template <typename Number, typename = std::enable_if_t<std::is_integral_v<Number>>>
-    void Take(Number number) {
-      if (filled_size != 0) {
-        EXPECT_EQ(filled_size, static_cast<size_t>(number));
-      } else if (bytes) {
-        Write(testing::PrintToString(std::vector<int>(bytes, bytes + number)));
-      } else {
-        Write(number);
-      }
-    }
-    void Take(const uint8_t* argument) { bytes = argument; }
 
     // A text is copied as soon as there is a buffer; the answer is the size that it needs.
     void Take(char* buffer) {
@@ -125,7 +122,7 @@ class FakeEmbedder {
     // Filled for the caller.
     template <typename Structure>
     void Take(Structure* target) {
-      ForgeBufferView payload{sizeof payload, fake.payload.data(), fake.payload.size()};
+      ForgeBufferView payload{fake.payload_size, fake.payload.data(), fake.payload.size()};
       const auto sources = std::tie(fake.application, fake.view, fake.messenger, fake.texture,
                                     fake.os_version, fake.embedder_version, fake.theme, payload);
       *target = std::get<Structure&>(sources);
@@ -153,32 +150,26 @@ class FakeEmbedder {
     }
     void Take(const FlutterOstrelTextureDescriptor* descriptor) {
       fake.descriptor = *descriptor;
-      Write(descriptor->kind);
+      Take(descriptor->kind);
     }
     void Take(FlutterOstrelReplyCallback callback) { fake.reply_callback = callback; }
     void Take(FlutterOstrelMessageCallback callback) {
-      Write(callback != nullptr);
+      Take(callback != nullptr);
       // A message may be under way when its handler has been removed.
       if (callback) fake.message_callback = callback;
     }
     void Take(void (*callback)(void*)) { fake.unregistered_callback = callback; }
     void Take(void (*callback)(_FlutterOstrelEngine*)) { fake.engine_destroyed = callback; }
-    void Take(void* user_data) {
-      if (user_data) fake.user_data = user_data;
-    }
     void Take(const std::function<void(const uint8_t*, size_t)>& reply) { fake.reply = reply; }
+    void Take(void* user_data) { fake.user_data = user_data ? user_data : fake.user_data; }
 
-    template <typename T>
-    void Write(const T& argument) {
-      text << std::exchange(separator, ", ") << argument;
-    }
+    void Write(const std::string& argument) { text += (text.empty() ? "" : ", ") + argument; }
 
     FakeEmbedder& fake;
     double answer = 1;
     size_t filled_size = 0;
     const uint8_t* bytes = nullptr;
-    std::ostringstream text{};
-    const char* separator = "";
+    std::string text{};
   };
 
   PageEnd context_memory_;
@@ -191,18 +182,17 @@ class FakeEmbedder {
 };
 
 // The base of tests with an embedder, and of those of an object over one of its tables.
-class EmbedderTest : public TestBase {
+class EmbedderTest : public TestBase, public FakeEmbedder {
  protected:
   LogCapture log_;
-  FakeEmbedder embedder_;
 };
 
 template <typename Wrapper>
 class WrapperTest : public EmbedderTest {
  protected:
-  WrapperTest() { embedder_.TakeTrace(); }
+  WrapperTest() { TakeTrace(); }
 
-  std::unique_ptr<Wrapper> wrapper_ = Wrapper::Create(embedder_.GetContext());
+  std::unique_ptr<Wrapper> wrapper_ = Wrapper::Create(GetContext());
 };
 
 }  // namespace test
