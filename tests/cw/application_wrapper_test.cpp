@@ -70,22 +70,23 @@ TEST_F(ApplicationWrapperTest, PermissionNamesFollowTheEmbeddersNumbers) {
 }
 
 TEST_F(ApplicationWrapperTest, MainWindowAnswersOnce) {
+  const struct {
+    std::vector<uint8_t> bytes;
+    const char* text;
+    std::string answer;
+  } rows[] = {
+      {{3, 42, 0, 0, 0}, "text", "3, 42, 0, 0, 0, text"},
+      {{}, nullptr, "0, "},
+      {{12, 255, 0, 0, 0, 4}, nullptr, "0, "},  // A list of absurd length.
+  };
   answers["CreateMainWindow"] = 0;
   const cw::EncodableValue value(true);
-  const auto open = [&] {
+  for (const auto& row : rows) {
     EXPECT_TRUE(wrapper_->CreateMainWindow("a", "b", &value, Watch("answer")));
-    EXPECT_EQ("CreateMainWindow(a, b, 1)", TakeTrace());
-  };
-  open();
-  Call({3, 42, 0, 0, 0}, "text");
-  Call({3, 43, 0, 0, 0}, "again");
-  EXPECT_EQ("answer(3, 42, 0, 0, 0, text) ~answer()", TakeTrace());
-  open();
-  Call({}, nullptr);
-  EXPECT_EQ("answer(0, ) ~answer()", TakeTrace());
-  open();
-  Call({12, 255, 0, 0, 0, 4}, nullptr);  // A list of absurd length.
-  EXPECT_EQ("answer(0, ) ~answer()", TakeTrace());
+    Call(row.bytes, row.text);
+    Call(row.bytes, row.text);
+    EXPECT_EQ("CreateMainWindow(a, b, 1) answer(" + row.answer + ") ~answer()", TakeTrace());
+  }
   EXPECT_EQ("[error] Undecodable window result: it declares more than it holds", log_.TakeLine());
   answers["CreateMainWindow"] = 1;
   EXPECT_FALSE(wrapper_->CreateMainWindow("", "", nullptr, nullptr));

@@ -22,9 +22,9 @@ std::vector<test::Need> FindEntries(const std::string& trace, bool is_new);
 // clang-format off
 #define BEGIN(name) \
   template <> \
-  [[maybe_unused]] std::vector<test::Need> FindEntries<TABLE>(const std::string& trace, bool is_new) { \
+  std::vector<test::Need> FindEntries<TABLE>(const std::string& trace, bool is_new) { \
     std::vector<test::Need> found;
-#define FIELD(index, field, type)
+#define FIELD ENTRY
 #define ENTRY(index, field, ...) \
     if (trace.find(#field "(") != std::string::npos) found.push_back({index, #field, is_new});
 #define END(count) return found; }
@@ -111,8 +111,10 @@ bool GivesHandle(const ViewWrapper& view, void (ViewWrapper::*entry)(void**) con
 #define HANDLE(entry) kOld, #entry "()", GET(GivesHandle(w, &ViewWrapper::entry)), "true", "false"
 #define NUMBER(entry) kOld, #entry "()", GET(static_cast<int>(w.entry()))
 #define PLAIN(entry) kOld, #entry "()", DO(w.entry())
-#define SUBSCRIBE(entry) #entry "()", GET(w.entry(nullptr)), "1", "0"
-#define UNSUBSCRIBE(entry) #entry "(5)", DO(w.entry(5))
+#define SUBSCRIPTION(age, entry)                                             \
+  {age, #entry "Subscribe()", GET(w.entry##Subscribe(nullptr)), "1", "0"}, { \
+    age, #entry "Unsubscribe(5)", DO(w.entry##Unsubscribe(5))                \
+  }
 
 TEST_F(DeclaredSizesTest, View) {
   const std::vector<Operation<ViewWrapper>> rows = {
@@ -125,21 +127,17 @@ TEST_F(DeclaredSizesTest, View) {
       {NUMBER(GetDevicePixelRatio), "2", "1"},
       {NUMBER(GetWindowVisibility), "3", "0"},
       {kNew, "GetWindowVisibility()", GET(w.GetWindowMode()), "true", "false"},
-      {kNew, SUBSCRIBE(WindowVisibilityChangedSubscribe)},
-      {kNew, UNSUBSCRIBE(WindowVisibilityChangedUnsubscribe)},
+      SUBSCRIPTION(kNew, WindowVisibilityChanged),
       {PLAIN(MaximizeWindow)},
       {PLAIN(MinimizeWindow)},
       {NUMBER(GetWindowOrientation), "90", "0"},
-      {kOld, SUBSCRIBE(WindowOrientationChangedSubscribe)},
-      {kOld, UNSUBSCRIBE(WindowOrientationChangedUnsubscribe)},
+      SUBSCRIPTION(kOld, WindowOrientationChanged),
       {NUMBER(GetWindowWidth), "1", "0"},
       {NUMBER(GetWindowHeight), "1", "0"},
       {NUMBER(GetDeviceOrientation), "270", "0"},
-      {kOld, SUBSCRIBE(DeviceOrientationChangedSubscribe)},
-      {kOld, UNSUBSCRIBE(DeviceOrientationChangedUnsubscribe)},
+      SUBSCRIPTION(kOld, DeviceOrientationChanged),
       {NUMBER(IsKeyboardVisible), "1", "0"},
-      {kOld, SUBSCRIBE(KeyboardVisibilityChangedSubscribe)},
-      {kOld, UNSUBSCRIBE(KeyboardVisibilityChangedUnsubscribe)},
+      SUBSCRIPTION(kOld, KeyboardVisibilityChanged),
       {kOld, "SetStatusbarVisibility(2)",
        GET(w.SetStatusbarVisibility(ViewWrapper::StatusbarVisibility{2})), "true", "false"},
       {NUMBER(GetStatusbarVisibility), "1", "0"},
@@ -151,8 +149,7 @@ TEST_F(DeclaredSizesTest, View) {
       {NUMBER(GetWindowType), "1", "0"},
       {kNew, "LockResources() GetTheme(7) UnlockResources(7)", GET(w.GetTheme().flag), "false",
        "true"},
-      {kNew, SUBSCRIBE(ThemeChangedSubscribe)},
-      {kNew, UNSUBSCRIBE(ThemeChangedUnsubscribe)},
+      SUBSCRIPTION(kNew, ThemeChanged),
       {kNew, "LockResources() GetWindowPayload(7) UnlockResources(7)",
        GET(w.GetWindowPayload().IsNull()), "false", "true"},
       {kNew, "CreatePopupWindow(a, b, 0, null)",
@@ -204,19 +201,19 @@ TEST_F(DeclaredSizesTest, Context) {
   _FlutterOstrelEngine* const engine = context.engine;
   test::ForEachDeclaration(Table(context), [&](const Table& declared, size_t) {
     context = declared;
-    const auto has = [&](auto... needs) { return test::FindLack(declared, {needs...}).empty(); };
-    auto* const registrar = registrars->GetRegistrarImpl(GetContext(declared.size));
-    EXPECT_EQ(has(TEST_COVERED(engine)), registrar != nullptr);
-    if (!registrar) return;
-    EXPECT_EQ(has(TEST_COVERED(EngineDestroyedSubscribe)),
+    const auto has = [&](const char* fields) {
+      return test::FindLack(declared, FindEntries<Table>(fields, kNew)).empty();
+    };
+    auto* const made = registrars->GetRegistrarImpl(GetContext(declared.size));
+    EXPECT_EQ(has("engine("), made != nullptr);
+    if (!made) return;
+    EXPECT_EQ(has("EngineDestroyedSubscribe("),
               std::exchange(engine_destroyed, nullptr) != nullptr);
-    EXPECT_EQ(has(TEST_COVERED(application), TEST_COVERED(ApplicationProcTableLoad)),
-              registrar->GetApplication() != nullptr);
-    EXPECT_EQ(has(TEST_COVERED(view), TEST_COVERED(ViewProcTableLoad)),
-              registrar->GetView() != nullptr);
-    EXPECT_EQ(has(TEST_COVERED(TextureProcTableLoad)), registrar->GetTextures() != nullptr);
-    EXPECT_EQ(has(TEST_COVERED(MessengerProcTableLoad)), registrar->GetMessenger() != nullptr);
-    EXPECT_EQ(registrar->GetApplication() ? "text" : "", registrar->GetLibraryPath());
+    EXPECT_EQ(has("application( ApplicationProcTableLoad("), made->GetApplication() != nullptr);
+    EXPECT_EQ(has("view( ViewProcTableLoad("), made->GetView() != nullptr);
+    EXPECT_EQ(has("TextureProcTableLoad("), made->GetTextures() != nullptr);
+    EXPECT_EQ(has("MessengerProcTableLoad("), made->GetMessenger() != nullptr);
+    EXPECT_EQ(made->GetApplication() ? "text" : "", made->GetLibraryPath());
     cw::PluginRegistrarManager::OnRegistrarDestroyed(engine);
   });
 }

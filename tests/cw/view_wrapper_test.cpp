@@ -30,12 +30,12 @@ TEST_F(ViewWrapperTest, NumbersOutsideTheSetsAreZero) {
     }
     const uint32_t degrees = number == 90 || number == 180 || number == 270 ? number : 0;
     const auto up_to = [number](uint32_t last) { return number <= last ? number : 0; };
-    EXPECT_EQ(up_to(5), static_cast<uint32_t>(wrapper_->GetWindowVisibility()));
+    EXPECT_EQ(up_to(5), uint32_t(wrapper_->GetWindowVisibility()));
     EXPECT_EQ(number == 3, wrapper_->GetWindowMode());
     EXPECT_EQ(degrees, wrapper_->GetWindowOrientation());
     EXPECT_EQ(degrees, wrapper_->GetDeviceOrientation());
-    EXPECT_EQ(up_to(2), static_cast<uint32_t>(wrapper_->GetStatusbarVisibility()));
-    EXPECT_EQ(up_to(3), static_cast<uint32_t>(wrapper_->GetWindowType()));
+    EXPECT_EQ(up_to(2), uint32_t(wrapper_->GetStatusbarVisibility()));
+    EXPECT_EQ(up_to(3), uint32_t(wrapper_->GetWindowType()));
     TakeCalls();
     const ViewWrapper::StatusbarVisibility visibility{number};
     EXPECT_EQ(number <= 2, wrapper_->SetStatusbarVisibility(visibility));
