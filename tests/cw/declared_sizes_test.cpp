@@ -16,20 +16,17 @@ using cw::ViewWrapper;
 constexpr bool kOld = false;
 constexpr bool kNew = true;
 
-// The entries of a table that a trace names.
-template <typename Table>
-std::vector<test::Need> FindEntries(const std::string& trace, bool is_new);
-// clang-format off
-#define BEGIN(name) \
-  template <> \
-  std::vector<test::Need> FindEntries<TABLE>(const std::string& trace, bool is_new) { \
-    std::vector<test::Need> found;
+// The entries that a trace names.
+std::vector<test::Need> FindEntries(const std::string& trace, bool is_new) {
+  std::vector<test::Need> found;
+#define BEGIN(name)
 #define FIELD ENTRY
 #define ENTRY(index, field, ...) \
-    if (trace.find(#field "(") != std::string::npos) found.push_back({index, #field, is_new});
-#define END(count) return found; }
+  if (trace.find(#field "(") != std::string::npos) found.push_back({index, #field, is_new});
+#define END(count)
 #include "platform/flutter_ostrel/embedder_entries.inc"
-// clang-format on
+  return found;
+}
 
 // An operation of an object over a table: what it calls, which it needs, too; its result, with and
 // without that; and its error line, if that does not name the entry.
@@ -42,6 +39,8 @@ struct Operation {
   std::string neutral = "";
   std::string line = "";
 };
+template <typename Wrapper>
+using Rows = std::vector<Operation<Wrapper>>;
 #define DO(...) [](auto& w) { return __VA_ARGS__, ""; }
 #define GET(...) [](auto& w) { return testing::PrintToString(__VA_ARGS__); }
 
@@ -49,15 +48,15 @@ class DeclaredSizesTest : public test::EmbedderTest {
  protected:
   // Has the table declared in every way and tries each operation on it.
   template <typename Wrapper, typename Table>
-  void Check(Table* table, const std::vector<Operation<Wrapper>>& rows, size_t never_null = 0) {
+  void Check(Table* table, const Rows<Wrapper>& rows, size_t never_null = 0) {
     std::string traces;
     std::vector<std::vector<test::Need>> needs;
     for (const auto& row : rows) {
-      needs.push_back(FindEntries<Table>(row.trace, row.is_new));
+      needs.push_back(FindEntries(row.trace, row.is_new));
       traces += row.trace;
     }
     // Whoever appends an entry shows here what uses it.
-    EXPECT_EQ(test::kFields<Table>, 1 + FindEntries<Table>(traces, kOld).size());
+    EXPECT_EQ(test::kFields<Table>, 1 + FindEntries(traces, kOld).size());
     test::ForEachDeclaration(Table(*table), [&](const Table& declared, size_t null) {
       if (null == never_null && null > 0) return;
       *table = declared;
@@ -81,7 +80,7 @@ TEST_F(DeclaredSizesTest, Application) {
   const char kNoPermissions[] =
       "Current embedder version does not support HasPermission() method. Please, update flutter "
       "cache by removing `flutter/bin/cache` directory and running `flutter precache` command.";
-  const std::vector<Operation<ApplicationWrapper>> rows = {
+  const Rows<ApplicationWrapper> rows = {
       {kOld, "GetApplicationInfo(2, 0) GetApplicationInfo(2, 5)",
        GET(w.GetApplicationInfo(ApplicationWrapper::InfoType{2})), "\"text\"", "\"\""},
       {kOld, "GetDartEntryPointArgs()", GET(w.GetDartEntryPointArgs()), "{ \"one\", \"two\" }",
@@ -117,7 +116,7 @@ bool GivesHandle(const ViewWrapper& view, void (ViewWrapper::*entry)(void**) con
   }
 
 TEST_F(DeclaredSizesTest, View) {
-  const std::vector<Operation<ViewWrapper>> rows = {
+  const Rows<ViewWrapper> rows = {
       {HANDLE(GetEGLConfig)},
       {HANDLE(GetEGLDisplay)},
       {HANDLE(GetNativeDisplay)},
@@ -147,10 +146,10 @@ TEST_F(DeclaredSizesTest, View) {
       {NUMBER(IsBackgroundVisible), "1", "0"},
       {kOld, "SetBackgroundVisible(1)", DO(w.SetBackgroundVisible(true))},
       {NUMBER(GetWindowType), "1", "0"},
-      {kNew, "LockResources() GetTheme(7) UnlockResources(7)", GET(w.GetTheme().flag), "false",
+      {kNew, "LockResources() GetTheme(1) UnlockResources(1)", GET(w.GetTheme().flag), "false",
        "true"},
       SUBSCRIPTION(kNew, ThemeChanged),
-      {kNew, "LockResources() GetWindowPayload(7) UnlockResources(7)",
+      {kNew, "LockResources() GetWindowPayload(1) UnlockResources(1)",
        GET(w.GetWindowPayload().IsNull()), "false", "true"},
       {kNew, "CreatePopupWindow(a, b, 0, null)",
        DO(w.CreatePopupWindow("a", "b", nullptr, nullptr)), "", "",
@@ -161,7 +160,6 @@ TEST_F(DeclaredSizesTest, View) {
   answers["GetWindowVisibility"] = 3;
   answers["GetWindowOrientation"] = 90;
   answers["GetDeviceOrientation"] = 270;
-  answers["LockResources"] = 7;
   answers["GetTheme"] = answers["GetWindowPayload"] = 0;
   payload = {1};
   Check(&view, rows);
@@ -169,7 +167,7 @@ TEST_F(DeclaredSizesTest, View) {
 
 TEST_F(DeclaredSizesTest, Messenger) {
   const std::string missing = "' is not provided by the loaded API.";
-  const std::vector<Operation<BinaryMessenger>> rows = {
+  const Rows<BinaryMessenger> rows = {
       {kOld, "Send(c, 0)", DO(w.Send("c", nullptr, 7, nullptr))},
       {kOld, "Send(c, 0)", DO(w.Send("c", nullptr, 7, [](auto...) {}))},
       {kOld, "SetMessageHandler(c, 1)", DO(w.SetMessageHandler("c", [](auto...) {}))},
@@ -185,7 +183,7 @@ TEST_F(DeclaredSizesTest, Messenger) {
 TEST_F(DeclaredSizesTest, Textures) {
   static cw::Texture gl = cw::OpenGLTexture(nullptr);
   using Results = std::pair<int64_t, bool>;
-  const std::vector<Operation<TextureRegistrar>> rows = {
+  const Rows<TextureRegistrar> rows = {
       {kOld, "RegisterTexture(1) MarkTextureFrameAvailable(8)",
        GET(Results{w.RegisterTexture(&gl), w.MarkTextureFrameAvailable(8)}), "(1, true)",
        "(-1, false)"},
@@ -202,7 +200,7 @@ TEST_F(DeclaredSizesTest, Context) {
   test::ForEachDeclaration(Table(context), [&](const Table& declared, size_t) {
     context = declared;
     const auto has = [&](const char* fields) {
-      return test::FindLack(declared, FindEntries<Table>(fields, kNew)).empty();
+      return test::FindLack(declared, FindEntries(fields, kNew)).empty();
     };
     auto* const made = registrars->GetRegistrarImpl(GetContext(declared.size));
     EXPECT_EQ(has("engine("), made != nullptr);
@@ -221,7 +219,7 @@ TEST_F(DeclaredSizesTest, Context) {
 // What the embedder fills in may be smaller than what it was asked for. The theme's numbers came in
 // pairs: of a pair that is not covered whole neither counts.
 TEST_F(DeclaredSizesTest, FilledStructures) {
-  const auto old_application = ApplicationWrapper::Create(GetContext());
+  const auto older = ApplicationWrapper::Create(GetContext());
   const auto old_view = ViewWrapper::Create(GetContext());
   answers = {{"GetTheme", 0}, {"GetWindowPayload", 0}};
   payload = {1};
@@ -231,13 +229,11 @@ TEST_F(DeclaredSizesTest, FilledStructures) {
     SCOPED_TRACE(size);
     const auto at = [size](uint32_t end, uint32_t value) { return size >= end ? value : 0; };
     os_version.size = embedder_version.size = theme.size = payload_size = size;
-    EXPECT_EQ((ApplicationWrapper::OSVersion{at(8, 1), at(12, 2), at(16, 3), at(20, 4)}),
-              old_application->GetOSVersion());
-    EXPECT_EQ((ApplicationWrapper::EmbedderVersion{at(8, 1), at(12, 2), at(16, 3)}),
-              old_application->GetEmbedderVersion());
+    EXPECT_EQ((std::array{at(8, 1), at(12, 2), at(16, 3), at(20, 4)}), older->GetOSVersion());
+    EXPECT_EQ((std::array{at(8, 1), at(12, 2), at(16, 3)}), older->GetEmbedderVersion());
     const ViewWrapper::Theme given = old_view->GetTheme();
     EXPECT_EQ(size < 8, given.flag);
-    EXPECT_EQ((std::array<uint32_t, 4>{at(16, 1), at(16, 2), at(24, 3), at(24, 4)}), given.values);
+    EXPECT_EQ((std::array{at(16, 1), at(16, 2), at(24, 3), at(24, 4)}), given.values);
     for (size_t i = 0; i < 4; ++i) {
       const bool is_given = size >= 24 + (i + 1) * sizeof(char*) && i != 1;
       EXPECT_EQ(is_given ? std::string(1, "abcd"[i]) : "", given.texts[i]);
@@ -249,7 +245,7 @@ TEST_F(DeclaredSizesTest, FilledStructures) {
   }
   answers = {{"GetTheme", 1}, {"GetOSVersion", 0}};  // Failed, whatever was filled in.
   EXPECT_TRUE(old_view->GetTheme().flag);
-  EXPECT_EQ(ApplicationWrapper::OSVersion{}, old_application->GetOSVersion());
+  EXPECT_EQ(ApplicationWrapper::OSVersion{}, older->GetOSVersion());
 }
 
 }  // namespace

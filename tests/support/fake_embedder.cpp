@@ -26,14 +26,4 @@ FakeEmbedder::FakeEmbedder() {
 #include "platform/flutter_ostrel/embedder_entries.inc"
 }
 
-std::vector<std::string> FakeEmbedder::TakeCalls() {
-  trace_.clear();
-  return std::exchange(calls_, {});
-}
-
-std::string FakeEmbedder::TakeTrace() {
-  calls_.clear();
-  return std::exchange(trace_, "");
-}
-
 }  // namespace test

@@ -21,8 +21,8 @@ class FakeEmbedder {
   FakeEmbedder();
 
   // The context, in memory of no more than its declared size.
-  FlutterOstrelPluginContext* GetContext(size_t declared = sizeof(FlutterOstrelPluginContext)) {
-    context.size = static_cast<uint32_t>(declared);
+  FlutterOstrelPluginContext* GetContext(uint32_t declared = sizeof context) {
+    context.size = declared;
     return context_memory_.Place(context);
   }
 
@@ -47,8 +47,11 @@ class FakeEmbedder {
 
   // The entries called since the last time: their names, or a text with all arguments but handles,
   // such as "LockResources() UnlockResources(7)". Bytes are numbers.
-  std::vector<std::string> TakeCalls();
-  std::string TakeTrace();
+  std::vector<std::string> TakeCalls() { return std::exchange(calls_, {}); }
+  std::string TakeTrace() {
+    calls_.clear();
+    return std::exchange(trace_, "");
+  }
 
   // What every entry does.
   template <typename... Parameters>
