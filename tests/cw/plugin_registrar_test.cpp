@@ -3,181 +3,134 @@
 #include <stdexcept>
 
 #include "tests/support/fake_embedder.h"
-#include "tests/support/test_base.h"
 
 namespace {
 
-using cw::PluginRegistrar;
 using cw::PluginRegistrarManager;
-using Context = FlutterOstrelPluginContext;
-using Lines = std::vector<std::string>;
 
-PluginRegistrar* GetRegistrar(Context* context) {
-  return PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
-}
+using TextureRegistrarTest = test::WrapperTest<cw::TextureRegistrar>;
 
-class PluginRegistrarTest : public test::TestBase {
+struct Probe : cw::Plugin {
+  std::function<void()> release;
+  void Release() override { release(); }
+};
+
+class PluginRegistrarTest : public test::EmbedderTest {
  protected:
-  void TearDown() override {
-    PluginRegistrarManager::OnRegistrarDestroyed(embedder_.context.engine);
-    TestBase::TearDown();
-  }
+  ~PluginRegistrarTest() override { PluginRegistrarManager::OnRegistrarDestroyed(context.engine); }
 
-  test::LogCapture log_;
-  test::ErrorCapture error_;
-  test::FakeEmbedder embedder_;
+  cw::PluginRegistrar* GetRegistrar() {
+    return PluginRegistrarManager::GetInstance()->GetRegistrarImpl(GetContext());
+  }
 };
 
 TEST_F(PluginRegistrarTest, FailingLoadersAreDoneWithout) {
-  for (const char* table : {"Application", "View", "Messenger", "Texture"}) {
-    embedder_.answers[std::string(table) + "ProcTableLoad"] = 0;
+  for (const char* name : {"Application", "View", "Messenger", "Texture"}) {
+    answers[std::string(name) + "ProcTableLoad"] = 0;
   }
-  auto* registrar = GetRegistrar(embedder_.GetContext());
+  auto* registrar = GetRegistrar();
   ASSERT_TRUE(registrar);
   EXPECT_FALSE(registrar->GetApplication() || registrar->GetView() || registrar->GetMessenger() ||
                registrar->GetTextures());
-  EXPECT_EQ("", registrar->GetLibraryPath());
-  EXPECT_EQ(nullptr, GetRegistrar(nullptr));
 }
 
 TEST_F(PluginRegistrarTest, OneRegistrarAnEngineUntilItEnds) {
-  auto* registrar = GetRegistrar(embedder_.GetContext());
-  EXPECT_EQ((Lines{"ApplicationProcTableLoad", "ViewProcTableLoad", "MessengerProcTableLoad",
-                   "TextureProcTableLoad", "EngineDestroyedSubscribe"}),
-            embedder_.TakeCalls());
+  auto* registrar = GetRegistrar();
   EXPECT_EQ("text", registrar->GetLibraryPath());
-  embedder_.TakeCalls();
-  EXPECT_EQ(registrar, GetRegistrar(embedder_.GetContext()));
-  EXPECT_TRUE(embedder_.TakeCalls().empty());
-  const std::weak_ptr<cw::ApplicationWrapper> application = registrar->GetApplication();
-  embedder_.engine_destroyed(embedder_.context.engine);
-  EXPECT_TRUE(application.expired());
-
-  embedder_.within["EngineDestroyedSubscribe"] = [this] {
-    embedder_.engine_destroyed(embedder_.context.engine);
-  };
-  EXPECT_EQ(nullptr, GetRegistrar(embedder_.GetContext()));
-}
-
-class Probe : public cw::Plugin {
- public:
-  explicit Probe(std::function<void(Probe*)> release) : release_(std::move(release)) {}
-  void Release() override { release_(this); }
-
- private:
-  const std::function<void(Probe*)> release_;
-};
-
-TEST_F(PluginRegistrarTest, PluginsAreReleasedOnceInTheOrderOfTheirAddresses) {
-  auto* registrar = GetRegistrar(embedder_.GetContext());
-  std::vector<cw::Plugin*> released;
-  std::vector<std::shared_ptr<cw::Plugin>> plugins;
-  for (int i = 0; i < 3; ++i) {
-    plugins.push_back(std::make_shared<Probe>([&](Probe* probe) {
-      released.push_back(probe);
-      throw std::runtime_error("cause");
-    }));
-  }
-  plugins.push_back(std::make_shared<cw::Plugin>());
-  for (int i = 0; i < 2; ++i) {
-    for (const auto& plugin : plugins) registrar->AddPlugin(plugin);
-  }
-  registrar->AddPlugin(nullptr);
-  for (int i = 0; i < 2; ++i) registrar->ClearPlugins();
-  plugins.pop_back();
-  std::sort(plugins.begin(), plugins.end());
-  ASSERT_EQ(3u, released.size());
-  for (size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(plugins[i].get(), released[i]);
-    EXPECT_EQ(1, plugins[i].use_count());
-  }
-  EXPECT_EQ(3u, log_.TakeLines().size());
-}
-
-TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
-  auto* registrar = GetRegistrar(embedder_.GetContext());
-  const auto late = std::make_shared<cw::Plugin>();
-  const auto release = [&](Probe*) {
-    registrar->ClearPlugins();
-    registrar->AddPlugin(late);
-    registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
-  };
-  embedder_.TakeCalls();
-  registrar->AddPlugin(std::make_shared<Probe>(release));
-  registrar->ClearPlugins();
-  EXPECT_EQ(2, late.use_count());
-  registrar->ClearPlugins();
-  registrar->AddPlugin(std::make_shared<Probe>(release));
-  embedder_.engine_destroyed(embedder_.context.engine);
-  EXPECT_EQ(1, late.use_count());  // At the end nothing is taken any more.
-  EXPECT_EQ("Send(engine, bye, 0) Send(engine, bye, 0)", embedder_.TakeTrace());
+  EXPECT_EQ(registrar, GetRegistrar());
+  EXPECT_EQ(
+      "ApplicationProcTableLoad() ViewProcTableLoad() MessengerProcTableLoad() "
+      "TextureProcTableLoad() EngineDestroyedSubscribe() GetPath(1, 0) GetPath(1, 5)",
+      TakeTrace());
+  const std::weak_ptr<cw::ApplicationWrapper> kept = registrar->GetApplication();
+  const auto end = [this] { engine_destroyed(context.engine); };
+  end();
+  EXPECT_TRUE(kept.expired());
+  within["EngineDestroyedSubscribe"] = end;
+  EXPECT_EQ(nullptr, GetRegistrar());
 }
 
 // A loader asks for the registrar that is being made.
 TEST_F(PluginRegistrarTest, LoaderMayAskForTheRegistrar) {
-  PluginRegistrar* inner = nullptr;
-  Context* const context = embedder_.GetContext();
-  embedder_.within["ViewProcTableLoad"] = [&] {
-    embedder_.within.erase("ViewProcTableLoad");
-    inner = GetRegistrar(context);
+  cw::PluginRegistrar* inner = nullptr;
+  within["ViewProcTableLoad"] = [&] {
+    within.clear();
+    inner = GetRegistrar();
   };
-  EXPECT_EQ(GetRegistrar(context), inner);
-  const auto calls = embedder_.TakeCalls();
+  EXPECT_EQ(GetRegistrar(), inner);
+  const auto calls = TakeCalls();
   EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "EngineDestroyedSubscribe"));
 }
 
-// ---- Textures ----
+TEST_F(PluginRegistrarTest, PluginsAreReleasedOnceInTheOrderOfTheirAddresses) {
+  auto* registrar = GetRegistrar();
+  const auto probes = std::make_shared<std::array<Probe, 3>>();
+  within["1"] = [] { throw std::runtime_error("cause"); };
+  for (const size_t i : {2, 0, 1, 2}) {
+    (*probes)[i].release = Watch(std::to_string(i));
+    registrar->AddPlugin({probes, &(*probes)[i]});
+  }
+  registrar->AddPlugin(nullptr);
+  registrar->AddPlugin(std::make_shared<cw::Plugin>());
+  TakeTrace();
+  for (int i = 0; i < 2; ++i) registrar->ClearPlugins();
+  EXPECT_EQ("0() 1() 2()", TakeTrace());
+  EXPECT_EQ(1, probes.use_count());
+  EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
+}
 
-using cw::TextureRegistrar;
+TEST_F(PluginRegistrarTest, ReleaseMayAddAndClearAndUseTheMessenger) {
+  auto* registrar = GetRegistrar();
+  const auto probe = std::make_shared<Probe>();
+  probe->release = [&] {
+    registrar->ClearPlugins();
+    registrar->AddPlugin(probe);
+    registrar->GetMessenger()->Send("bye", nullptr, 0, nullptr);
+  };
+  TakeTrace();
+  registrar->AddPlugin(probe);
+  registrar->ClearPlugins();
+  EXPECT_EQ(2, probe.use_count());
+  engine_destroyed(context.engine);
+  EXPECT_EQ(1, probe.use_count());  // At the end nothing is taken any more.
+  EXPECT_EQ("Send(bye, 0) Send(bye, 0)", TakeTrace());
+}
 
-TEST_F(PluginRegistrarTest, TextureIsAskedForItsFrames) {
-  const auto textures = TextureRegistrar::Create(embedder_.GetContext());
-  EXPECT_EQ(-1, textures->RegisterTexture(nullptr));
-  EXPECT_EQ("Attempting to register unknown texture variant.\n", error_.TakeText());
-
+TEST_F(TextureRegistrarTest, TextureIsAskedForItsFrames) {
+  test::ErrorCapture error;
+  const auto ask = [](const auto& source) { return source.callback(3, 4, source.user_data); };
+  const auto& source = descriptor.source;
   FlutterOstrelPixelBuffer frame{};
-  cw::Texture texture = cw::PixelBufferTexture([&](size_t width, size_t height) {
-    frame.width = width;
-    frame.height = height;
-    if (width == 0) throw std::runtime_error("cause");
+  cw::Texture shown = cw::PixelBufferTexture([&](size_t width, size_t height) {
+    if (width != 3 || height != 4) throw std::runtime_error("cause");
     return &frame;
   });
-  EXPECT_EQ(1, textures->RegisterTexture(&texture));
-  EXPECT_EQ(FLUTTER_OSTREL_PIXEL_BUFFER, embedder_.descriptor.kind);
-  const auto pixels = embedder_.descriptor.source.pixel_buffer;
-  EXPECT_EQ(&texture, pixels.user_data);
-  EXPECT_EQ(&frame, pixels.callback(3, 4, pixels.user_data));
-  EXPECT_EQ(4u, frame.height);
+  EXPECT_EQ(1, wrapper_->RegisterTexture(&shown));
+  EXPECT_EQ(FLUTTER_OSTREL_PIXEL_BUFFER, descriptor.kind);
+  const auto pixels = source.pixel_buffer;
+  EXPECT_EQ(&frame, ask(pixels));
   EXPECT_EQ(nullptr, pixels.callback(0, 0, pixels.user_data));
   EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
 
   FlutterOstrelOpenGLTexture image{};
-  texture = cw::OpenGLTexture([&](size_t, size_t) { return &image; });
-  EXPECT_EQ(nullptr, pixels.callback(3, 4, pixels.user_data));  // No longer of that kind.
-  EXPECT_EQ(1, textures->RegisterTexture(&texture));
-  EXPECT_EQ(FLUTTER_OSTREL_OPENGL, embedder_.descriptor.kind);
-  const auto gl = embedder_.descriptor.source.opengl;
-  EXPECT_EQ(3 * sizeof(void*), gl.size);
-  EXPECT_EQ(&image, gl.callback(3, 4, gl.user_data));
+  shown = cw::OpenGLTexture([&](size_t, size_t) { return &image; });
+  EXPECT_EQ(nullptr, ask(pixels));  // No longer of that kind.
+  EXPECT_EQ(1, wrapper_->RegisterTexture(&shown));
+  EXPECT_EQ(FLUTTER_OSTREL_OPENGL, descriptor.kind);
+  EXPECT_EQ(3 * sizeof(void*), source.opengl.size);
+  EXPECT_EQ(&image, ask(source.opengl));
+  EXPECT_EQ(-1, wrapper_->RegisterTexture(nullptr));
+  EXPECT_EQ("Attempting to register unknown texture variant.\n", error.TakeText());
 }
 
-TEST_F(PluginRegistrarTest, TextureTellsOnceThatItIsGone) {
-  const auto textures = TextureRegistrar::Create(embedder_.GetContext());
-  const auto token = std::make_shared<int>();
-  const auto unregister = [&] { return textures->UnregisterTexture(1, [token] { ++*token; }); };
-  EXPECT_TRUE(unregister());
-  for (int i = 0; i < 2; ++i) embedder_.unregistered_callback(embedder_.user_data);
-  EXPECT_EQ(1, *token);
-  EXPECT_EQ(1, token.use_count());
-  embedder_.answers["UnregisterTexture"] = 0;
-  EXPECT_FALSE(unregister());
-  EXPECT_EQ(1, token.use_count());
-  embedder_.within["UnregisterTexture"] = [this] {
-    embedder_.unregistered_callback(embedder_.user_data);
-  };
-  EXPECT_FALSE(unregister());  // Refused, and told all the same.
-  EXPECT_EQ(2, *token);
-  EXPECT_EQ(1, token.use_count());
+TEST_F(TextureRegistrarTest, TextureTellsOnceThatItIsGone) {
+  EXPECT_TRUE(wrapper_->UnregisterTexture(1, Watch("gone")));
+  unregistered_callback(user_data);
+  unregistered_callback(user_data);
+  EXPECT_EQ("UnregisterTexture(1) gone() ~gone()", TakeTrace());
+  answers["UnregisterTexture"] = 0;
+  EXPECT_FALSE(wrapper_->UnregisterTexture(1, Watch("gone")));
+  EXPECT_EQ("UnregisterTexture(1) ~gone()", TakeTrace());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -37,9 +36,7 @@ void ForEachDeclaration(const Structure& full, const Check& check) {
       if (testing::Test::HasFailure()) return;
       SCOPED_TRACE("size " + std::to_string(size) + ", null field " + std::to_string(null));
       Structure declared = full;
-      if (null > 0) {
-        std::memset(reinterpret_cast<char*>(&declared) + null * kField, 0, kField);
-      }
+      std::memset(reinterpret_cast<char*>(&declared) + null * kField, 0, kField);
       std::memcpy(static_cast<void*>(&declared), &size, sizeof size);
       check(declared, null);
     }
@@ -72,7 +69,6 @@ class PageEnd {
   PageEnd() { mprotect(end_, kPage, PROT_NONE); }
   ~PageEnd() { munmap(end_ - kPage, 2 * kPage); }
   PageEnd(const PageEnd&) = delete;
-  PageEnd& operator=(const PageEnd&) = delete;
 
   // The declared bytes of the structure, in whole fields.
   template <typename Structure>
@@ -80,16 +76,15 @@ class PageEnd {
     uint32_t size = 0;
     std::memcpy(&size, &structure, sizeof size);
     const size_t fields = std::clamp<size_t>((size + kField - 1) / kField, 1, kFields<Structure>);
-    return static_cast<Structure*>(
-        std::memcpy(end_ - fields * kField, &structure, fields * kField));
+    void* const place = end_ - fields * kField;
+    return static_cast<Structure*>(std::memcpy(place, &structure, fields * kField));
   }
 
  private:
-  static inline const size_t kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  static constexpr size_t kPage = 65536;  // A multiple of the page size of every machine.
 
-  char* const end_ = static_cast<char*>(mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE,
-                                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) +
-                     kPage;
+  char* const end_ = kPage + static_cast<char*>(mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE,
+                                                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 };
 
 }  // namespace test
