@@ -4,10 +4,9 @@
 
 namespace {
 
-using test::Scenario;
 using test::World;
 
-class ReentrancyTest : public test::TestBase, public testing::WithParamInterface<Scenario> {
+class ReentrancyTest : public test::TestBase, public testing::WithParamInterface<test::Scenario> {
  protected:
   void SetUp() override {
     const QCoreApplication first(argc_, nullptr);  // It opens what stays open.
@@ -34,7 +33,7 @@ class ReentrancyTest : public test::TestBase, public testing::WithParamInterface
     for (const test::Callback callback : GetParam().callbacks) {
       SCOPED_TRACE("callback " + std::to_string(callback));
       RunPair(callback, &World::Throw);
-      for (const Scenario& scenario : test::kScenarios) {
+      for (const auto& scenario : test::kScenarios) {
         SCOPED_TRACE(scenario.name);
         RunPair(callback, scenario.act);
       }

@@ -31,7 +31,9 @@ void FakeTask::Started(const RuntimeManager::Error& error) {
   if (const auto callback = std::exchange(start, nullptr)) callback(error);
 }
 
-void FakeTask::Stopped(const RuntimeManager::Error& error) { std::exchange(stop, nullptr)(error); }
+void FakeTask::Stopped(const RuntimeManager::Error& error) {
+  if (const auto callback = std::exchange(stop, nullptr)) callback(error);
+}
 
 void FakeMessaging::Receive(const QJsonObject& message) {
   if (object) Q_EMIT object->messageReceived(message);
