@@ -4,8 +4,8 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <atomic>
+#include <climits>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -19,26 +19,6 @@
 
 namespace test {
 
-// The callbacks of the system. Those before kStarted come once.
-enum Callback {
-  kConnected,
-  kDisconnected,
-  kResponse,
-  kServerConnected,
-  kWrapperUri,
-  kStarted,
-  kDisconnect,
-  kMessage,
-  kRelease,
-  kUri,
-  kIntent,
-  kIntentAnswer,
-  kRequest,
-  kNotification,
-  kOther,  // Of what a test does besides its subject.
-  kCallbacks
-};
-
 // The operations without parameters are what the system can be asked to do. What can fail sets
 // is_done. In a callback they may find the world in any state.
 class World : private LogCapture, public Service {
@@ -51,33 +31,38 @@ class World : private LogCapture, public Service {
     raw_intents_ = top.GetIntentManager(manager);
     intents_ = wrapper_->GetIntentManager();
     RegisterIntent();
-    OpenUri();
     StartRaw();
     Started();
   }
 
   // Ends everything, and checks that nothing of it is left.
   ~World() {
-    hooked = kCallbacks;
+    hooked = INT_MAX;
     DropWrapper();
     wrapper_.reset();
     ReleaseManager();
     Settle();
     platform.intents.clear();
-    EXPECT_EQ(taken_, calls[kRelease]) << "Not each slot was released once.";
+    EXPECT_EQ(taken_, released) << "Not each slot was released once.";
     EXPECT_EQ(1, token_.use_count()) << "A callback was not freed.";
     for (const auto& task : platform.tasks) EXPECT_FALSE(task->alive);
     for (const auto& messaging : platform.messagings) EXPECT_FALSE(messaging->object);
     CountLines("");
   }
 
-  // A function for any C++ callback, which counts as kOther if a hook has run before. It keeps a
-  // token, so that one which is never freed is noticed.
-  auto Count(Callback callback) {
-    const bool is_subject = hook_runs == 0 || callback >= kStarted;
-    const Callback counted = is_subject ? callback : kOther;
-    return [this, counted, token = token_](auto&&...) { Call(counted); };
+  // Functions for any C++ callback. They keep a token, so that one which is never freed is noticed.
+  auto Any() {
+    return [this, token = token_](auto&&...) { Call(); };
   }
+  auto Once() {
+    const auto was_called = std::make_shared<bool>(false);
+    return [any = Any(), was_called](auto&&...) {
+      EXPECT_FALSE(std::exchange(*was_called, true));
+      any();
+    };
+  }
+
+  // ---- The manager and the raw client and server ----
 
   void Nothing() {}
   void Throw() {
@@ -89,13 +74,11 @@ class World : private LogCapture, public Service {
     top.Release(manager);
     is_done = !client_ || client_->HasConnectionFailed();
   }
-
-  // The raw client and server.
   void StartRaw() {
-    TAVORpcClientSlots slots{sizeof slots,   Lent<kStarted>, On<kDisconnect>,
-                             Lent<kMessage>, On<kRelease>,   this};
+    TAVORpcClientSlots slots{sizeof slots,         Lent, On<&World::told>, Lent,
+                             On<&World::released>, this};
     raw = top.CreateRpcClient(manager);
-    Take(client_table.StartTask(raw, "raw", "/libs", &slots) == FORGE_RESULT_OK);
+    Take(client_table.StartTask(raw, "raw", "/libs", &slots));
   }
   void Started() { platform.tasks.back()->Started(); }
   void FailStart() {
@@ -109,40 +92,46 @@ class World : private LogCapture, public Service {
     client_table.Release(raw);
   }
   void RunServer() {
-    TAVORpcServerSlots slots{sizeof slots, On<kStarted>, Lent<kMessage>, On<kRelease>, this};
-    const int started = calls[kStarted];
+    TAVORpcServerSlots slots{sizeof slots, On<&World::told>, Lent, On<&World::released>, this};
+    const int before = told;
     server_table.Run(raw_server, &slots);
-    Take(calls[kStarted] > started);
+    Take(told > before ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE);
   }
   void ServerSend() { is_done = server_table.SendMessage(raw_server, kText) == FORGE_RESULT_OK; }
   void ServerReceive() { FindChannel(kServerPath).Receive(message_); }
+  void RunServerAndOpenUri() {
+    RunServer();
+    OpenUri();
+  }
   void GiveBackTwice() {
     const unsigned int own = chunk.exchange(0);
     for (const unsigned int id : {own, own, 4711u, 0u}) GiveBack(raw, id);
   }
 
-  // Intents.
+  // ---- Intents ----
+
   void OpenUri() {
-    TAVOOpenUriSlot slot{sizeof slot, On<kUri>, On<kRelease>, this};
-    Take(intent_table.OpenUri(raw_intents_, kText, &slot) == FORGE_RESULT_OK);
+    TAVOOpenUriSlot slot{sizeof slot, On<&World::uris>, On<&World::released>, this};
+    Take(intent_table.OpenUri(raw_intents_, kText, &slot));
   }
   void OpenWrapperUri() {
-    if (intents_) intents_->OpenUri("a:", Count(kWrapperUri));
+    if (intents_) intents_->OpenUri("a:", Once());
   }
   void RegisterIntent() {
-    TAVORegisterIntentSlot slot{sizeof slot, OnIntent, On<kRelease>, this};
-    Take(intent_table.RegisterIntent(raw_intents_, kText, &slot) == FORGE_RESULT_OK);
+    TAVORegisterIntentSlot slot{sizeof slot, OnIntent, On<&World::released>, this};
+    Take(intent_table.RegisterIntent(raw_intents_, kText, &slot));
   }
   void InvokeIntent() {
     const auto handler = platform.intents[text_];  // It may be replaced while it runs.
     handler({}, [this](const QJsonObject& answer) {
       if (answer.isEmpty()) return;  // For want of memory.
       EXPECT_EQ(QStringLiteral("b"), answer.value(QStringLiteral("a")).toString());
-      Call(kIntentAnswer);
+      Call();
     });
   }
 
-  // The wrapper's client and server.
+  // ---- The wrapper's client and server ----
+
   void CreateWrapper() {
     const std::filesystem::path library = TAVO_TEST_SERVICE_LIBRARY;
     wrapper_ = tavo::ManagerWrapper::Create(nullptr, library.parent_path());
@@ -153,16 +142,21 @@ class World : private LogCapture, public Service {
     if (client_) ListenAndRun(*client_);
   }
   void Connect() {
-    Serve();
+    // The service takes the first server, and no other.
+    if (!server_ || !FindChannel(kServerPath).object) server_ = wrapper_->CreateRpcServer();
+    if (server_) ListenAndRun(*server_);
     CreateClient();
     Started();
     Settle();
     is_done = client_ && client_->IsConnected();
   }
-  void Request() { Request(kResponse); }
-  void SendRequests() {
+  void Request() {
+    if (client_) client_->SendRequest("echo", std::string(kText), Once());
+  }
+  void ConnectAndRequest() {
     Connect();
-    for (const Callback callback : {kResponse, kOther, kOther}) Request(callback);
+    Request();
+    Request();
   }
   void ListenAgain() {
     if (client_) ListenAndRun(*client_);
@@ -174,6 +168,8 @@ class World : private LogCapture, public Service {
     server_.reset();
     intents_.reset();
   }
+
+  // ---- For the tests ----
 
   // Carries messages and answers until none is on its way, and deletes what is deleted later.
   void Settle() {
@@ -192,31 +188,24 @@ class World : private LogCapture, public Service {
   // Checks that no chunk of the raw client and of the server is open, that a new client of the
   // service starts, talks and ends, and that what waits is answered.
   void CheckItWorks() {
-    hooked = kCallbacks;
+    hooked = INT_MAX;
     Settle();
     CheckChunks();
-    const auto before = GetCalls();
+    calls = 0;
+    OpenUri();
+    const int of_the_uri = is_done ? 2 : 0;
     StartRaw();
     Started();
     Send();
     EXPECT_TRUE(is_done);
     Receive();
     Release();
-    OpenUri();
-    const int uris = before[kUri] + is_done;
-    const bool is_connected = client_ && server_ && client_->IsConnected();
-    if (is_connected) Request(kOther);
     Settle();
-    EXPECT_TRUE(WereCalled({kStarted, kMessage, kDisconnect, kRelease}, before));
-    EXPECT_EQ(uris, calls[kUri]) << "A request still waits.";
-    EXPECT_EQ(before[kOther] + is_connected, calls[kOther]);
-  }
-
-  // How often each callback was called; and whether all of these were again since.
-  std::vector<int> GetCalls() const { return {calls.begin(), calls.end()}; }
-  bool WereCalled(const std::vector<Callback>& callbacks, const std::vector<int>& since) const {
-    return std::all_of(callbacks.begin(), callbacks.end(),
-                       [&](Callback callback) { return calls[callback] > since[callback]; });
+    EXPECT_EQ(5 + of_the_uri, calls);  // The client is told of two disconnects.
+    bool is_answered = !client_ || !server_ || !client_->IsConnected();
+    if (!is_answered) client_->SendRequest("echo", {}, [&](const auto&) { is_answered = true; });
+    Settle();
+    EXPECT_TRUE(is_answered);
   }
 
   // The new lines of the log with this text. The others are lost.
@@ -239,83 +228,77 @@ class World : private LogCapture, public Service {
   std::atomic<_TAVORpcServerRef*> raw_server{nullptr};
   std::atomic<unsigned int> chunk{0};  // The one that the running callback was lent.
   std::atomic<bool> is_done{true};     // What the last operation that can fail came to.
-  std::array<std::atomic<int>, kCallbacks> calls{};
-  Callback hooked = kCallbacks;  // Which callback runs the hook.
+
+  std::atomic<int> calls{0};  // Of all callbacks; those below are some of them.
+  std::atomic<int> told{0};
+  std::atomic<int> uris{0};
+  std::atomic<int> released{0};
+  int hooked = INT_MAX;           // From this call on the hook is run,
+  std::atomic<int> hook_runs{3};  // so often: a hook may have further callbacks called.
   std::function<void()> hook;
-  int hook_runs = 0;
 
  private:
   static constexpr char kRawPath[] = "/run/raw";
   static constexpr char kClientPath[] = "/run/worker";
   static constexpr char kServerPath[] = "";
 
+  void Call() {
+    if (++calls >= hooked && hook_runs-- > 0) hook();
+  }
+  void Take(ForgeResult result) {
+    is_done = result == FORGE_RESULT_OK;
+    taken_ += is_done;
+  }
+
   // The functions of the C slots. The last argument of some is a chunk, which is given back when
   // they end, unless somebody has taken it; they come on the event loop's thread.
-  template <Callback kCallback, typename... Arguments>
+  template <std::atomic<int> World::*kCount, typename... Arguments>
   static void On(void* self, Arguments...) {
-    static_cast<World*>(self)->Call(kCallback);
+    ++(static_cast<World*>(self)->*kCount);
+    static_cast<World*>(self)->Call();
   }
-  template <Callback kCallback, typename... Arguments>
+  template <typename... Arguments>
   static void Lent(void* self, Arguments... arguments) {
     World& world = *static_cast<World*>(self);
     _TAVORpcClientRef* const owner = world.raw;
     const auto id = std::get<sizeof...(arguments) - 1>(std::tie(arguments...));
     const unsigned int outer = world.chunk.exchange(id);
-    world.Call(kCallback);
+    world.Call();
     world.GiveBack(owner, world.chunk.exchange(outer));
   }
   static void OnIntent(void* self, TAVOReplyIntentSlot* reply) {
     constexpr uint8_t kMap[] = {13, 1, 7, 1, 'a', 7, 1, 'b'};
     const TAVOReplyIntentSlot kept = *reply;
-    static_cast<World*>(self)->Call(kIntent);
+    static_cast<World*>(self)->Call();
     kept.reply(kept.context, kMap, sizeof kMap);
     kept.release(kept.context);
   }
-  void Take(bool is_taken) {
-    taken_ += is_taken;
-    is_done = is_taken;
-  }
-  void Call(Callback callback) {
-    ++calls[callback];
-    if (callback != hooked) return;
-    ++hook_runs;
-    hook();
-  }
 
-  void Serve() {
-    // The service takes the first one, and no other.
-    if (server_ && FindChannel(kServerPath).object) return;
-    server_ = wrapper_->CreateRpcServer();
-    if (server_) ListenAndRun(*server_);
-  }
   void ListenAndRun(flrpc::IServer& server) {
-    server.OnConnected(Count(kServerConnected));
-    server.OnRequest("echo", [this, token = token_](const auto&, const auto&, auto&& reply) {
+    server.OnConnected(Once());
+    server.OnRequest("echo", [this, any = Any()](const auto&, const auto&, auto&& reply) {
       const auto kept = std::move(reply);  // The handler may be replaced while it runs.
       if (server_) server_->SendNotify("tell", kText);
-      Call(kRequest);
+      any();
       kept->SendResult(kText);
     });
     server.Run();
   }
   void ListenAndRun(flrpc::IClient& client) {
-    client.OnConnected(Count(kConnected));
-    client.OnDisconnected(Count(kDisconnected));
-    client.OnNotify("tell", Count(kNotification));
+    client.OnConnected(Once());
+    client.OnDisconnected(Once());
+    client.OnNotify("tell", Any());
     client.Run();
-  }
-  void Request(Callback callback) {
-    if (client_) client_->SendRequest("echo", std::string(kText), Count(callback));
   }
 
   // The newest one with that path; if there is none, one that leads nowhere.
   FakeMessaging& FindChannel(const char* path) {
     static FakeMessaging nowhere;
-    const auto& channels = platform.messagings;
-    const auto found =
-        std::find_if(channels.rbegin(), channels.rend(),
-                     [path](const auto& channel) { return channel->path == QLatin1String(path); });
-    return found == channels.rend() ? nowhere : **found;
+    FakeMessaging* found = &nowhere;
+    for (const auto& channel : platform.messagings) {
+      if (channel->path == QLatin1String(path)) found = channel.get();
+    }
+    return *found;
   }
   bool Carry(const char* from, const char* to) {
     const auto texts = std::exchange(FindChannel(from).sent, {});
@@ -340,6 +323,8 @@ class World : private LogCapture, public Service {
 
   const QString text_ = QString::fromLatin1(kText);
   const QJsonObject message_{{QStringLiteral("data"), text_}};
+  const uint32_t first_id_ = forge::details::CounterClient::GenerateId();
+  const std::shared_ptr<int> token_ = std::make_shared<int>();
 
   _TAVOIntentManagerRef* raw_intents_ = nullptr;
   std::unique_ptr<tavo::ManagerWrapper> wrapper_;
@@ -347,9 +332,53 @@ class World : private LogCapture, public Service {
   std::shared_ptr<flrpc::IServer> server_;
   std::shared_ptr<flrpc::IClient> client_;
   std::atomic<int> taken_{0};  // Slots that the service has.
+};
 
-  const uint32_t first_id_ = forge::details::CounterClient::GenerateId();
-  const std::shared_ptr<int> token_ = std::make_shared<int>();
+// What the tests of failing allocations do with memory that ends, and those of re-entrancy in each
+// of the callbacks.
+enum Trait : unsigned {
+  kPlain = 0,
+  kIsSure = 1,     // It is done whatever fails,
+  kIsTold = 2,     // and so are the callbacks.
+  kMayThrow = 4,   // To its C++ caller.
+  kIsFinal = 8,    // What failed cannot be done again.
+  kConnects = 16,  // A signal, where Qt leaks when its own allocation fails.
+};
+
+struct Scenario {
+  const char* name;
+  unsigned traits;
+  int calls;  // So many callbacks come if it succeeds.
+  void (World::*act)();
+  void (World::*prepare)() = &World::Nothing;
+};
+
+inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
+inline const Scenario kScenarios[]{
+    {"GetParts", kConnects, 0, &World::GetParts, &World::ReleaseManager},
+    {"ReleaseManager", kIsSure | kIsTold, 5, &World::ReleaseManager, &World::RunServerAndOpenUri},
+    {"StartTask", kPlain, 0, &World::StartRaw},
+    {"TaskStarted", kIsSure | kIsTold | kConnects, 1, &World::Started, &World::StartRaw},
+    {"TaskFailed", kIsSure | kIsTold, 1, &World::FailStart, &World::StartRaw},
+    {"ClientSend", kPlain, 0, &World::Send},
+    {"ClientMessage", kPlain, 1, &World::Receive},
+    {"ClientRelease", kIsSure | kIsTold, 3, &World::Release},
+    {"ServerRun", kConnects, 1, &World::RunServer},
+    {"ServerSend", kPlain, 0, &World::ServerSend, &World::RunServer},
+    {"ServerMessage", kPlain, 1, &World::ServerReceive, &World::RunServer},
+    {"GiveBack", kPlain, 0, &World::GiveBackTwice, &World::RunServer},
+    {"OpenUri", kPlain, 4, &World::OpenUri, &World::OpenUri},
+    {"WrapperUri", kMayThrow, 1, &World::OpenWrapperUri},
+    {"RegisterIntent", kPlain, 1, &World::RegisterIntent},
+    {"InvokeIntent", kMayThrow, 2, &World::InvokeIntent},
+    {"CreateWrapper", kMayThrow, 3, &World::CreateWrapper},
+    {"Connect", kMayThrow | kIsFinal | kConnects, 2, &World::Connect},
+    {"FailedConnection", kIsSure, 1, &World::FailStart, &World::CreateClient},
+    {"Request", kMayThrow, 3, &World::Request, &World::Connect},
+    {"ListenAgain", kMayThrow, 2, &World::ListenAgain, &World::Connect},
+    {"Disconnect", kIsSure, 6, &World::ReleaseManager, &World::ConnectAndRequest},
+    {"DropWrapper", kPlain, 0, &World::DropWrapper, &World::ConnectAndRequest},
 };
 
 }  // namespace test
