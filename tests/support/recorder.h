@@ -17,20 +17,20 @@ struct Recorder {
 
   Events Take() { return std::exchange(events, {}); }
 
-  static void OnStarted(void* self, int code, const char* text, unsigned int chunk) {
-    Note(self, "started " + std::to_string(code) + " <" + text + ">", chunk);
-  }
-  static void OnDisconnect(void* self, int code, const char* text, unsigned int chunk) {
-    Note(self, "disconnect " + std::to_string(code) + " <" + text + ">", chunk);
-  }
-  static void OnMessage(void* self, const char* text, unsigned int chunk) {
-    Note(self, "message <" + std::string(text) + ">", chunk);
-  }
-  static void OnRelease(void* self) { Note(self, "release", 0); }
-  static void Note(void* self, const std::string& event, unsigned int chunk) {
-    static_cast<Recorder*>(self)->events.push_back(event);
+  static void Note(void* self, const std::string& event, const char* text, unsigned int chunk) {
+    static_cast<Recorder*>(self)->events.push_back(event + " <" + text + ">");
     static_cast<Recorder*>(self)->last_chunk = chunk;
   }
+  static void OnStarted(void* self, int code, const char* text, unsigned int chunk) {
+    Note(self, "started " + std::to_string(code), text, chunk);
+  }
+  static void OnDisconnect(void* self, int code, const char* text, unsigned int chunk) {
+    Note(self, "disconnect " + std::to_string(code), text, chunk);
+  }
+  static void OnMessage(void* self, const char* text, unsigned int chunk) {
+    Note(self, "message", text, chunk);
+  }
+  static void OnRelease(void* self) { static_cast<Recorder*>(self)->events.push_back("release"); }
 
   TAVORpcClientSlots ClientSlots() {
     return {sizeof(TAVORpcClientSlots), OnStarted, OnDisconnect, OnMessage, OnRelease, this};
