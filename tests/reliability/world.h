@@ -243,8 +243,8 @@ class World : private LogCapture, public Service {
     if (++calls >= hooked && hook_runs-- > 0) hook();
   }
   void Take(ForgeResult result) {
+    taken_ += result == FORGE_RESULT_OK;
     is_done = result == FORGE_RESULT_OK;
-    taken_ += is_done;
   }
 
   // The functions of the C slots. The last argument of some is a chunk, which is given back when
