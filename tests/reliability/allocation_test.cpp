@@ -51,7 +51,7 @@ int StartService(long n, bool for_ever) {
   return testing::Test::HasFailure() ? 2 : failing.HasFailed();
 }
 
-TEST_F(AllocationTest, OfTheProcesssFirstCallMayFail) {
+TEST_F(AllocationTest, FirstCallOfTheProcessMayFail) {
   FailEach([](long n, bool for_ever) {
     const pid_t child = fork();
     if (child == 0) _exit(StartService(n, for_ever));
@@ -138,7 +138,7 @@ struct Plugin : test::FakeEmbedder {
   bool is_done = false;
 };
 
-TEST_F(AllocationTest, OfAPluginMayFail) {
+TEST_F(AllocationTest, UseOfAPluginMayFail) {
   FailEach([](long n, bool for_ever) {
     Plugin plugin;
     bool has_failed = true;

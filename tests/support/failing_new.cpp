@@ -31,9 +31,7 @@ FailingNew::FailingNew(long n, bool for_ever, bool with_qt)
     : left_(n), for_ever_(for_ever), with_qt_(with_qt), outer_(current) {
   current = this;
 }
-
 FailingNew::~FailingNew() { current = outer_; }
-
 bool FailingNew::Fails(const void* caller) {
   if (!with_qt_ && IsQt(caller)) return false;
   --left_;

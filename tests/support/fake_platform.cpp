@@ -1,27 +1,22 @@
 #include "tests/support/fake_platform.h"
 
 #include <new>
-#include <utility>
 
-namespace test {
+using test::FakePlatform;
+
 namespace {
-
-FakePlatform* current = nullptr;
 
 template <typename T>
 void Keep(std::vector<T>& all, const typename std::vector<T>::value_type& one) {
-  const std::lock_guard lock(current->mutex);
+  const std::lock_guard lock(FakePlatform::current->mutex);
   all.push_back(one);
 }
 
 void FailIntents() {
-  if (current->fail_intents) throw std::bad_alloc();
+  if (FakePlatform::current->fail_intents) throw std::bad_alloc();
 }
 
 }  // namespace
-
-FakePlatform::FakePlatform() { current = this; }
-FakePlatform::~FakePlatform() { current = nullptr; }
 
 std::vector<std::string> FakePlatform::SentTexts() {
   const std::lock_guard lock(mutex);
@@ -32,27 +27,7 @@ std::vector<std::string> FakePlatform::SentTexts() {
   return texts;
 }
 
-void FakePlatform::ReplyToIntent(int code) {
-  if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
-}
-
-void FakeTask::Started(const RuntimeManager::Error& error) {
-  if (const auto callback = std::exchange(start, nullptr)) callback(error);
-}
-
-void FakeTask::Stopped(const RuntimeManager::Error& error) {
-  if (const auto callback = std::exchange(stop, nullptr)) callback(error);
-}
-
-void FakeMessaging::Receive(const QJsonObject& message) {
-  if (object) Q_EMIT object->messageReceived(message);
-}
-
-}  // namespace test
-
 namespace RuntimeManager {
-
-using test::current;
 
 struct Task::Private {
   const std::shared_ptr<test::FakeTask> fake = std::make_shared<test::FakeTask>();
@@ -60,14 +35,14 @@ struct Task::Private {
 
 Task::Task(const QString& name, QObject* parent) : QObject(parent), d_(new Private) {
   d_->fake->name = name;
-  test::Keep(current->tasks, d_->fake);
+  Keep(FakePlatform::current->tasks, d_->fake);
 }
 Task::~Task() { d_->fake->alive = false; }
 
 void Task::withIpcSocket(bool enabled) { d_->fake->ipc_socket = enabled; }
 void Task::withArguments(const QStringList& arguments) { d_->fake->arguments = arguments; }
 void Task::start(Callback callback) {
-  if (current->fail_start) throw std::bad_alloc();
+  if (FakePlatform::current->fail_start) throw std::bad_alloc();
   d_->fake->start = std::move(callback);
 }
 void Task::stop(StopFlags flags, Callback callback) {
@@ -79,7 +54,7 @@ QString Task::socketPath() const { return QStringLiteral("/run/") + d_->fake->na
 struct TaskMessaging::Private {
   Private(TaskMessaging* object, const QString& path, int descriptor) {
     *fake = {path, descriptor, object, {}};
-    test::Keep(current->messagings, fake);
+    Keep(FakePlatform::current->messagings, fake);
   }
   const std::shared_ptr<test::FakeMessaging> fake = std::make_shared<test::FakeMessaging>();
 };
@@ -91,7 +66,7 @@ TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)
 TaskMessaging::~TaskMessaging() { d_->fake->object = nullptr; }
 
 void TaskMessaging::sendMessage(const QJsonObject& message) {
-  const std::lock_guard lock(current->mutex);
+  const std::lock_guard lock(FakePlatform::current->mutex);
   d_->fake->sent.push_back(message);
 }
 
@@ -101,25 +76,26 @@ RuntimeDispatcher* RuntimeDispatcher::instance() {
 }
 int RuntimeDispatcher::localServerSocket() { return 77; }
 void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handler) {
-  test::FailIntents();
-  current->intents[name] = std::move(handler);
+  FailIntents();
+  FakePlatform::current->intents[name] = std::move(handler);
 }
 
 struct IntentsInvoker::Private {};
 
 IntentsInvoker::IntentsInvoker(QObject* parent) : QObject(parent) {
-  test::FailIntents();
-  current->invoker = this;
+  FailIntents();
+  FakePlatform::current->invoker = this;
 }
 IntentsInvoker::~IntentsInvoker() {
   // A process may end after the test, and a newer invoker may have come.
-  if (current && current->invoker == this) current->invoker = nullptr;
+  if (FakePlatform::current && FakePlatform::current->invoker == this)
+    FakePlatform::current->invoker = nullptr;
 }
 void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,
                             const QJsonObject& parameters) {
-  test::Keep(current->invocations, {name, options, parameters});
-  test::FailIntents();
-  if (current->on_invoke) current->on_invoke();
+  Keep(FakePlatform::current->invocations, {name, options, parameters});
+  FailIntents();
+  if (FakePlatform::current->on_invoke) FakePlatform::current->on_invoke();
 }
 
 }  // namespace RuntimeManager

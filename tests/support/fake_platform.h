@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/runtime_manager/intents_invoker.h"
@@ -15,8 +16,12 @@ namespace test {
 
 struct FakeTask {
   // The platform's answers. Each takes the callback out, as the platform would.
-  void Started(const RuntimeManager::Error& error = {});
-  void Stopped(const RuntimeManager::Error& error = {});
+  void Started(const RuntimeManager::Error& error = {}) {
+    if (const auto callback = std::exchange(start, nullptr)) callback(error);
+  }
+  void Stopped(const RuntimeManager::Error& error = {}) {
+    if (const auto callback = std::exchange(stop, nullptr)) callback(error);
+  }
 
   QString name;
   bool ipc_socket = false;
@@ -28,7 +33,9 @@ struct FakeTask {
 };
 
 struct FakeMessaging {
-  void Receive(const QJsonObject& message);
+  void Receive(const QJsonObject& message) {
+    if (object) Q_EMIT object->messageReceived(message);
+  }
   void ReceiveText(const QString& text) { Receive({{QStringLiteral("data"), text}}); }
 
   QString path;
@@ -45,13 +52,17 @@ struct FakeInvocation {
 
 // One per test; it is the platform while it lives.
 struct FakePlatform {
-  FakePlatform();
-  ~FakePlatform();
+  FakePlatform() { current = this; }
+  ~FakePlatform() { current = nullptr; }
 
   FakeTask& Task(size_t index = 0) { return *tasks.at(index); }
   FakeMessaging& Messaging(size_t index = 0) { return *messagings.at(index); }
   std::vector<std::string> SentTexts();  // The "data" of each message that the first one sent.
-  void ReplyToIntent(int code);          // Through whichever invoker there is.
+  void ReplyToIntent(int code) {
+    if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
+  }
+
+  static inline FakePlatform* current = nullptr;
 
   std::mutex mutex;
   std::vector<std::shared_ptr<FakeTask>> tasks;            // In the order of their creation.
