@@ -3,49 +3,32 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <new>
-
 #include "cw/plugin_registrar.h"
-#include "tests/reliability/scenarios.h"
+#include "tests/reliability/world.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/fake_embedder.h"
 
 namespace {
 
 using test::FailingNew;
-using test::Scenario;
 using test::World;
 
-class AllocationTest : public test::TestBase, public testing::WithParamInterface<Scenario> {
+class AllocationTest : public test::TestBase, public testing::WithParamInterface<test::Scenario> {
  protected:
-  // With memory that ends at the n-th allocation. Returns whether there was one.
-  bool RunOnce(World& world, long n, bool for_ever) {
-    const Scenario& scenario = GetParam();
-    scenario.prepare(world);
-    const auto before = world.GetCalls();
-    bool has_failed = false;
-    bool has_thrown = false;
-    {
-      const FailingNew failing(n, for_ever, !(scenario.traits & test::kConnects));
-      try {
-        scenario.act(world);
-      } catch (const std::bad_alloc&) {
-        has_thrown = true;
+  // Calls run(n, for_ever), which tells whether there was an n-th allocation, until there is none.
+  template <typename Run>
+  void FailEach(const Run& run) {
+    run(LONG_MAX, false);  // Makes what stays for good.
+    for (const bool for_ever : {false, true}) {
+      bool has_failed = true;
+      for (long n = 1; has_failed && !HasFailure(); ++n) {
+        SCOPED_TRACE("allocation " + std::to_string(n) + (for_ever ? " and later" : ""));
+        const long live = FailingNew::CountLive();
+        has_failed = run(n, for_ever);
+        log_.TakeText();
+        EXPECT_EQ(live, FailingNew::CountLive()) << "blocks";
       }
-      has_failed = failing.HasFailed();
     }
-    const bool is_done = world.is_done && !has_thrown;
-    const bool is_told = world.WereCalled(scenario.callbacks, before);
-    EXPECT_TRUE(!has_thrown || scenario.traits & test::kMayThrow);
-    EXPECT_TRUE(is_done || (has_failed && !(scenario.traits & test::kIsSure)));
-    EXPECT_TRUE(is_told || (has_failed && !(scenario.traits & test::kIsTold)));
-    if (!(is_done && is_told) && !(scenario.traits & (test::kIsSure | test::kIsFinal))) {
-      scenario.act(world);
-      EXPECT_TRUE(world.is_done && world.WereCalled(scenario.callbacks, before));
-    }
-    world.CheckItWorks();
-    return has_failed;
   }
 
   test::LogCapture log_;
@@ -53,182 +36,154 @@ class AllocationTest : public test::TestBase, public testing::WithParamInterface
   QCoreApplication app_{argc_, nullptr};
 };
 
-TEST_P(AllocationTest, MayFail) {
-  // A first run makes what stays for good.
-  constexpr long kNever = 1L << 30;
-  RunOnce(*std::make_unique<World>(log_), kNever, false);
-  for (const bool for_ever : {false, true}) {
-    bool has_failed = true;
-    for (long n = 1; has_failed && !HasFailure(); ++n) {
-      const auto text = "allocation " + std::to_string(n) + (for_ever ? " and later" : "");
-      SCOPED_TRACE(text);
-      const long live = FailingNew::CountLive();
-      has_failed = RunOnce(*std::make_unique<World>(log_), n, for_ever);
-      EXPECT_EQ(live, FailingNew::CountLive()) << "blocks";
-    }
-  }
+// What could not be made is not tried again, unless the error line failed, too. Returns 1 if an
+// allocation failed, and 2 if the test did.
+int StartService(long n, bool for_ever) {
+  TAVOProcTable top{};
+  TAVOProcTableLoad(&top, sizeof top);
+  const FailingNew failing(n, for_ever, true);
+  _TAVOManagerRef* const manager = top.Initialize();
+  EXPECT_EQ(failing.HasFailed(), !manager);
+  const FailingNew succeeding;
+  _TAVOManagerRef* const again = top.Initialize();
+  EXPECT_TRUE(manager == again || (!manager && for_ever));
+  if (again) World().CheckItWorks();
+  return testing::Test::HasFailure() ? 2 : failing.HasFailed();
 }
 
-std::string GetName(const testing::TestParamInfo<Scenario>& scenario) {
-  return scenario.param.name;
+TEST_F(AllocationTest, FirstCallOfTheProcessMayFail) {
+  FailEach([](long n, bool for_ever) {
+    const pid_t child = fork();
+    if (child == 0) _exit(StartService(n, for_ever));
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1);
+    return WEXITSTATUS(status) == 1;
+  });
 }
-
-INSTANTIATE_TEST_SUITE_P(Scenarios, AllocationTest, testing::ValuesIn(test::kScenarios), GetName);
-
-// ---- Plug-ins ----
 
 // A plug-in over an embedder that is played, whose own allocations succeed.
-struct Plugin {
+struct Plugin : test::FakeEmbedder {
   Plugin() {
-    using Context = FlutterOstrelPluginContext;
-    using View = FlutterOstrelViewProcTable;
-    using Messenger = FlutterOstrelMessengerProcTable;
-    Spare<&Context::ApplicationProcTableLoad, &Context::ViewProcTableLoad,
-          &Context::MessengerProcTableLoad, &Context::TextureProcTableLoad,
-          &Context::EngineDestroyedSubscribe>(embedder.context);
-    Spare<&View::LockResources, &View::UnlockResources, &View::GetWindowPayload,
-          &View::CreatePopupWindow>(embedder.view);
-    Spare<&Messenger::Send, &Messenger::SetMessageHandler>(embedder.messenger);
-    embedder.answers = {{"GetWindowPayload", 0}};
+#define BEGIN(name) \
+  {                 \
+    auto& table = name;
+#define FIELD(index, field, type)
+#define ENTRY(index, field, ...) Spare<&TABLE::field>(table);
+#define END(count) }
+#include "platform/flutter_ostrel/embedder_entries.inc"
+    answers = {{"GetWindowPayload", 0}};
     const forge::Buffer bytes = value.Serialize();
-    embedder.payload.assign(bytes.GetData(), bytes.GetData() + bytes.GetSize());
-    Load();
+    payload.assign(bytes.GetData(), bytes.GetData() + bytes.GetSize());
   }
   ~Plugin() {
-    const auto entries = embedder.TakeCalls();
+    const auto entries = TakeCalls();
     EXPECT_EQ(std::count(entries.begin(), entries.end(), "LockResources"),
               std::count(entries.begin(), entries.end(), "UnlockResources"));
-    SetHandler();
-    EXPECT_TRUE(Deliver());
-    EndEngine();
-    embedder.ReleaseSlot();
-  }
-
-  template <auto... kEntries, typename Table>
-  static void Spare(Table& table) {
-    (SpareOne<kEntries>(table), ...);
+    engine_destroyed(context.engine);
   }
   template <auto kEntry, typename Table>
-  static void SpareOne(Table& table) {
+  static void Spare(Table& table) {
     static const auto entry = table.*kEntry;  // Each embedder's is the same.
     table.*kEntry = [](auto... arguments) {
-      const FailingNew::Pause pause;
+      const FailingNew pause;
       return entry(arguments...);
     };
   }
-
-  bool Load() {
-    registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(embedder.GetContext());
-    return registrar != nullptr;
-  }
-  void EndEngine() { embedder.engine_destroyed(embedder.context.engine); }
-
-  void SetHandler() {
-    registrar->GetMessenger()->SetMessageHandler(
-        "channel", [](const uint8_t* data, size_t size, const auto& reply) { reply(data, size); });
-  }
-  // The embedder wants one answer in any case. Is it the whole one?
-  bool Deliver() {
-    answers.clear();
-    embedder.message_callback(embedder.context.engine, "channel", embedder.payload.data(),
-                              embedder.payload.size(), TakeAnswer,
-                              reinterpret_cast<_FlutterOstrelResponse*>(this), embedder.user_data);
-    EXPECT_EQ(1u, answers.size());
-    return !answers.empty() && answers.front() == embedder.payload.size();
-  }
-  static void TakeAnswer(_FlutterOstrelEngine*, _FlutterOstrelResponse* response, const uint8_t*,
-                         size_t size) {
-    const FailingNew::Pause pause;
-    reinterpret_cast<Plugin*>(response)->answers.push_back(size);
-  }
-
   auto Count() {
     return [this](auto&&...) { ++calls; };
   }
 
-  test::FakeEmbedder embedder;
-  cw::PluginRegistrar* registrar = nullptr;
-  const cw::EncodableValue value{std::string(World::kLongText)};
-  std::vector<size_t> answers;  // To the last message, by their sizes.
+  // Each thing once. What the plug-in calls is C++, which may throw; the embedder calls C.
+  void Use() {
+    may_throw = true;
+    if (engine_destroyed) engine_destroyed(context.engine);
+    auto& plugins = *cw::PluginRegistrarManager::GetInstance();
+    auto& registrar = *plugins.GetRegistrarImpl(GetContext());
+    auto& channels = *registrar.GetMessenger();
+    channels.SetMessageHandler(
+        "channel", [](const auto* bytes, size_t size, const auto& reply) { reply(bytes, size); });
+
+    // The embedder wants one answer in any case.
+    calls = 0;
+    may_throw = false;
+    const auto response = reinterpret_cast<_FlutterOstrelResponse*>(this);
+    message_callback(context.engine, "channel", payload.data(), payload.size(), TakeAnswer,
+                     response, user_data);
+    EXPECT_EQ(1, calls);
+    is_done = answer_size == payload.size();
+    is_done &= registrar.GetView()->GetWindowPayload() == value;
+
+    may_throw = true;
+    channels.Send("channel", payload.data(), payload.size(), Count());
+    reply_callback(payload.data(), payload.size(), user_data);
+    is_done &= calls == 2;
+    registrar.GetView()->CreatePopupWindow("entry", "", &value, Count());
+    calls = 0;
+    Call(payload, World::kText);
+    EXPECT_EQ(1, calls);  // The answer comes in any case, if need be with less.
+    ReleaseSlot();
+  }
+  static void TakeAnswer(_FlutterOstrelEngine*, _FlutterOstrelResponse* response, const uint8_t*,
+                         size_t size) {
+    const auto plugin = reinterpret_cast<Plugin*>(response);
+    ++plugin->calls;
+    plugin->answer_size = size;
+  }
+
+  const cw::EncodableValue value{std::string(World::kText)};
+  size_t answer_size = 0;
   int calls = 0;
+  bool may_throw = true;
+  bool is_done = false;
 };
 
-void Load(World& w) { w.guest = std::make_shared<Plugin>(); }
-Plugin& Of(World& w) { return *static_cast<Plugin*>(w.guest.get()); }
-
-// What a plug-in calls is C++, which may throw.
-const Scenario kPluginScenarios[] = {
-    {"Registrar", test::kMayThrow, test::Calls(),
-     [](World& w) {
-       Load(w);
-       Of(w).EndEngine();
-     },
-     [](World& w) { w.is_done = Of(w).Load(); }},
-    {"ChannelMessage", test::kPlain, test::Calls(),
-     [](World& w) {
-       Load(w);
-       Of(w).SetHandler();
-     },
-     [](World& w) { w.is_done = Of(w).Deliver(); }},
-    {"ChannelSend", test::kMayThrow, test::Calls(), Load,
-     [](World& w) {
-       const auto& bytes = Of(w).embedder.payload;
-       Of(w).registrar->GetMessenger()->Send("channel", bytes.data(), bytes.size(), Of(w).Count());
-       Of(w).embedder.reply_callback(bytes.data(), bytes.size(), Of(w).embedder.user_data);
-       w.is_done = Of(w).calls > 0;
-     }},
-    {"WindowPayload", test::kPlain, test::Calls(), Load,
-     [](World& w) { w.is_done = Of(w).registrar->GetView()->GetWindowPayload() == Of(w).value; }},
-    {"PopupWindow", test::kMayThrow, test::Calls(), Load,
-     [](World& w) {
-       Plugin& p = Of(w);
-       p.registrar->GetView()->CreatePopupWindow("entry", "", &p.value, p.Count());
-       p.calls = 0;
-       p.embedder.Call(p.embedder.payload, World::kLongText);
-       EXPECT_EQ(1, p.calls);  // The answer comes in any case, if need be with less.
-       p.embedder.ReleaseSlot();
-     }},
-};
-
-INSTANTIATE_TEST_SUITE_P(Plugins, AllocationTest, testing::ValuesIn(kPluginScenarios), GetName);
-
-// ---- The process's first call ----
-
-// What could not be made is not tried again, unless the error line failed, too.
-void StartService(long n, bool for_ever, bool* has_failed) {
-  test::LogCapture log;
-  TAVOProcTable top{};
-  TAVOProcTableLoad(&top, sizeof top);
-  _TAVOManagerRef* manager = nullptr;
-  {
-    const FailingNew failing(n, for_ever, true);
-    manager = top.Initialize();
-    *has_failed = failing.HasFailed();
-  }
-  EXPECT_EQ(*has_failed, !manager);
-  _TAVOManagerRef* const again = top.Initialize();
-  EXPECT_TRUE(manager == again || (!manager && for_ever));
-  if (again) World(log).CheckItWorks();
-  log.TakeText();
-}
-
-class FirstAllocationTest : public test::TestBase {};
-
-TEST_F(FirstAllocationTest, MayFail) {
-  enum { kHasFailed, kHasNotFailed, kBroken };
-  for (const bool for_ever : {false, true}) {
-    int status = kHasFailed;
-    for (long n = 1; WEXITSTATUS(status) == kHasFailed; ++n) {
-      const pid_t child = fork();
-      if (child == 0) {
-        bool has_failed = false;
-        StartService(n, for_ever, &has_failed);
-        _exit(HasFailure() ? kBroken : has_failed ? kHasFailed : kHasNotFailed);
-      }
-      ASSERT_EQ(child, waitpid(child, &status, 0));
-      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < kBroken) << n;
+TEST_F(AllocationTest, UseOfAPluginMayFail) {
+  FailEach([](long n, bool for_ever) {
+    Plugin plugin;
+    bool has_failed = true;
+    try {
+      const FailingNew failing(n, for_ever, true);
+      plugin.Use();
+      has_failed = failing.HasFailed();
+      EXPECT_TRUE(has_failed || plugin.is_done);
+    } catch (const std::bad_alloc&) {
+      EXPECT_TRUE(plugin.may_throw);
     }
-  }
+    plugin.Use();
+    EXPECT_TRUE(plugin.is_done);
+    return has_failed;
+  });
 }
+
+TEST_P(AllocationTest, MayFail) {
+  FailEach([&scenario = GetParam()](long n, bool for_ever) {
+    const auto is = [traits = scenario.traits](unsigned trait) { return (traits & trait) != 0; };
+    World world;
+    (world.*scenario.prepare)();
+    world.calls = 0;
+    bool has_failed = true;
+    try {
+      const FailingNew failing(n, for_ever, !is(test::kConnects));
+      world.Do(scenario.act);
+      has_failed = failing.HasFailed();
+    } catch (const std::bad_alloc&) {
+      EXPECT_TRUE(is(test::kMayThrow));
+      world.is_done = false;
+    }
+    const bool is_told = world.calls == scenario.calls;
+    EXPECT_TRUE(world.is_done || (has_failed && !is(test::kIsSure)));
+    EXPECT_TRUE(is_told || (has_failed && !is(test::kIsTold))) << world.calls;
+    if (!(world.is_done && is_told) && !is(test::kIsSure | test::kIsFinal)) {
+      world.Do(scenario.act);
+      EXPECT_TRUE(world.is_done && world.calls >= scenario.calls);
+    }
+    world.CheckItWorks();
+    return has_failed;
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, AllocationTest, testing::ValuesIn(test::kScenarios),
+                         testing::PrintToStringParamName());
 
 }  // namespace

@@ -11,14 +11,7 @@ namespace test {
 namespace {
 
 std::atomic<long> live{0};
-
-struct Plan {
-  bool active = false;
-  bool for_ever = false;
-  bool with_qt = false;
-  long left = 0;  // Allocations up to and including the one that fails; below 1: it has failed.
-};
-thread_local Plan plan;
+thread_local FailingNew* current = nullptr;
 
 bool IsQt(const void* code) {
   Dl_info info{};
@@ -26,50 +19,38 @@ bool IsQt(const void* code) {
 }
 
 void* Allocate(std::size_t size, const void* caller) noexcept {
-  if (plan.active && (plan.with_qt || !IsQt(caller))) {
-    --plan.left;
-    if (plan.left == 0 || (plan.left < 0 && plan.for_ever)) return nullptr;
-  }
+  if (current && current->Fails(caller)) return nullptr;
   void* const block = std::malloc(size > 0 ? size : 1);
   if (block) ++live;
   return block;
 }
 
-void* AllocateOrThrow(std::size_t size, const void* caller) {
-  void* const block = Allocate(size, caller);
-  if (!block) throw std::bad_alloc();
-  return block;
-}
-
-void Free(void* block) noexcept {
-  if (block) --live;
-  std::free(block);
-}
-
 }  // namespace
 
-FailingNew::FailingNew(long n, bool for_ever, bool with_qt) { plan = {true, for_ever, with_qt, n}; }
-FailingNew::~FailingNew() { plan.active = false; }
-bool FailingNew::HasFailed() const { return plan.left <= 0; }
-
-FailingNew::Pause::Pause() : was_active_(plan.active) { plan.active = false; }
-FailingNew::Pause::~Pause() { plan.active = was_active_; }
+FailingNew::FailingNew(long n, bool for_ever, bool with_qt)
+    : left_(n), for_ever_(for_ever), with_qt_(with_qt), outer_(current) {
+  current = this;
+}
+FailingNew::~FailingNew() { current = outer_; }
+bool FailingNew::Fails(const void* caller) {
+  if (!with_qt_ && IsQt(caller)) return false;
+  --left_;
+  return left_ == 0 || (left_ < 0 && for_ever_);
+}
 
 long FailingNew::CountLive() { return live; }
 
 }  // namespace test
 
-#define CALLER __builtin_return_address(0)
-
-void* operator new(std::size_t size) { return test::AllocateOrThrow(size, CALLER); }
-void* operator new[](std::size_t size) { return test::AllocateOrThrow(size, CALLER); }
+void* operator new(std::size_t size) {
+  void* const block = test::Allocate(size, __builtin_return_address(0));
+  return block ? block : throw std::bad_alloc();
+}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return test::Allocate(size, CALLER);
+  return test::Allocate(size, __builtin_return_address(0));
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return test::Allocate(size, CALLER);
+void operator delete(void* block) noexcept {
+  if (block) --test::live;
+  std::free(block);
 }
-void operator delete(void* block) noexcept { test::Free(block); }
-void operator delete[](void* block) noexcept { test::Free(block); }
-void operator delete(void* block, std::size_t) noexcept { test::Free(block); }
-void operator delete[](void* block, std::size_t) noexcept { test::Free(block); }
+void operator delete(void* block, std::size_t) noexcept { operator delete(block); }

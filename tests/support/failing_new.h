@@ -2,34 +2,32 @@
 // replaced; what is allocated otherwise (malloc: the C library, Qt's strings) is not affected.
 #pragma once
 
+#include <climits>
+
 namespace test {
 
 // While it lives, the n-th allocation of this thread throws std::bad_alloc, and with `for_ever`
 // every later one, too. Those that Qt itself makes count only with `with_qt`: where they fail Qt
-// does not always clean up.
+// does not always clean up. Within another one it stands in for that: by default nothing fails,
+// for the test's own code in a callback.
 class FailingNew {
  public:
-  FailingNew(long n, bool for_ever, bool with_qt);
+  explicit FailingNew(long n = LONG_MAX, bool for_ever = false, bool with_qt = false);
   ~FailingNew();
   FailingNew(const FailingNew&) = delete;
-  FailingNew& operator=(const FailingNew&) = delete;
 
-  bool HasFailed() const;  // Was there an n-th?
-
-  // Within, allocations succeed and are not counted: for the test's own code in a callback.
-  class Pause {
-   public:
-    Pause();
-    ~Pause();
-    Pause(const Pause&) = delete;
-    Pause& operator=(const Pause&) = delete;
-
-   private:
-    const bool was_active_;
-  };
+  bool HasFailed() const { return left_ <= 0; }  // Was there an n-th?
 
   // The blocks of the process that were allocated and not freed yet.
   static long CountLive();
+
+  bool Fails(const void* caller);  // For operator new: counts an allocation.
+
+ private:
+  long left_;  // Allocations up to and including the one that fails.
+  const bool for_ever_;
+  const bool with_qt_;
+  FailingNew* const outer_;
 };
 
 }  // namespace test

@@ -1,16 +1,11 @@
 // The platform's library, played: nothing runs, a test sees each call and decides each answer.
 #pragma once
 
-#include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
-
-#include <QJsonObject>
-#include <QString>
-#include <QStringList>
 
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
@@ -20,6 +15,14 @@
 namespace test {
 
 struct FakeTask {
+  // The platform's answers. Each takes the callback out, as the platform would.
+  void Started(const RuntimeManager::Error& error = {}) {
+    if (const auto callback = std::exchange(start, nullptr)) callback(error);
+  }
+  void Stopped(const RuntimeManager::Error& error = {}) {
+    if (const auto callback = std::exchange(stop, nullptr)) callback(error);
+  }
+
   QString name;
   bool ipc_socket = false;
   QStringList arguments;
@@ -27,20 +30,18 @@ struct FakeTask {
   RuntimeManager::Task::Callback start;
   RuntimeManager::Task::Callback stop;
   bool alive = true;
-
-  // The platform's answers. Each takes the callback out, as the platform would.
-  void Started(const RuntimeManager::Error& error = {});
-  void Stopped(const RuntimeManager::Error& error = {});
 };
 
 struct FakeMessaging {
+  void Receive(const QJsonObject& message) {
+    if (object) Q_EMIT object->messageReceived(message);
+  }
+  void ReceiveText(const QString& text) { Receive({{QStringLiteral("data"), text}}); }
+
   QString path;
   int descriptor = -1;
   RuntimeManager::TaskMessaging* object = nullptr;  // Null when it was deleted.
   std::vector<QJsonObject> sent;                    // Guarded by the platform's mutex.
-
-  void Receive(const QJsonObject& message);
-  void ReceiveText(const QString& text);
 };
 
 struct FakeInvocation {
@@ -50,16 +51,18 @@ struct FakeInvocation {
 };
 
 // One per test; it is the platform while it lives.
-class FakePlatform {
- public:
-  FakePlatform();
-  ~FakePlatform();
-  static FakePlatform& Get();
+struct FakePlatform {
+  FakePlatform() { current = this; }
+  ~FakePlatform() { current = nullptr; }
 
   FakeTask& Task(size_t index = 0) { return *tasks.at(index); }
   FakeMessaging& Messaging(size_t index = 0) { return *messagings.at(index); }
-  std::vector<std::string> SentTexts(size_t index = 0);  // The "data" of each message sent.
-  void ReplyToIntent(int code);                          // Through whichever invoker there is.
+  std::vector<std::string> SentTexts();  // The "data" of each message that the first one sent.
+  void ReplyToIntent(int code) {
+    if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
+  }
+
+  static inline FakePlatform* current = nullptr;
 
   std::mutex mutex;
   std::vector<std::shared_ptr<FakeTask>> tasks;            // In the order of their creation.

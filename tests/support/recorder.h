@@ -15,25 +15,22 @@ struct Recorder {
   Events events;
   unsigned int last_chunk = 0;
 
-  void Note(const std::string& event, unsigned int chunk) {
-    events.push_back(event);
-    last_chunk = chunk;
-  }
   Events Take() { return std::exchange(events, {}); }
 
-  static std::string Describe(const char* name, int code, const char* text) {
-    return std::string(name) + " " + std::to_string(code) + " <" + text + ">";
+  static void Note(void* self, const std::string& event, const char* text, unsigned int chunk) {
+    static_cast<Recorder*>(self)->events.push_back(event + " <" + text + ">");
+    static_cast<Recorder*>(self)->last_chunk = chunk;
   }
   static void OnStarted(void* self, int code, const char* text, unsigned int chunk) {
-    static_cast<Recorder*>(self)->Note(Describe("started", code, text), chunk);
+    Note(self, "started " + std::to_string(code), text, chunk);
   }
   static void OnDisconnect(void* self, int code, const char* text, unsigned int chunk) {
-    static_cast<Recorder*>(self)->Note(Describe("disconnect", code, text), chunk);
+    Note(self, "disconnect " + std::to_string(code), text, chunk);
   }
   static void OnMessage(void* self, const char* text, unsigned int chunk) {
-    static_cast<Recorder*>(self)->Note("message <" + std::string(text) + ">", chunk);
+    Note(self, "message", text, chunk);
   }
-  static void OnRelease(void* self) { static_cast<Recorder*>(self)->Note("release", 0); }
+  static void OnRelease(void* self) { static_cast<Recorder*>(self)->events.push_back("release"); }
 
   TAVORpcClientSlots ClientSlots() {
     return {sizeof(TAVORpcClientSlots), OnStarted, OnDisconnect, OnMessage, OnRelease, this};
