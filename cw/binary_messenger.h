@@ -31,8 +31,9 @@ class MessageHandlers;
 using BinaryReply = std::function<void(const uint8_t* data, size_t size)>;
 
 // `reply` answers the message, once, now or later; a second answer is refused with a line on
-// standard error. Nobody answers for a handler that does not: the other side waits. Without memory
-// to call the handler at all the answer is empty.
+// standard error. The last copy of a reply that was never called answers with nothing, also when
+// the handler throws, and a warning names the channel. As long as a copy is kept the other side
+// waits. Without memory to call the handler at all the answer is empty, too.
 using BinaryMessageHandler =
     std::function<void(const uint8_t* data, size_t size, BinaryReply reply)>;
 

@@ -26,25 +26,31 @@ class MessageHandlers final : public forge::Object<MessageHandlers, MessageHandl
   struct PrivateTag {
     explicit PrivateTag() = default;
   };
-  using Handler = std::shared_ptr<const BinaryMessageHandler>;  // Shared with a running call.
 
  public:
+  // Shared with a running call and its reply, neither of which keeps the other's part alive.
+  struct Handler {
+    std::shared_ptr<const BinaryMessageHandler> function;
+    std::shared_ptr<const std::string> channel;
+  };
+
   explicit MessageHandlers(PrivateTag) : Object(nullptr) {}
   static std::shared_ptr<MessageHandlers> Create() { return Object::Create(PrivateTag{}); }
 
   // Both return what is there no longer: it dies with the caller, since what it holds is foreign.
   Handler Set(const std::string& channel, BinaryMessageHandler handler) {
     return std::exchange(handlers_[channel],
-                         std::make_shared<const BinaryMessageHandler>(std::move(handler)));
+                         {std::make_shared<const BinaryMessageHandler>(std::move(handler)),
+                          std::make_shared<const std::string>(channel)});
   }
   Handler Remove(const std::string& channel) {
     const auto node = handlers_.extract(channel);
-    return node ? node.mapped() : nullptr;
+    return node ? node.mapped() : Handler();
   }
 
   Handler Find(std::string_view channel) const {
     const auto found = handlers_.find(channel);
-    return found == handlers_.end() ? nullptr : found->second;
+    return found == handlers_.end() ? Handler() : found->second;
   }
 
  private:
@@ -60,12 +66,27 @@ using PendingReplies = details::OneShotCalls<const uint8_t*, size_t>;
 
 size_t SizeOf(const uint8_t* data, size_t size) { return data ? size : 0; }
 
-// The answer to one incoming message.
+// The answer to one incoming message: nothing, unless the handler's reply is called.
 class Response {
  public:
-  Response(std::weak_ptr<const MessageHandlers> messenger, _FlutterOstrelEngine* engine,
+  Response(std::weak_ptr<const MessageHandlers> messenger,
+           std::shared_ptr<const std::string> channel, _FlutterOstrelEngine* engine,
            FlutterOstrelSendResponse send, _FlutterOstrelResponse* response)
-      : messenger_(std::move(messenger)), engine_(engine), send_(send), response_(response) {}
+      : messenger_(std::move(messenger)),
+        channel_(std::move(channel)),
+        engine_(engine),
+        send_(send),
+        response_(response) {}
+  ~Response() {
+    if (is_sent_ || messenger_.expired()) return;
+    forge::Fence("message reply", [this] {
+      FORGE_LOG(kWarn) << "The handler of the channel \"" << *channel_
+                       << "\" let a message go without a reply. The answer is empty.";
+    });
+    Send(nullptr, 0);
+  }
+  Response(const Response&) = delete;
+  Response& operator=(const Response&) = delete;
 
   void Send(const uint8_t* data, size_t size) {
     if (is_sent_.exchange(true)) {
@@ -81,6 +102,7 @@ class Response {
 
  private:
   const std::weak_ptr<const MessageHandlers> messenger_;
+  const std::shared_ptr<const std::string> channel_;
   _FlutterOstrelEngine* const engine_;
   const FlutterOstrelSendResponse send_;
   _FlutterOstrelResponse* response_;
@@ -93,11 +115,12 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
   forge::Fence("message handler", [&] {
     auto handlers = MessageHandlers::FromRef(static_cast<details::MessageHandlersRef*>(user_data));
     if (!handlers) return;
-    const auto handler = channel ? handlers->Find(channel) : nullptr;
+    const auto handler = channel ? handlers->Find(channel) : MessageHandlers::Handler();
     BinaryReply reply;
-    if (handler) {
+    if (handler.function) {
       forge::Fence("message handler", [&] {
-        reply = [answer = std::make_shared<Response>(handlers, engine, send_response, response)](
+        reply = [answer = std::make_shared<Response>(handlers, handler.channel, engine,
+                                                     send_response, response)](
                     const uint8_t* answer_data, size_t answer_size) {
           answer->Send(answer_data, answer_size);
         };
@@ -108,7 +131,7 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
       return;
     }
     handlers.reset();  // The handler may end the messenger, and these with it.
-    (*handler)(data, SizeOf(data, size), std::move(reply));
+    (*handler.function)(data, SizeOf(data, size), std::move(reply));
   });
 }
 

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "forge/object.h"
@@ -20,9 +21,11 @@ class OneShotCalls {
  public:
   using Function = std::function<void(Args...)>;
 
-  // The process's one; never destroyed, since calls may come while the process exits.
+  // The process's one; never destroyed, since calls may come while the process exits. It is made in
+  // place: destructors ask for it, and an allocation there could not fail.
   static OneShotCalls& GetInstance() {
-    static auto& instance = *new OneShotCalls;
+    alignas(OneShotCalls) static unsigned char memory[sizeof(OneShotCalls)];
+    static auto& instance = *new (memory) OneShotCalls;
     return instance;
   }
 

@@ -55,6 +55,7 @@ class BinaryMessengerTest : public test::WrapperTest<BinaryMessenger> {
       {"stray", [this] { Deliver("other"); }},
       {"nameless", [this] { Deliver(nullptr); }},
       {"answer", [this] { reply(&byte_, 1); }},
+      {"forget", [this] { reply = nullptr; }},
       {"throw", [] { throw std::runtime_error("cause"); }},
       {"send", [this] { wrapper_->Send("c", nullptr, 7, Watch("reply")); }},
       {"refuse", [this] { answers["Send"] = 0; }},
@@ -71,8 +72,14 @@ TEST_F(BinaryMessengerTest, MessageIsAnsweredOnceNowOrLater) {
   Check({
       {"message", "answer answer", "handler(7) response(7)"},
       {"message answer", "", "handler(7) response(7)"},
+      {"message", "forget", "handler(7) response(0)"},
+      {"message end forget", "", "handler(7) ~handler()"},
       {"stray nameless", "", "response(0) response(0)"},  // Nobody takes them.
   });
+  EXPECT_EQ(
+      "[warn] The handler of the channel \"c\" let a message go without a reply. The answer is "
+      "empty.",
+      log_.TakeLine());
   EXPECT_EQ("Error: Response can be set only once. Ignoring duplicate response.\n",
             error_.TakeText());
 }
@@ -90,9 +97,9 @@ TEST_F(BinaryMessengerTest, HandlerMayDoAnythingToItsMessenger) {
       {"message message", "handle answer", kReplaced},
       {"message message", "remove answer", kRemoved},
       {"message message", "end swap remove answer", kEnded},
-      {"message message", "throw", "handler(7) handler(7)"},
+      {"message message", "throw", "handler(7) response(0) handler(7)"},
   });
-  EXPECT_EQ(2u, log_.TakeLines().size());
+  EXPECT_EQ(3u, log_.TakeLines().size());
 }
 
 TEST_F(BinaryMessengerTest, ReplyIsCalledAtMostOnce) {

@@ -13,6 +13,7 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 
+#include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/message_peer.h"
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
