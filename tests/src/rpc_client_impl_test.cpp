@@ -22,40 +22,39 @@ class RpcClientImplTest : public test::ServiceTest {
     EXPECT_EQ(Events{"started 0 <>"}, recorder.Take());
     return client;
   }
-  void Receive(size_t channel, const char* text = "text") {
-    platform.Messaging(channel).ReceiveText(QString::fromUtf8(text));
+  void Receive(size_t channel) {
+    platform.Messaging(channel).ReceiveText(QStringLiteral("w\u00F6rd"));
   }
 };
 
-TEST_F(RpcClientImplTest, StartsTheNamedTaskWithASocketAndTheLibraryPath) {
-  Start(recorder_);
-  const test::FakeTask& task = platform.Task();
+TEST_F(RpcClientImplTest, StartsOneTaskWithASocketAndTheLibraryPath) {
+  const auto client = top.CreateRpcClient(manager);
+  TAVORpcClientSlots slots = recorder_.ClientSlots();
+  const auto start = [&](const char* name, const char* path) {
+    return client_table.StartTask(client, name, path, &slots);
+  };
+  EXPECT_EQ(2u, start("", "/libs"));
+  EXPECT_EQ(2u, start("worker", ""));
+  EXPECT_EQ(2u, client_table.StartTask(nullptr, "worker", "/libs", &slots));
+  EXPECT_THROW(start(nullptr, "/libs"), std::logic_error);
+  EXPECT_THROW(start("worker", nullptr), std::logic_error);
+  platform.fail_start = true;
+  EXPECT_EQ(3u, start("worker", "/libs"));
+  EXPECT_EQ("[error] Stray exception in StartTask: std::bad_alloc", log_.TakeLine());
+  platform.fail_start = false;
+  EXPECT_EQ(0u, start("worker", "/libs"));
+  EXPECT_EQ(3u, start("worker", "/libs"));
+  ASSERT_EQ(2u, platform.tasks.size());
+  test::FakeTask& task = platform.Task(1);
   EXPECT_EQ(QStringLiteral("worker"), task.name);
   EXPECT_TRUE(task.ipc_socket);
   EXPECT_EQ((QStringList{QStringLiteral("--libs-path"), QStringLiteral("/libs")}), task.arguments);
-  EXPECT_EQ(Events{}, recorder_.Take());
-  platform.Task().Started();
+  EXPECT_EQ(3u, client_table.SendMessage(client, "early"));
+  EXPECT_EQ(Events{}, recorder_.Take());  // No slots were released that were not taken over.
+  task.Started();
   EXPECT_EQ(Events{"started 0 <>"}, recorder_.Take());
   EXPECT_EQ(0u, recorder_.last_chunk);
   EXPECT_EQ(QStringLiteral("/run/worker"), platform.Messaging().path);
-}
-
-TEST_F(RpcClientImplTest, StartIsRefusedForBadArgumentsAndASecondTime) {
-  const auto client = top.CreateRpcClient(manager);
-  TAVORpcClientSlots slots = recorder_.ClientSlots();
-  EXPECT_EQ(2u, client_table.StartTask(client, "", "/libs", &slots));
-  EXPECT_EQ(2u, client_table.StartTask(client, "worker", "", &slots));
-  EXPECT_EQ(2u, client_table.StartTask(nullptr, "worker", "/libs", &slots));
-  EXPECT_THROW(client_table.StartTask(client, nullptr, "/libs", &slots), std::logic_error);
-  EXPECT_THROW(client_table.StartTask(client, "worker", nullptr, &slots), std::logic_error);
-  platform.fail_start = true;
-  EXPECT_EQ(3u, client_table.StartTask(client, "worker", "/libs", &slots));
-  EXPECT_EQ("[error] Stray exception in StartTask: std::bad_alloc", log_.TakeLine());
-  platform.fail_start = false;
-  EXPECT_EQ(0u, client_table.StartTask(client, "worker", "/libs", &slots));
-  EXPECT_EQ(3u, client_table.StartTask(client, "worker", "/libs", nullptr));
-  EXPECT_EQ(2u, platform.tasks.size());
-  EXPECT_EQ(Events{}, recorder_.events);  // No slots were taken and released.
 }
 
 TEST_F(RpcClientImplTest, FailedStartIsReportedWithItsCause) {
@@ -67,7 +66,6 @@ TEST_F(RpcClientImplTest, FailedStartIsReportedWithItsCause) {
   client_table.UnlockResources(client, recorder_.last_chunk);
   EXPECT_EQ(3u, client_table.SendMessage(client, "text"));
   client_table.Release(client);  // Only makes the handle unknown.
-  EXPECT_EQ(Events{}, recorder_.Take());
   top.Release(manager);
   EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
 }
@@ -76,79 +74,34 @@ TEST_F(RpcClientImplTest, TextsGoBothWaysAsDataMembers) {
   const auto client = Run(recorder_);
   EXPECT_EQ(0u, client_table.SendMessage(client, "h\xC3\xA9llo"));
   EXPECT_EQ(0u, client_table.SendMessage(client, ""));
+  EXPECT_EQ(3u, client_table.SendMessage(client, nullptr));
+  EXPECT_EQ(3u, client_table.SendMessage(nullptr, "text"));
   EXPECT_EQ((Events{"h\xC3\xA9llo", ""}), platform.SentTexts());
   EXPECT_EQ(1, platform.Messaging().sent[0].size());
 
-  Receive(0, "w\xC3\xB6rld");
-  const QString data = QStringLiteral("data");
-  for (const QJsonObject& without_text :
-       {QJsonObject{}, QJsonObject{{data, 5}}, QJsonObject{{data, QJsonValue::Null}},
-        QJsonObject{{data, QJsonObject{}}}, QJsonObject{{QStringLiteral("Data"), data}}}) {
-    platform.Messaging().Receive(without_text);
+  Receive(0);
+  const QJsonValue no_texts[] = {QJsonValue::Undefined, QJsonValue::Null, 5, QJsonObject{}};
+  for (const QJsonValue& value : no_texts) {
+    platform.Messaging().Receive({{QStringLiteral("data"), value}});
   }
-  EXPECT_EQ(Events{"message <w\xC3\xB6rld>"}, recorder_.Take());
+  EXPECT_EQ(Events{"message <w\xC3\xB6rd>"}, recorder_.Take());
   const unsigned int chunk = recorder_.last_chunk;
-  client_table.UnlockResources(client, 0);
-  client_table.UnlockResources(client, chunk);
-  client_table.UnlockResources(client, chunk);
+  for (const unsigned int id : {0u, chunk, chunk}) client_table.UnlockResources(client, id);
   EXPECT_EQ("[error] Invalid chunk ID <" + std::to_string(chunk) + ">", log_.TakeLine());
   client_table.UnlockResources(nullptr, chunk);
 }
 
-TEST_F(RpcClientImplTest, NothingIsSentWithoutAChannel) {
-  const auto client = Start(recorder_);
-  EXPECT_EQ(3u, client_table.SendMessage(client, "early"));
-  EXPECT_EQ(3u, client_table.SendMessage(nullptr, "text"));
-  platform.Task().Started();
-  EXPECT_EQ(3u, client_table.SendMessage(client, nullptr));
-  client_table.Release(client);
-  EXPECT_EQ(3u, client_table.SendMessage(client, "late"));
-  EXPECT_EQ(Events{}, platform.SentTexts());
-}
-
-// An event loop that ended with the stop on its way destroyed the callback, and the client with it,
-// under Qt's lock: the process hung in its exit. The client goes with the next stop instead, and no
-// client goes with the stop of another.
-TEST_F(RpcClientImplTest, PlatformMayDropTheStopCallback) {
-  client_table.Release(Run(recorder_));
-  platform.Task().stop = nullptr;
-  top.Release(manager);
-  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
-  test::Recorder others[2];
-  for (auto& other : others) client_table.Release(Run(other));
-  EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
-  for (size_t i = 0; i < 2; ++i) {
-    EXPECT_EQ(Events{"disconnect 0 <>"}, others[i].Take());
-    platform.Task(1 + i).Stopped();
-    EXPECT_EQ((Events{"disconnect 0 <>", "release"}), others[i].Take());
-  }
-}
-
-TEST_F(RpcClientImplTest, ReleasedWhileStartingItRunsOnWithoutItsHandle) {
-  const auto client = Start(recorder_);
-  client_table.Release(client);
-  platform.Task().Started();
-  Receive(0);
-  EXPECT_EQ((Events{"started 0 <>", "message <text>"}), recorder_.Take());
-  EXPECT_EQ(3u, client_table.SendMessage(client, "text"));
-  top.Release(manager);
-  EXPECT_EQ((Events{"disconnect 0 <>", "disconnect 0 <>", "release"}), recorder_.Take());
-}
-
-// Nobody can return such a chunk, so they must not add up to the limit.
+// Nobody can return a chunk of a client that was released while it started, nor one of a message
+// that nobody hears, so they must not add up to the limit.
 TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
   constexpr size_t kMost = 8192;
   const auto client = Run(recorder_);
-  test::Recorder unreachable;
-  client_table.Release(Start(unreachable));
+  test::Recorder released;
+  client_table.Release(Start(released));
   platform.Task(1).Started();
-  test::Recorder deaf;
-  TAVORpcClientSlots slots = deaf.ClientSlots();
-  slots.OnMessage = nullptr;
-  client_table.StartTask(top.CreateRpcClient(manager), "deaf", "/libs", &slots);
+  client_table.StartTask(top.CreateRpcClient(manager), "deaf", "/libs", nullptr);
   platform.Task(2).Started();
   for (size_t i = 0; i < 3 * (kMost + 1); ++i) Receive(i % 3);
-  EXPECT_EQ(1 + kMost + 1, unreachable.events.size());
   // One that is never returned is the caller's fault: at the limit messages are dropped.
   EXPECT_EQ(kMost, recorder_.events.size());
   EXPECT_EQ("[error] Too many open chunks: 8192.", log_.TakeLine());
@@ -156,6 +109,10 @@ TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
   Receive(0);
   EXPECT_EQ(kMost + 1, recorder_.events.size());
   top.Release(manager);
+  Events expected(kMost + 1, "message <w\xC3\xB6rd>");
+  expected.insert(expected.begin(), "started 0 <>");
+  expected.insert(expected.end(), {"disconnect 0 <>", "disconnect 0 <>", "release"});
+  EXPECT_EQ(expected, released.events);
 }
 
 // With an application the messaging object lives on until the loop comes by.
@@ -165,18 +122,31 @@ class RpcClientImplLoopTest : public RpcClientImplTest {
   QCoreApplication app_{argc_, nullptr};
 };
 
+// An event loop that ended with the stop on its way destroyed the callback, and the client with it,
+// under Qt's lock: the process hung in its exit. The client goes with the next stop instead, and no
+// client goes with the stop of another.
 TEST_F(RpcClientImplLoopTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
   const auto client = Run(recorder_);
-  client_table.Release(client);
+  for (int i = 0; i < 2; ++i) client_table.Release(client);
   Receive(0);
-  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
+  EXPECT_EQ(3u, client_table.SendMessage(client, "late"));
   EXPECT_EQ(RuntimeManager::Task::StopFlags(), platform.Task().stop_flags);
-  client_table.Release(client);
-  platform.Task().Stopped({1, QStringLiteral("it will not die")});
-  EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
+  platform.Task().stop = nullptr;
+  top.Release(manager);
+  EXPECT_EQ(Events{"disconnect 0 <>"}, recorder_.Take());
+  test::Recorder others[2];
+  for (auto& other : others) client_table.Release(Run(other));
   EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(Events{"disconnect 0 <>"}, others[i].Take());
+    platform.Task(1 + i).Stopped({1, QStringLiteral("it will not die")});
+    EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
+    EXPECT_EQ((Events{"disconnect 0 <>", "release"}), others[i].Take());
+  }
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  EXPECT_FALSE(platform.Task().alive || platform.Messaging().object);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_FALSE(platform.Task(i).alive || platform.Messaging(i).object);
+  }
 }
 
 }  // namespace

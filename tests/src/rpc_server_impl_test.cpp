@@ -17,8 +17,12 @@ class RpcServerImplTest : public test::ServiceTest {
 };
 
 TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplication) {
+  EXPECT_EQ(3u, server_table.SendMessage(server_, "early"));
+  EXPECT_EQ(3u, server_table.SendMessage(server_, nullptr));  // The text is not looked at.
+  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
   Run(recorder_);
   EXPECT_EQ(77, platform.Messaging().descriptor);
+  EXPECT_THROW(server_table.SendMessage(server_, nullptr), std::logic_error);
   EXPECT_EQ(0u, server_table.SendMessage(server_, "answer"));
   EXPECT_EQ(Events{"answer"}, platform.SentTexts());
   platform.Messaging().ReceiveText(QStringLiteral("question"));
@@ -26,9 +30,11 @@ TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplication) {
   server_table.UnlockResources(server_, recorder_.last_chunk);
   server_table.UnlockResources(server_, 0);
   EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
+  server_table.UnlockResources(nullptr, 1);
 }
 
 TEST_F(RpcServerImplTest, FirstRunWins) {
+  server_table.Run(nullptr, nullptr);
   Run(recorder_);
   test::Recorder later;
   Run(later);
@@ -36,17 +42,6 @@ TEST_F(RpcServerImplTest, FirstRunWins) {
   top.Release(manager);
   EXPECT_EQ((Events{"started 0 <>", "release"}), recorder_.Take());
   EXPECT_EQ(Events{}, later.events);  // Never told, not even to release.
-}
-
-TEST_F(RpcServerImplTest, NothingIsSentBeforeRunOrToAnUnknownHandle) {
-  EXPECT_EQ(3u, server_table.SendMessage(server_, "early"));
-  EXPECT_EQ(3u, server_table.SendMessage(server_, nullptr));  // The text is not looked at.
-  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
-  Run(recorder_);
-  EXPECT_THROW(server_table.SendMessage(server_, nullptr), std::logic_error);
-  EXPECT_EQ(Events{}, platform.SentTexts());
-  server_table.Run(nullptr, nullptr);
-  server_table.UnlockResources(nullptr, 1);
 }
 
 }  // namespace
