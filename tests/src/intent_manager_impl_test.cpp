@@ -46,10 +46,9 @@ class Script : test::Service {
   size_t Choose(size_t limit) { return next_ < choices_.size() ? choices_[next_++] % limit : 0; }
   void Step() {
     if (next_ == choices_.size()) return;
-    const size_t choice = Choose(12);
-    if (choice < 5) return Open();
-    if (choice < 9) return Reply();
-    return choice < 10 ? ReleaseManager() : GetIntents();
+    const size_t choice = Choose(6);
+    if (choice > 3) return choice > 4 ? ReleaseManager() : GetIntents();
+    return choice > 1 ? Reply() : Open();
   }
   void ThrowRarely(const std::string& place) {
     if (Choose(8) != 1) return;

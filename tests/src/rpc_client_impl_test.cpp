@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include "tests/src/service_fixture.h"
+#include "tests/support/declared_sizes.h"
 
 namespace {
 
@@ -10,14 +11,13 @@ using test::Events;
 
 class RpcClientImplTest : public test::ServiceTest {
  protected:
-  _TAVORpcClientRef* Start(test::Recorder& recorder) {
+  _TAVORpcClientRef* Start(TAVORpcClientSlots slots) {
     const auto client = top.CreateRpcClient(manager);
-    TAVORpcClientSlots slots = recorder.ClientSlots();
     EXPECT_EQ(FORGE_RESULT_OK, client_table.StartTask(client, "worker", "/libs", &slots));
     return client;
   }
   _TAVORpcClientRef* Run(test::Recorder& recorder) {
-    const auto client = Start(recorder);
+    const auto client = Start(recorder.ClientSlots());
     platform.tasks.back()->Started();
     EXPECT_EQ(Events{"started 0 <>"}, recorder.Take());
     return client;
@@ -58,7 +58,7 @@ TEST_F(RpcClientImplTest, StartsOneTaskWithASocketAndTheLibraryPath) {
 }
 
 TEST_F(RpcClientImplTest, FailedStartIsReportedWithItsCause) {
-  const auto client = Start(recorder_);
+  const auto client = Start(recorder_.ClientSlots());
   platform.Task().Started({7, QStringLiteral("no such application")});
   EXPECT_EQ("[info] [ta-vo] on started call error: no such application", log_.TakeLine());
   EXPECT_EQ(Events{"started -32603 <no such application>"}, recorder_.Take());
@@ -78,11 +78,9 @@ TEST_F(RpcClientImplTest, TextsGoBothWaysAsDataMembers) {
   EXPECT_EQ(3u, client_table.SendMessage(nullptr, "text"));
   EXPECT_EQ((Events{"h\xC3\xA9llo", ""}), platform.SentTexts());
   EXPECT_EQ(1, platform.Messaging().sent[0].size());
-
   Receive(0);
-  const QJsonValue no_texts[] = {QJsonValue::Undefined, QJsonValue::Null, 5, QJsonObject{}};
-  for (const QJsonValue& value : no_texts) {
-    platform.Messaging().Receive({{QStringLiteral("data"), value}});
+  for (const QJsonValue& no_text : {QJsonValue(), QJsonValue(5), QJsonValue(QJsonObject{})}) {
+    platform.Messaging().Receive({{QStringLiteral("data"), no_text}});
   }
   EXPECT_EQ(Events{"message <w\xC3\xB6rd>"}, recorder_.Take());
   const unsigned int chunk = recorder_.last_chunk;
@@ -97,13 +95,11 @@ TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
   constexpr size_t kMost = 8192;
   const auto client = Run(recorder_);
   test::Recorder released;
-  client_table.Release(Start(released));
-  platform.Task(1).Started();
+  client_table.Release(Start(released.ClientSlots()));
   client_table.StartTask(top.CreateRpcClient(manager), "deaf", "/libs", nullptr);
-  platform.Task(2).Started();
+  for (size_t i : {1, 2}) platform.Task(i).Started();
   for (size_t i = 0; i < 3 * (kMost + 1); ++i) Receive(i % 3);
   // One that is never returned is the caller's fault: at the limit messages are dropped.
-  EXPECT_EQ(kMost, recorder_.events.size());
   EXPECT_EQ("[error] Too many open chunks: 8192.", log_.TakeLine());
   client_table.UnlockResources(client, recorder_.last_chunk);
   Receive(0);
@@ -117,7 +113,6 @@ TEST_F(RpcClientImplTest, ChunksThatCannotComeBackAreFreed) {
 
 // With an application the messaging object lives on until the loop comes by.
 class RpcClientImplLoopTest : public RpcClientImplTest {
- private:
   int argc_ = 0;
   QCoreApplication app_{argc_, nullptr};
 };
@@ -137,16 +132,50 @@ TEST_F(RpcClientImplLoopTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
   test::Recorder others[2];
   for (auto& other : others) client_table.Release(Run(other));
   EXPECT_EQ((Events{"disconnect 0 <>", "release"}), recorder_.Take());
-  for (size_t i = 0; i < 2; ++i) {
+  for (size_t i : {0, 1}) {
     EXPECT_EQ(Events{"disconnect 0 <>"}, others[i].Take());
     platform.Task(1 + i).Stopped({1, QStringLiteral("it will not die")});
     EXPECT_EQ("[error] [ta-vo] stop error: it will not die", log_.TakeLine());
     EXPECT_EQ((Events{"disconnect 0 <>", "release"}), others[i].Take());
   }
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  for (size_t i = 0; i < 3; ++i) {
-    EXPECT_FALSE(platform.Task(i).alive || platform.Messaging(i).object);
-  }
+  for (const auto& task : platform.tasks) EXPECT_FALSE(task->alive);
+  for (const auto& messaging : platform.messagings) EXPECT_FALSE(messaging->object);
+}
+
+// ---- Slots of every age ----
+
+using Calls = std::vector<std::pair<size_t, void*>>;  // Which field, with which user data.
+Calls calls;
+
+template <size_t kField, typename... Arguments>
+void Note(void* user_data, Arguments...) {
+  calls.emplace_back(kField, user_data);
+}
+
+TEST_F(RpcClientImplTest, SlotsCountAsFarAsDeclared) {
+  int data = 0;
+  const TAVORpcClientSlots full{0, Note<1>, Note<2>, Note<3>, Note<4>, &data};
+  test::PageEnd page_end;
+  test::ForEachDeclaration(full, [&](TAVORpcClientSlots declared, size_t) {
+    const auto find = [&declared](size_t field) {
+      return test::Covers(declared.size, field) ? test::FieldOf(declared, field) : nullptr;
+    };
+    Calls expected;
+    for (const size_t field : {1, 3, 2, 2, 4}) {
+      if (find(field)) expected.emplace_back(field, find(5));
+    }
+    for (TAVORpcClientSlots* given : {page_end.Place(declared), &declared}) {
+      calls.clear();
+      const auto client = top.CreateRpcClient(manager);
+      EXPECT_EQ(FORGE_RESULT_OK, client_table.StartTask(client, "name", "/libs", given));
+      platform.tasks.back()->Started();
+      platform.messagings.back()->ReceiveText(QStringLiteral("text"));
+      client_table.Release(client);
+      platform.tasks.back()->Stopped();
+      EXPECT_EQ(expected, calls);
+    }
+  });
 }
 
 }  // namespace

@@ -15,14 +15,13 @@ namespace {
 using flrpc::Message;
 using Lines = std::vector<std::string>;
 using ClientSlots = TAVORpcClientSlots;
+using ServerSlots = TAVORpcServerSlots;
 
 // What was called, and what the entries answer.
 struct Service {
   std::string told;  // Calls of the service and of the plug-in's callbacks.
   std::vector<Message> sent;
-  ClientSlots client{};
-  TAVORpcServerSlots server{};
-  TAVOOpenUriSlot uri{};
+  std::tuple<ClientSlots, ServerSlots, TAVOOpenUriSlot> slots;
   ForgeResult result = FORGE_RESULT_OK;
   bool gives_null = false;
 } service;
@@ -38,6 +37,11 @@ Ref* Give(const char* call) {
   Tell(call);
   return service.gives_null ? nullptr : reinterpret_cast<Ref*>(7);
 }
+template <typename Slots>
+ForgeResult Keep(const Slots* slots, const std::string& call) {
+  std::get<Slots>(service.slots) = *slots;
+  return Tell(call);
+}
 template <typename Ref>
 void Unlock(Ref*, unsigned int chunk_id) {
   Tell("unlock " + std::to_string(chunk_id));
@@ -48,25 +52,15 @@ ForgeResult Send(Ref*, const char* text) {
   return service.result;
 }
 
-TAVORpcClientProcTable client_table{
-    sizeof client_table,
-    [](auto*, const char* name, const char* path, ClientSlots* slots) {
-      service.client = *slots;
-      return Tell(std::string("start ") + name + " " + path);
-    },
-    Unlock, Send, [](auto*) { Tell("release"); }};
-TAVORpcServerProcTable server_table{sizeof server_table,
-                                    [](auto*, TAVORpcServerSlots* slots) {
-                                      service.server = *slots;
-                                      Tell("run");
+TAVORpcClientProcTable client_table{sizeof client_table,
+                                    [](auto*, auto* name, auto* path, auto* slots) {
+                                      return Keep(slots, std::string("start ") + name + " " + path);
                                     },
-                                    Unlock, Send};
-TAVOIntentManagerProcTable intent_table{sizeof intent_table,
-                                        [](auto*, const char* uri, TAVOOpenUriSlot* slot) {
-                                          service.uri = *slot;
-                                          return Tell(uri);
-                                        },
-                                        nullptr};
+                                    Unlock, Send, [](auto*) { Tell("release"); }};
+TAVORpcServerProcTable server_table{sizeof server_table,
+                                    [](auto*, auto* slots) { Keep(slots, "run"); }, Unlock, Send};
+TAVOIntentManagerProcTable intent_table{
+    sizeof intent_table, [](auto*, auto* uri, auto* slot) { return Keep(slot, uri); }, nullptr};
 const TAVOProcTable kTop{
     sizeof kTop,
     [] { return Give<_TAVOManagerRef>("initialize"); },
@@ -93,10 +87,50 @@ class WrapperTest : public test::TestBase {
     return forge::LibraryApi<Table>::Create(library_, load);
   }
 
+  // The chunk of a message is given back, whatever comes of it. After the end of the object, which
+  // tells `end`, nothing is told.
   template <typename Object, typename Slots>
-  void CheckMessages(std::shared_ptr<Object> object, const Slots& slots, const std::string& end);
+  void CheckMessages(std::shared_ptr<Object> object, const Slots& slots, const std::string& end) {
+    object->OnNotify("hear", [](const auto&) { Tell("heard"); });
+    object->OnNotify("throw", [](const auto&) { throw std::runtime_error("cause"); });
+    object->OnNotify("drop", [&object](const auto&) { object.reset(); });
+    const auto notify = [](const char* method) {
+      return Message::CreateNotification(method, {}).ToBase64();
+    };
+    const struct {
+      std::string text;
+      std::string told;
+      std::string line;
+    } rows[] = {
+        {notify("hear"), "heard, unlock 3", ""},
+        {"", "unlock 3", ""},
+        {"***", "unlock 3", "unhandled"},
+        {notify("throw"), "unlock 3", "Stray exception in OnMessage: cause"},
+        {"null", "unlock 3", "Stray exception in OnMessage: basic_string: construction from null"},
+        {notify("drop"), "unlock 3" + end, ""},
+        {notify("hear"), "", ""},
+    };
+    for (const auto& [text, told, line] : rows) {
+      slots.OnMessage(slots.user_data, text == "null" ? nullptr : text.c_str(), 3);
+      EXPECT_EQ(told, Take());
+      const std::string lines = log_.TakeText();
+      EXPECT_NE(std::string::npos, lines.find(line)) << lines;
+      EXPECT_EQ(line.empty(), lines.empty()) << lines;
+    }
+  }
+
+  // `make` succeeds, or the line tells what the table lacks.
   template <typename Table, typename Make>
-  void CheckNeeds(Table* table, const std::vector<test::Need>& needs, Make make);
+  void CheckNeeds(Table* table, const std::vector<test::Need>& needs, Make make) {
+    const Table full = *table;
+    test::ForEachDeclaration(full, [&](const Table& declared, size_t) {
+      *table = declared;
+      const std::string lack = FindLack(declared, needs);
+      EXPECT_EQ(lack.empty(), make());
+      EXPECT_EQ(lack.empty() ? Lines{} : Lines{lack}, log_.TakeLines());
+    });
+    *table = full;
+  }
 
   test::LogCapture log_;
   const std::shared_ptr<forge::Library> library_ =
@@ -104,46 +138,6 @@ class WrapperTest : public test::TestBase {
   const std::string directory_ = library_->GetPath().parent_path();
   TAVOProcTable& top_ = *static_cast<TAVOProcTable*>(library_->ResolveImpl("test_table"));
 };
-
-// ---- Clients and servers ----
-
-template <typename Slots>
-void Deliver(const Slots& slots, const Message& message, unsigned int chunk_id) {
-  slots.OnMessage(slots.user_data, message.ToBase64().c_str(), chunk_id);
-}
-
-// The chunk of a message is given back, whatever comes of it. After the end of the object, which
-// tells `end`, nothing is told.
-template <typename Object, typename Slots>
-void WrapperTest::CheckMessages(std::shared_ptr<Object> object, const Slots& slots,
-                                const std::string& end) {
-  object->OnNotify("hear", [](const auto&) { Tell("heard"); });
-  object->OnNotify("throw", [](const auto&) { throw std::runtime_error("cause"); });
-  object->OnNotify("drop", [&object](const auto&) { object.reset(); });
-  const auto notify = [](const char* method) {
-    return Message::CreateNotification(method, {}).ToBase64();
-  };
-  const struct {
-    std::string text;
-    std::string told;
-    std::string line;
-  } rows[] = {
-      {notify("hear"), "heard, unlock 3", ""},
-      {"", "unlock 3", ""},
-      {"***", "unlock 3", "unhandled"},
-      {notify("throw"), "unlock 3", "Stray exception in OnMessage: cause"},
-      {"null", "unlock 3", "Stray exception in OnMessage: basic_string: construction from null"},
-      {notify("drop"), "unlock 3" + end, ""},
-      {notify("hear"), "", ""},
-  };
-  for (const auto& [text, told, line] : rows) {
-    slots.OnMessage(slots.user_data, text == "null" ? nullptr : text.c_str(), 3);
-    EXPECT_EQ(told, Take());
-    const std::string lines = log_.TakeText();
-    EXPECT_NE(std::string::npos, lines.find(line)) << lines;
-    EXPECT_EQ(line.empty(), lines.empty()) << lines;
-  }
-}
 
 // The chunk 0 of a start is not given back. A null text is empty.
 TEST_F(WrapperTest, ClientIsToldOfItsTask) {
@@ -155,32 +149,32 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
     unsigned int chunk_id;
     const char* told;
   } rows[] = {
-      {false, &ClientSlots::OnStarted, 5, "no task", 3,
-       "response 5, connected 5 no task, unlock 3"},
       {true, &ClientSlots::OnStarted, 0, nullptr, 3, "unlock 3"},
       {true, &ClientSlots::OnStarted, 1, nullptr, 0, "response 1, disconnected 1 "},
       {true, &ClientSlots::OnDisconnect, 2, nullptr, 0, "response 2, disconnected 2 , unlock 0"},
       {true, &ClientSlots::OnDisconnect, 0, "", 9,
        "response -32603, disconnected -32603 Unknown runtime error, unlock 9"},
+      {false, &ClientSlots::OnStarted, 5, "cause", 3, "response 5, connected 5 cause, unlock 3"},
   };
+  const auto note = [](const std::string& event) {
+    return [event](const std::optional<Message::Error>& error) {
+      Tell(event + (error ? std::to_string(error->code) + " " + error->message : ""));
+    };
+  };
+  const ClientSlots& slots = std::get<ClientSlots>(service.slots);
   for (const auto& row : rows) {
     auto client = Create()->CreateIpcClient("worker");
     EXPECT_EQ("initialize, client, load client, start worker " + directory_ + ", end", Take());
-    const ClientSlots& slots = service.client;
     EXPECT_EQ(sizeof slots, slots.size);
-    EXPECT_EQ(nullptr, slots.Release);
-    const auto note = [](const std::string& event) {
-      return [event](const std::optional<Message::Error>& error) {
-        Tell(event + (error ? std::to_string(error->code) + " " + error->message : ""));
-      };
-    };
+    EXPECT_FALSE(slots.Release);
     client->OnConnected(note("connected "));
     client->OnDisconnected(note("disconnected "));
     if (row.is_connected) {
       slots.OnStarted(slots.user_data, 0, "", 0);
-      EXPECT_TRUE(service.sent.empty());
+      EXPECT_TRUE(service.sent.empty());  // The plug-in has not asked for a connection.
       client->Run();
-      Deliver(slots, Message::CreateResponse(service.sent.at(0).GetRequest()->id, {}), 1);
+      const Message response = Message::CreateResponse(service.sent.at(0).GetRequest()->id, {});
+      slots.OnMessage(slots.user_data, response.ToBase64().c_str(), 1);
       EXPECT_EQ("connected , unlock 1", Take());
     }
     client->SendRequest("m", {}, [](const Message::Response& response) {
@@ -190,70 +184,65 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
     EXPECT_EQ(row.told, Take());
     EXPECT_EQ(row.is_connected ? 2u : 0u, service.sent.size());
     service.sent.clear();
-    if (!row.is_connected) continue;
-    CheckMessages(std::move(client), slots, ", release");
-    slots.OnStarted(slots.user_data, 1, "late", 3);
-    slots.OnDisconnect(slots.user_data, 0, "late", 3);
-    EXPECT_EQ("", Take());
+    if (row.is_connected) CheckMessages(std::move(client), slots, ", release");
   }
+  EXPECT_EQ("release", Take());
+  slots.OnStarted(slots.user_data, 1, "late", 3);
+  slots.OnDisconnect(slots.user_data, 1, "late", 3);
+  EXPECT_EQ("", Take());
 }
 
 TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
   auto server = Create()->CreateRpcServer();
   std::unique_ptr<flrpc::IReply> kept;
+  server->OnRequest("keep",
+                    [&](const auto&, const auto&, auto&& reply) { kept = std::move(reply); });
   server->OnRequest("double", [](const auto&, const auto& params, auto&& reply) {
     reply->SendResult(2 * params.template Get<int32_t>());
   });
-  server->OnRequest("keep",
-                    [&](const auto&, const auto&, auto&& reply) { kept = std::move(reply); });
   server->Run();
   EXPECT_EQ("initialize, server, load server, end, run", Take());
-  const TAVORpcServerSlots& slots = service.server;
+  const ServerSlots& slots = std::get<ServerSlots>(service.slots);
   EXPECT_EQ(sizeof slots, slots.size);
-  EXPECT_EQ(nullptr, slots.Release);
-  unsigned int last_id = 0;
-  const auto request = [&](const char* method, unsigned int chunk_id) {
-    Deliver(slots, Message::CreateRequest(Message::ID(++last_id), method, 21), chunk_id);
+  EXPECT_FALSE(slots.Release);
+  const auto request = [&slots](const char* method, unsigned int id) {
+    const Message message = Message::CreateRequest(Message::ID(id), method, 21);
+    slots.OnMessage(slots.user_data, message.ToBase64().c_str(), id - 1);
   };
-  request("flrpc.connected", 1);
+  request("flrpc.connected", 2);
   EXPECT_TRUE(service.sent.empty());  // It waits.
   slots.OnStarted(slots.user_data, -7, nullptr, 2);
-  request("double", 3);
-  request("unknown", 0);
-  request("keep", 4);
-  EXPECT_EQ("unlock 1, unlock 2, unlock 3, unlock 4", Take());
-  ASSERT_EQ(3u, service.sent.size());
+  request("double", 4);
+  request("keep", 1);
+  EXPECT_EQ("unlock 1, unlock 2, unlock 3", Take());
+  ASSERT_EQ(2u, service.sent.size());
   EXPECT_EQ(cw::EncodableValue(42), *service.sent[1].GetResponse()->GetResult());
-  EXPECT_EQ(-32601, service.sent[2].GetResponse()->GetError()->code);
   CheckMessages(std::move(server), slots, "");
   kept->SendResult(1);
   slots.OnStarted(slots.user_data, 0, nullptr, 7);
   EXPECT_EQ("", Take());
-  EXPECT_EQ(3u, service.sent.size());
+  EXPECT_EQ(2u, service.sent.size());
 }
-
-// ---- Intents ----
 
 // The outcome of what the service has taken over is told, also after the manager; anything else is
 // dropped.
 TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
   const auto intents = Create()->GetIntentManager();
+  const auto& slot = std::get<TAVOOpenUriSlot>(service.slots);
   for (const ForgeResult result : {0u, 2u, 3u}) {
     const auto told = std::make_shared<std::vector<bool>>();
     service.result = result;
     intents->OpenUri("a:b", [told](bool success) { told->push_back(success); });
-    EXPECT_EQ(sizeof service.uri, service.uri.size);
+    EXPECT_EQ(sizeof slot, slot.size);
     if (result == FORGE_RESULT_OK) {
-      service.uri.callback(service.uri.user_data, true);
-      service.uri.release(service.uri.user_data);
+      slot.callback(slot.user_data, true);
+      slot.release(slot.user_data);
       EXPECT_EQ(std::vector<bool>{true}, *told);
     }
     EXPECT_EQ(1, told.use_count());
   }
   EXPECT_EQ("initialize, load intents, intents, end, a:b, a:b, a:b", Take());
 }
-
-// ---- The manager ----
 
 // Null references are the service's to report; a table that cannot be bound is told.
 TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
@@ -290,21 +279,6 @@ TEST_F(WrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
   }
   cw::PluginRegistrar without(embedder.GetContext(offsetof(FlutterOstrelPluginContext, view)));
   EXPECT_FALSE(tavo::ManagerWrapper::Create(&without));
-}
-
-// ---- Services of every age ----
-
-// `make` succeeds, or the line tells what the table lacks.
-template <typename Table, typename Make>
-void WrapperTest::CheckNeeds(Table* table, const std::vector<test::Need>& needs, Make make) {
-  const Table full = *table;
-  test::ForEachDeclaration(full, [&](const Table& declared, size_t) {
-    *table = declared;
-    const std::string lack = FindLack(declared, needs);
-    EXPECT_EQ(lack.empty(), make());
-    EXPECT_EQ(lack.empty() ? Lines{} : Lines{lack}, log_.TakeLines());
-  });
-  *table = full;
 }
 
 TEST_F(WrapperTest, ManagerMakesWhatItsTableOffers) {
