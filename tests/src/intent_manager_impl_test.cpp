@@ -206,22 +206,17 @@ TEST_F(IntentManagerTest, AnswersArePassedOnUntilTheReplyIsReleased) {
   platform.intents.at(QStringLiteral("t\u00EBll"))(
       {}, [&answers, open](const QJsonObject& answer) { answers.push_back(answer); });
   EXPECT_EQ(sizeof reply, reply.size);
-  test::Bytes deep;
-  for (int i = 0; i < 200000; ++i) deep.insert(deep.end(), {0x0c, 0x01});
-  const struct {
-    test::Bytes bytes;
-    QJsonObject answer;  // An empty one if the bytes are no object.
-  } rows[] = {
+  const std::pair<test::Bytes, QJsonObject> rows[] = {
       {test::FromHex("0d 01 07 01 61 07 01 62"), {{QStringLiteral("a"), QStringLiteral("b")}}},
       {test::FromHex("07 01 61"), {}},
       {test::FromHex("0d 01 03 01 00 00 00 03 01 00 00 00"), {}},
       // An object of a list that declares more elements, and does not hold them, than may be.
       {test::FromHex("0d 01 07 01 61 0c ff 40 0d 03 00"), {}},
-      {deep, {}},
+      {test::Bytes(400000, 0x0c), {}},
       {test::FromHex("00"), {}},
       {{}, {}},
   };
-  for (const auto& [bytes, answer] : rows) {
+  for (const auto& [bytes, answer] : rows) {  // An empty one for what is no object.
     for (void* context : {static_cast<void*>(nullptr), reply.context}) {
       reply.reply(context, bytes.data(), static_cast<unsigned>(bytes.size()));
     }

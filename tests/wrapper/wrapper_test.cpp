@@ -13,6 +13,7 @@
 namespace {
 
 using flrpc::Message;
+using test::Need;
 using Lines = std::vector<std::string>;
 using ClientSlots = TAVORpcClientSlots;
 using ServerSlots = TAVORpcServerSlots;
@@ -32,15 +33,19 @@ ForgeResult Tell(const std::string& call) {
 }
 std::string Take() { return std::exchange(service.told, {}); }
 
-template <typename Ref>
-Ref* Give(const char* call) {
-  Tell(call);
+constexpr char kBegin[] = "begin";
+constexpr char kIntents[] = "intents";
+constexpr char kClient[] = "client";
+constexpr char kServer[] = "server";
+template <auto& kCall, typename Ref, typename... Arguments>
+Ref* Give(Arguments...) {
+  Tell(kCall);
   return service.gives_null ? nullptr : reinterpret_cast<Ref*>(7);
 }
-template <typename Slots>
-ForgeResult Keep(const Slots* slots, const std::string& call) {
+template <typename Slots, typename... Texts>
+ForgeResult Keep(const Slots* slots, const Texts&... texts) {
   std::get<Slots>(service.slots) = *slots;
-  return Tell(call);
+  return Tell((std::string() + ... + texts));
 }
 template <typename Ref>
 void Unlock(Ref*, unsigned int chunk_id) {
@@ -52,63 +57,50 @@ ForgeResult Send(Ref*, const char* text) {
   return service.result;
 }
 
-TAVORpcClientProcTable client_table{sizeof client_table,
-                                    [](auto*, auto* name, auto* path, auto* slots) {
-                                      return Keep(slots, std::string("start ") + name + " " + path);
-                                    },
-                                    Unlock, Send, [](auto*) { Tell("release"); }};
+template <auto& kTable, typename Table>
+ForgeResult Load(Table* table, unsigned int) {
+  *table = kTable;
+  return Tell("load");
+}
+
+TAVORpcClientProcTable client_table{
+    sizeof client_table,
+    [](auto*, auto* name, auto* path, auto* slots) { return Keep(slots, name, " ", path); }, Unlock,
+    Send, [](auto*) { Tell("release"); }};
 TAVORpcServerProcTable server_table{sizeof server_table,
                                     [](auto*, auto* slots) { Keep(slots, "run"); }, Unlock, Send};
 TAVOIntentManagerProcTable intent_table{
     sizeof intent_table, [](auto*, auto* uri, auto* slot) { return Keep(slot, uri); }, nullptr};
-const TAVOProcTable kTop{
-    sizeof kTop,
-    [] { return Give<_TAVOManagerRef>("initialize"); },
-    [](auto*) { Tell("end"); },
-    [](auto*) { return Give<_TAVOIntentManagerRef>("intents"); },
-    [](auto* table, auto) { return *table = intent_table, Tell("load intents"); },
-    [](auto*) { return Give<_TAVORpcClientRef>("client"); },
-    [](auto* table, auto) { return *table = client_table, Tell("load client"); },
-    [](auto*) { return Give<_TAVORpcServerRef>("server"); },
-    [](auto* table, auto) { return *table = server_table, Tell("load server"); }};
+const TAVOProcTable kTop{sizeof kTop,        Give<kBegin>,       [](auto*) { Tell("end"); },
+                         Give<kIntents>,     Load<intent_table>, Give<kClient>,
+                         Load<client_table>, Give<kServer>,      Load<server_table>};
 
 class WrapperTest : public test::TestBase {
  protected:
-  WrapperTest() {
-    service = {};
-    top_ = kTop;
-  }
+  WrapperTest() { service = {}; }
 
   std::unique_ptr<tavo::ManagerWrapper> Create() {
     return tavo::ManagerWrapper::Create(nullptr, directory_);
-  }
-  template <typename Table>
-  std::shared_ptr<forge::LibraryApi<Table>> Bind(ForgeResult (*load)(Table*, unsigned int)) {
-    return forge::LibraryApi<Table>::Create(library_, load);
   }
 
   // The chunk of a message is given back, whatever comes of it. After the end of the object, which
   // tells `end`, nothing is told.
   template <typename Object, typename Slots>
-  void CheckMessages(std::shared_ptr<Object> object, const Slots& slots, const std::string& end) {
-    object->OnNotify("hear", [](const auto&) { Tell("heard"); });
-    object->OnNotify("throw", [](const auto&) { throw std::runtime_error("cause"); });
-    object->OnNotify("drop", [&object](const auto&) { object.reset(); });
-    const auto notify = [](const char* method) {
+  void CheckMessages(Object object, const Slots& slots, const std::string& end) {
+    object->OnNotify("hear", [](auto&) { Tell("heard"); });
+    object->OnNotify("throw", [](auto&) { throw std::runtime_error("cause"); });
+    object->OnNotify("drop", [&object](auto&) { object.reset(); });
+    const auto notify = [](auto method) {
       return Message::CreateNotification(method, {}).ToBase64();
     };
-    const struct {
-      std::string text;
-      std::string told;
-      std::string line;
-    } rows[] = {
-        {notify("hear"), "heard, unlock 3", ""},
-        {"", "unlock 3", ""},
-        {"***", "unlock 3", "unhandled"},
-        {notify("throw"), "unlock 3", "Stray exception in OnMessage: cause"},
-        {"null", "unlock 3", "Stray exception in OnMessage: basic_string: construction from null"},
-        {notify("drop"), "unlock 3" + end, ""},
-        {notify("hear"), "", ""},
+    const std::array<std::string, 3> rows[] = {
+        {{notify("hear"), "heard, unlock 3", ""}},
+        {{"", "unlock 3", ""}},
+        {{"***", "unlock 3", "unhandled"}},
+        {{notify("throw"), "unlock 3", "Stray exception in OnMessage: cause"}},
+        {{"null", "unlock 3", "OnMessage: basic_string: construction from null"}},
+        {{notify("drop"), "unlock 3" + end, ""}},
+        {{notify("hear"), "", ""}},
     };
     for (const auto& [text, told, line] : rows) {
       slots.OnMessage(slots.user_data, text == "null" ? nullptr : text.c_str(), 3);
@@ -121,7 +113,7 @@ class WrapperTest : public test::TestBase {
 
   // `make` succeeds, or the line tells what the table lacks.
   template <typename Table, typename Make>
-  void CheckNeeds(Table* table, const std::vector<test::Need>& needs, Make make) {
+  void CheckNeeds(Table* table, const std::vector<Need>& needs, Make make) {
     const Table full = *table;
     test::ForEachDeclaration(full, [&](const Table& declared, size_t) {
       *table = declared;
@@ -136,55 +128,52 @@ class WrapperTest : public test::TestBase {
   const std::shared_ptr<forge::Library> library_ =
       forge::Library::Create(TAVO_TEST_SERVICE_LIBRARY);
   const std::string directory_ = library_->GetPath().parent_path();
-  TAVOProcTable& top_ = *static_cast<TAVOProcTable*>(library_->ResolveImpl("test_table"));
+  TAVOProcTable& top_ = *static_cast<TAVOProcTable*>(library_->ResolveImpl("test_table")) = kTop;
 };
 
 // The chunk 0 of a start is not given back. A null text is empty.
 TEST_F(WrapperTest, ClientIsToldOfItsTask) {
-  const struct {
-    bool is_connected;
-    decltype(ClientSlots::OnStarted) ClientSlots::*callback;
-    int code;
-    const char* text;
-    unsigned int chunk_id;
-    const char* told;
-  } rows[] = {
-      {true, &ClientSlots::OnStarted, 0, nullptr, 3, "unlock 3"},
-      {true, &ClientSlots::OnStarted, 1, nullptr, 0, "response 1, disconnected 1 "},
-      {true, &ClientSlots::OnDisconnect, 2, nullptr, 0, "response 2, disconnected 2 , unlock 0"},
-      {true, &ClientSlots::OnDisconnect, 0, "", 9,
+  using Callback = decltype(&ClientSlots::OnStarted);
+  constexpr Callback kStarted = &ClientSlots::OnStarted;
+  constexpr Callback kDisconnect = &ClientSlots::OnDisconnect;
+  const std::tuple<bool, Callback, int, const char*, unsigned int, const char*> rows[] = {
+      {true, kStarted, 0, nullptr, 3, "unlock 3"},
+      {true, kStarted, 1, nullptr, 0, "response 1, disconnected 1 "},
+      {true, kDisconnect, 2, nullptr, 0, "response 2, disconnected 2 , unlock 0"},
+      {true, kDisconnect, 0, "", 9,
        "response -32603, disconnected -32603 Unknown runtime error, unlock 9"},
-      {false, &ClientSlots::OnStarted, 5, "cause", 3, "response 5, connected 5 cause, unlock 3"},
+      {false, kStarted, 5, "cause", 3, "response 5, connected 5 cause, unlock 3"},
   };
   const auto note = [](const std::string& event) {
-    return [event](const std::optional<Message::Error>& error) {
+    return [event](auto& error) {
       Tell(event + (error ? std::to_string(error->code) + " " + error->message : ""));
     };
   };
   const ClientSlots& slots = std::get<ClientSlots>(service.slots);
-  for (const auto& row : rows) {
+  for (const auto& [is_connected, callback, code, text, chunk_id, told] : rows) {
     auto client = Create()->CreateIpcClient("worker");
-    EXPECT_EQ("initialize, client, load client, start worker " + directory_ + ", end", Take());
+    EXPECT_EQ("begin, client, load, worker " + directory_ + ", end", Take());
     EXPECT_EQ(sizeof slots, slots.size);
     EXPECT_FALSE(slots.Release);
     client->OnConnected(note("connected "));
     client->OnDisconnected(note("disconnected "));
-    if (row.is_connected) {
+    if (is_connected) {
       slots.OnStarted(slots.user_data, 0, "", 0);
       EXPECT_TRUE(service.sent.empty());  // The plug-in has not asked for a connection.
       client->Run();
-      const Message response = Message::CreateResponse(service.sent.at(0).GetRequest()->id, {});
-      slots.OnMessage(slots.user_data, response.ToBase64().c_str(), 1);
+      const auto id = service.sent.at(0).GetRequest()->id;
+      const std::string response = Message::CreateResponse(id, {}).ToBase64();
+      slots.OnMessage(slots.user_data, response.c_str(), 1);
       EXPECT_EQ("connected , unlock 1", Take());
     }
-    client->SendRequest("m", {}, [](const Message::Response& response) {
+    client->SendRequest("m", {}, [](auto& response) {
       Tell("response " + std::to_string(response.GetError()->code));
     });
-    (slots.*row.callback)(slots.user_data, row.code, row.text, row.chunk_id);
-    EXPECT_EQ(row.told, Take());
-    EXPECT_EQ(row.is_connected ? 2u : 0u, service.sent.size());
+    (slots.*callback)(slots.user_data, code, text, chunk_id);
+    EXPECT_EQ(told, Take());
+    EXPECT_EQ(is_connected ? 2u : 0u, service.sent.size());
     service.sent.clear();
-    if (row.is_connected) CheckMessages(std::move(client), slots, ", release");
+    if (is_connected) CheckMessages(std::move(client), slots, ", release");
   }
   EXPECT_EQ("release", Take());
   slots.OnStarted(slots.user_data, 1, "late", 3);
@@ -195,13 +184,12 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
 TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
   auto server = Create()->CreateRpcServer();
   std::unique_ptr<flrpc::IReply> kept;
-  server->OnRequest("keep",
-                    [&](const auto&, const auto&, auto&& reply) { kept = std::move(reply); });
-  server->OnRequest("double", [](const auto&, const auto& params, auto&& reply) {
+  server->OnRequest("keep", [&kept](auto&, auto&, auto&& reply) { kept = std::move(reply); });
+  server->OnRequest("double", [](auto&, auto& params, auto&& reply) {
     reply->SendResult(2 * params.template Get<int32_t>());
   });
   server->Run();
-  EXPECT_EQ("initialize, server, load server, end, run", Take());
+  EXPECT_EQ("begin, server, load, end, run", Take());
   const ServerSlots& slots = std::get<ServerSlots>(service.slots);
   EXPECT_EQ(sizeof slots, slots.size);
   EXPECT_FALSE(slots.Release);
@@ -241,7 +229,7 @@ TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
     }
     EXPECT_EQ(1, told.use_count());
   }
-  EXPECT_EQ("initialize, load intents, intents, end, a:b, a:b, a:b", Take());
+  EXPECT_EQ("begin, load, intents, end, a:b, a:b, a:b", Take());
 }
 
 // Null references are the service's to report; a table that cannot be bound is told.
@@ -250,52 +238,51 @@ TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
   const auto expect_nulls = [&manager](const std::string& calls) {
     Take();
     EXPECT_FALSE(manager->GetIntentManager());
-    EXPECT_FALSE(manager->CreateIpcClient("w") || manager->CreateRpcServer());
+    EXPECT_FALSE(manager->CreateIpcClient(""));
+    EXPECT_FALSE(manager->CreateRpcServer());
     EXPECT_EQ(calls, Take());
   };
   service.gives_null = true;
   EXPECT_FALSE(Create());
-  expect_nulls("load intents, intents, client, server");
+  expect_nulls("load, intents, client, server");
   service.gives_null = false;
   service.result = FORGE_RESULT_INVALID_ARGUMENT;
-  expect_nulls("load intents, client, load client, server, load server");
+  expect_nulls("load, client, load, server, load");
   EXPECT_EQ(Lines(3, "[error] Failed to load proc table."), log_.TakeLines());
   service.result = FORGE_RESULT_OK;
-  EXPECT_FALSE(tavo::RpcClient::Create(nullptr, "", Bind(top_.RpcClientProcTableLoad), nullptr));
-  EXPECT_FALSE(tavo::RpcServer::Create(nullptr, Bind(top_.RpcServerProcTableLoad), nullptr));
+  auto client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
+  EXPECT_FALSE(tavo::RpcClient::Create(nullptr, "", std::move(client), nullptr));
+  auto server = tavo::RpcServer::Table::Create(library_, Load<server_table>);
+  EXPECT_FALSE(tavo::RpcServer::Create(nullptr, std::move(server), nullptr));
 }
 
 TEST_F(WrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
-  EXPECT_FALSE(tavo::ManagerWrapper::Create(nullptr));
   test::FakeEmbedder embedder;
   embedder.text = directory_;
-  {
-    cw::PluginRegistrar registrar(embedder.GetContext());
-    EXPECT_TRUE(tavo::ManagerWrapper::Create(&registrar));
-    embedder.text = "/nowhere";
-    EXPECT_FALSE(tavo::ManagerWrapper::Create(&registrar));
-    EXPECT_EQ(0u,
-              log_.TakeLine().find("[error] Couldn't load library \"\"/nowhere/libtavo.so\"\""));
-  }
+  cw::PluginRegistrar registrar(embedder.GetContext());
+  EXPECT_TRUE(tavo::ManagerWrapper::Create(&registrar));
+  embedder.text = "/nowhere";
+  EXPECT_FALSE(tavo::ManagerWrapper::Create(&registrar));
+  EXPECT_NE(std::string::npos, log_.TakeLine().find("/nowhere/libtavo.so"));
   cw::PluginRegistrar without(embedder.GetContext(offsetof(FlutterOstrelPluginContext, view)));
   EXPECT_FALSE(tavo::ManagerWrapper::Create(&without));
+  EXPECT_FALSE(tavo::ManagerWrapper::Create(nullptr));
 }
 
-TEST_F(WrapperTest, ManagerMakesWhatItsTableOffers) {
+TEST_F(WrapperTest, ManagerWantsWhatItUses) {
   using Table = TAVOProcTable;
-  const auto check = [this](const std::vector<test::Need>& needs, auto make) {
+  const auto check = [this](const std::vector<Need>& needs, auto make) {
     CheckNeeds(&top_, needs, [&] {
       const auto manager = Create();
       return manager && make(*manager);
     });
   };
-  const test::Need initialize = TEST_COVERED(Initialize);
-  check({initialize}, [](auto&) { return true; });
-  check({initialize, TEST_COVERED(IntentManagerProcTableLoad), TEST_SET(GetIntentManager)},
+  const Need begin = TEST_COVERED(Initialize);
+  check({begin, TEST_COVERED(IntentManagerProcTableLoad), TEST_SET(GetIntentManager)},
         [](auto& manager) { return manager.GetIntentManager() != nullptr; });
-  check({initialize, TEST_COVERED(CreateRpcClient), TEST_COVERED(RpcClientProcTableLoad)},
+  check({begin, TEST_COVERED(CreateRpcClient), TEST_COVERED(RpcClientProcTableLoad)},
         [](auto& manager) { return manager.CreateIpcClient("") != nullptr; });
-  check({initialize, TEST_COVERED(GetRpcServer), TEST_COVERED(RpcServerProcTableLoad)},
+  check({begin, TEST_COVERED(GetRpcServer), TEST_COVERED(RpcServerProcTableLoad)},
         [](auto& manager) { return manager.CreateRpcServer() != nullptr; });
 }
 
@@ -322,7 +309,7 @@ TEST_F(WrapperTest, IntentsWantWhatTheyUse) {
   CheckNeeds(&intent_table, {TEST_COVERED(OpenUri)}, [&] {
     Take();
     manager->GetIntentManager()->OpenUri("a:b", nullptr);
-    return Take() == "load intents, intents, a:b";
+    return Take() == "load, intents, a:b";
   });
 }
 
