@@ -1,6 +1,8 @@
 // The wrapper's objects over a service that the test plays, of this age or another: its tables are
 // declared at every size, and have each entry null once.
+#include <array>
 #include <stdexcept>
+#include <tuple>
 
 #include "cw/plugin_registrar.h"
 #include "tests/support/declared_sizes.h"
@@ -97,8 +99,8 @@ class WrapperTest : public test::TestBase {
         {{notify("hear"), "heard, unlock 3", ""}},
         {{"", "unlock 3", ""}},
         {{"***", "unlock 3", "unhandled"}},
-        {{notify("throw"), "unlock 3", "Stray exception in OnMessage: cause"}},
-        {{"null", "unlock 3", "OnMessage: basic_string: construction from null"}},
+        {{notify("throw"), "unlock 3", "in OnMessage: cause"}},
+        {{"null", "unlock 3", "construction from null"}},
         {{notify("drop"), "unlock 3" + end, ""}},
         {{notify("hear"), "", ""}},
     };
@@ -138,11 +140,11 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
   constexpr Callback kDisconnect = &ClientSlots::OnDisconnect;
   const std::tuple<bool, Callback, int, const char*, unsigned int, const char*> rows[] = {
       {true, kStarted, 0, nullptr, 3, "unlock 3"},
-      {true, kStarted, 1, nullptr, 0, "response 1, disconnected 1 "},
-      {true, kDisconnect, 2, nullptr, 0, "response 2, disconnected 2 , unlock 0"},
+      {true, kStarted, 1, nullptr, 0, "answer 1, disconnected 1 "},
+      {true, kDisconnect, 2, nullptr, 0, "answer 2, disconnected 2 , unlock 0"},
       {true, kDisconnect, 0, "", 9,
-       "response -32603, disconnected -32603 Unknown runtime error, unlock 9"},
-      {false, kStarted, 5, "cause", 3, "response 5, connected 5 cause, unlock 3"},
+       "answer -32603, disconnected -32603 Unknown runtime error, unlock 9"},
+      {false, kStarted, 5, "cause", 3, "answer 5, connected 5 cause, unlock 3"},
   };
   const auto note = [](const std::string& event) {
     return [event](auto& error) {
@@ -167,10 +169,11 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
       EXPECT_EQ("connected , unlock 1", Take());
     }
     client->SendRequest("m", {}, [](auto& response) {
-      Tell("response " + std::to_string(response.GetError()->code));
+      Tell("answer " + std::to_string(response.GetError()->code));
     });
     (slots.*callback)(slots.user_data, code, text, chunk_id);
     EXPECT_EQ(told, Take());
+    EXPECT_NE(client->IsConnected(), client->HasConnectionFailed());
     EXPECT_EQ(is_connected ? 2u : 0u, service.sent.size());
     service.sent.clear();
     if (is_connected) CheckMessages(std::move(client), slots, ", release");
@@ -193,6 +196,7 @@ TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
   const ServerSlots& slots = std::get<ServerSlots>(service.slots);
   EXPECT_EQ(sizeof slots, slots.size);
   EXPECT_FALSE(slots.Release);
+  // The chunk 0 is none.
   const auto request = [&slots](const char* method, unsigned int id) {
     const Message message = Message::CreateRequest(Message::ID(id), method, 21);
     slots.OnMessage(slots.user_data, message.ToBase64().c_str(), id - 1);
@@ -215,12 +219,16 @@ TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
 // The outcome of what the service has taken over is told, also after the manager; anything else is
 // dropped.
 TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
-  const auto intents = Create()->GetIntentManager();
+  using Table = TAVOIntentManagerProcTable;
+  const auto manager = Create();
   const auto& slot = std::get<TAVOOpenUriSlot>(service.slots);
   for (const ForgeResult result : {0u, 2u, 3u}) {
     const auto told = std::make_shared<std::vector<bool>>();
+    auto intents = manager->GetIntentManager();
     service.result = result;
     intents->OpenUri("a:b", [told](bool success) { told->push_back(success); });
+    service.result = FORGE_RESULT_OK;
+    intents.reset();
     EXPECT_EQ(sizeof slot, slot.size);
     if (result == FORGE_RESULT_OK) {
       slot.callback(slot.user_data, true);
@@ -229,7 +237,11 @@ TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
     }
     EXPECT_EQ(1, told.use_count());
   }
-  EXPECT_EQ("begin, load, intents, end, a:b, a:b, a:b", Take());
+  CheckNeeds(&intent_table, {TEST_COVERED(OpenUri)}, [&] {
+    Take();
+    manager->GetIntentManager()->OpenUri("a:b", nullptr);
+    return Take() == "load, intents, a:b";
+  });
 }
 
 // Null references are the service's to report; a table that cannot be bound is told.
@@ -252,8 +264,6 @@ TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
   service.result = FORGE_RESULT_OK;
   auto client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
   EXPECT_FALSE(tavo::RpcClient::Create(nullptr, "", std::move(client), nullptr));
-  auto server = tavo::RpcServer::Table::Create(library_, Load<server_table>);
-  EXPECT_FALSE(tavo::RpcServer::Create(nullptr, std::move(server), nullptr));
 }
 
 TEST_F(WrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
@@ -301,16 +311,6 @@ TEST_F(WrapperTest, ServerWantsWhatItUses) {
   CheckNeeds(&server_table,
              {TEST_COVERED(Run), TEST_COVERED(SendMessage), TEST_SET(UnlockResources)},
              [&] { return manager->CreateRpcServer() != nullptr; });
-}
-
-TEST_F(WrapperTest, IntentsWantWhatTheyUse) {
-  using Table = TAVOIntentManagerProcTable;
-  const auto manager = Create();
-  CheckNeeds(&intent_table, {TEST_COVERED(OpenUri)}, [&] {
-    Take();
-    manager->GetIntentManager()->OpenUri("a:b", nullptr);
-    return Take() == "load, intents, a:b";
-  });
 }
 
 }  // namespace
