@@ -157,7 +157,7 @@ TEST_F(IntentModelTest, EveryScriptEndsAsTheModelSays) {
 
 class IntentManagerTest : public test::ServiceTest {
  protected:
-  _TAVOIntentManagerRef* const intents_ = top.GetIntentManager(manager);
+  _TAVOIntentManagerRef* intents_ = top.GetIntentManager(manager);
 };
 
 // A platform that answers within the call must not use up the stack, however many wait.
@@ -195,16 +195,22 @@ TEST_F(IntentManagerTest, RefusedCallNeverTakesTheSlotOver) {
 
 TEST_F(IntentManagerTest, AnswersArePassedOnUntilTheReplyIsReleased) {
   TAVOReplyIntentSlot reply{};
-  const auto keep = [](void* kept, TAVOReplyIntentSlot* given) {
-    *static_cast<TAVOReplyIntentSlot*>(kept) = *given;
-  };
-  TAVORegisterIntentSlot slot{sizeof slot, keep, nullptr, &reply};
-  EXPECT_EQ(0u, intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot));
-  top.Release(manager);  // The intent is offered for good.
   std::vector<QJsonObject> answers;
   const auto open = std::make_shared<int>();
-  platform.intents.at(QStringLiteral("t\u00EBll"))(
-      {}, [&answers, open](const QJsonObject& answer) { answers.push_back(answer); });
+  const auto invoke = [&](auto callback) {
+    TAVORegisterIntentSlot slot{sizeof slot, callback, nullptr, &reply};
+    EXPECT_EQ(0u, intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot));
+    top.Release(manager);  // The intent is offered for good.
+    platform.intents.at(QStringLiteral("t\u00EBll"))(
+        {}, [&answers, open](const QJsonObject& answer) { answers.push_back(answer); });
+  };
+  invoke([](void*, TAVOReplyIntentSlot*) { throw std::runtime_error("thrown"); });
+  EXPECT_EQ("[error] Stray exception in slot callback: thrown", log_.TakeLine());
+  EXPECT_EQ(1, open.use_count());  // A callback that throws has released the reply.
+  intents_ = top.GetIntentManager(manager);
+  invoke([](void* kept, TAVOReplyIntentSlot* given) {
+    *static_cast<TAVOReplyIntentSlot*>(kept) = *given;
+  });
   EXPECT_EQ(sizeof reply, reply.size);
   const std::pair<test::Bytes, QJsonObject> rows[] = {
       {test::FromHex("0d 01 07 01 61 07 01 62"), {{QStringLiteral("a"), QStringLiteral("b")}}},
