@@ -1,5 +1,5 @@
 /* A C11 program that drives the library through dlsym. It is built with and without unwind tables:
- * nothing that it does may need them. An assertion that fails ends it.
+ * nothing that it does may need them. It asserts what must hold.
  * Usage: c_caller LIBTAVO */
 #include <assert.h>
 #include <dlfcn.h>

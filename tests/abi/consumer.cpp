@@ -1,6 +1,5 @@
 // A program that knows the shared library alone, as a plug-in does: it derives from exported
-// classes, catches what the library throws, and uses header templates. An assertion that fails ends
-// it.
+// classes, catches what the library throws, and uses header templates. It asserts what must hold.
 #include <cassert>
 #include <memory>
 #include <stdexcept>

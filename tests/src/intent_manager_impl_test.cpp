@@ -115,6 +115,7 @@ class Script : test::Service {
     CheckTold(*oldest);
   }
 
+  // The outcome counts as told when its callback returns: the slot is not released before.
   static void OnDone(void* self, bool success) {
     auto& [script, number, told, expected] = *static_cast<Request*>(self);
     if (!script->queue_.empty()) script->queue_.pop_front();
@@ -222,7 +223,7 @@ TEST_F(IntentManagerTest, AnswersArePassedOnUntilTheReplyIsReleased) {
       {test::FromHex("00"), {}},
       {{}, {}},
   };
-  for (const auto& [bytes, answer] : rows) {  // An empty one for what is no object.
+  for (const auto& [bytes, answer] : rows) {  // The answer is empty for bytes that are no object.
     for (void* context : {static_cast<void*>(nullptr), reply.context}) {
       reply.reply(context, bytes.data(), static_cast<unsigned>(bytes.size()));
     }

@@ -8,8 +8,8 @@ using test::Events;
 
 class ManagerTest : public test::ServiceTest {};
 
-// Cleared as far as declared, the size always stored, each field that is covered whole, and
-// nothing beyond.
+// A structure is cleared as far as it is declared. Its size is always stored, each field that is
+// covered whole is filled, and nothing beyond is written.
 template <typename Structure>
 void CheckFilled(ForgeResult (*fill)(Structure*, uint32_t)) {
   Structure full{};

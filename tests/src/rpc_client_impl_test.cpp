@@ -139,8 +139,6 @@ TEST_F(RpcClientImplLoopTest, ReleaseStopsTheTaskAndThenDropsTheClient) {
   for (const auto& messaging : platform.messagings) EXPECT_FALSE(messaging->object);
 }
 
-// ---- Slots of every age ----
-
 using Calls = std::vector<std::pair<size_t, void*>>;  // Which field, with which user data.
 Calls calls;
 
@@ -149,6 +147,8 @@ void Note(void* user_data, Arguments...) {
   calls.emplace_back(kField, user_data);
 }
 
+// Every size is declared, and each field is null once. The slots lie in memory of just that size,
+// and in memory that goes on behind it.
 TEST_F(RpcClientImplTest, SlotsCountAsFarAsDeclared) {
   int data = 0;
   const TAVORpcClientSlots full{0, Note<1>, Note<2>, Note<3>, Note<4>, &data};
