@@ -240,7 +240,9 @@ TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
   CheckNeeds(&intent_table, {TEST_COVERED(OpenUri)}, [&] {
     Take();
     manager->GetIntentManager()->OpenUri("a:b", nullptr);
-    return Take() == "load, intents, a:b";
+    const bool is_asked = Take() == "load, intents, a:b";
+    if (is_asked) slot.release(slot.user_data);
+    return is_asked;
   });
 }
 
