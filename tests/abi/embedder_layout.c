@@ -15,40 +15,33 @@ typedef _FlutterOstrelView* View;
 /* clang-format off */
 #define PLACE(field, index) \
   static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved");
-#define TYPE(field, type) \
+#define BEGIN(name) FIELD(0, size, uint32_t)
+#define FIELD(index, field, type) \
+  PLACE(field, index) \
   static_assert(_Generic(&((TABLE*)0)->field, type*: 1, default: 0), #field " has another type");
-#define CHECK_BEGIN PLACE(size, 0) TYPE(size, uint32_t)
-#define CHECK_FIELD(index, field, type) PLACE(field, index) TYPE(field, type)
-#define CHECK_ENTRY(index, field, result, ...) \
+#define ENTRY(index, field, result, ...) \
   PLACE(field, index) \
   static_assert(_Generic(((TABLE*)0)->field, result (*)(__VA_ARGS__): 1, default: 0), \
                 #field " has another type");
-#define CHECK_END(count) \
+#define END(count) \
   static_assert(sizeof(TABLE) == (count) * sizeof(void*), "A field more or less");
 
-#define BEGIN(name) CHECK_BEGIN
-#define FIELD CHECK_FIELD
-#define ENTRY CHECK_ENTRY
-#define END CHECK_END
-#include "platform/flutter_ostrel/embedder_entries.inc"
-
-/* Structures that are no tables. */
 #define TABLE FlutterOstrelResultSlot
-CHECK_BEGIN
-CHECK_ENTRY(1, callback, void, void*, const uint8_t*, size_t, const char*)
-CHECK_ENTRY(2, release, void, void*)
-CHECK_FIELD(3, user_data, void*)
-CHECK_END(4)
+BEGIN(slot)
+ENTRY(1, callback, void, void*, const uint8_t*, size_t, const char*)
+ENTRY(2, release, void, void*)
+FIELD(3, user_data, void*)
+END(4)
 #undef TABLE
-
 #define TABLE FlutterOstrelWindowParameters
-CHECK_BEGIN
-CHECK_FIELD(1, payload, const uint8_t*)
-CHECK_FIELD(2, payload_size, size_t)
-CHECK_FIELD(3, first_text, const char*)
-CHECK_FIELD(4, second_text, const char*)
-CHECK_END(5)
+BEGIN(parameters)
+FIELD(1, payload, const uint8_t*)
+FIELD(2, payload_size, size_t)
+FIELD(3, first_text, const char*)
+FIELD(4, second_text, const char*)
+END(5)
 #undef TABLE
+#include "platform/flutter_ostrel/embedder_entries.inc"
 /* clang-format on */
 
 /* Without pointers, the same everywhere; the theme's texts follow its numbers. */

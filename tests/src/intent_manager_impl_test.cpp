@@ -4,7 +4,6 @@
 #include <deque>
 #include <stdexcept>
 
-#include "cw/encodable_value.h"
 #include "tests/src/service_fixture.h"
 #include "tests/support/scale.h"
 #include "tests/support/values.h"
@@ -13,93 +12,56 @@ namespace {
 
 using test::Events;
 
-// Drives the intents: requests and the platform's answers to them (within the call, late, never; or
-// the platform throws), registrations, their invocations and the answers to those, and the ends of
-// the service. A model says what must come of each step, and when. Every callback goes on with the
-// script, and may throw.
+// Drives the requests: the platform answers them within the call, late or never, or throws, and the
+// service ends and comes again. A model says what must come of each step, and when. Every callback
+// goes on with the script, and may throw.
 class Script : test::Service {
  public:
   explicit Script(std::vector<uint8_t> choices) : choices_(std::move(choices)) {
     platform.on_invoke = [this] { OnInvoke(); };
-    GetIntents();
   }
 
   // Every rule that the service broke; empty if there is none.
   std::string Run() {
+    GetIntents();
     while (next_ < choices_.size()) {
       Step();
-      Check(!expected_.first && !invoked_, "every callback is called");
       Check(queue_.empty() || is_in_flight_, "who waits, waits for the platform");
-      CheckSlots();
+      for (const Request& request : requests_) CheckTold(request);
     }
     ReleaseManager();
-    DropIntent();
-    Close();
-    CheckSlots();
     Check(log_.TakeLines() == lines_, "error lines");
     return broken_;
   }
 
  private:
-  // A slot that was given to the service.
-  struct Slot {
+  struct Request {
     Script* script;
     size_t number;
-    bool was_accepted;
-    int holders;  // The queue, or the registration and the invocations that run.
-    bool was_released = false;
-  };
-  // Elsewhere somebody invoked the intent, and waits for the answers.
-  struct Invocation {
-    TAVOReplyIntentSlot slot{};
-    bool is_open = false;  // Told to the caller, who has not released it.
-    bool is_gone = false;  // The platform's reply function is.
-    int answers = 0;
+    std::string told;
+    std::string expected;
   };
 
   // Past the end of the script every choice is 0.
-  uint8_t Choose(size_t limit) {
-    return next_ < choices_.size() ? static_cast<uint8_t>(choices_[next_++] % limit) : uint8_t{0};
-  }
-  bool ChooseRarely() { return Choose(8) == 1; }
-
+  size_t Choose(size_t limit) { return next_ < choices_.size() ? choices_[next_++] % limit : 0; }
   void Step() {
-    using Operation = void (Script::*)();
-    static constexpr Operation kOperations[] = {
-        &Script::Open,   &Script::Open,       &Script::Reply,          &Script::Reply,
-        &Script::Invoke, &Script::Register,   &Script::Answer,         &Script::Close,
-        &Script::Invoke, &Script::DropIntent, &Script::ReleaseManager, &Script::GetIntents,
-    };
-    if (next_ < choices_.size()) (this->*kOperations[Choose(std::size(kOperations))])();
+    if (next_ == choices_.size()) return;
+    const size_t choice = Choose(6);
+    if (choice > 3) return choice > 4 ? ReleaseManager() : GetIntents();
+    return choice > 1 ? Reply() : Open();
+  }
+  void ThrowRarely(const std::string& place) {
+    if (Choose(8) != 1) return;
+    lines_.push_back("[error] Stray exception in " + place + ": thrown");
+    throw std::runtime_error("thrown");
   }
 
   void Check(bool holds, const char* rule) {
     if (!holds) broken_ += std::string(rule) + "; ";
   }
-  void CheckSlots() {
-    for (const Slot& slot : slots_) {
-      Check(slot.was_released == (slot.was_accepted && slot.holders == 0), "slots are released");
-    }
+  void CheckTold(const Request& request) {
+    Check(request.told == request.expected, "each slot is told its outcome, and released then");
   }
-  [[noreturn]] void Throw(const std::string& place) {
-    ExpectLine("Stray exception in " + place + ": thrown");
-    throw std::runtime_error("thrown");
-  }
-  void ExpectLine(const std::string& message) { lines_.push_back("[error] " + message); }
-
-  Slot& Give(bool is_accepted) {
-    if (!is_living_) ExpectLine("Intent Manager is not initialized.");
-    return slots_.emplace_back(Slot{this, slots_.size(), is_accepted, is_accepted});
-  }
-  static void OnRelease(void* self) {
-    auto& [script, number, was_accepted, holders, was_released] = *static_cast<Slot*>(self);
-    script->Check(was_accepted && holders == 0, "a slot in use is not released");
-    script->Check(!std::exchange(was_released, true), "a slot is released once");
-    script->Step();
-    if (script->ChooseRarely()) script->Throw("slot release");
-  }
-
-  // ---- The service ----
 
   void GetIntents() {
     intents_ = top.GetIntentManager(manager);
@@ -109,162 +71,83 @@ class Script : test::Service {
   // The handle is kept: it leads nowhere from now on. What waits is dropped, not told.
   void ReleaseManager() {
     const auto dropped = std::exchange(queue_, {});
-    for (Slot* const request : dropped) request->holders = 0;
+    for (Request* request : dropped) request->expected = "released";
     is_in_flight_ = is_living_ = false;
     top.Release(manager);
-    for (const Slot* request : dropped) Check(request->was_released, "what waits is dropped");
+    for (Request* request : dropped) CheckTold(*request);
   }
 
-  // ---- Requests ----
-
   void Open() {
-    Slot& request = Give(is_living_);
+    Request& request = requests_.emplace_back(Request{this, requests_.size(), "", ""});
     if (is_living_) queue_.push_back(&request);
+    if (!is_living_) lines_.push_back("[error] Intent Manager is not initialized.");
+    const ForgeResult expected = is_living_ ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
     TAVOOpenUriSlot slot{sizeof slot, OnDone, OnRelease, &request};
     const std::string uri = "\xC3\xA4:" + std::to_string(request.number);
-    const ForgeResult result = is_living_ ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
-    Check(intent_table.OpenUri(intents_, uri.c_str(), &slot) == result, "result of OpenUri");
+    const ForgeResult result = intent_table.OpenUri(intents_, uri.c_str(), &slot);
+    Check(result == expected, "result of OpenUri");
   }
 
   void OnInvoke() {
     const auto asked = std::exchange(platform.invocations, {});
     Check(!is_in_flight_ && !queue_.empty(), "one request is sent at a time");
     if (queue_.empty()) return;
-    Slot* const request = queue_.front();
-    const QString uri = QStringLiteral("\u00E4:%1").arg(request->number);
+    Request* const oldest = queue_.front();
+    const QString uri = QStringLiteral("\u00E4:%1").arg(oldest->number);
     Check(asked.size() == 1 && asked[0].name == QStringLiteral("OpenURI") &&
               asked[0].options.isEmpty() &&
               asked[0].parameters == QJsonObject{{QStringLiteral("uri"), uri}},
           "the oldest request is sent");
     is_in_flight_ = true;
     Step();
-    if (!ChooseRarely()) return;
-    if (is_in_flight_ && queue_.front() == request) expected_ = {request, false};
-    Throw("intent invocation");
+    const bool is_still_sent = is_in_flight_ && queue_.front() == oldest;
+    if (is_still_sent) oldest->expected = "failed, released";
+    ThrowRarely("intent invocation");
+    if (is_still_sent) oldest->expected = "";
   }
 
   void Reply() {
-    if (!platform.invoker) return;
-    const int code = Choose(2);
-    const Slot* const oldest = is_in_flight_ ? queue_.front() : nullptr;
-    if (oldest) expected_ = {oldest, code == 0};
-    platform.ReplyToIntent(code);
-    Check(!oldest || oldest->was_released, "a slot is released where the outcome is told");
+    if (!is_in_flight_) return platform.ReplyToIntent(0);  // To a request that was dropped.
+    const bool is_opened = Choose(2) == 0;
+    Request* const oldest = queue_.front();
+    oldest->expected = is_opened ? "opened, released" : "failed, released";
+    platform.ReplyToIntent(is_opened ? 0 : 1);
+    CheckTold(*oldest);
   }
 
+  // The outcome counts as told when its callback returns: the slot is not released before.
   static void OnDone(void* self, bool success) {
-    auto& request = *static_cast<Slot*>(self);
-    Script& script = *request.script;
-    script.Check(script.expected_ == std::pair<const Slot*, bool>(&request, success), "outcome");
-    script.expected_ = {};
-    if (!script.queue_.empty()) script.queue_.pop_front();
-    script.is_in_flight_ = false;
-    script.Step();
-    request.holders = 0;
-    if (script.ChooseRarely()) script.Throw("slot callback");
+    auto& [script, number, told, expected] = *static_cast<Request*>(self);
+    if (!script->queue_.empty()) script->queue_.pop_front();
+    script->is_in_flight_ = false;
+    script->Step();
+    told += success ? "opened, " : "failed, ";
+    script->ThrowRarely("slot callback");
   }
-
-  // ---- The registered intent ----
-
-  void Register() {
-    platform.fail_intents = ChooseRarely();
-    const bool is_accepted = is_living_ && !platform.fail_intents;
-    if (is_living_ && !is_accepted) ExpectLine("Stray exception in RegisterIntent: std::bad_alloc");
-    Slot& registration = Give(is_accepted);
-    TAVORegisterIntentSlot slot{sizeof slot, HasCallback(registration) ? OnIntent : nullptr,
-                                OnRelease, &registration};
-    if (is_accepted) ReplaceIntent(&registration);
-    const ForgeResult result = is_accepted ? FORGE_RESULT_OK : FORGE_RESULT_WRONG_STATE;
-    Check(intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot) == result,
-          "result of RegisterIntent");
-    platform.fail_intents = false;
-  }
-
-  // The platform drops it.
-  void DropIntent() {
-    ReplaceIntent(nullptr);
-    const auto dropped = std::exchange(platform.intents, {});
-  }
-
-  static bool HasCallback(const Slot& registration) { return registration.number % 4 > 0; }
-  void ReplaceIntent(Slot* registration) {
-    Slot* const replaced = std::exchange(registration_, registration);
-    if (replaced) --replaced->holders;
-  }
-
-  void Invoke() {
-    Slot* const registration = registration_;
-    if (!registration) return;
-    Invocation& invocation = invocations_.emplace_back();
-    if (HasCallback(*registration)) invoked_ = &invocation;
-    ++registration->holders;
-    auto handler = platform.intents.at(QStringLiteral("t\u00EBll"));
-    std::shared_ptr<void> guard(&invocation, [&invocation](void*) { invocation.is_gone = true; });
-    handler({{QStringLiteral("not"), QStringLiteral("passed on")}},
-            [&invocation, guard = std::move(guard)](const QJsonObject& answer) {
-              invocation.answers += answer.value(QStringLiteral("a")) == QStringLiteral("b");
-            });
-    Check(invocation.is_gone == !invocation.is_open, "the platform sees its reply function go");
-    --registration->holders;
-    handler = nullptr;
-  }
-
-  static void OnIntent(void* self, TAVOReplyIntentSlot* slot) {
-    Script& script = *static_cast<Slot*>(self)->script;
-    script.Check(script.invoked_ && slot->size == sizeof *slot, "an invocation is told");
-    Invocation& invocation = *std::exchange(script.invoked_, nullptr);
-    invocation.slot = *slot;
-    invocation.is_open = true;
-    script.Step();
-    if (!script.ChooseRarely()) return;
-    invocation.is_open = false;  // Whoever throws has released it.
-    script.Throw("slot callback");
-  }
-
-  // As often as the caller likes, also once it was released.
-  void Answer() {
-    constexpr uint8_t kMap[] = {13, 1, 7, 1, 'a', 7, 1, 'b'};
-    if (invocations_.empty()) return;
-    Invocation& invocation = invocations_[Choose(invocations_.size())];
-    if (!invocation.slot.reply) return;
-    const int answers = invocation.answers + invocation.is_open;
-    invocation.slot.reply(invocation.slot.context, kMap, sizeof kMap);
-    invocation.slot.reply(nullptr, kMap, sizeof kMap);
-    Check(invocation.answers == answers, "answers are passed on while the reply slot is open");
-  }
-
-  void Close() {
-    for (Invocation& invocation : invocations_) {
-      if (!invocation.slot.release) continue;
-      invocation.is_open = false;
-      invocation.slot.release(nullptr);
-      invocation.slot.release(invocation.slot.context);
-      Check(invocation.is_gone, "a released reply slot lets the reply function go");
-    }
+  static void OnRelease(void* self) {
+    auto& [script, number, told, expected] = *static_cast<Request*>(self);
+    told += "released";
+    script->Step();
+    script->ThrowRarely("slot release");
   }
 
   const std::vector<uint8_t> choices_;
   size_t next_ = 0;
   test::LogCapture log_;
+  _TAVOIntentManagerRef* intents_ = nullptr;
   std::string broken_;
 
-  // The model. Elements of the deques stay where they are.
-  std::deque<Slot> slots_;
-  std::deque<Invocation> invocations_;
-  std::deque<Slot*> queue_;
-  bool is_in_flight_ = false;              // The front of the queue.
-  std::pair<const Slot*, bool> expected_;  // Who is to be told what, now.
-  Slot* registration_ = nullptr;
-  Invocation* invoked_ = nullptr;  // Is to be told, now.
-  bool is_living_ = false;         // The handle leads to the service.
+  // The model.
+  std::deque<Request> requests_;  // Each stays where it is.
+  std::deque<Request*> queue_;
+  bool is_in_flight_ = false;  // The front of the queue.
+  bool is_living_ = false;     // The handle leads to the service.
   Events lines_;
-
-  _TAVOIntentManagerRef* intents_ = nullptr;
 };
 
-class IntentManagerTest : public test::ServiceTest {};
+class IntentModelTest : public test::TestBase {};
 
-TEST_F(IntentManagerTest, EveryScriptEndsAsTheModelSays) {
+TEST_F(IntentModelTest, EveryScriptEndsAsTheModelSays) {
   const std::string parameters = "max_success=" + std::to_string(2000 * test::GetScale()) +
                                  " max_size=300 seed=" + std::to_string(test::GetSeed());
   setenv("RC_PARAMS", parameters.c_str(), 1);
@@ -273,77 +156,85 @@ TEST_F(IntentManagerTest, EveryScriptEndsAsTheModelSays) {
   EXPECT_TRUE(rc::check([&choices] { RC_ASSERT(Script(*choices).Run() == ""); }));
 }
 
+class IntentManagerTest : public test::ServiceTest {
+ protected:
+  _TAVOIntentManagerRef* intents_ = top.GetIntentManager(manager);
+};
+
 // A platform that answers within the call must not use up the stack, however many wait.
 TEST_F(IntentManagerTest, AnswersWithinTheCallDoNotNest) {
   constexpr int kRequests = 20000;
-  const auto intents = top.GetIntentManager(manager);
   int released = 0;
   TAVOOpenUriSlot slot{sizeof slot, nullptr, [](void* count) { ++*static_cast<int*>(count); },
                        &released};
-  for (int i = 0; i < kRequests; ++i) intent_table.OpenUri(intents, "u:", &slot);
+  for (int i = 0; i < kRequests; ++i) intent_table.OpenUri(intents_, "u:", &slot);
   platform.on_invoke = [this] { platform.ReplyToIntent(0); };
   platform.ReplyToIntent(0);
   EXPECT_EQ(kRequests, released);
 }
 
 TEST_F(IntentManagerTest, RefusedCallNeverTakesTheSlotOver) {
-  const auto intents = top.GetIntentManager(manager);
   const auto unknown = reinterpret_cast<_TAVOIntentManagerRef*>(manager);
   const auto release = [](void*) { ADD_FAILURE() << "The slot was taken over."; };
-  TAVOOpenUriSlot uri_slot{sizeof uri_slot, nullptr, release, nullptr};
-  TAVORegisterIntentSlot intent_slot{sizeof intent_slot, nullptr, release, nullptr};
-  const struct {
-    ForgeResult expected;
-    ForgeResult actual;
-    const char* error;
-  } rows[] = {
-      {2, intent_table.OpenUri(intents, nullptr, &uri_slot), "No uri or callback slot provided."},
-      {2, intent_table.OpenUri(nullptr, "u:", nullptr), "No uri or callback slot provided."},
-      {3, intent_table.OpenUri(nullptr, "u:", &uri_slot), "Intent Manager is not initialized."},
-      {3, intent_table.OpenUri(unknown, "u:", &uri_slot), "Intent Manager is not initialized."},
-      {2, intent_table.RegisterIntent(intents, nullptr, &intent_slot),
-       "No intent name or callback slot provided."},
-      {2, intent_table.RegisterIntent(nullptr, "name", nullptr),
-       "No intent name or callback slot provided."},
-      {3, intent_table.RegisterIntent(unknown, "name", &intent_slot),
-       "Intent Manager is not initialized."},
-  };
-  Events errors;
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.expected, row.actual) << row.error;
-    errors.push_back(std::string("[error] ") + row.error);
-  }
-  EXPECT_EQ(errors, log_.TakeLines());
+  TAVOOpenUriSlot uri{sizeof uri, nullptr, release, nullptr};
+  TAVORegisterIntentSlot intent{sizeof intent, nullptr, release, nullptr};
+  const auto [size, open, offer] = intent_table;
+  EXPECT_EQ(2u, open(intents_, nullptr, &uri));
+  EXPECT_EQ(2u, open(nullptr, "u:", nullptr));
+  EXPECT_EQ(Events(2, "[error] No uri or callback slot provided."), log_.TakeLines());
+  EXPECT_EQ(2u, offer(intents_, nullptr, &intent));
+  EXPECT_EQ(2u, offer(nullptr, "name", nullptr));
+  EXPECT_EQ(Events(2, "[error] No intent name or callback slot provided."), log_.TakeLines());
+  EXPECT_EQ(3u, open(nullptr, "u:", &uri));
+  EXPECT_EQ(3u, open(unknown, "u:", &uri));
+  EXPECT_EQ(3u, offer(unknown, "name", &intent));
+  EXPECT_EQ(Events(3, "[error] Intent Manager is not initialized."), log_.TakeLines());
+  platform.fail_intents = true;
+  EXPECT_EQ(3u, offer(intents_, "name", &intent));
+  EXPECT_EQ("[error] Stray exception in RegisterIntent: std::bad_alloc", log_.TakeLine());
 }
 
-TEST_F(IntentManagerTest, WhatIsNoObjectIsAnsweredWithAnEmptyOne) {
+TEST_F(IntentManagerTest, AnswersArePassedOnUntilTheReplyIsReleased) {
   TAVOReplyIntentSlot reply{};
-  TAVORegisterIntentSlot slot{sizeof slot,
-                              [](void* kept, TAVOReplyIntentSlot* given) {
-                                *static_cast<TAVOReplyIntentSlot*>(kept) = *given;
-                              },
-                              nullptr, &reply};
-  intent_table.RegisterIntent(top.GetIntentManager(manager), "ask", &slot);
   std::vector<QJsonObject> answers;
-  platform.intents.at(QStringLiteral("ask"))(
-      {}, [&answers](const QJsonObject& answer) { answers.push_back(answer); });
-  test::Bytes deep;
-  for (int i = 0; i < 200000; ++i) deep.insert(deep.end(), {0x0c, 0x01});
-  const test::Bytes rows[] = {
-      {},
-      test::BytesOf(cw::EncodableValue("text").Serialize()),
-      test::BytesOf(cw::EncodableValue(cw::EncodableMap{{1, 1}}).Serialize()),
-      // An object of a list that declares more elements, and does not hold them, than may be.
-      test::FromHex("0d 01 07 01 61 0c ff 40 0d 03 00"),
-      deep,
-      test::FromHex("00"),
+  const auto open = std::make_shared<int>();
+  const auto invoke = [&](auto callback) {
+    TAVORegisterIntentSlot slot{sizeof slot, callback, nullptr, &reply};
+    EXPECT_EQ(0u, intent_table.RegisterIntent(intents_, "t\xC3\xABll", &slot));
+    top.Release(manager);  // The intent is offered for good.
+    platform.intents.at(QStringLiteral("t\u00EBll"))(
+        {}, [&answers, open](const QJsonObject& answer) { answers.push_back(answer); });
   };
-  for (const auto& bytes : rows) {
-    reply.reply(reply.context, bytes.data(), static_cast<unsigned>(bytes.size()));
-    EXPECT_EQ("[error] Could not convert intent reply to a JSON object.", log_.TakeLines().back());
+  invoke([](void*, TAVOReplyIntentSlot*) { throw std::runtime_error("thrown"); });
+  EXPECT_EQ("[error] Stray exception in slot callback: thrown", log_.TakeLine());
+  EXPECT_EQ(1, open.use_count());  // A callback that throws has released the reply.
+  intents_ = top.GetIntentManager(manager);
+  invoke([](void* kept, TAVOReplyIntentSlot* given) {
+    *static_cast<TAVOReplyIntentSlot*>(kept) = *given;
+  });
+  EXPECT_EQ(sizeof reply, reply.size);
+  const std::pair<test::Bytes, QJsonObject> rows[] = {
+      {test::FromHex("0d 01 07 01 61 07 01 62"), {{QStringLiteral("a"), QStringLiteral("b")}}},
+      {test::FromHex("07 01 61"), {}},
+      {test::FromHex("0d 01 03 01 00 00 00 03 01 00 00 00"), {}},
+      // An object of a list that declares more elements, and does not hold them, than may be.
+      {test::FromHex("0d 01 07 01 61 0c ff 40 0d 03 00"), {}},
+      {test::Bytes(400000, 0x0c), {}},
+      {test::FromHex("00"), {}},
+      {{}, {}},
+  };
+  for (const auto& [bytes, answer] : rows) {  // The answer is empty for bytes that are no object.
+    for (void* context : {static_cast<void*>(nullptr), reply.context}) {
+      reply.reply(context, bytes.data(), static_cast<unsigned>(bytes.size()));
+    }
+    EXPECT_EQ(std::vector<QJsonObject>{answer}, std::exchange(answers, {}));
+    const size_t line = log_.TakeText().find("Could not convert intent reply to a JSON object.");
+    EXPECT_EQ(answer.isEmpty(), line != std::string::npos);
   }
-  EXPECT_EQ(std::vector<QJsonObject>(std::size(rows)), answers);
-  reply.release(reply.context);
+  reply.release(nullptr);
+  EXPECT_EQ(2, open.use_count());
+  for (int i = 0; i < 2; ++i) reply.release(reply.context);
+  EXPECT_EQ(1, open.use_count());
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
+#include "forge/buffer.h"
 #include "tests/src/service_fixture.h"
+#include "tests/support/declared_sizes.h"
 
 namespace {
 
@@ -6,35 +8,55 @@ using test::Events;
 
 class ManagerTest : public test::ServiceTest {};
 
-TEST_F(ManagerTest, NullTablesAreRefused) {
-  EXPECT_EQ(2u, TAVOProcTableLoad(nullptr, sizeof top));
-  EXPECT_EQ(2u, top.RpcClientProcTableLoad(nullptr, sizeof client_table));
-  EXPECT_EQ(2u, top.RpcServerProcTableLoad(nullptr, sizeof server_table));
-  EXPECT_EQ(2u, top.IntentManagerProcTableLoad(nullptr, sizeof intent_table));
+// A structure is cleared as far as it is declared. Its size is always stored, each field that is
+// covered whole is filled, and nothing beyond is written.
+template <typename Structure>
+void CheckFilled(ForgeResult (*fill)(Structure*, uint32_t)) {
+  Structure full{};
+  fill(&full, sizeof full);
+  for (uint32_t size = 0; size <= sizeof full + 16; ++size) {
+    std::vector<uint8_t> memory(size + 16, 0xA5);
+    std::vector<uint8_t> expected = memory;
+    std::fill_n(expected.begin(), size, 0);
+    std::memcpy(expected.data(), &size, sizeof size);
+    for (size_t field = 1; field < test::kFields<Structure> && test::Covers(size, field); ++field) {
+      void* const value = test::FieldOf(full, field);
+      EXPECT_TRUE(value);
+      std::memcpy(expected.data() + field * test::kField, &value, test::kField);
+    }
+    EXPECT_EQ(FORGE_RESULT_OK, fill(reinterpret_cast<Structure*>(memory.data()), size));
+    EXPECT_EQ(expected, memory) << size;
+  }
+  EXPECT_EQ(FORGE_RESULT_INVALID_ARGUMENT, fill(nullptr, sizeof full));
+}
+
+TEST_F(ManagerTest, TablesAndViewsAreFilledAsFarAsDeclared) {
+  CheckFilled(TAVOProcTableLoad);
+  CheckFilled(top.RpcClientProcTableLoad);
+  CheckFilled(top.RpcServerProcTableLoad);
+  CheckFilled(top.IntentManagerProcTableLoad);
   EXPECT_EQ(Events(4, "[error] Null table specified."), log_.TakeLines());
+  static const forge::Buffer buffer(std::vector<uint8_t>{1});
+  CheckFilled<ForgeBufferView>([](auto* view, auto size) { return buffer.ToCAPI(view, size); });
+  EXPECT_EQ("[error] Structure pointer is null", log_.TakeLine());
 }
 
 TEST_F(ManagerTest, UnknownHandleIsReportedAsEachEntryTells) {
-  const auto client = top.CreateRpcClient(manager);
-  for (auto* unknown :
-       {static_cast<_TAVOManagerRef*>(nullptr), reinterpret_cast<_TAVOManagerRef*>(client),
-        reinterpret_cast<_TAVOManagerRef*>(~uintptr_t{0})}) {
-    EXPECT_EQ(nullptr, top.GetIntentManager(unknown));
-    EXPECT_EQ("[error] Runtime Manager is not initialized.", log_.TakeLine());
-    EXPECT_EQ(nullptr, top.CreateRpcClient(unknown));
-    EXPECT_EQ("[error] Runtime Manager is not initialized.", log_.TakeLine());
-    EXPECT_EQ(nullptr, top.GetRpcServer(unknown));  // Silent, unlike the two above.
-    top.Release(unknown);
+  const auto client = reinterpret_cast<uintptr_t>(top.CreateRpcClient(manager));
+  for (const uintptr_t unknown : {uintptr_t{0}, client, ~uintptr_t{0}}) {
+    const auto ref = reinterpret_cast<_TAVOManagerRef*>(unknown);
+    EXPECT_FALSE(top.GetIntentManager(ref) || top.CreateRpcClient(ref));
+    EXPECT_EQ(Events(2, "[error] Runtime Manager is not initialized."), log_.TakeLines());
+    EXPECT_FALSE(top.GetRpcServer(ref));  // Silent, unlike the two above.
+    top.Release(ref);
   }
-  EXPECT_NE(client, top.CreateRpcClient(manager));
 }
 
 TEST_F(ManagerTest, HasOneServerAndOneIntentServiceUntilRelease) {
   platform.fail_intents = true;
-  EXPECT_EQ(nullptr, top.GetIntentManager(manager));
-  EXPECT_EQ((Events{"[error] Could not create Intent Manager.",
-                    "[error] Could not create Intent Manager on API side."}),
-            log_.TakeLines());
+  EXPECT_FALSE(top.GetIntentManager(manager));
+  const std::string line = "[error] Could not create Intent Manager";
+  EXPECT_EQ((Events{line + ".", line + " on API side."}), log_.TakeLines());
   platform.fail_intents = false;
   const auto intents = top.GetIntentManager(manager);
   const auto server = top.GetRpcServer(manager);
@@ -47,19 +69,19 @@ TEST_F(ManagerTest, HasOneServerAndOneIntentServiceUntilRelease) {
 }
 
 TEST_F(ManagerTest, ReleaseDropsClientsInOrderThenTheServerThenTheIntents) {
-  static Events order;
-  static const char* names[] = {"first", "second", "server", "intents"};
-  const auto release = [](void* name) { order.push_back(*static_cast<const char**>(name)); };
+  static std::vector<int> order;
+  int numbers[] = {0, 1, 2, 3};
+  const auto release = [](void* number) { order.push_back(*static_cast<int*>(number)); };
   for (int i = 0; i < 2; ++i) {
-    TAVORpcClientSlots slots{sizeof slots, nullptr, nullptr, nullptr, release, &names[i]};
+    TAVORpcClientSlots slots{sizeof slots, nullptr, nullptr, nullptr, release, &numbers[i]};
     client_table.StartTask(top.CreateRpcClient(manager), "worker", "/libs", &slots);
   }
-  TAVORpcServerSlots slots{sizeof slots, nullptr, nullptr, release, &names[2]};
+  TAVORpcServerSlots slots{sizeof slots, nullptr, nullptr, release, &numbers[2]};
   server_table.Run(top.GetRpcServer(manager), &slots);
-  TAVOOpenUriSlot uri_slot{sizeof uri_slot, nullptr, release, &names[3]};
+  TAVOOpenUriSlot uri_slot{sizeof uri_slot, nullptr, release, &numbers[3]};
   intent_table.OpenUri(top.GetIntentManager(manager), "uri:", &uri_slot);
   top.Release(manager);
-  EXPECT_EQ(Events(std::begin(names), std::end(names)), order);
+  EXPECT_EQ((std::vector{0, 1, 2, 3}), order);
   for (const auto& task : platform.tasks) EXPECT_FALSE(task->alive);
 }
 

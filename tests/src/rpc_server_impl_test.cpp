@@ -6,47 +6,32 @@ namespace {
 
 using test::Events;
 
-class RpcServerImplTest : public test::ServiceTest {
- protected:
-  void Run(test::Recorder& recorder) {
-    TAVORpcServerSlots slots = recorder.ServerSlots();
-    server_table.Run(server_, &slots);
+class RpcServerImplTest : public test::ServiceTest {};
+
+TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplicationAndTheFirstToRunIt) {
+  const auto server = top.GetRpcServer(manager);
+  EXPECT_EQ(3u, server_table.SendMessage(server, "early"));
+  EXPECT_EQ(3u, server_table.SendMessage(server, nullptr));  // The text is not looked at.
+  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
+  server_table.Run(nullptr, nullptr);
+  test::Recorder later;  // Never told, not even to release.
+  for (test::Recorder* recorder : {&recorder_, &later}) {
+    TAVORpcServerSlots slots = recorder->ServerSlots();
+    server_table.Run(server, &slots);
   }
-
-  _TAVORpcServerRef* const server_ = top.GetRpcServer(manager);
-};
-
-TEST_F(RpcServerImplTest, ServesTheSocketOfTheApplication) {
-  Run(recorder_);
+  ASSERT_EQ(1u, platform.messagings.size());
   EXPECT_EQ(77, platform.Messaging().descriptor);
-  EXPECT_EQ(0u, server_table.SendMessage(server_, "answer"));
+  EXPECT_THROW(server_table.SendMessage(server, nullptr), std::logic_error);
+  EXPECT_EQ(0u, server_table.SendMessage(server, "answer"));
   EXPECT_EQ(Events{"answer"}, platform.SentTexts());
   platform.Messaging().ReceiveText(QStringLiteral("question"));
-  EXPECT_EQ((Events{"started 0 <>", "message <question>"}), recorder_.Take());
-  server_table.UnlockResources(server_, recorder_.last_chunk);
-  server_table.UnlockResources(server_, 0);
+  server_table.UnlockResources(server, recorder_.last_chunk);
+  server_table.UnlockResources(server, 0);
   EXPECT_EQ("[error] Invalid chunk ID <0>", log_.TakeLine());
-}
-
-TEST_F(RpcServerImplTest, FirstRunWins) {
-  Run(recorder_);
-  test::Recorder later;
-  Run(later);
-  EXPECT_EQ(1u, platform.messagings.size());
-  top.Release(manager);
-  EXPECT_EQ((Events{"started 0 <>", "release"}), recorder_.Take());
-  EXPECT_EQ(Events{}, later.events);  // Never told, not even to release.
-}
-
-TEST_F(RpcServerImplTest, NothingIsSentBeforeRunOrToAnUnknownHandle) {
-  EXPECT_EQ(3u, server_table.SendMessage(server_, "early"));
-  EXPECT_EQ(3u, server_table.SendMessage(server_, nullptr));  // The text is not looked at.
-  EXPECT_EQ(3u, server_table.SendMessage(nullptr, "text"));
-  Run(recorder_);
-  EXPECT_THROW(server_table.SendMessage(server_, nullptr), std::logic_error);
-  EXPECT_EQ(Events{}, platform.SentTexts());
-  server_table.Run(nullptr, nullptr);
   server_table.UnlockResources(nullptr, 1);
+  top.Release(manager);
+  EXPECT_EQ((Events{"started 0 <>", "message <question>", "release"}), recorder_.Take());
+  EXPECT_EQ(Events{}, later.Take());
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
-// The objects of the wrapper over tables made by the test.
-#include <dlfcn.h>
-
-#include <cstring>
-#include <optional>
+// The wrapper's objects over a service that the test plays, of this age or another: its tables are
+// declared at every size, and have each entry null once.
+#include <array>
 #include <stdexcept>
+#include <tuple>
 
 #include "cw/plugin_registrar.h"
+#include "tests/support/declared_sizes.h"
 #include "tests/support/fake_embedder.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/test_base.h"
 #include "wrapper/manager_wrapper.h"
 #include "wrapper/rpc_client.h"
@@ -15,386 +14,305 @@
 
 namespace {
 
-using cw::EncodableValue;
 using flrpc::Message;
+using test::Need;
+using Lines = std::vector<std::string>;
+using ClientSlots = TAVORpcClientSlots;
+using ServerSlots = TAVORpcServerSlots;
 
-// The service, played by the test: what was called, and what the entries answer.
+// What was called, and what the entries answer.
 struct Service {
   std::string told;  // Calls of the service and of the plug-in's callbacks.
   std::vector<Message> sent;
-  TAVORpcClientSlots client_slots{};
-  TAVORpcServerSlots server_slots{};
-  TAVOOpenUriSlot uri_slot{};
+  std::tuple<ClientSlots, ServerSlots, TAVOOpenUriSlot> slots;
   ForgeResult result = FORGE_RESULT_OK;
   bool gives_null = false;
+} service;
 
-  void Tell(const std::string& call) { told += (told.empty() ? "" : ", ") + call; }
-  std::string Take() { return std::exchange(told, {}); }
-};
-Service* service = nullptr;
+ForgeResult Tell(const std::string& call) {
+  service.told += (service.told.empty() ? "" : ", ") + call;
+  return service.result;
+}
+std::string Take() { return std::exchange(service.told, {}); }
 
+constexpr char kBegin[] = "begin";
+constexpr char kIntents[] = "intents";
+constexpr char kClient[] = "client";
+constexpr char kServer[] = "server";
+template <auto& kCall, typename Ref, typename... Arguments>
+Ref* Give(Arguments...) {
+  Tell(kCall);
+  return service.gives_null ? nullptr : reinterpret_cast<Ref*>(7);
+}
+template <typename Slots, typename... Texts>
+ForgeResult Keep(const Slots* slots, const Texts&... texts) {
+  std::get<Slots>(service.slots) = *slots;
+  return Tell((std::string() + ... + texts));
+}
 template <typename Ref>
-Ref Give(const char* call) {
-  service->Tell(call);
-  return service->gives_null ? nullptr : reinterpret_cast<Ref>(7);
+void Unlock(Ref*, unsigned int chunk_id) {
+  Tell("unlock " + std::to_string(chunk_id));
+}
+template <typename Ref>
+ForgeResult Send(Ref*, const char* text) {
+  service.sent.push_back(Message::FromBase64(std::string(text)));
+  return service.result;
 }
 
-ForgeResult KeepSent(const char* text) {
-  service->sent.push_back(Message::FromBase64(std::string(text)));
-  return service->result;
+template <auto& kTable, typename Table>
+ForgeResult Load(Table* table, unsigned int) {
+  *table = kTable;
+  return Tell("load");
 }
 
-void Unlock(unsigned int chunk_id) { service->Tell("unlock " + std::to_string(chunk_id)); }
-
-TAVORpcClientProcTable MakeClientTable() {
-  return {
-      sizeof(TAVORpcClientProcTable),
-      [](_TAVORpcClientRef*, const char* name, const char* directory, TAVORpcClientSlots* slots) {
-        service->Tell(std::string("start ") + name + " " + directory);
-        service->client_slots = *slots;
-        return service->result;
-      },
-      [](_TAVORpcClientRef*, unsigned int chunk_id) { Unlock(chunk_id); },
-      [](_TAVORpcClientRef*, const char* text) { return KeepSent(text); },
-      [](_TAVORpcClientRef*) { service->Tell("release"); }};
-}
-
-TAVORpcServerProcTable MakeServerTable() {
-  return {sizeof(TAVORpcServerProcTable),
-          [](_TAVORpcServerRef*, TAVORpcServerSlots* slots) {
-            service->Tell("run");
-            service->server_slots = *slots;
-          },
-          [](_TAVORpcServerRef*, unsigned int chunk_id) { Unlock(chunk_id); },
-          [](_TAVORpcServerRef*, const char* text) { return KeepSent(text); }};
-}
-
-// Tables are bound from a library, so there is one, whose path the client passes on.
-template <typename Table>
-std::unique_ptr<forge::LibraryApi<Table>> Bind(const Table& table) {
-  static Table source;
-  source = table;
-  return forge::LibraryApi<Table>::Create(forge::Library::Create(TAVO_TEST_SERVICE_LIBRARY),
-                                          [](Table* target, unsigned int) {
-                                            *target = source;
-                                            return FORGE_RESULT_OK;
-                                          });
-}
-
-std::string Describe(const std::optional<Message::Error>& error) {
-  return error ? std::to_string(error->code) + " " + error->message : "no error";
-}
+TAVORpcClientProcTable client_table{
+    sizeof client_table,
+    [](auto*, auto* name, auto* path, auto* slots) { return Keep(slots, name, " ", path); }, Unlock,
+    Send, [](auto*) { Tell("release"); }};
+TAVORpcServerProcTable server_table{sizeof server_table,
+                                    [](auto*, auto* slots) { Keep(slots, "run"); }, Unlock, Send};
+TAVOIntentManagerProcTable intent_table{
+    sizeof intent_table, [](auto*, auto* uri, auto* slot) { return Keep(slot, uri); }, nullptr};
+const TAVOProcTable kTop{sizeof kTop,        Give<kBegin>,       [](auto*) { Tell("end"); },
+                         Give<kIntents>,     Load<intent_table>, Give<kClient>,
+                         Load<client_table>, Give<kServer>,      Load<server_table>};
 
 class WrapperTest : public test::TestBase {
  protected:
-  WrapperTest() { service = &service_; }
+  WrapperTest() { service = {}; }
+
+  std::unique_ptr<tavo::ManagerWrapper> Create() {
+    return tavo::ManagerWrapper::Create(nullptr, directory_);
+  }
+
+  // The chunk of a message is given back, whatever comes of it. After the end of the object, which
+  // tells `end`, nothing is told.
+  template <typename Object, typename Slots>
+  void CheckMessages(Object object, const Slots& slots, const std::string& end) {
+    object->OnNotify("hear", [](auto&) { Tell("heard"); });
+    object->OnNotify("throw", [](auto&) { throw std::runtime_error("cause"); });
+    object->OnNotify("drop", [&object](auto&) { object.reset(); });
+    const auto notify = [](auto method) {
+      return Message::CreateNotification(method, {}).ToBase64();
+    };
+    const std::array<std::string, 3> rows[] = {
+        {{notify("hear"), "heard, unlock 3", ""}},
+        {{"", "unlock 3", ""}},
+        {{"***", "unlock 3", "unhandled"}},
+        {{notify("throw"), "unlock 3", "in OnMessage: cause"}},
+        {{"null", "unlock 3", "construction from null"}},
+        {{notify("drop"), "unlock 3" + end, ""}},
+        {{notify("hear"), "", ""}},
+    };
+    for (const auto& [text, told, line] : rows) {
+      slots.OnMessage(slots.user_data, text == "null" ? nullptr : text.c_str(), 3);
+      EXPECT_EQ(told, Take());
+      const std::string lines = log_.TakeText();
+      EXPECT_NE(std::string::npos, lines.find(line)) << lines;
+      EXPECT_EQ(line.empty(), lines.empty()) << lines;
+    }
+  }
+
+  // `make` succeeds, or the line tells what the table lacks.
+  template <typename Table, typename Make>
+  void CheckNeeds(Table* table, const std::vector<Need>& needs, Make make) {
+    const Table full = *table;
+    test::ForEachDeclaration(full, [&](const Table& declared, size_t) {
+      *table = declared;
+      const std::string lack = FindLack(declared, needs);
+      EXPECT_EQ(lack.empty(), make());
+      EXPECT_EQ(lack.empty() ? Lines{} : Lines{lack}, log_.TakeLines());
+    });
+    *table = full;
+  }
 
   test::LogCapture log_;
-  Service service_;
+  const std::shared_ptr<forge::Library> library_ =
+      forge::Library::Create(TAVO_TEST_SERVICE_LIBRARY);
+  const std::string directory_ = library_->GetPath().parent_path();
+  TAVOProcTable& top_ = *static_cast<TAVOProcTable*>(library_->ResolveImpl("test_table")) = kTop;
 };
 
-// ---- RpcClient ----
-
-class RpcClientTest : public WrapperTest {
- public:
-  RpcClientTest() {
-    client_ = tavo::RpcClient::Create(nullptr, "worker", Bind(MakeClientTable()),
-                                      reinterpret_cast<_TAVORpcClientRef*>(7));
-    client_->OnConnected([this](const auto& error) { Note("connected", error); });
-    client_->OnDisconnected([this](const auto& error) { Note("disconnected", error); });
-    client_->OnNotify("throw", [](const auto&) { throw std::runtime_error("cause"); });
-    client_->OnNotify("drop", [this](const auto&) { client_.reset(); });
-    client_->OnNotify("hear", [this](const auto&) { service_.Tell("heard"); });
+// The chunk 0 of a start is not given back. A null text is empty.
+TEST_F(WrapperTest, ClientIsToldOfItsTask) {
+  using Callback = decltype(&ClientSlots::OnStarted);
+  constexpr Callback kStarted = &ClientSlots::OnStarted;
+  constexpr Callback kDisconnect = &ClientSlots::OnDisconnect;
+  const std::tuple<bool, Callback, int, const char*, unsigned int, const char*> rows[] = {
+      {true, kStarted, 0, nullptr, 3, "unlock 3"},
+      {true, kStarted, 1, nullptr, 0, "answer 1, disconnected 1 "},
+      {true, kDisconnect, 2, nullptr, 0, "answer 2, disconnected 2 , unlock 0"},
+      {true, kDisconnect, 0, "", 9,
+       "answer -32603, disconnected -32603 Unknown runtime error, unlock 9"},
+      {false, kStarted, 5, "cause", 3, "answer 5, connected 5 cause, unlock 3"},
+  };
+  const auto note = [](const std::string& event) {
+    return [event](auto& error) {
+      Tell(event + (error ? std::to_string(error->code) + " " + error->message : ""));
+    };
+  };
+  const ClientSlots& slots = std::get<ClientSlots>(service.slots);
+  for (const auto& [is_connected, callback, code, text, chunk_id, told] : rows) {
+    auto client = Create()->CreateIpcClient("worker");
+    EXPECT_EQ("begin, client, load, worker " + directory_ + ", end", Take());
+    EXPECT_EQ(sizeof slots, slots.size);
+    EXPECT_FALSE(slots.Release);
+    client->OnConnected(note("connected "));
+    client->OnDisconnected(note("disconnected "));
+    if (is_connected) {
+      slots.OnStarted(slots.user_data, 0, "", 0);
+      EXPECT_TRUE(service.sent.empty());  // The plug-in has not asked for a connection.
+      client->Run();
+      const auto id = service.sent.at(0).GetRequest()->id;
+      const std::string response = Message::CreateResponse(id, {}).ToBase64();
+      slots.OnMessage(slots.user_data, response.c_str(), 1);
+      EXPECT_EQ("connected , unlock 1", Take());
+    }
+    client->SendRequest("m", {}, [](auto& response) {
+      Tell("answer " + std::to_string(response.GetError()->code));
+    });
+    (slots.*callback)(slots.user_data, code, text, chunk_id);
+    EXPECT_EQ(told, Take());
+    EXPECT_NE(client->IsConnected(), client->HasConnectionFailed());
+    EXPECT_EQ(is_connected ? 2u : 0u, service.sent.size());
+    service.sent.clear();
+    if (is_connected) CheckMessages(std::move(client), slots, ", release");
   }
-
-  void Note(const std::string& event, const std::optional<Message::Error>& error) {
-    service_.Tell(event + ": " + Describe(error));
-  }
-
-  void Start(int code, const char* text, unsigned int chunk_id) {
-    service_.client_slots.OnStarted(service_.client_slots.user_data, code, text, chunk_id);
-  }
-  void Disconnect(int code, const char* text, unsigned int chunk_id) {
-    service_.client_slots.OnDisconnect(service_.client_slots.user_data, code, text, chunk_id);
-  }
-  void Deliver(const char* text, unsigned int chunk_id) {
-    service_.client_slots.OnMessage(service_.client_slots.user_data, text, chunk_id);
-  }
-  void Notify(const char* method, unsigned int chunk_id) {
-    Deliver(Message::CreateNotification(method, {}).ToBase64().c_str(), chunk_id);
-  }
-  void Connect() {
-    client_->Run();
-    Start(0, "", 0);
-    const Message response = Message::CreateResponse(service_.sent.at(0).GetRequest()->id, {});
-    Deliver(response.ToBase64().c_str(), 1);
-    EXPECT_TRUE(client_->IsConnected());
-  }
-
-  std::shared_ptr<flrpc::IClient> client_;
-};
-
-TEST_F(RpcClientTest, StartsTheTaskWithItsLibrarysDirectory) {
-  const std::string directory = std::filesystem::path(TAVO_TEST_SERVICE_LIBRARY).parent_path();
-  EXPECT_EQ("start worker " + directory, service_.Take());
-  EXPECT_EQ(sizeof(TAVORpcClientSlots), service_.client_slots.size);
-  EXPECT_EQ(nullptr, service_.client_slots.Release);
-  client_.reset();
-  EXPECT_EQ("release", service_.Take());
-  Start(-32603, "late", 3);  // Nobody is there: nothing is given back, nothing told.
-  Disconnect(0, "", 3);
-  Deliver("late", 3);
-  EXPECT_EQ("", service_.Take());
+  EXPECT_EQ("release", Take());
+  slots.OnStarted(slots.user_data, 1, "late", 3);
+  slots.OnDisconnect(slots.user_data, 1, "late", 3);
+  EXPECT_EQ("", Take());
 }
 
-// The start may be reported before the plug-in asks for a connection.
-TEST_F(RpcClientTest, ConnectsWhenTheTaskRunsAndItWasAskedTo) {
-  Start(0, "", 0);
-  EXPECT_TRUE(service_.sent.empty());
-  client_->Run();
-  ASSERT_EQ(1u, service_.sent.size());
-  EXPECT_TRUE(service_.sent[0].IsRequest("flrpc.connected"));
-}
-
-TEST_F(RpcClientTest, FailedStartIsToldToAllWhoWaitAndToTheNext) {
-  client_->SendRequest("m", {}, [this](const Message::Response& response) {
-    service_.Tell("response: " + std::to_string(response.GetError()->code));
-  });
-  service_.Take();
-  Start(-32603, "no such task", 5);
-  client_->Run();
-  EXPECT_EQ("response: -32603, connected: -32603 no such task, unlock 5", service_.Take());
-  EXPECT_TRUE(client_->HasConnectionFailed());
-  client_->OnConnected([this](const auto& error) { Note("connected", error); });
-  EXPECT_EQ("connected: -32603 no such task", service_.Take());
-  EXPECT_TRUE(service_.sent.empty());
-}
-
-// A call of the service, what the plug-in is told of it, and the chunk that is given back: on every
-// path, but for the chunk 0 of a start. A null text is empty.
-struct ClientCall {
-  const char* name;
-  void (*call)(RpcClientTest& test);
-  std::string told;
-  std::string line = {};
-};
-void PrintTo(const ClientCall& row, std::ostream* out) { *out << row.name; }
-
-const ClientCall kClientCalls[] = {
-    {"Started", [](RpcClientTest& t) { t.Start(0, nullptr, 3); }, "unlock 3"},
-    {"FailedWithoutText", [](RpcClientTest& t) { t.Start(1, nullptr, 0); }, "disconnected: 1 "},
-    {"Disconnect", [](RpcClientTest& t) { t.Disconnect(-5, "gone", 9); },
-     "disconnected: -5 gone, unlock 9"},
-    {"DisconnectWithoutError", [](RpcClientTest& t) { t.Disconnect(0, "", 9); },
-     "disconnected: -32603 Unknown runtime error, unlock 9"},
-    {"DisconnectWithoutText", [](RpcClientTest& t) { t.Disconnect(2, nullptr, 0); },
-     "disconnected: 2 , unlock 0"},
-    {"Message", [](RpcClientTest& t) { t.Notify("hear", 2); }, "heard, unlock 2"},
-    {"MessageWithoutText", [](RpcClientTest& t) { t.Deliver("", 3); }, "unlock 3"},
-    {"NullMessage", [](RpcClientTest& t) { t.Deliver(nullptr, 5); }, "unlock 5",
-     "Stray exception in OnMessage: basic_string: construction from null is not valid"},
-    {"NoMessage", [](RpcClientTest& t) { t.Deliver("***", 6); }, "unlock 6", "unhandled"},
-    {"HandlerThatThrows", [](RpcClientTest& t) { t.Notify("throw", 4); }, "unlock 4",
-     "Stray exception in OnMessage: cause"},
-    {"HandlerThatDropsTheClient", [](RpcClientTest& t) { t.Notify("drop", 7); },
-     "unlock 7, release"},
-};
-
-class ClientCallTest : public RpcClientTest, public testing::WithParamInterface<ClientCall> {};
-
-TEST_P(ClientCallTest, IsToldAndItsChunkGivenBack) {
-  Connect();
-  service_.Take();
-  GetParam().call(*this);
-  EXPECT_EQ(GetParam().told, service_.Take());
-  const std::string lines = log_.TakeText();
-  EXPECT_NE(std::string::npos, lines.find(GetParam().line)) << lines;
-  EXPECT_EQ(GetParam().line.empty(), lines.empty()) << lines;
-}
-
-INSTANTIATE_TEST_SUITE_P(Calls, ClientCallTest, testing::ValuesIn(kClientCalls),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-// ---- RpcServer ----
-
-class RpcServerTest : public WrapperTest {
- protected:
-  void Start(int code, unsigned int chunk_id) {
-    service_.server_slots.OnStarted(service_.server_slots.user_data, code, nullptr, chunk_id);
-  }
-  void Deliver(const char* text, unsigned int chunk_id) {
-    service_.server_slots.OnMessage(service_.server_slots.user_data, text, chunk_id);
-  }
-  void Request(uint32_t id, const char* method, unsigned int chunk_id) {
-    Deliver(Message::CreateRequest(Message::ID(id), method, 21).ToBase64().c_str(), chunk_id);
-  }
-
-  std::shared_ptr<flrpc::IServer> server_ = tavo::RpcServer::Create(
-      nullptr, Bind(MakeServerTable()), reinterpret_cast<_TAVORpcServerRef*>(7));
-};
-
-TEST_F(RpcServerTest, AnswersOnceItsChannelIsOpenWhateverTheCode) {
-  server_->OnRequest("double", [](const auto&, const EncodableValue& params, auto&& reply) {
-    reply->SendResult(2 * params.Get<int32_t>());
-  });
-  server_->OnRequest("throw",
-                     [](const auto&, const auto&, auto&&) { throw std::runtime_error("cause"); });
-  EXPECT_EQ("", service_.Take());
-  server_->Run();
-  EXPECT_EQ("run", service_.Take());
-  EXPECT_EQ(sizeof(TAVORpcServerSlots), service_.server_slots.size);
-  EXPECT_EQ(nullptr, service_.server_slots.Release);
-  Request(1, "flrpc.connected", 1);
-  EXPECT_TRUE(service_.sent.empty());  // It waits.
-  Start(-7, 2);
-  ASSERT_EQ(1u, service_.sent.size());
-  Request(2, "double", 3);
-  Request(3, "unknown", 0);
-  Deliver("", 4);
-  ASSERT_EQ(3u, service_.sent.size());
-  EXPECT_EQ(EncodableValue(42), *service_.sent[1].GetResponse()->GetResult());
-  EXPECT_EQ(-32601, service_.sent[2].GetResponse()->GetError()->code);
-  Request(4, "throw", 5);
-  EXPECT_EQ("[error] Stray exception in OnMessage: cause", log_.TakeLine());
-  Deliver(nullptr, 6);
-  EXPECT_NE(std::string::npos, log_.TakeLine().find("construction from null"));
-  EXPECT_EQ("unlock 1, unlock 2, unlock 3, unlock 4, unlock 5, unlock 6", service_.Take());
-}
-
-TEST_F(RpcServerTest, NothingGoesToTheServiceAfterItsEnd) {
+TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
+  auto server = Create()->CreateRpcServer();
   std::unique_ptr<flrpc::IReply> kept;
-  server_->OnRequest("keep",
-                     [&](const auto&, const auto&, auto&& reply) { kept = std::move(reply); });
-  server_->Run();
-  Start(0, 0);
-  Request(1, "flrpc.connected", 0);
-  Request(2, "keep", 0);
-  ASSERT_TRUE(kept);
-  service_.Take();
-  service_.sent.clear();
-  server_.reset();
+  server->OnRequest("keep", [&kept](auto&, auto&, auto&& reply) { kept = std::move(reply); });
+  server->OnRequest("double", [](auto&, auto& params, auto&& reply) {
+    reply->SendResult(2 * params.template Get<int32_t>());
+  });
+  server->Run();
+  EXPECT_EQ("begin, server, load, end, run", Take());
+  const ServerSlots& slots = std::get<ServerSlots>(service.slots);
+  EXPECT_EQ(sizeof slots, slots.size);
+  EXPECT_FALSE(slots.Release);
+  // The chunk 0 is none.
+  const auto request = [&slots](const char* method, unsigned int id) {
+    const Message message = Message::CreateRequest(Message::ID(id), method, 21);
+    slots.OnMessage(slots.user_data, message.ToBase64().c_str(), id - 1);
+  };
+  request("flrpc.connected", 2);
+  EXPECT_TRUE(service.sent.empty());  // It waits.
+  slots.OnStarted(slots.user_data, -7, nullptr, 2);
+  request("double", 4);
+  request("keep", 1);
+  EXPECT_EQ("unlock 1, unlock 2, unlock 3", Take());
+  ASSERT_EQ(2u, service.sent.size());
+  EXPECT_EQ(cw::EncodableValue(42), *service.sent[1].GetResponse()->GetResult());
+  CheckMessages(std::move(server), slots, "");
   kept->SendResult(1);
-  Start(0, 7);
-  Deliver("late", 8);
-  EXPECT_TRUE(service_.told.empty() && service_.sent.empty());
+  slots.OnStarted(slots.user_data, 0, nullptr, 7);
+  EXPECT_EQ("", Take());
+  EXPECT_EQ(2u, service.sent.size());
 }
-
-// ---- IntentManager ----
-
-class IntentManagerTest : public WrapperTest, public testing::WithParamInterface<ForgeResult> {};
 
 // The outcome of what the service has taken over is told, also after the manager; anything else is
 // dropped.
-TEST_P(IntentManagerTest, CallbackIsToldOrDropped) {
-  service_.result = GetParam();
-  TAVOIntentManagerProcTable table{};
-  table.size = sizeof table;
-  table.OpenUri = [](_TAVOIntentManagerRef*, const char* uri, TAVOOpenUriSlot* slot) {
-    service->Tell(uri);
-    EXPECT_EQ(sizeof *slot, slot->size);
-    service->uri_slot = *slot;
-    return service->result;
-  };
-  const auto told = std::make_shared<std::vector<bool>>();
-  tavo::IntentManager::Create(Bind(table), reinterpret_cast<_TAVOIntentManagerRef*>(7))
-      ->OpenUri("a:b", [told](bool success) { told->push_back(success); });
-  EXPECT_EQ("a:b", service_.Take());
-  if (GetParam() == FORGE_RESULT_OK) {
-    service_.uri_slot.callback(service_.uri_slot.user_data, true);
-    service_.uri_slot.release(service_.uri_slot.user_data);
-    EXPECT_EQ(std::vector<bool>{true}, *told);
+TEST_F(WrapperTest, CallbackOfAUriIsToldOrDropped) {
+  using Table = TAVOIntentManagerProcTable;
+  const auto manager = Create();
+  const auto& slot = std::get<TAVOOpenUriSlot>(service.slots);
+  for (const ForgeResult result : {0u, 2u, 3u}) {
+    const auto told = std::make_shared<std::vector<bool>>();
+    auto intents = manager->GetIntentManager();
+    service.result = result;
+    intents->OpenUri("a:b", [told](bool success) { told->push_back(success); });
+    service.result = FORGE_RESULT_OK;
+    intents.reset();
+    EXPECT_EQ(sizeof slot, slot.size);
+    if (result == FORGE_RESULT_OK) {
+      slot.callback(slot.user_data, true);
+      slot.release(slot.user_data);
+      EXPECT_EQ(std::vector<bool>{true}, *told);
+    }
+    EXPECT_EQ(1, told.use_count());
   }
-  EXPECT_EQ(1, told.use_count());
-  table.OpenUri = nullptr;
-  tavo::IntentManager::Create(Bind(table), reinterpret_cast<_TAVOIntentManagerRef*>(7))
-      ->OpenUri("a:b", [told](bool) { ADD_FAILURE(); });
-  EXPECT_EQ(1, told.use_count());
-  EXPECT_EQ("[error] Method 'OpenUri' is not provided by the loaded API.", log_.TakeLine());
-}
-
-INSTANTIATE_TEST_SUITE_P(Results, IntentManagerTest, testing::Values(0u, 2u, 3u));
-
-// ---- ManagerWrapper ----
-
-class ManagerWrapperTest : public WrapperTest {
- protected:
-  ManagerWrapperTest() {
-    *static_cast<TAVOProcTable*>(library_->ResolveImpl("test_table")) = {
-        sizeof(TAVOProcTable),
-        [] { return Give<_TAVOManagerRef*>("initialize"); },
-        [](_TAVOManagerRef*) { service->Tell("release manager"); },
-        [](_TAVOManagerRef*) { return Give<_TAVOIntentManagerRef*>("intents"); },
-        [](TAVOIntentManagerProcTable*, unsigned int) { return Load("load intents"); },
-        [](_TAVOManagerRef*) { return Give<_TAVORpcClientRef*>("client"); },
-        [](TAVORpcClientProcTable* table, unsigned int) {
-          *table = MakeClientTable();
-          return Load("load client");
-        },
-        [](_TAVOManagerRef*) { return Give<_TAVORpcServerRef*>("server"); },
-        [](TAVORpcServerProcTable* table, unsigned int) {
-          *table = MakeServerTable();
-          return Load("load server");
-        }};
-  }
-
-  static ForgeResult Load(const char* call) {
-    service->Tell(call);
-    return service->result;
-  }
-
-  std::unique_ptr<tavo::ManagerWrapper> Create() {
-    return tavo::ManagerWrapper::Create(nullptr, library_->GetPath().parent_path() / "");
-  }
-
-  const std::shared_ptr<forge::Library> library_ =
-      forge::Library::Create(TAVO_TEST_SERVICE_LIBRARY);
-};
-
-TEST_F(ManagerWrapperTest, OrderOfBindingAndAskingIsKept) {
-  auto manager = Create();
-  EXPECT_EQ("initialize", service_.Take());
-  const auto intents = manager->GetIntentManager();
-  EXPECT_EQ("load intents, intents", service_.Take());
-  const auto client = manager->CreateIpcClient("worker");
-  EXPECT_EQ(0u, service_.Take().find("client, load client, start worker "));
-  const auto server = manager->CreateRpcServer();
-  EXPECT_EQ("server, load server", service_.Take());
-  manager.reset();
-  EXPECT_EQ("release manager", service_.Take());
+  CheckNeeds(&intent_table, {TEST_COVERED(OpenUri)}, [&] {
+    Take();
+    manager->GetIntentManager()->OpenUri("a:b", nullptr);
+    const bool is_asked = Take() == "load, intents, a:b";
+    if (is_asked) slot.release(slot.user_data);
+    return is_asked;
+  });
 }
 
 // Null references are the service's to report; a table that cannot be bound is told.
-TEST_F(ManagerWrapperTest, RefusalsOfTheServiceGiveNull) {
+TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
   const auto manager = Create();
-  service_.gives_null = true;
-  EXPECT_EQ(nullptr, Create());
-  service_.Take();
-  EXPECT_EQ(nullptr, manager->GetIntentManager());
-  EXPECT_EQ(nullptr, manager->CreateIpcClient("w"));
-  EXPECT_EQ(nullptr, manager->CreateRpcServer());
-  EXPECT_EQ("load intents, intents, client, server", service_.Take());
-  service_.gives_null = false;
-  service_.result = FORGE_RESULT_INVALID_ARGUMENT;
-  EXPECT_EQ(nullptr, manager->GetIntentManager());
-  EXPECT_EQ(nullptr, manager->CreateIpcClient("w"));
-  EXPECT_EQ(nullptr, manager->CreateRpcServer());
-  EXPECT_EQ(std::vector<std::string>(3, "[error] Failed to load proc table."), log_.TakeLines());
+  const auto expect_nulls = [&manager](const std::string& calls) {
+    Take();
+    EXPECT_FALSE(manager->GetIntentManager());
+    EXPECT_FALSE(manager->CreateIpcClient(""));
+    EXPECT_FALSE(manager->CreateRpcServer());
+    EXPECT_EQ(calls, Take());
+  };
+  service.gives_null = true;
+  EXPECT_FALSE(Create());
+  expect_nulls("load, intents, client, server");
+  service.gives_null = false;
+  service.result = FORGE_RESULT_INVALID_ARGUMENT;
+  expect_nulls("load, client, load, server, load");
+  EXPECT_EQ(Lines(3, "[error] Failed to load proc table."), log_.TakeLines());
+  service.result = FORGE_RESULT_OK;
+  auto client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
+  EXPECT_FALSE(tavo::RpcClient::Create(nullptr, "", std::move(client), nullptr));
 }
 
-TEST_F(ManagerWrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
-  EXPECT_EQ(nullptr, tavo::ManagerWrapper::Create(nullptr));
+TEST_F(WrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
   test::FakeEmbedder embedder;
-  embedder.text = std::filesystem::path(TAVO_TEST_SERVICE_LIBRARY).parent_path();
-  {
-    cw::PluginRegistrar registrar(embedder.GetContext());
-    EXPECT_TRUE(tavo::ManagerWrapper::Create(&registrar));
-    embedder.text = "/nowhere";
-    EXPECT_EQ(nullptr, tavo::ManagerWrapper::Create(&registrar));
-    EXPECT_EQ(0u,
-              log_.TakeLine().find("[error] Couldn't load library \"\"/nowhere/libtavo.so\"\""));
-  }
+  embedder.text = directory_;
+  cw::PluginRegistrar registrar(embedder.GetContext());
+  EXPECT_TRUE(tavo::ManagerWrapper::Create(&registrar));
+  embedder.text = "/nowhere";
+  EXPECT_FALSE(tavo::ManagerWrapper::Create(&registrar));
+  EXPECT_NE(std::string::npos, log_.TakeLine().find("/nowhere/libtavo.so"));
   cw::PluginRegistrar without(embedder.GetContext(offsetof(FlutterOstrelPluginContext, view)));
-  EXPECT_EQ(nullptr, tavo::ManagerWrapper::Create(&without));
+  EXPECT_FALSE(tavo::ManagerWrapper::Create(&without));
+  EXPECT_FALSE(tavo::ManagerWrapper::Create(nullptr));
+}
+
+TEST_F(WrapperTest, ManagerWantsWhatItUses) {
+  using Table = TAVOProcTable;
+  const auto check = [this](const std::vector<Need>& needs, auto make) {
+    CheckNeeds(&top_, needs, [&] {
+      const auto manager = Create();
+      return manager && make(*manager);
+    });
+  };
+  const Need begin = TEST_COVERED(Initialize);
+  check({begin, TEST_COVERED(IntentManagerProcTableLoad), TEST_SET(GetIntentManager)},
+        [](auto& manager) { return manager.GetIntentManager() != nullptr; });
+  check({begin, TEST_COVERED(CreateRpcClient), TEST_COVERED(RpcClientProcTableLoad)},
+        [](auto& manager) { return manager.CreateIpcClient("") != nullptr; });
+  check({begin, TEST_COVERED(GetRpcServer), TEST_COVERED(RpcServerProcTableLoad)},
+        [](auto& manager) { return manager.CreateRpcServer() != nullptr; });
+}
+
+TEST_F(WrapperTest, ClientWantsWhatItUses) {
+  using Table = TAVORpcClientProcTable;
+  const auto manager = Create();
+  CheckNeeds(&client_table,
+             {TEST_COVERED(SendMessage), TEST_SET(StartTask), TEST_SET(UnlockResources),
+              TEST_COVERED(Release)},
+             [&] { return manager->CreateIpcClient("") != nullptr; });
+}
+
+TEST_F(WrapperTest, ServerWantsWhatItUses) {
+  using Table = TAVORpcServerProcTable;
+  const auto manager = Create();
+  CheckNeeds(&server_table,
+             {TEST_COVERED(Run), TEST_COVERED(SendMessage), TEST_SET(UnlockResources)},
+             [&] { return manager->CreateRpcServer() != nullptr; });
 }
 
 }  // namespace
