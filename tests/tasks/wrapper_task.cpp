@@ -4,42 +4,62 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QStringList>
 
 #include "wrapper/manager_wrapper.h"
 
+namespace {
+
+using cw::EncodableValue;
+using Reply = std::unique_ptr<flrpc::IReply>;
+
+// Offers an intent that is answered with an empty map, through the tables.
+int Offer(const std::string& name) {
+  TAVOProcTable top{};
+  TAVOProcTableLoad(&top, sizeof top);
+  TAVOIntentManagerProcTable intents{};
+  top.IntentManagerProcTableLoad(&intents, sizeof intents);
+  TAVORegisterIntentSlot slot{sizeof slot, nullptr, nullptr, nullptr};
+  slot.callback = [](void*, TAVOReplyIntentSlot* reply) {
+    const uint8_t empty_map[] = {13, 0};
+    reply->reply(reply->context, empty_map, sizeof empty_map);
+    reply->release(reply->context);
+  };
+  return intents.RegisterIntent(top.GetIntentManager(top.Initialize()), name.c_str(), &slot);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   const QCoreApplication application(argc, argv);
-  const QStringList arguments = QCoreApplication::arguments();
-  const int option = arguments.indexOf(QStringLiteral("--libs-path"));
-  const auto manager = tavo::ManagerWrapper::Create(
-      nullptr, option < 0 ? std::string() : arguments.value(option + 1).toStdString());
+  const bool is_told = argc == 3 && argv[1] == std::string("--libs-path");
+  const auto manager = tavo::ManagerWrapper::Create(nullptr, is_told ? argv[2] : "");
   const auto server = manager ? manager->CreateRpcServer() : nullptr;
   if (!server) return 1;
-  using Reply = std::unique_ptr<flrpc::IReply>;
-  server->OnRequest("echo", [](const auto&, const cw::EncodableValue& params, Reply&& reply) {
-    reply->SendResult(params);
-  });
-  server->OnRequest("fail", [](const auto&, const cw::EncodableValue& params, Reply&& reply) {
+  const auto answer = [&server](const char* method, auto&& get) {
+    server->OnRequest(method, [get](const auto&, const EncodableValue& params, Reply&& reply) {
+      reply->SendResult(get(params));
+    });
+  };
+  answer("echo", [](const EncodableValue& params) { return params; });
+  answer("pid", [](const auto&) { return getpid(); });
+  answer("trim", [](const auto&) { return malloc_trim(0); });
+  server->OnRequest("fail", [](const auto&, const EncodableValue& params, Reply&& reply) {
     reply->SendError(5, "refused", params);
   });
-  server->OnRequest("pid", [](const auto&, const auto&, Reply&& reply) {
-    reply->SendResult(static_cast<int32_t>(getpid()));
-  });
-  server->OnRequest(
-      "trim", [](const auto&, const auto&, Reply&& reply) { reply->SendResult(malloc_trim(0)); });
+  answer("offer", [](const auto& name) { return Offer(name.template Get<std::string>()); });
+  const auto poke = [](auto& end) {
+    end->OnNotify("poke", [&end](const flrpc::Message::Notification& notification) {
+      end->SendNotify("poked", notification.params);
+    });
+  };
+  poke(server);
   std::shared_ptr<flrpc::IClient> client;  // Of the task started last.
-  server->OnRequest("start", [&](const auto&, const cw::EncodableValue& name, Reply&& reply) {
+  answer("start", [&](const EncodableValue& name) {
     client.reset();
     client = manager->CreateIpcClient(name.Get<std::string>());
-    client->OnNotify("poke", [&client](const flrpc::Message::Notification& notification) {
-      client->SendNotify("poked", notification.params);
-    });
+    poke(client);
     client->Run();
-    reply->SendResult({});
-  });
-  server->OnNotify("poke", [&server](const flrpc::Message::Notification& notification) {
-    server->SendNotify("poked", notification.params);
+    return EncodableValue();
   });
   server->Run();
   return QCoreApplication::exec();
