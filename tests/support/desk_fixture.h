@@ -101,8 +101,7 @@ class DeskTest : public TestBase {
     EXPECT_EQ(QStringList(), Intents()) << "An intent was left.";
   }
 
-  // A wrapper in front of the emulator, if there is one. The host itself runs scripts, and what
-  // cannot be started at all: without TAVO_DESK_WRAPPER.
+  // A wrapper in front of the emulator, if there is one.
   static void WrapIn(const QByteArray& command) {
     qputenv("TAVO_DESK_WRAPPER", command + " " TAVO_TEST_EMULATOR);
   }

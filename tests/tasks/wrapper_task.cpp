@@ -7,27 +7,8 @@
 
 #include "wrapper/manager_wrapper.h"
 
-namespace {
-
 using cw::EncodableValue;
 using Reply = std::unique_ptr<flrpc::IReply>;
-
-// Offers an intent that is answered with an empty map, through the tables.
-int Offer(const std::string& name) {
-  TAVOProcTable top{};
-  TAVOProcTableLoad(&top, sizeof top);
-  TAVOIntentManagerProcTable intents{};
-  top.IntentManagerProcTableLoad(&intents, sizeof intents);
-  TAVORegisterIntentSlot slot{sizeof slot, nullptr, nullptr, nullptr};
-  slot.callback = [](void*, TAVOReplyIntentSlot* reply) {
-    const uint8_t empty_map[] = {13, 0};
-    reply->reply(reply->context, empty_map, sizeof empty_map);
-    reply->release(reply->context);
-  };
-  return intents.RegisterIntent(top.GetIntentManager(top.Initialize()), name.c_str(), &slot);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   const QCoreApplication application(argc, argv);
@@ -46,7 +27,6 @@ int main(int argc, char** argv) {
   server->OnRequest("fail", [](const auto&, const EncodableValue& params, Reply&& reply) {
     reply->SendError(5, "refused", params);
   });
-  answer("offer", [](const auto& name) { return Offer(name.template Get<std::string>()); });
   const auto poke = [](auto& end) {
     end->OnNotify("poke", [&end](const flrpc::Message::Notification& notification) {
       end->SendNotify("poked", notification.params);
