@@ -11,10 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fstream>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include <QCoreApplication>
 #include <QDir>

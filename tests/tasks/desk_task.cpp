@@ -1,7 +1,6 @@
 // A task application for tests of the desk: it does what each message says, and sends it back.
 //   {"do": "describe"}         answers with its arguments, environment, descriptors and processes
-//   {"do": "fork"}             makes a child in its process group that ignores SIGTERM; tells its
-//                              pid
+//   {"do": "fork"}             tells the pid of a child that ignores SIGTERM, in its group
 //   {"do": "start"}            starts a task of its own, describes it, and relays the answer
 //   {"do": "offer"}            offers the intent "intent"
 //   {"data": "flood N"}        sends N messages first
@@ -21,7 +20,6 @@
 
 namespace {
 
-using RuntimeManager::RuntimeDispatcher;
 using RuntimeManager::TaskMessaging;
 
 QJsonArray OpenDescriptors() {
@@ -51,38 +49,41 @@ pid_t Fork() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  QJsonObject description{{"pid", getpid()},
-                          {"parent", getppid()},
-                          {"group", getpgrp()},
-                          {"descriptors", OpenDescriptors()},  // Before Qt has its own.
-                          {"blocks", (fcntl(3, F_GETFL) & O_NONBLOCK) == 0},
-                          {"environment", Environment()}};
-  const QCoreApplication application(argc, argv);
-  RuntimeDispatcher* dispatcher = RuntimeDispatcher::instance();
-  TaskMessaging messaging(dispatcher->localServerSocket());
-  description["arguments"] = QJsonArray::fromStringList(QCoreApplication::arguments().mid(1));
-  description["environment now"] = Environment();
-  description["again"] = dispatcher->localServerSocket();
+  QJsonObject facts;
+  facts["descriptors"] = OpenDescriptors();  // Before Qt has its own.
+  facts["blocks"] = (fcntl(3, F_GETFL) & O_NONBLOCK) == 0;
+  facts["environment"] = Environment();
+  facts["pid"] = getpid();
+  facts["parent"] = getppid();
+  facts["group"] = getpgrp();
+  const QCoreApplication app(argc, argv);
+  auto* desk = RuntimeManager::RuntimeDispatcher::instance();
+  TaskMessaging starter(desk->localServerSocket());
+  const QStringList arguments = QCoreApplication::arguments().mid(1);
+  facts["arguments"] = QJsonArray::fromStringList(arguments);
+  facts["environment now"] = Environment();
+  facts["again"] = desk->localServerSocket();
   RuntimeManager::Task task("desk_task");
   std::unique_ptr<TaskMessaging> inner;
   const auto relay = [&](const RuntimeManager::Error& error) {
-    if (error) return messaging.sendMessage({{"error", error.message()}});
+    if (error) return starter.sendMessage({{"error", error.message()}});
     inner = std::make_unique<TaskMessaging>(task.socketPath());
-    QObject::connect(inner.get(), &TaskMessaging::messageReceived, &messaging,
-                     &TaskMessaging::sendMessage);
+    const auto send = [&](const QJsonObject& told) { starter.sendMessage(told); };
+    QObject::connect(inner.get(), &TaskMessaging::messageReceived, send);
     inner->sendMessage({{"do", "describe"}});
   };
-  QObject::connect(&messaging, &TaskMessaging::messageReceived, [&](const QJsonObject& message) {
+  const auto follow = [&](const QJsonObject& message) {
     const QString what = message["do"].toString();
     const QString text = message["data"].toString();
     const int flood = text.startsWith("flood ") ? text.mid(6).toInt() : 0;
-    for (int i = 0; i < flood; ++i) messaging.sendMessage({{"data", "x"}});
-    if (what == "describe") return messaging.sendMessage(description);
-    if (what == "fork") return messaging.sendMessage({{"pid", Fork()}});
-    if (what == "offer") dispatcher->registerIntent("intent", {});
-    if (what != "start") return messaging.sendMessage(message);
+    for (int i = 0; i < flood; ++i) starter.sendMessage({{"data", "x"}});
+    if (what == "describe") return starter.sendMessage(facts);
+    if (what == "fork") return starter.sendMessage({{"pid", Fork()}});
+    if (what == "offer") desk->registerIntent("intent", {});
+    if (what != "start") return starter.sendMessage(message);
     task.withIpcSocket(true);
     task.start(relay);
-  });
+  };
+  QObject::connect(&starter, &TaskMessaging::messageReceived, follow);
   return QCoreApplication::exec();
 }

@@ -14,17 +14,18 @@ int main() {
   char byte = 0;
   iovec data{&byte, 1};
   for (int sent = 1; sent == 1;) {
-    const int connection = accept(3, nullptr, nullptr);
+    const int peer = accept(3, nullptr, nullptr);
     const int other = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (connect(other, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return 1;
-    alignas(cmsghdr) char room[CMSG_SPACE(sizeof connection)] = {};
+    const auto* there = reinterpret_cast<sockaddr*>(&address);
+    if (connect(other, there, sizeof address) != 0) return 1;
+    alignas(cmsghdr) char room[CMSG_SPACE(sizeof peer)] = {};
     const msghdr message{nullptr, 0, &data, 1, room, sizeof room, 0};
     cmsghdr* header = CMSG_FIRSTHDR(&message);
-    *header = {CMSG_LEN(sizeof connection), SOL_SOCKET, SCM_RIGHTS};
-    std::memcpy(CMSG_DATA(header), &connection, sizeof connection);
+    *header = {CMSG_LEN(sizeof peer), SOL_SOCKET, SCM_RIGHTS};
+    std::memcpy(CMSG_DATA(header), &peer, sizeof peer);
     sent = static_cast<int>(sendmsg(other, &message, MSG_NOSIGNAL));
     close(other);
-    close(connection);
+    close(peer);
   }
   return 2;
 }

@@ -8,29 +8,24 @@
 #include "wrapper/manager_wrapper.h"
 
 using cw::EncodableValue;
-using Reply = std::unique_ptr<flrpc::IReply>;
 
 int main(int argc, char** argv) {
-  const QCoreApplication application(argc, argv);
+  const QCoreApplication app(argc, argv);
   const bool is_told = argc == 3 && argv[1] == std::string("--libs-path");
   const auto manager = tavo::ManagerWrapper::Create(nullptr, is_told ? argv[2] : "");
   const auto server = manager ? manager->CreateRpcServer() : nullptr;
   if (!server) return 1;
   const auto answer = [&server](const char* method, auto&& get) {
-    server->OnRequest(method, [get](const auto&, const EncodableValue& params, Reply&& reply) {
-      reply->SendResult(get(params));
-    });
+    server->OnRequest(method,
+                      [get](auto&, auto& params, auto&& reply) { reply->SendResult(get(params)); });
   };
-  answer("echo", [](const EncodableValue& params) { return params; });
+  answer("echo", [](auto& params) { return params; });
   answer("pid", [](const auto&) { return getpid(); });
   answer("trim", [](const auto&) { return malloc_trim(0); });
-  server->OnRequest("fail", [](const auto&, const EncodableValue& params, Reply&& reply) {
-    reply->SendError(5, "refused", params);
-  });
+  server->OnRequest(
+      "fail", [](auto&, auto& params, auto&& reply) { reply->SendError(5, "refused", params); });
   const auto poke = [](auto& end) {
-    end->OnNotify("poke", [&end](const flrpc::Message::Notification& notification) {
-      end->SendNotify("poked", notification.params);
-    });
+    end->OnNotify("poke", [&end](auto& note) { end->SendNotify("poked", note.params); });
   };
   poke(server);
   std::shared_ptr<flrpc::IClient> client;  // Of the task started last.
