@@ -1,417 +1,306 @@
 #include "platform/runtime_manager/task.h"
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <sys/resource.h>
 
 #include <functional>
-#include <optional>
 #include <thread>
 
 #include <QEventLoop>
 #include <QJsonArray>
-#include <QThread>
 
 #include "platform/runtime_manager/task_messaging.h"
 #include "tests/support/desk_fixture.h"
 
 namespace {
 
-using RuntimeManager::Error;
 using RuntimeManager::Task;
 using RuntimeManager::TaskMessaging;
 using test::IsGone;
-using test::Start;
 using test::Stop;
 using test::WaitUntil;
 
-QJsonObject Do(const char* what) { return {{QStringLiteral("do"), QLatin1String(what)}}; }
-
-class TaskTest : public test::DeskTest {
- protected:
-  // A started task and the channel to it.
-  struct Running {
-    std::unique_ptr<Task> task;
-    std::unique_ptr<TaskMessaging> messaging;
-    std::vector<QJsonObject> received;
-
-    QJsonObject Ask(const QJsonObject& request) {
-      const size_t before = received.size();
-      messaging->sendMessage(request);
-      EXPECT_TRUE(WaitUntil([&] { return received.size() > before; })) << "No answer came.";
-      return received.size() > before ? received.back() : QJsonObject();
-    }
-    pid_t Pid() { return Ask(Do("describe")).value(QStringLiteral("pid")).toInt(); }
-  };
-
-  std::unique_ptr<Running> StartDeskTask(const QStringList& arguments = {}) {
-    auto running = std::make_unique<Running>();
-    running->task = std::make_unique<Task>(QStringLiteral("desk_task"));
-    running->task->withArguments(arguments);
-    Connect(*running);
-    return running;
+// A started task, which does what it is asked.
+struct Running {
+  explicit Running(const QStringList& arguments = {}) {
+    task->withIpcSocket(true);
+    task->withArguments(arguments);
+    EXPECT_EQ("", test::Start(*task));
   }
 
-  void Connect(Running& running) {
-    running.task->withIpcSocket(true);
-    EXPECT_EQ("", Start(*running.task));
-    running.messaging = std::make_unique<TaskMessaging>(running.task->socketPath());
-    QObject::connect(
-        running.messaging.get(), &TaskMessaging::messageReceived,
-        [&running](const QJsonObject& message) { running.received.push_back(message); });
+  QJsonObject Ask(const char* what) const {
+    TaskMessaging messaging(task->socketPath());
+    return test::Await<QJsonObject>([&](const auto& done) {
+      QObject::connect(&messaging, &TaskMessaging::messageReceived, done);
+      messaging.sendMessage({{"do", what}});
+    });
   }
+  pid_t AskPid(const char* what = "describe") const { return Ask(what)["pid"].toInt(); }
 
-  std::string StartNamed(const QString& name) {
-    Task task(name);
-    task.withIpcSocket(true);
-    return Start(task);
-  }
+  std::unique_ptr<Task> task = std::make_unique<Task>("desk_task");
 };
 
+struct Row {
+  const char* name;
+  QByteArray told;
+  const char* place = "unused";  // A file of the application's; for desk_task a variable.
+  QByteArray content = {};
+};
+
+using TaskTest = test::DeskTest;
+
+// The task's standard descriptors and its socket are right also when the starter lacks its own.
 TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
-  const QStringList arguments{QStringLiteral("--libs-path"), QStringLiteral("/a b"),
-                              QString::fromUtf8("\xC3\xA9")};
-  const auto running = StartDeskTask(arguments);
-  const QJsonObject told = running->Ask(Do("describe"));
-  const int pid = told.value(QStringLiteral("pid")).toInt();
-  EXPECT_EQ(QJsonArray::fromStringList(arguments),
-            told.value(QStringLiteral("arguments")).toArray());
-  EXPECT_EQ((QJsonArray{0, 1, 2, 3}), told.value(QStringLiteral("descriptors")).toArray());
-  EXPECT_EQ((QJsonObject{{QStringLiteral("LISTEN_PID"), QString::number(pid)},
-                         {QStringLiteral("LISTEN_FDS"), QStringLiteral("1")},
-                         {QStringLiteral("LISTEN_FDNAMES"), QStringLiteral("tavo")}}),
-            told.value(QStringLiteral("environment")).toObject());
-  EXPECT_EQ(QJsonObject(), told.value(QStringLiteral("environment now")).toObject());
-  EXPECT_EQ(3, told.value(QStringLiteral("again")).toInt());
-  EXPECT_TRUE(told.value(QStringLiteral("blocks")).toBool());
-  EXPECT_EQ(pid, told.value(QStringLiteral("group")).toInt());
+  WrapIn("env 'MARK=a b'");
+  int saved[3];
+  for (const int standard : {0, 1, 2}) {
+    saved[standard] = fcntl(standard, F_DUPFD_CLOEXEC, 10);
+    close(standard);
+  }
+  const QStringList arguments{"--libs-path", "/a b", QString::fromUtf8("\xC3\xA9")};
+  const Running running(arguments);
+  const QJsonObject told = running.Ask("describe");
+  int taken = 0;  // Whoever prints would write to a socket of the desk.
+  for (const int standard : {0, 1, 2}) {
+    taken += fcntl(standard, F_GETFD) >= 0;
+    dup2(saved[standard], standard);
+    close(saved[standard]);
+  }
+  EXPECT_EQ(0, taken);
+  const int pid = told["pid"].toInt();
+  const QJsonObject expected{{"pid", pid},
+                             {"parent", told["parent"]},
+                             {"group", pid},
+                             {"arguments", QJsonArray::fromStringList(arguments)},
+                             {"descriptors", QJsonArray{0, 1, 2, 3}},
+                             {"environment", QJsonArray{QString::number(pid), "1", "tavo", "a b"}},
+                             {"environment now", QJsonArray{"unset", "unset", "unset", "a b"}},
+                             {"again", 3},
+                             {"blocks", true}};
+  EXPECT_EQ(expected, told);
   EXPECT_EQ(1, Sockets().size());
-  Stop(*running->task);
+  Stop(*running.task);
   EXPECT_TRUE(IsGone(pid));
   EXPECT_EQ(QStringList(), Sockets());
 }
 
 TEST_F(TaskTest, ApplicationIsFoundInTheOrderThatDesktopUsersExpect) {
-  RunNatively();
-  // Each application says by its exit which one it was, into a file.
-  const QString out = directory_.filePath(QStringLiteral("out"));
-  const QByteArray out_name = QFile::encodeName(out);
-  const auto script = [&](const char* who) {
-    return "#!/bin/sh\nprintf '%s:' " + QByteArray(who) + " \"$@\" \"$PWD\" >'" + out_name +
-           ".new'; mv '" + out_name + ".new' '" + out_name + "'\n";
+  qunsetenv("TAVO_DESK_WRAPPER");
+  const QByteArray apps = QFile::encodeName(apps_);
+  const QByteArray here = QFile::encodeName(QDir::currentPath());
+  qputenv("TAVO_DESK_PATH", apps + ":" + apps + "/later");
+  // Each application tells which one it is.
+  const auto script = [&apps](const QByteArray& name) {
+    return "#!/bin/sh\nprintf '%s:' " + name + " \"$@\" \"$PWD\" >" + apps + "/out";
   };
-  const auto ran = [&](const QString& name) {
-    QFile::remove(out);
-    Task task(name);
-    task.withArguments({QStringLiteral("last")});
-    EXPECT_EQ("", Start(task));
-    EXPECT_TRUE(WaitUntil([&] { return QFile::exists(out); }));
-    QFile file(out);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-    return file.readAll().toStdString();
+  Write("bin/it", script("entry"));
+  const QByteArray entry = "[Desktop Entry]\nName=The Name\nExec=" + apps + "/bin/it ";
+  const QByteArray words = "one \"two three\" %U --x=%f 100%% %c \\\\\\\\\nPath=" + apps;
+  const QByteArray entry_told = "entry:one:two three:--x=:100%:The Name:\\:last:" + apps;
+  const Row rows[] = {
+      {"plain", "later:last:" + here, "later/plain", script("later")},
+      {"plain", "first:last:" + here, "plain", script("first")},
+      {"plain", entry_told, "plain.desktop", entry + words},
+      {"xdg", "entry:last:" + here, "../applications/xdg.desktop", entry},
+      {"xdg", "later:last:" + here, "later/xdg", script("later")},
   };
-  const std::string here = QDir::currentPath().toStdString();
-  const std::string apps = apps_.toStdString();
-  const QByteArray program =
-      QFile::encodeName(Write(QStringLiteral("bin/program"), script("exec")));
-  const QByteArray head =
-      "[Desktop Entry]\nType=Application\nName=The Name\nExec=\"" + program + "\" ";
-
-  Write(QStringLiteral("plain"), script("plain"));
-  EXPECT_EQ("plain:last:" + here + ":", ran(QStringLiteral("plain")));
-
-  Write(QStringLiteral("plain.desktop"),
-        head + "one \"two three\" %U --x=%f 100%% %c \\\\\\\\\nPath=" + QFile::encodeName(apps_) +
-            "\n",
-        0644);
-  EXPECT_EQ("exec:one:two three:--x=:100%:The Name:\\:last:" + apps + ":",
-            ran(QStringLiteral("plain")));
-
-  Write(QStringLiteral("plain.desktop"), head + "\nHidden=true\n", 0644);
-  EXPECT_NE(std::string::npos,
-            StartNamed(QStringLiteral("plain")).find("there is no such application"));
-  QFile::remove(QDir(apps_).filePath(QStringLiteral("plain.desktop")));
-
-  // An earlier directory wins; the XDG data directories come last.
-  Write(QStringLiteral("later/plain"), script("later"));
-  Write(QStringLiteral("later/other"), script("other"));
-  Write(QStringLiteral("../applications/xdg.desktop"), head + "xdg\n", 0644);
-  Write(QStringLiteral("../applications/other.desktop"), head + "xdg\n", 0644);
-  qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" + QFile::encodeName(apps_) + "/later");
-  EXPECT_EQ("plain:last:" + here + ":", ran(QStringLiteral("plain")));
-  EXPECT_EQ("other:last:" + here + ":", ran(QStringLiteral("other")));
-  EXPECT_EQ("exec:xdg:last:" + here + ":", ran(QStringLiteral("xdg")));
+  for (const Row& row : rows) {
+    Write(row.place, row.content);
+    Task task(row.name);
+    task.withArguments({"last"});
+    EXPECT_EQ("", test::Start(task));
+    const auto has_told = [&] { return test::Read(apps_ + "/out") == row.told + ":"; };
+    EXPECT_TRUE(WaitUntil(has_told)) << test::Read(apps_ + "/out").data();
+    QFile::remove(apps_ + "/out");
+  }
 }
 
 TEST_F(TaskTest, FailedStartNamesTheApplicationAndTheCause) {
-  RunNatively();
-  Write(QStringLiteral("data"), "no program", 0644);
-  Write(QStringLiteral("garbage"), "no program");
-  Write(QStringLiteral("orphan"), "#!/nonexistent/interpreter\n");
-  Write(QStringLiteral("entry.desktop"), "[Desktop Entry]\nExec=nonexistent-program %f\n", 0644);
-  Write(QStringLiteral("quote.desktop"), "[Desktop Entry]\nExec=\"unfinished\n", 0644);
-  Write(QStringLiteral("broken.desktop"), "no key file", 0644);
-  Write(QStringLiteral("lost.desktop"), "[Desktop Entry]\nExec=/bin/true\nPath=/nonexistent\n",
-        0644);
-  const struct {
-    const char* name;
-    const char* cause;
-  } rows[] = {{"missing", "there is no such application"},
-              {"", "this is no name of an application"},
-              {"../apps/data", "this is no name of an application"},
-              {"data", "Permission denied"},
-              {"garbage", "Exec format error"},
-              {"orphan", "No such file or directory"},
-              {"entry", "there is no program \"nonexistent-program\""},
-              {"quote", "unusable Exec line"},
-              {"broken", "broken.desktop: "},
-              {"lost", "its directory: No such file or directory"}};
-  for (const auto& row : rows) {
-    const std::string error = StartNamed(QLatin1String(row.name));
-    const std::string head = "Application \"" + std::string(row.name) + "\" could not be started: ";
-    EXPECT_EQ(0u, error.find(head)) << error;
-    EXPECT_NE(std::string::npos, error.find(row.cause)) << error;
+  qunsetenv("TAVO_DESK_WRAPPER");
+  Write("hidden", "#!/bin/sh\n");
+  Write("data", "no program", 0644);
+  Write("open/tavo/any", "");
+  const QString deep = apps_ + QString(100, 'd');
+  QDir().mkpath(deep);
+  const QByteArray entry = "[Desktop Entry]\nExec=";
+  const Row rows[] = {
+      {"missing", "there is no such application"},
+      {"hidden", "there is no such application", "hidden.desktop", entry + "it\nHidden=true"},
+      {"", "this is no name of an application"},
+      {"../apps/hidden", "this is no name of an application"},
+      {"data", "Permission denied"},
+      {"garbage", "Exec format error", "garbage", "no program"},
+      {"orphan", "No such file or directory", "orphan", "#!/nonexistent/interpreter\n"},
+      {"exec", "there is no program \"nowhere\"", "exec.desktop", entry + "nowhere %f"},
+      {"quote", "unusable Exec line", "quote.desktop", entry + "\"unfinished"},
+      {"key", "key.desktop: ", "key.desktop", "no key file"},
+      {"lost", "its directory: No such", "lost.desktop", entry + "/bin/true\nPath=/nonexistent"},
+      {"desk_task", "at most 107 are possible", "XDG_RUNTIME_DIR", QFile::encodeName(deep)},
+      {"desk_task", "/apps/open/tavo is no directory of this user with mode 0700",
+       "XDG_RUNTIME_DIR", QFile::encodeName(apps_ + "/open")},
+      {"desk_task", "unusable TAVO_DESK_WRAPPER: there is no program", "TAVO_DESK_WRAPPER", "no"},
+  };
+  for (const Row& row : rows) {
+    const QByteArray name = row.name;
+    if (name == "desk_task") qputenv(row.place, row.content);
+    if (name != "desk_task") Write(row.place, row.content);
+    Task task(row.name);
+    task.withIpcSocket(true);
+    const QByteArray error = QByteArray::fromStdString(test::Start(task));
+    EXPECT_TRUE(error.startsWith("Application \"" + name + "\" could not be started: "));
+    EXPECT_TRUE(error.contains(row.told)) << error.data();
   }
-  EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
 }
 
-TEST_F(TaskTest, UnusableSocketDirectoryFailsTheStart) {
-  const QString name = QStringLiteral("desk_task");
-  const QString deep = directory_.filePath(QString(120, QLatin1Char('d')));
-  QDir().mkpath(deep);
-  qputenv("XDG_RUNTIME_DIR", QFile::encodeName(deep));
-  EXPECT_NE(std::string::npos, StartNamed(name).find("bytes, at most 107 are possible"));
-
-  const QString open = directory_.filePath(QStringLiteral("open"));
-  QDir().mkpath(open + QStringLiteral("/tavo"));
-  chmod(QFile::encodeName(open + QStringLiteral("/tavo")).constData(), 0755);
-  qputenv("XDG_RUNTIME_DIR", QFile::encodeName(open));
-  EXPECT_NE(std::string::npos,
-            StartNamed(name).find("/open/tavo is no directory of this user with mode 0700"));
-
-  // A runtime directory in which others may write is none; its sockets would not be safe there.
-  chmod(QFile::encodeName(open + QStringLiteral("/tavo")).constData(), 0700);
-  chmod(QFile::encodeName(open).constData(), 0770);
+// A runtime directory in which others may write is none; its sockets would not be safe there.
+TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
   qputenv("TMPDIR", QFile::encodeName(directory_.path()));
-  const auto running = StartDeskTask();
-  EXPECT_FALSE(running->task->socketPath().startsWith(open));
-  Stop(*running->task);
+  chmod(QFile::encodeName(apps_).constData(), 0770);
+  for (const QString& runtime : {QString(), QString("/nonexistent"), apps_}) {
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime));
+    Running running;
+    const QString folder = QFileInfo(running.task->socketPath()).path();
+    EXPECT_EQ(directory_.path(), QFileInfo(folder).path());
+    Stop(*running.task);
+    EXPECT_FALSE(QFileInfo::exists(folder));
+  }
+  qunsetenv("TMPDIR");
 }
 
 TEST_F(TaskTest, TooFewDescriptorsAreToldAsSuch) {
-  for (rlim_t most = 5; test::kRunsWithoutDescriptors && most < 14; ++most) {
+  for (rlim_t most = 5; !TAVO_TEST_SANITIZED && most < 14; ++most) {
     test::LimitTo(most, RLIMIT_NOFILE);
-    const std::string error = StartNamed(QStringLiteral("desk_task"));
+    Task task("desk_task");
+    task.withIpcSocket(true);
+    const std::string error = test::Start(task);
     test::LimitTo(RLIM_INFINITY, RLIMIT_NOFILE);
     EXPECT_TRUE(error.empty() || error.find("Too many open files") != std::string::npos) << error;
     EXPECT_TRUE(most > 10 || !error.empty());
   }
 }
 
-TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
-  qunsetenv("XDG_RUNTIME_DIR");
-  qputenv("TMPDIR", QFile::encodeName(directory_.path()));
-  const auto running = StartDeskTask();
-  running->Pid();
-  const QString folder = QFileInfo(running->task->socketPath()).path();
-  EXPECT_EQ(directory_.path(), QFileInfo(folder).path());
-  Stop(*running->task);
-  EXPECT_FALSE(QFileInfo::exists(folder));
-}
-
-TEST_F(TaskTest, WrapperIsPutInFront) {
-  WrapIn("env 'MARK=a b'");
-  const auto running = StartDeskTask();
-  const QJsonObject told = running->Ask(Do("describe"));
-  EXPECT_EQ(QStringLiteral("a b"), told.value(QStringLiteral("environment"))
-                                       .toObject()
-                                       .value(QStringLiteral("MARK"))
-                                       .toString());
-  qputenv("TAVO_DESK_WRAPPER", "nonexistent-wrapper");
-  EXPECT_NE(std::string::npos, StartNamed(QStringLiteral("desk_task"))
-                                   .find("unusable TAVO_DESK_WRAPPER: there is no program"));
-}
-
 // A debugger's server forks the task: the announced process is the task's parent.
 TEST_F(TaskTest, SocketReachesATaskThatItsWrapperForks) {
-  Write(QStringLiteral("forks"), "#!/bin/sh\n\"$@\" &\nwait\n");
-  WrapIn(QFile::encodeName(apps_) + "/forks");
-  const auto running = StartDeskTask();
-  const pid_t pid = running->Pid();
-  Stop(*running->task);
+  WrapIn(QFile::encodeName(Write("forks", "#!/bin/sh\n\"$@\" &\nwait\n")));
+  const Running running;
+  const pid_t pid = running.AskPid();
+  Stop(*running.task);
   EXPECT_TRUE(IsGone(pid));
 }
 
+// The leader obeys; its child ignores the request and is killed when patience ends.
 TEST_F(TaskTest, StopEndsTheWholeProcessGroup) {
-  const auto running = StartDeskTask();
-  const pid_t pid = running->Pid();
-  const pid_t child = running->Ask(Do("fork")).value(QStringLiteral("pid")).toInt();
+  const Running running;
+  const pid_t pid = running.AskPid();
+  const pid_t child = running.AskPid("fork");
   ASSERT_GT(child, 1);
-  // The leader obeys; its child ignores the request and is killed when patience ends.
   bool stopped = false;
-  running->task->stop({}, [&stopped](const Error&) { stopped = true; });
+  running.task->stop({}, [&stopped](const auto&) { stopped = true; });
   EXPECT_TRUE(WaitUntil([pid] { return IsGone(pid); }));
-  EXPECT_FALSE(stopped);
-  EXPECT_FALSE(IsGone(child));
+  EXPECT_FALSE(stopped || IsGone(child));
   EXPECT_TRUE(WaitUntil([&stopped] { return stopped; }));
   EXPECT_TRUE(IsGone(child));
 }
 
-TEST_F(TaskTest, ForcedStopDoesNotAsk) {
-  const auto running = StartDeskTask();
-  const pid_t pid = running->Pid();
-  running->Ask(Do("ignore-term"));
-  const auto before = std::chrono::steady_clock::now();
-  Stop(*running->task, Task::Force);
-  EXPECT_TRUE(IsGone(pid));
-  if (TAVO_TEST_DEADLINE_FACTOR == 1) {
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(4));
-  }
-}
-
 TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
-  Task never_started(QStringLiteral("desk_task"));
+  Task never_started("desk_task");
   Stop(never_started);
-
-  const auto running = StartDeskTask();
-  running->messaging->sendMessage(Do("exit"));
+  const Running running;
+  kill(running.AskPid(), SIGKILL);
   EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
-  Stop(*running->task);
-  EXPECT_NE("", Start(*running->task)) << "A task starts once.";
-
+  Stop(*running.task);
+  EXPECT_NE("", test::Start(*running.task)) << "A task starts once.";
   // While it starts, from other threads, several times.
-  Task task(QStringLiteral("desk_task"));
-  task.withIpcSocket(true);
+  Task task("desk_task");
   int answers = 0;
-  task.start([](const Error&) {});
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] { task.stop({}, [&answers](const Error&) { ++answers; }); });
-  }
+  task.start([](const auto&) {});
+  const auto stop = [&] { task.stop({}, [&answers](const auto&) { ++answers; }); };
+  std::thread threads[] = {std::thread(stop), std::thread(stop), std::thread(stop)};
   for (auto& thread : threads) thread.join();
-  EXPECT_TRUE(WaitUntil([&answers] { return answers == 4; }));
+  EXPECT_TRUE(WaitUntil([&answers] { return answers == 3; }));
 }
 
-TEST_F(TaskTest, NoIntentIsLeftHoweverTheTaskEnds) {
+TEST_F(TaskTest, NothingIsLeftHoweverTheTaskEnds) {
+  pid_t pid = 0;
   const std::function<void(Running&)> ends[] = {
       [](Running& running) { Stop(*running.task); },
-      [](Running& running) { Stop(*running.task, Task::Force); },
-      [](Running& running) { kill(running.Pid(), SIGKILL); },
-      [](Running& running) { running.messaging->sendMessage(Do("exit")); }};
+      [](Running& running) {  // No grace is given to the child, which ignores SIGTERM.
+        running.Ask("fork");
+        Stop(*running.task, Task::Force);
+      },
+      [&pid](Running&) { kill(pid, SIGKILL); },
+      [&pid](Running& running) {
+        running.task.reset();
+        while (!IsGone(pid)) std::this_thread::yield();  // No loop runs.
+      },
+  };
   for (const auto& end : ends) {
-    const auto running = StartDeskTask();
-    running->Ask(Do("offer"));
+    Running running;
+    pid = running.AskPid();
+    running.Ask("offer");
     EXPECT_EQ(1, Intents().size());
-    end(*running);
-    EXPECT_TRUE(WaitUntil([this] { return Intents().isEmpty(); })) << &end - ends;
+    const auto begin = std::chrono::steady_clock::now();
+    end(running);
+    EXPECT_TRUE(WaitUntil([&] { return IsGone(-pid) && Sockets().isEmpty(); })) << &end - ends;
+    EXPECT_TRUE(WaitUntil([&] { return Intents().isEmpty(); })) << &end - ends;
+    const auto took = std::chrono::steady_clock::now() - begin;
+    EXPECT_LT(took, std::chrono::seconds(4 * TAVO_TEST_DEADLINE_FACTOR)) << &end - ends;
   }
 }
 
-TEST_F(TaskTest, DeletedTaskEndsThoughNoLoopRuns) {
-  const auto running = StartDeskTask();
-  const pid_t pid = running->Pid();
-  running->task.reset();
-  const auto end = std::chrono::steady_clock::now() + test::kDeadline;
-  while (!IsGone(pid) && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-  EXPECT_TRUE(IsGone(pid));
+TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
+  const Running running;
+  const pid_t supervisor = running.Ask("describe")["parent"].toInt();
+  const pid_t helper = running.AskPid("fork");
+  ASSERT_TRUE(supervisor > 1 && helper > 1);
+  kill(supervisor, SIGSTOP);  // So that the stop is asked for before it is gone.
+  int error = 0;
+  running.task->stop({}, [&error](const auto& told) { error = told.code(); });
+  kill(supervisor, SIGKILL);
+  EXPECT_TRUE(WaitUntil([&] { return error == ECHILD && IsGone(helper); }));
 }
 
 TEST_F(TaskTest, MayBeDeletedInItsOwnCallback) {
-  auto* task = new Task(QStringLiteral("desk_task"));
-  task->withIpcSocket(true);
+  auto* task = new Task("desk_task");
   bool started = false;
-  task->start([task, &started](const Error&) {
+  task->start([task, &started](const auto&) {
     started = true;
     delete task;
   });
   EXPECT_TRUE(WaitUntil([&started] { return started; }));
 }
 
-TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
-  const auto running = StartDeskTask();
-  const pid_t pid = running->Pid();
-  const pid_t supervisor = running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt();
-  const pid_t helper = running->Ask(Do("fork")).value(QStringLiteral("pid")).toInt();
-  ASSERT_TRUE(supervisor > 1 && helper > 1);
-  std::optional<int> error;
-  kill(supervisor, SIGSTOP);  // So that the stop is asked for before it is gone.
-  running->task->stop({}, [&error](const Error& told) { error = told.code(); });
-  kill(supervisor, SIGKILL);
-  EXPECT_TRUE(WaitUntil([&] { return error && IsGone(pid) && IsGone(helper); }));
-  EXPECT_EQ(ECHILD, error);
-}
-
 TEST_F(TaskTest, SupervisorHoldsNothingOfItsStarter) {
   const std::vector<char> large(256 << 20, 'x');
-  const auto running = StartDeskTask();
-  const QString process =
-      QStringLiteral("/proc/%1/")
-          .arg(running->Ask(Do("describe")).value(QStringLiteral("parent")).toInt());
-  const auto read = [&](const char* name) {
-    QFile file(process + QLatin1String(name));
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-    return file.readAll();
-  };
-  EXPECT_EQ("tavo-supervisor\n", read("comm"));
-  EXPECT_LT(read("statm").split(' ').value(1).toInt() * (sysconf(_SC_PAGESIZE) >> 10), 128 << 10);
-  if (!*TAVO_TEST_EMULATOR) {  // Which has descriptors of its own.
-    EXPECT_EQ(1, QDir(process + QStringLiteral("fd")).entryList(QDir::System).size());
-  }
-}
-
-// The task's three standard descriptors and its socket are right whatever the starter lacks.
-TEST_F(TaskTest, StarterMayLackStandardDescriptors) {
-  int saved[3];
-  for (int standard = 0; standard < 3; ++standard) {
-    saved[standard] = fcntl(standard, F_DUPFD_CLOEXEC, 10);
-    close(standard);
-  }
-  const auto running = StartDeskTask();
-  const QJsonObject told = running->Ask(Do("describe"));
-  bool is_taken = false;  // Whoever prints would write to a socket of the desk.
-  for (int standard = 0; standard < 3; ++standard) is_taken |= fcntl(standard, F_GETFD) >= 0;
-  Stop(*running->task);
-  running->messaging.reset();
-  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  for (int standard = 0; standard < 3; ++standard) {
-    dup2(saved[standard], standard);
-    close(saved[standard]);
-  }
-  EXPECT_EQ((QJsonArray{0, 1, 2, 3}), told.value(QStringLiteral("descriptors")).toArray());
-  EXPECT_FALSE(is_taken);
+  Running running;
+  const int supervisor = running.Ask("describe")["parent"].toInt();
+  const QString process = QString("/proc/%1/").arg(supervisor);
+  EXPECT_EQ("tavo-supervisor\n", test::Read(process + "comm"));
+  const int pages = test::Read(process + "statm").split(' ').value(1).toInt();
+  EXPECT_LT(pages, (128 << 20) / getpagesize());
+  if (*TAVO_TEST_EMULATOR) return;  // An emulator has descriptors of its own.
+  EXPECT_EQ(1, QDir(process + "fd").entryList(QDir::System).size());
 }
 
 TEST_F(TaskTest, EndsWithItsStarterEvenWhenThatIsKilled) {
-  const auto starter = StartDeskTask();
-  const pid_t starter_pid = starter->Pid();
-  const QJsonObject told = starter->Ask({{QStringLiteral("do"), QStringLiteral("start")},
-                                         {QStringLiteral("name"), QStringLiteral("desk_task")}});
-  const pid_t inner_pid = told.value(QStringLiteral("pid")).toInt();
+  Running starter;
+  const pid_t starter_pid = starter.AskPid();
+  const pid_t inner_pid = starter.AskPid("start");
   ASSERT_GT(inner_pid, 1);
   ASSERT_EQ(2, Sockets().size());
   kill(starter_pid, SIGKILL);
   EXPECT_TRUE(WaitUntil([inner_pid] { return IsGone(inner_pid); }));
-  EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
 }
 
 TEST_F(TaskTest, OutlivesTheThreadThatStartedIt) {
-  Running running;
-  std::thread([&] {
-    QEventLoop loop;
-    running.task = std::make_unique<Task>(QStringLiteral("desk_task"));
-    running.task->withIpcSocket(true);
-    running.task->start([&loop](const Error& error) {
-      EXPECT_FALSE(error);
-      loop.quit();
-    });
-    loop.exec();
-    running.task->moveToThread(QCoreApplication::instance()->thread());
+  std::optional<Running> running;
+  std::thread([&running] {
+    const QEventLoop loop;  // The thread has a dispatcher of events as long as it runs.
+    running.emplace();
+    running->task->moveToThread(QCoreApplication::instance()->thread());
   }).join();
-  running.messaging = std::make_unique<TaskMessaging>(running.task->socketPath());
-  QObject::connect(running.messaging.get(), &TaskMessaging::messageReceived,
-                   [&running](const QJsonObject& message) { running.received.push_back(message); });
-  const pid_t pid = running.Pid();
-  EXPECT_FALSE(IsGone(pid));
-  Stop(*running.task);
+  const pid_t pid = running->AskPid();
+  Stop(*running->task);
   EXPECT_TRUE(IsGone(pid));
 }
 

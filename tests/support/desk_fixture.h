@@ -10,14 +10,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <memory>
+#include <fstream>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
@@ -26,12 +23,6 @@
 #include "tests/support/test_base.h"
 
 namespace test {
-
-#ifdef TAVO_TEST_SANITIZED
-constexpr bool kRunsWithoutDescriptors = false;  // The sanitizer needs some for its own checks.
-#else
-constexpr bool kRunsWithoutDescriptors = true;
-#endif
 
 // What this process may have of a resource; RLIM_INFINITY: all that the machine allows.
 inline void LimitTo(rlim_t most, decltype(RLIMIT_NOFILE) resource) {
@@ -45,8 +36,7 @@ inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESR
 
 // A local socket that `use` binds or connects to the path.
 inline int OpenSocket(const QString& path, int (*use)(int, const sockaddr*, socklen_t)) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
+  sockaddr_un address{AF_UNIX, ""};
   qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path);
   const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   EXPECT_EQ(0, use(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
@@ -59,32 +49,42 @@ inline int ListenAt(const QString& path) {
   return descriptor;
 }
 
+inline QByteArray Read(const QString& path) {
+  QFile file(path);
+  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// What `call` hands to the callback that it is given; which comes later.
+template <typename Outcome, typename Call>
+Outcome Await(const Call& call) {
+  std::optional<Outcome> outcome;
+  call([&outcome](const Outcome& told) { outcome = told; });
+  EXPECT_FALSE(outcome) << "The callback came within the call.";
+  EXPECT_TRUE(WaitUntil([&outcome] { return outcome.has_value(); }));
+  return outcome.value();
+}
+
 // The error's text; empty when the task started.
 inline std::string Start(RuntimeManager::Task& task) {
-  const auto outcome = std::make_shared<std::optional<std::string>>();
-  task.start([outcome](const auto& error) { *outcome = error.message().toStdString(); });
-  EXPECT_FALSE(*outcome) << "The callback came within start.";
-  EXPECT_TRUE(WaitUntil([&outcome] { return outcome->has_value(); }));
-  return outcome->value_or("no outcome");
+  const auto start = [&task](const auto& done) { task.start(done); };
+  return Await<RuntimeManager::Error>(start).message().toStdString();
 }
 
 inline void Stop(RuntimeManager::Task& task, RuntimeManager::Task::StopFlags flags = {}) {
-  const auto stopped = std::make_shared<bool>();
-  task.stop(flags, [stopped](const auto& error) { *stopped = !error; });
-  EXPECT_FALSE(*stopped) << "The callback came within stop.";
-  EXPECT_TRUE(WaitUntil([&stopped] { return *stopped; }));
+  const auto stop = [&](const auto& done) { task.stop(flags, done); };
+  EXPECT_FALSE(Await<RuntimeManager::Error>(stop));
 }
 
 class DeskTest : public TestBase {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(QDir(directory_.path()).mkpath(QStringLiteral("apps")));
-    apps_ = directory_.filePath(QStringLiteral("apps"));
+    ASSERT_TRUE(QDir().mkpath(apps_));
     qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" TAVO_TEST_TASKS);
-    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory_.path()));
-    qputenv("XDG_DATA_HOME", QFile::encodeName(directory_.path()));
-    qputenv("TAVO_DESK_WRAPPER", TAVO_TEST_EMULATOR);  // Empty where none is needed.
-    app_ = std::make_unique<QCoreApplication>(argc_, argv_);
+    for (const char* name : {"XDG_RUNTIME_DIR", "XDG_DATA_HOME"}) {
+      qputenv(name, QFile::encodeName(directory_.path()));
+    }
+    WrapIn("");
+    for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
     QCoreApplication::processEvents();
     TestBase::SetUp();
   }
@@ -92,13 +92,11 @@ class DeskTest : public TestBase {
   void TearDown() override {
     EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); })) << "A socket file was left.";
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    if (!Intents().isEmpty()) app_.reset();  // Withdraws what the test itself has offered.
     TestBase::TearDown();
     app_.reset();
     EXPECT_EQ(QStringList(), Intents()) << "An intent was left.";
   }
-
-  // Applications that the host runs by itself: scripts, and what cannot be started at all.
-  static void RunNatively() { qunsetenv("TAVO_DESK_WRAPPER"); }
 
   // A wrapper in front of the emulator, if there is one.
   static void WrapIn(const QByteArray& command) {
@@ -106,35 +104,25 @@ class DeskTest : public TestBase {
   }
 
   // An application of the test's own; by default a script.
-  QString Write(const QString& name, const QByteArray& content, mode_t mode = 0755) {
-    const QString path = QDir(apps_).filePath(name);
+  QString Write(const QString& name, const QByteArray& content, mode_t mode = 0755) const {
+    const QString path = apps_ + QLatin1Char('/') + name;
     QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
-    file.close();
-    chmod(QFile::encodeName(path).constData(), mode);
+    EXPECT_TRUE(std::ofstream(path.toStdString()) << content.constData());
+    chmod(path.toLocal8Bit(), mode);
     return path;
   }
 
-  QStringList Sockets() const {
-    return QDir(directory_.filePath(QStringLiteral("tavo"))).entryList(QDir::Files | QDir::System);
+  QStringList Sockets(const char* folder = "/tavo") const {
+    const QDir sockets(directory_.path() + QLatin1String(folder));
+    return sockets.entryList(QDir::Files | QDir::System);
   }
-  QStringList Intents() const {
-    return QDir(directory_.filePath(QStringLiteral("tavo/intents")))
-        .entryList(QDir::Files | QDir::System);
-  }
+  QStringList Intents() const { return Sockets("/tavo/intents"); }
 
-  // From here on the process has no application object, hence no event loop.
-  void StopApplication() { app_.reset(); }
-
-  QTemporaryDir directory_;
-  QString apps_;
-
- private:
-  char name_[5] = "test";
-  char* argv_[2] = {name_, nullptr};
+  const QTemporaryDir directory_;
+  const QString apps_ = directory_.filePath(QStringLiteral("apps"));
   int argc_ = 1;
-  std::unique_ptr<QCoreApplication> app_;
+  char* argv_[2] = {program_invocation_name, nullptr};
+  std::optional<QCoreApplication> app_{std::in_place, argc_, argv_};  // Without: no event loop.
 };
 
 }  // namespace test

@@ -2,9 +2,6 @@
 // processes of their own.
 #pragma once
 
-#include <memory>
-#include <optional>
-
 #include "tests/support/desk_fixture.h"
 #include "wrapper/manager_wrapper.h"
 
@@ -14,14 +11,8 @@ class PluginTest : public DeskTest {
  protected:
   using Client = std::shared_ptr<flrpc::IClient>;
 
-  void SetUp() override {
-    manager_ = Load();
-    ASSERT_TRUE(manager_);
-    DeskTest::SetUp();
-  }
   void TearDown() override {
     manager_.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     DeskTest::TearDown();
   }
 
@@ -40,14 +31,14 @@ class PluginTest : public DeskTest {
   }
 
   static flrpc::Message::Response Request(const Client& client, const char* method,
-                                          const cw::EncodableValue& params) {
+                                          const cw::EncodableValue& params = {}) {
     std::optional<flrpc::Message::Response> answer;
     client->SendRequest(method, params, [&](const auto& response) { answer = response; });
     EXPECT_TRUE(WaitUntil([&] { return answer.has_value(); }));
     return *answer;
   }
 
-  std::unique_ptr<tavo::ManagerWrapper> manager_;
+  std::unique_ptr<tavo::ManagerWrapper> manager_ = Load();
 };
 
 }  // namespace test

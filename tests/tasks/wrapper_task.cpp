@@ -4,42 +4,37 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <QStringList>
 
 #include "wrapper/manager_wrapper.h"
 
+using cw::EncodableValue;
+
 int main(int argc, char** argv) {
-  const QCoreApplication application(argc, argv);
-  const QStringList arguments = QCoreApplication::arguments();
-  const int option = arguments.indexOf(QStringLiteral("--libs-path"));
-  const auto manager = tavo::ManagerWrapper::Create(
-      nullptr, option < 0 ? std::string() : arguments.value(option + 1).toStdString());
+  const QCoreApplication app(argc, argv);
+  const bool is_told = argc == 3 && argv[1] == std::string("--libs-path");
+  const auto manager = tavo::ManagerWrapper::Create(nullptr, is_told ? argv[2] : "");
   const auto server = manager ? manager->CreateRpcServer() : nullptr;
   if (!server) return 1;
-  using Reply = std::unique_ptr<flrpc::IReply>;
-  server->OnRequest("echo", [](const auto&, const cw::EncodableValue& params, Reply&& reply) {
-    reply->SendResult(params);
-  });
-  server->OnRequest("fail", [](const auto&, const cw::EncodableValue& params, Reply&& reply) {
-    reply->SendError(5, "refused", params);
-  });
-  server->OnRequest("pid", [](const auto&, const auto&, Reply&& reply) {
-    reply->SendResult(static_cast<int32_t>(getpid()));
-  });
+  const auto answer = [&server](const char* method, auto&& get) {
+    server->OnRequest(method,
+                      [get](auto&, auto& params, auto&& reply) { reply->SendResult(get(params)); });
+  };
+  answer("echo", [](auto& params) { return params; });
+  answer("pid", [](const auto&) { return getpid(); });
+  answer("trim", [](const auto&) { return malloc_trim(0); });
   server->OnRequest(
-      "trim", [](const auto&, const auto&, Reply&& reply) { reply->SendResult(malloc_trim(0)); });
+      "fail", [](auto&, auto& params, auto&& reply) { reply->SendError(5, "refused", params); });
+  const auto poke = [](auto& end) {
+    end->OnNotify("poke", [&end](auto& note) { end->SendNotify("poked", note.params); });
+  };
+  poke(server);
   std::shared_ptr<flrpc::IClient> client;  // Of the task started last.
-  server->OnRequest("start", [&](const auto&, const cw::EncodableValue& name, Reply&& reply) {
+  answer("start", [&](const EncodableValue& name) {
     client.reset();
     client = manager->CreateIpcClient(name.Get<std::string>());
-    client->OnNotify("poke", [&client](const flrpc::Message::Notification& notification) {
-      client->SendNotify("poked", notification.params);
-    });
+    poke(client);
     client->Run();
-    reply->SendResult({});
-  });
-  server->OnNotify("poke", [&server](const flrpc::Message::Notification& notification) {
-    server->SendNotify("poked", notification.params);
+    return EncodableValue();
   });
   server->Run();
   return QCoreApplication::exec();
