@@ -102,7 +102,7 @@ struct Plugin : test::FakeEmbedder {
     auto& registrar = *plugins.GetRegistrarImpl(GetContext());
     auto& channels = *registrar.GetMessenger();
     channels.SetMessageHandler(
-        "channel", [](const auto* bytes, size_t size, const auto& reply) { reply(bytes, size); });
+        "channel", [](const auto* bytes, size_t size, const auto& answer) { answer(bytes, size); });
 
     // The embedder wants one answer in any case.
     calls = 0;
