@@ -17,6 +17,7 @@ namespace {
 using List = cw::EncodableList;
 using Value = cw::EncodableValue;
 using flrpc::Message;
+using namespace std::string_literals;
 using OptionalError = std::optional<Message::Error>;
 
 std::string Show(const OptionalError& error) {
@@ -39,15 +40,10 @@ Value Nested(int levels) {
 class RpcTest : public testing::Test {
  protected:
   // A callback that writes down what it is told.
-  auto Tell(const std::string& who) {
-    return [this, who](const auto& told) { Note(who + " " + Show(told)); };
+  auto Tell(const char* who) {
+    return [this, who](const auto& told) { Note(std::string(who) + " " + Show(told)); };
   }
   void Note(const std::string& event) { events_ += "[" + event + "]"; }
-  std::string Take() { return std::exchange(events_, {}); }
-  std::string Deliver() {
-    link_.DeliverAll();
-    return Take();
-  }
 
   RpcTest() {
     client_.OnConnected(Tell("connected"));
@@ -63,9 +59,34 @@ class RpcTest : public testing::Test {
     });
   }
 
-  void Request(const std::string& method, const Value& params = 2,
-               const std::string& name = "answer") {
-    client_.SendRequest(method, params, Tell(name));
+  // What happens in the steps, which are "ask:METHOD" or one of those below; and what is logged.
+  std::string Play(const std::string& script) {
+    std::istringstream steps(script);
+    for (std::string step; steps >> step;) {
+      try {
+        step.rfind("ask:", 0) == 0 ? Ask(step.substr(4)) : steps_.at(step)();
+      } catch (const std::runtime_error&) {
+        Note("threw");
+      }
+      for (const std::string& line : log_.TakeLines()) Note(line);
+    }
+    return std::exchange(events_, {});
+  }
+
+  void Ask(const std::string& method, const Value& params = 2) {
+    client_.SendRequest(method, params, Tell("answer"));
+  }
+  static void Throw(const Message::Response&) { throw std::bad_alloc(); }
+  void Refuse() {
+    const auto request = Message::FromBase64(link_.to_server.at(0));
+    link_.to_server.clear();
+    client_.ReceiveMessage(Message::CreateError(request.GetRequest()->id, 4, "no", {}));
+  }
+  // The state, and how many messages are on their way to the server and to the client.
+  void NoteState() {
+    const char* state = client_.IsConnected() ? "connected " : "waits ";
+    if (client_.HasConnectionFailed()) state = "failed ";
+    Note(state + std::to_string(link_.to_server.size()) + std::to_string(link_.to_client.size()));
   }
 
   test::LogCapture log_;
@@ -74,40 +95,6 @@ class RpcTest : public testing::Test {
   test::RpcLink link_;
   flrpc::IOwnedClient& client_ = *link_.client;
   flrpc::IOwnedServer& server_ = *link_.server;
-};
-
-struct Scenario {
-  const char* rule;
-  const char* steps;
-  const char* events;
-};
-
-class RpcScenarioTest : public RpcTest, public testing::WithParamInterface<Scenario> {
- protected:
-  // "ask:METHOD", or the name of a step.
-  void Run(const std::string& step) {
-    try {
-      step.rfind("ask:", 0) == 0 ? Request(step.substr(4)) : steps_.at(step)();
-    } catch (const std::runtime_error&) {
-      Note("threw");
-    }
-    for (const std::string& line : log_.TakeLines()) Note(line);
-  }
-
- private:
-  // The state, and how many messages are on their way to the server and to the client.
-  void NoteState() {
-    const char* state = client_.IsConnected() ? "connected " : "waits ";
-    if (client_.HasConnectionFailed()) state = "failed ";
-    Note(state + std::to_string(link_.to_server.size()) + std::to_string(link_.to_client.size()));
-  }
-  void Refuse() {
-    const auto request = Message::FromBase64(link_.to_server.at(0));
-    link_.to_server.clear();
-    client_.ReceiveMessage(Message::CreateError(request.GetRequest()->id, 4, "no", {}));
-  }
-  static void Throw(const Message::Response&) { throw std::bad_alloc(); }
-
   const std::map<std::string, std::function<void()>> steps_ = {
       {"?", [this] { NoteState(); }},
       {"run", [this] { client_.Run(); }},
@@ -116,16 +103,15 @@ class RpcScenarioTest : public RpcTest, public testing::WithParamInterface<Scena
       {"end", [this] { client_.NotifyDisconnected({}); }},
       {"lose", [this] { client_.NotifyDisconnected(Message::Error(9, "lost")); }},
       {"ask", [this] { client_.SendRequest("double", 1, nullptr); }},
-      {"ask-throw", [this] { client_.SendRequest("double", 1, Throw); }},
+      {"throw", [this] { client_.SendRequest("double", 1, Throw); }},
       {"tell", [this] { client_.SendNotify("news", {}); }},
       {"hear", [this] { client_.ReceiveMessage(Message::CreateNotification("news", {})); }},
       {"refuse", [this] { Refuse(); }},
-      {"connect", [this] { link_.Connect(); }},
       {"serve", [this] { server_.Run(); }},
       {"news", [this] { server_.SendNotify("news", {}); }},
       {"answer", [this] { kept_.back()->SendError(12, "late", 1); }},
       {"forget", [this] { server_.OnRequest("keep", nullptr); }},
-      {"drop", [this] { link_.server.reset(); }},
+      {"connect", [this] { link_.Connect(); }},
       {"down", [this] { link_.is_down = true; }},
       {"up", [this] { link_.is_down = false; }},
       {">", [this] { link_.DeliverToServer(); }},
@@ -134,83 +120,89 @@ class RpcScenarioTest : public RpcTest, public testing::WithParamInterface<Scena
   };
 };
 
-TEST_P(RpcScenarioTest, EndsAsTold) {
-  std::istringstream steps(GetParam().steps);
-  for (std::string step; steps >> step;) Run(step);
-  EXPECT_EQ(GetParam().events, Take());
+TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
+  EXPECT_EQ("[server ok][connected ok]", Play("connect ask:double ask:foo ask:keep > > >"));
+  auto& texts = link_.to_client;
+  texts = {texts.at(1), texts.at(0), texts.at(1)};
+  EXPECT_EQ(
+      "[answer -32601 Unknown method 'foo()'][answer 4][[error] Invalid server response]"
+      "[answer -32603 Unknown runtime error][disconnected -32603 Unknown runtime error]",
+      Play("= end"));
 }
 
-const Scenario kScenarios[] = {
-    {"TrafficWaitsForTheHandshakeAndKeepsItsOrder",
-     "ask:double tell news run ? start hear ? = serve serve ? =",
-     "[waits 00][waits 10][server ok][waits 02][client news][connected ok]"
-     "[server news][client news][answer 4]"},
-    {"SecondRequestToConnectIsAnUnknownMethod",
-     "run run start > > ? serve ? = ? ask:flrpc.connected =",
-     "[waits 00][server ok][waits 02][connected ok][connected 00]"
-     "[answer -32601 Unknown method 'flrpc.connected()']"},
-    {"FourErrorsToConnectAreAFailure", "ask:double run start refuse refuse refuse ? refuse ?",
-     "[[error] Connect error: no][[error] Connect error: no][[error] Connect error: no]"
-     "[waits 10][answer 4 no][connected 4 no][failed 00]"},
-    {"RepeatedRunReachesTheAttemptLimit", "start run run run run ? run run ?",
-     "[waits 40][connected -32603 Cannot connect to server.]"
-     "[[error] The maximum number of requests for the Connect event has been exceeded.][failed "
-     "40]"},
-    {"FailureIsToldOnceToEverybodyWhoWaits",
-     "ask:double ask ask-throw run fail ? lose run start ask:flrpc.connected ?",
-     "[answer 9 no start][connected 9 no start]"
-     "[[error] Stray exception in response callback: std::bad_alloc]"
-     "[failed 00][answer 9 no start][failed 00]"},
-    {"FailedClientAnswersRequestsItselfAndSendsNotifications",
-     "connect ask:keep = end ask:double tell lose ? =",
-     "[server ok][connected ok][answer -32603 Unknown runtime error]"
-     "[disconnected -32603 Unknown runtime error][answer -32603 Unknown runtime error]"
-     "[failed 10][server news]"},
-    {"ReplyMayBeKeptUsedLateOrNever",
-     "connect ask:keep = ? answer = ask:keep = forget ask:keep = drop answer ?",
-     "[server ok][connected ok][connected 00][answer 12 late]"
-     "[answer -32601 Unknown method 'keep()'][connected 00]"},
-    {"TransportThatThrowsTakesTheRequestBackAndLeavesTheHandshake",
-     "ask:double serve run down start up run run down > up > down < ask:double up ask:double = "
-     "lose",
-     "[threw][threw][server ok][answer -32603 The request could not be sent.][connected ok][threw]"
-     "[threw][answer 4][disconnected 9 lost]"},
-};
-INSTANTIATE_TEST_SUITE_P(Rules, RpcScenarioTest, testing::ValuesIn(kScenarios),
-                         [](const auto& scenario) { return std::string(scenario.param.rule); });
+TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
+  EXPECT_EQ("[waits 00][waits 10]", Play("ask:double tell news run ? start hear ? ="));
+  EXPECT_EQ("[server ok][waits 02]", Play("serve serve ?"));
+  EXPECT_EQ("[client news][connected ok][server news][client news][answer 4]", Play("="));
+}
 
-TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
-  link_.Connect();
-  for (const int i : {1, 2, 3}) Request("double", i, "r" + std::to_string(i));
-  while (link_.DeliverToServer()) {
-  }
-  auto& answers = link_.to_client;
-  ASSERT_EQ(3u, answers.size());
-  answers = {answers[2], answers[0], answers[2]};  // One is dropped, and one is repeated.
-  EXPECT_EQ("[server ok][connected ok][r3 6][r1 2]", Deliver());
-  EXPECT_EQ("[error] Invalid server response", log_.TakeLine());
+TEST_F(RpcTest, SecondRequestToConnectIsAnUnknownMethod) {
+  EXPECT_EQ("[waits 00][server ok][waits 02]", Play("run run start > > ? serve ?"));
+  EXPECT_EQ("[connected ok][connected 00][answer -32601 Unknown method 'flrpc.connected()']",
+            Play("= ? ask:flrpc.connected ="));
+}
+
+TEST_F(RpcTest, FourErrorsToConnectAreAFailure) {
+  const std::string error = "[[error] Connect error: no]";
+  EXPECT_EQ(error + error + error, Play("ask:double run start refuse refuse refuse"));
+  EXPECT_EQ("[waits 10][answer 4 no][connected 4 no][failed 00]", Play("? refuse ?"));
+}
+
+TEST_F(RpcTest, RepeatedRunReachesTheAttemptLimit) {
+  EXPECT_EQ("[waits 40]", Play("start run run run run ?"));
+  EXPECT_EQ(
+      "[connected -32603 Cannot connect to server.]"
+      "[[error] The maximum number of requests for the Connect event has been exceeded.][failed "
+      "40]",
+      Play("run run ?"));
+}
+
+TEST_F(RpcTest, FailureIsToldOnceToEverybodyWhoWaits) {
+  EXPECT_EQ(
+      "[answer 9 no start][connected 9 no start]"
+      "[[error] Stray exception in response callback: std::bad_alloc][failed 00]",
+      Play("ask:double ask throw run fail ?"));
+  EXPECT_EQ("[answer 9 no start][failed 00]", Play("lose run start ask:flrpc.connected ?"));
+}
+
+TEST_F(RpcTest, FailedClientAnswersRequestsItselfAndSendsNotifications) {
+  EXPECT_EQ("[server ok][connected ok][disconnected 9 lost]", Play("connect lose"));
+  EXPECT_EQ("[answer 9 lost][failed 10][server news]", Play("ask:double tell end ? ="));
+}
+
+TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
+  EXPECT_EQ("[server ok][connected ok][connected 00]", Play("connect ask:keep = ?"));
+  EXPECT_EQ("[answer 12 late]", Play("answer ="));
+  EXPECT_EQ("[answer -32601 Unknown method 'keep()']", Play("ask:keep = forget ask:keep ="));
+  link_.server.reset();
+  EXPECT_EQ("[connected 00]", Play("answer ?"));
+}
+
+TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBackAndLeavesTheHandshake) {
+  EXPECT_EQ("[threw]", Play("ask:double serve run down start up run run"));
+  EXPECT_EQ("[threw][server ok]", Play("down > up >"));
+  EXPECT_EQ("[answer -32603 The request could not be sent.][connected ok][threw]", Play("down <"));
+  EXPECT_EQ("[threw][answer 4][disconnected 9 lost]", Play("ask:double up ask:double = lose"));
 }
 
 TEST_F(RpcTest, StrangeAnswersAreToldApart) {
-  link_.Connect();
-  Request("double");
-  const auto id = Message::FromBase64(link_.to_server[0]).GetRequest()->id;
-  EXPECT_EQ("[server ok][connected ok][answer 4]", Deliver());
+  Play("connect ask:double");
+  const auto id = Message::FromBase64(link_.to_server.at(0)).GetRequest()->id;
+  EXPECT_EQ("[answer 4]", Play("="));
+  const std::string text = id.GetText();
+  auto& ids = flrpc::details::RequestIds::Get();
+  const std::string others = ids.IdOf(ids.Draw()).GetText();  // What another client asks.
+  const std::string padded = std::string(text).insert(text.find('_') + 1, "0");
   const auto answer = [this](const std::string& to) {
     client_.ReceiveMessage(Message::CreateResponse(Message::ID(to), 1));
     return log_.TakeLine();
   };
-  const std::string text = id.GetText();
   EXPECT_EQ("[error] Invalid server response", answer(text));
   const std::string unhandled = "[warn] [RPC Receiver]: unhandled message";
-  auto& ids = flrpc::details::RequestIds::Get();
-  const std::string others = ids.IdOf(ids.Draw()).GetText();  // What another client asks.
-  const std::string padded = std::string(text).insert(text.find('_') + 1, "0");
-  for (const std::string& strange :
-       {std::string("1"), std::string(), text + "0", text + " ", padded, others}) {
+  for (const std::string& strange : {"1"s, ""s, text + "0", text + " ", padded, others}) {
     EXPECT_EQ(unhandled, answer(strange)) << strange;
   }
-  client_.NotifyDisconnected({});
+  Play("end");
   EXPECT_EQ(unhandled, answer(text));
 }
 
@@ -241,26 +233,21 @@ TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
 
 // At the limit of a frame and beyond it, for every kind of message that is sent.
 TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
-  link_.Connect();
-  Take();
-  const std::string fault = "it nests lists and maps more than 1024 levels deep";
-  const std::string refusal = "[answer -32603 The message cannot be sent: " + fault + "]";
-  const std::string dropped = "[error] Notification 'news' dropped: " + fault;
+  Play("connect");
+  const std::string fault = "it nests lists and maps more than 1024 levels deep]";
+  const std::string refusal = "[answer -32603 The message cannot be sent: " + fault;
+  const std::string dropped = "[[error] Notification 'news' dropped: " + fault;
   for (const int levels : {1023, 1024}) {  // The message is a map itself, and its error another.
-    Request("keep");
-    Request("keep");
-    link_.DeliverAll();
-    Request("keep", Nested(levels));
-    client_.SendNotify("news", Nested(levels));
-    kept_[0]->SendResult(Nested(levels));
-    kept_[1]->SendError(1, "no", Nested(levels - 1));
-    server_.SendNotify("news", Nested(levels));
     kept_.clear();
-    const bool fits = levels == 1023;
-    EXPECT_EQ(fits ? "[server news][answer no number][answer 1 no][client news]"
-                   : refusal + refusal + refusal,
-              Deliver());
-    EXPECT_EQ(std::vector<std::string>(fits ? 0 : 2, dropped), log_.TakeLines());
+    Play("ask:keep ask:keep =");
+    Ask("keep", Nested(levels));
+    client_.SendNotify("news", Nested(levels));
+    kept_.at(0)->SendResult(Nested(levels));
+    kept_.at(1)->SendError(1, "no", Nested(levels - 1));
+    server_.SendNotify("news", Nested(levels));
+    EXPECT_EQ(levels == 1023 ? "[server news][answer no number][answer 1 no][client news]"
+                             : refusal + refusal + refusal + dropped + dropped,
+              Play("="));
   }
 }
 
