@@ -24,18 +24,15 @@ using test::FromHex;
 
 const std::string kInvalidRead = "Invalid read in StandardCodecByteStreamReader";
 
-// An extension for points; all other values pass through the virtual operations, too.
-using Point = std::pair<uint8_t, uint8_t>;
-
-class PointSerializer final : public Serializer {
+// An extension for single letters; all other values pass through the virtual operations, too.
+class LetterSerializer final : public Serializer {
  public:
   void WriteValue(const Value& value, cw::ByteStreamWriter* stream) const override {
     const auto* custom = value.GetIf<cw::CustomEncodableValue>();
     if (!custom) return Serializer::WriteValue(value, stream);
     stream->WriteByte(128);
     WriteSize(300, stream);
-    stream->WriteByte(custom->GetIf<Point>()->first);
-    stream->WriteByte(custom->GetIf<Point>()->second);
+    stream->WriteByte(*custom->GetIf<uint8_t>());
   }
 
  protected:
@@ -43,12 +40,11 @@ class PointSerializer final : public Serializer {
     if (type == 129) return ReadVector<int32_t>(stream);
     if (type != 128) return Serializer::ReadValueOfType(type, stream);
     EXPECT_EQ(300u, ReadSize(stream));
-    const uint8_t x = stream->ReadByte();
-    return cw::CustomEncodableValue(Point{x, stream->ReadByte()});
+    return cw::CustomEncodableValue(stream->ReadByte());
   }
 };
 
-const PointSerializer kExtended;
+const LetterSerializer kExtended;
 const Serializer& kPlain = Serializer::GetInstance();
 const Serializer* const kBoth[] = {&kPlain, &kExtended};
 
@@ -186,15 +182,9 @@ TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
 }
 
 TEST_F(StandardCodecTest, TooManyElementsAreALengthErrorOnEveryTarget) {
-  for (const char* bytes : {"0c ff 00 00 00 04", "0c ff ff ff ff ff"}) {
-    for (const Serializer* serializer : kBoth) {
-      try {
-        Decode(*serializer, bytes);
-        ADD_FAILURE() << bytes;
-      } catch (const std::length_error& error) {
-        EXPECT_STREQ("vector::reserve", error.what());
-      }
-    }
+  for (const Serializer* serializer : kBoth) {
+    EXPECT_THROW(Decode(*serializer, "0c ff 00 00 00 04"), std::length_error);
+    EXPECT_THROW(Decode(*serializer, "0c ff ff ff ff ff"), std::length_error);
   }
 }
 
@@ -243,13 +233,12 @@ TEST_F(StandardCodecTest, DeepTreeIsEncodedLikeAShallowOne) {
 }
 
 TEST_F(StandardCodecTest, ExtensionAppliesInsideListsAndMaps) {
-  const Value point = cw::CustomEncodableValue(Point(3, 4));
-  const std::string bytes = Encode(kExtended, List{1, Map{{"p", point}}});
-  EXPECT_EQ("0c0203010000000d0107017080fe2c010304", bytes);
+  const Value letter = cw::CustomEncodableValue(uint8_t{'x'});
+  const std::string bytes = Encode(kExtended, List{1, Map{{"p", letter}}});
+  EXPECT_EQ("0c0203010000000d0107017080fe2c0178", bytes);
   const Value back = Decode(kExtended, bytes);
-  const auto& read = back.Get<List>()[1].Get<Map>().at("p").Get<cw::CustomEncodableValue>();
-  ASSERT_TRUE(read.Is<Point>());
-  EXPECT_EQ(Point(3, 4), *read.GetIf<Point>());
+  const Value& read = back.Get<List>()[1].Get<Map>().at("p");
+  EXPECT_EQ('x', *read.Get<cw::CustomEncodableValue>().GetIf<uint8_t>());
   EXPECT_EQ(Value(std::vector<int32_t>{7}), Decode(kExtended, "81 01 00 00 07 00 00 00"));
 }
 
@@ -269,10 +258,7 @@ TEST_F(StandardCodecTest, StreamsKeepToTheirEnds) {
   EXPECT_EQ(0u, stream.GetRemaining());
   stream.ReadBytes(nullptr, 0);  // Checked against the end like any other.
   EXPECT_EQ(0, stream.ReadByte());
-  cw::ByteBufferStreamReader nothing(nullptr, 5);
-  nothing.ReadBytes(nullptr, 0);
-  EXPECT_EQ(0, nothing.ReadByte());
-  EXPECT_EQ(Lines(6, kInvalidRead), errors_.TakeLines());
+  EXPECT_EQ(Lines(5, kInvalidRead), errors_.TakeLines());
 }
 
 }  // namespace

@@ -15,16 +15,16 @@
 namespace {
 
 using List = cw::EncodableList;
+using Text = std::string;
 using Value = cw::EncodableValue;
 using flrpc::Message;
-using namespace std::string_literals;
 using OptionalError = std::optional<Message::Error>;
 
-std::string Show(const OptionalError& error) {
+Text Show(const OptionalError& error) {
   return error ? std::to_string(error->code) + " " + error->message : "ok";
 }
-std::string Show(const Message::Notification& notification) { return notification.method; }
-std::string Show(const Message::Response& response) {
+Text Show(const Message::Notification& notification) { return notification.method; }
+Text Show(const Message::Response& response) {
   if (const auto* error = response.GetError()) return Show(OptionalError(*error));
   const auto* number = response.GetResult()->GetIf<int32_t>();
   return number ? std::to_string(*number) : "no number";
@@ -41,9 +41,9 @@ class RpcTest : public testing::Test {
  protected:
   // A callback that writes down what it is told.
   auto Tell(const char* who) {
-    return [this, who](const auto& told) { Note(std::string(who) + " " + Show(told)); };
+    return [this, who](const auto& told) { Note(Text(who) + " " + Show(told)); };
   }
-  void Note(const std::string& event) { events_ += "[" + event + "]"; }
+  void Note(const Text& event) { events_ += "[" + event + "]"; }
 
   RpcTest() {
     client_.OnConnected(Tell("connected"));
@@ -60,20 +60,20 @@ class RpcTest : public testing::Test {
   }
 
   // What happens in the steps, which are "ask:METHOD" or one of those below; and what is logged.
-  std::string Play(const std::string& script) {
+  Text Play(const Text& script) {
     std::istringstream steps(script);
-    for (std::string step; steps >> step;) {
+    for (Text step; steps >> step;) {
       try {
         step.rfind("ask:", 0) == 0 ? Ask(step.substr(4)) : steps_.at(step)();
       } catch (const std::runtime_error&) {
         Note("threw");
       }
-      for (const std::string& line : log_.TakeLines()) Note(line);
+      for (const Text& line : log_.TakeLines()) Note(line);
     }
     return std::exchange(events_, {});
   }
 
-  void Ask(const std::string& method, const Value& params = 2) {
+  void Ask(const Text& method, const Value& params = 2) {
     client_.SendRequest(method, params, Tell("answer"));
   }
   static void Throw(const Message::Response&) { throw std::bad_alloc(); }
@@ -90,33 +90,33 @@ class RpcTest : public testing::Test {
   }
 
   test::LogCapture log_;
-  std::string events_;
+  Text events_;
   std::vector<std::unique_ptr<flrpc::IReply>> kept_;
   test::RpcLink link_;
   flrpc::IOwnedClient& client_ = *link_.client;
   flrpc::IOwnedServer& server_ = *link_.server;
-  const std::map<std::string, std::function<void()>> steps_ = {
-      {"?", [this] { NoteState(); }},
-      {"run", [this] { client_.Run(); }},
-      {"start", [this] { client_.NotifyStarted({}); }},
-      {"fail", [this] { client_.NotifyStarted(Message::Error(9, "no start")); }},
-      {"end", [this] { client_.NotifyDisconnected({}); }},
-      {"lose", [this] { client_.NotifyDisconnected(Message::Error(9, "lost")); }},
-      {"ask", [this] { client_.SendRequest("double", 1, nullptr); }},
-      {"throw", [this] { client_.SendRequest("double", 1, Throw); }},
-      {"tell", [this] { client_.SendNotify("news", {}); }},
-      {"hear", [this] { client_.ReceiveMessage(Message::CreateNotification("news", {})); }},
-      {"refuse", [this] { Refuse(); }},
-      {"serve", [this] { server_.Run(); }},
-      {"news", [this] { server_.SendNotify("news", {}); }},
-      {"answer", [this] { kept_.back()->SendError(12, "late", 1); }},
-      {"forget", [this] { server_.OnRequest("keep", nullptr); }},
-      {"connect", [this] { link_.Connect(); }},
-      {"down", [this] { link_.is_down = true; }},
-      {"up", [this] { link_.is_down = false; }},
-      {">", [this] { link_.DeliverToServer(); }},
-      {"<", [this] { link_.DeliverToClient(); }},
-      {"=", [this] { link_.DeliverAll(); }},
+  const std::map<Text, std::function<void()>> steps_ = {
+      {"?", [&] { NoteState(); }},
+      {"run", [&] { client_.Run(); }},
+      {"start", [&] { client_.NotifyStarted({}); }},
+      {"fail", [&] { client_.NotifyStarted(Message::Error(9, "no start")); }},
+      {"end", [&] { client_.NotifyDisconnected({}); }},
+      {"lose", [&] { client_.NotifyDisconnected(Message::Error(9, "lost")); }},
+      {"ask", [&] { client_.SendRequest("double", 1, nullptr); }},
+      {"throw", [&] { client_.SendRequest("double", 1, Throw); }},
+      {"tell", [&] { client_.SendNotify("news", {}); }},
+      {"hear", [&] { client_.ReceiveMessage(Message::CreateNotification("news", {})); }},
+      {"refuse", [&] { Refuse(); }},
+      {"serve", [&] { server_.Run(); }},
+      {"news", [&] { server_.SendNotify("news", {}); }},
+      {"answer", [&] { kept_.back()->SendError(12, "late", 1); }},
+      {"forget", [&] { server_.OnRequest("keep", nullptr); }},
+      {"connect", [&] { link_.Connect(); }},
+      {"down", [&] { link_.is_down = true; }},
+      {"up", [&] { link_.is_down = false; }},
+      {">", [&] { link_.DeliverToServer(); }},
+      {"<", [&] { link_.DeliverToClient(); }},
+      {"=", [&] { link_.DeliverAll(); }},
   };
 };
 
@@ -131,7 +131,7 @@ TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
 }
 
 TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
-  EXPECT_EQ("[waits 00][waits 10]", Play("ask:double tell news run ? start hear ? ="));
+  EXPECT_EQ("[waits 00][waits 10]", Play("tell news run ? start ask:double hear ? ="));
   EXPECT_EQ("[server ok][waits 02]", Play("serve serve ?"));
   EXPECT_EQ("[client news][connected ok][server news][client news][answer 4]", Play("="));
 }
@@ -143,7 +143,7 @@ TEST_F(RpcTest, SecondRequestToConnectIsAnUnknownMethod) {
 }
 
 TEST_F(RpcTest, FourErrorsToConnectAreAFailure) {
-  const std::string error = "[[error] Connect error: no]";
+  const Text error = "[[error] Connect error: no]";
   EXPECT_EQ(error + error + error, Play("ask:double run start refuse refuse refuse"));
   EXPECT_EQ("[waits 10][answer 4 no][connected 4 no][failed 00]", Play("? refuse ?"));
 }
@@ -189,17 +189,17 @@ TEST_F(RpcTest, StrangeAnswersAreToldApart) {
   Play("connect ask:double");
   const auto id = Message::FromBase64(link_.to_server.at(0)).GetRequest()->id;
   EXPECT_EQ("[answer 4]", Play("="));
-  const std::string text = id.GetText();
+  const Text text = id.GetText();
   auto& ids = flrpc::details::RequestIds::Get();
-  const std::string others = ids.IdOf(ids.Draw()).GetText();  // What another client asks.
-  const std::string padded = std::string(text).insert(text.find('_') + 1, "0");
-  const auto answer = [this](const std::string& to) {
+  const Text others = ids.IdOf(ids.Draw()).GetText();  // What another client asks.
+  const Text padded = Text(text).insert(text.find('_') + 1, "0");
+  const auto answer = [this](const Text& to) {
     client_.ReceiveMessage(Message::CreateResponse(Message::ID(to), 1));
     return log_.TakeLine();
   };
   EXPECT_EQ("[error] Invalid server response", answer(text));
-  const std::string unhandled = "[warn] [RPC Receiver]: unhandled message";
-  for (const std::string& strange : {"1"s, ""s, text + "0", text + " ", padded, others}) {
+  const Text unhandled = "[warn] [RPC Receiver]: unhandled message";
+  for (const Text& strange : std::vector<Text>{"1", "", text + "0", text + " ", padded, others}) {
     EXPECT_EQ(unhandled, answer(strange)) << strange;
   }
   Play("end");
@@ -234,9 +234,9 @@ TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
 // At the limit of a frame and beyond it, for every kind of message that is sent.
 TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
   Play("connect");
-  const std::string fault = "it nests lists and maps more than 1024 levels deep]";
-  const std::string refusal = "[answer -32603 The message cannot be sent: " + fault;
-  const std::string dropped = "[[error] Notification 'news' dropped: " + fault;
+  const Text fault = "it nests lists and maps more than 1024 levels deep]";
+  const Text refusal = "[answer -32603 The message cannot be sent: " + fault;
+  const Text dropped = "[[error] Notification 'news' dropped: " + fault;
   for (const int levels : {1023, 1024}) {  // The message is a map itself, and its error another.
     kept_.clear();
     Play("ask:keep ask:keep =");
@@ -257,12 +257,12 @@ TEST_F(RpcTest, EveryValueOfAMessageCounts) {
     cw::details::Walk(value, [&values](const auto&, size_t) { return ++values > 0; });
     return values;
   };
-  const Value payload = cw::EncodableMap{{"k", List{1, 2}}};
   const Message::ID id(1);
+  const Value list = List{1, 2};
   for (const Message& message :
-       {Message::CreateRequest(id, "m", payload), Message::CreateResponse(id, payload),
-        Message::CreateError(id, 1, "no", payload), Message::CreateNotification("m", payload),
-        Message::CreateError(1, "no", payload)}) {
+       {Message::CreateRequest(id, "m", list), Message::CreateNotification("m", list),
+        Message::CreateResponse(id, list), Message::CreateError(id, 1, "no", list),
+        Message::CreateError(1, "no", list)}) {
     const auto [value, around] = flrpc::details::GetPayload(message);
     EXPECT_EQ(count(message.ToEncodable()), around.values + count(*value)) << message.ToBase64();
   }
@@ -274,7 +274,7 @@ TEST_F(RpcTest, MessageThatIsReadAsAnotherIsCheckedAsItIsRead) {
                              std::vector<uint8_t>{0, 0, 0, 12, 255, 255, 255, 255, 3, 1, 1, 1, 1}};
   int refused = 0;
   for (size_t size = 1; size <= 8; ++size) {
-    const auto message = Message::CreateRequest(Message::ID(1), std::string(size, 'm'), shifted);
+    const auto message = Message::CreateRequest(Message::ID(1), Text(size, 'm'), shifted);
     if (flrpc::details::FindUnsendable(message)) ++refused;
   }
   EXPECT_EQ(1, refused);
