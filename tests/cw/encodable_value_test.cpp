@@ -92,18 +92,16 @@ TEST(EncodableValueTest, MayBeAssignedFromWithinItself) {
 
 // A tree that is destroyed puts off what is deep, but not what its objects destroy meanwhile.
 TEST(EncodableValueTest, ObjectInADeepTreeDestroysItsOwnValuesAtOnce) {
-  struct Owner {
-    std::shared_ptr<int> alive = std::make_shared<int>();
-    ~Owner() {
-      const std::weak_ptr<int> watched = alive;
-      Value own = Custom(std::exchange(alive, nullptr));
-      own = List{List{std::move(own)}};
-      own = {};
-      EXPECT_TRUE(watched.expired());
-    }
-  };
-  Value tree = Custom(std::make_shared<Owner>());
+  std::string destroyed;
+  const auto at_the_end_of = [](auto call) { return Custom(std::shared_ptr<void>(nullptr, call)); };
+  Value tree = at_the_end_of([&](void*) {
+    Value own = List{List{at_the_end_of([&](void*) { destroyed += "own value, "; })}};
+    own = {};
+    destroyed += "object";
+  });
   for (int level = 0; level < 40; ++level) tree = List{tree};
+  tree = {};
+  EXPECT_EQ("own value, object", destroyed);
 }
 
 TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include "tests/support/log_capture.h"
 #include "tests/support/values.h"
 
@@ -16,8 +14,6 @@ using flrpc::Message;
 using ID = Message::ID;
 using Type = Message::Type;
 
-constexpr int64_t kMin32 = std::numeric_limits<int32_t>::min();
-
 // With the member that all messages have.
 Map Frame(Map members) {
   members.emplace("jsonrpc", "2.0");
@@ -28,10 +24,10 @@ struct MessageTest : testing::Test {
   test::LogCapture log_;
 };
 
-TEST_F(MessageTest, IdentifierIsATextHoweverItWasMade) {
+TEST_F(MessageTest, IdentifierIsAText) {
   EXPECT_TRUE(ID(5) == ID("5") && ID("5") == 5 && ID(5) == "5");
   EXPECT_TRUE(ID("05") != 5 && ID("5") != ID("5 ") && ID(std::string_view("5\0", 2)) != "5");
-  EXPECT_EQ(ID("-9223372036854775808"), ID(std::numeric_limits<int64_t>::min()));
+  EXPECT_EQ(ID("-9223372036854775808"), ID(INT64_MIN));
   EXPECT_EQ(std::hash<ID>()(ID(5)), std::hash<ID>()(ID("5")));
   const std::pair<Value, const char*> rows[] = {
       {"text", "text"},
@@ -48,7 +44,7 @@ TEST_F(MessageTest, IdentifierIsATextHoweverItWasMade) {
 }
 
 // Each kind, its map, and its bytes without the detour over the map.
-TEST_F(MessageTest, EveryKindIsWrittenAndReadBack) {
+TEST_F(MessageTest, EveryKindReadsBack) {
   for (const Value& extra : List{{}, Map{{"ratio", 0.5}, {"list", std::vector<double>{1, 2}}}}) {
     const std::string name(extra.IsNull() ? 1 : 300, 'x');
     const std::string text(extra.IsNull() ? "" : name);
@@ -92,7 +88,7 @@ TEST_F(MessageTest, RequestKnowsItsNameAndItsResponse) {
   EXPECT_FALSE(request.IsResponseForThis(Message::CreateResponse(ID(2), {})));
 }
 
-TEST_F(MessageTest, WhatIsMalformedBecomesAParseError) {
+TEST_F(MessageTest, MalformedFrameIsAParseError) {
   const auto error = [](const Map& members) { return Frame({{"error", members}}); };
   const std::pair<const char*, List> rows[] = {
       {"Emply or invalid RPC message",
@@ -106,7 +102,7 @@ TEST_F(MessageTest, WhatIsMalformedBecomesAParseError) {
       {"The code field contains not integer number", {error({{"code", 1.0}, {"message", "m"}})}},
       {"The code field contains a value out of the supported range",
        {error({{"code", int64_t{4294967296}}, {"message", "m"}}),
-        error({{"code", kMin32 - 1}, {"message", "m"}})}},
+        error({{"code", int64_t{INT32_MIN} - 1}, {"message", "m"}})}},
       {"The Error object does not have a required messsage field.", {error({{"code", 1}})}},
       {"The message field contains not string value", {error({{"code", 1}, {"message", 1}})}},
       // Only a request may have its identifier one level deeper.
@@ -127,8 +123,8 @@ TEST_F(MessageTest, OddButValidFramesAreTaken) {
   const std::pair<Map, Map> rows[] = {
       {{{"method", "m"}, {"error", 1}, {"params", {}}, {"other", 2}}, {{"method", "m"}}},
       {{{"method", "m"}, {"id", Map{{"id", 7}}}}, {{"method", "m"}, {"id", "7"}}},
-      {{{"error", Map{{"code", kMin32}, {"message", "m"}}}},
-       {{"error", Map{{"code", static_cast<int32_t>(kMin32)}, {"message", "m"}}}}},
+      {{{"error", Map{{"code", int64_t{INT32_MIN}}, {"message", "m"}}}},
+       {{"error", Map{{"code", INT32_MIN}, {"message", "m"}}}}},
   };
   for (const auto& [odd, usual] : rows) {
     EXPECT_EQ(Value(Frame(usual)), Message::FromEncodable(Frame(odd)).ToEncodable());
@@ -141,7 +137,7 @@ TEST_F(MessageTest, OddButValidFramesAreTaken) {
   }
 }
 
-TEST_F(MessageTest, HostileTextsGiveTheEmptyMessage) {
+TEST_F(MessageTest, HostileTextIsTheEmptyMessage) {
   for (const char* text : {"", "=", "not base64!", "AA=="}) {  // The last one is null.
     EXPECT_TRUE(Message::FromBase64(text).IsEmpty()) << text;
   }

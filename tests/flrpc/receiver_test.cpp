@@ -33,7 +33,7 @@ class ReceiverTest : public testing::Test {
       }};
 };
 
-TEST_F(ReceiverTest, HoldsBothWaysBackUntilTheQueueIsEnabled) {
+TEST_F(ReceiverTest, HoldsBothWaysUntilItIsEnabled) {
   receiver_.Send(Note("1"));
   receiver_.Receive(Note("2"));
   receiver_.Send(Note("3"));
@@ -45,7 +45,7 @@ TEST_F(ReceiverTest, HoldsBothWaysBackUntilTheQueueIsEnabled) {
   EXPECT_EQ("[sent 1][got 2][sent 3][sent 6]", Take());
 }
 
-TEST_F(ReceiverTest, MessagesBehindAHandlerThatThrowsAreDeliveredBeforeTheFirstExceptionLeaves) {
+TEST_F(ReceiverTest, HandlerThatThrowsHoldsNothingUp) {
   on_receive_ = [this](const std::string& name) -> bool {
     if (name == "1") receiver_.Send(Note("by 1"));  // Delivered at once.
     if (name != "3") throw std::runtime_error("thrown by " + name);
@@ -63,7 +63,7 @@ TEST_F(ReceiverTest, MessagesBehindAHandlerThatThrowsAreDeliveredBeforeTheFirstE
   EXPECT_EQ("[got 1][sent by 1][got 2][got 3][sent 4][got 3]", Take());
 }
 
-TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBounded) {
+TEST_F(ReceiverTest, HeldMessagesAreLimited) {
   for (int i = 1; i <= 1030; ++i) receiver_.Receive(Note(std::to_string(i)));
   EXPECT_EQ(Lines(6, "[error] RPC message dropped: 1024 messages wait already"), log_.TakeLines());
   receiver_.Send(Note("ours"));
@@ -71,7 +71,7 @@ TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBounded) {
   EXPECT_NE(std::string::npos, Take().find("[got 1023][got 1024][sent ours]"));
 }
 
-TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBoundedInBytesToo) {
+TEST_F(ReceiverTest, HeldBytesAreLimited) {
   const std::string mebibyte(1 << 20, 'x');
   cw::EncodableMap map;
   for (int i = 0; i < 4096; ++i) map[i] = std::vector<double>(32);
@@ -90,12 +90,12 @@ TEST_F(ReceiverTest, WhatAPeerMakesUsHoldIsBoundedInBytesToo) {
 TEST_F(ReceiverTest, NotificationsGoToTheirHandlersUnlessTaken) {
   on_receive_ = [](const std::string& name) { return name == "taken"; };
   for (const char* mark : {"a ", "b "}) {
-    receiver_.OnNotify("news", [this, mark](const Message::Notification& notification) {
+    receiver_.OnNotify("news", [this, mark](const auto& notification) {
       Add(mark + notification.method);
-      receiver_.OnNotify("late", [](const Message::Notification&) {});  // May register others.
+      receiver_.OnNotify("late", [](const auto&) {});  // May register others.
     });
   }
-  receiver_.OnNotify("taken", [this](const Message::Notification&) { Add("not taken"); });
+  receiver_.OnNotify("taken", [this](const auto&) { Add("not taken"); });
   for (const char* name : {"news", "taken", "foo"}) receiver_.ReceiveImmediately(Note(name));
   EXPECT_EQ("[got news][a news][b news][got taken][got foo]", Take());
   receiver_.ReceiveImmediately(Message());
@@ -106,7 +106,7 @@ TEST_F(ReceiverTest, NotificationsGoToTheirHandlersUnlessTaken) {
   EXPECT_EQ((Lines{"[error] Unknown event 'foo()'", unhandled, unhandled}), log_.TakeLines());
 }
 
-TEST_F(ReceiverTest, GuardTakesOneMessageAndDeliversItWhenItEnds) {
+TEST_F(ReceiverTest, GuardDeliversOneMessageWhenItEnds) {
   {
     const Message one = Note("1");
     SendGuard nothing(receiver_);

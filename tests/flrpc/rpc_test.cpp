@@ -18,7 +18,8 @@ using List = cw::EncodableList;
 using Text = std::string;
 using Value = cw::EncodableValue;
 using flrpc::Message;
-using OptionalError = std::optional<Message::Error>;
+using Error = Message::Error;
+using OptionalError = std::optional<Error>;
 
 Text Show(const OptionalError& error) {
   return error ? std::to_string(error->code) + " " + error->message : "ok";
@@ -99,9 +100,9 @@ class RpcTest : public testing::Test {
       {"?", [&] { NoteState(); }},
       {"run", [&] { client_.Run(); }},
       {"start", [&] { client_.NotifyStarted({}); }},
-      {"fail", [&] { client_.NotifyStarted(Message::Error(9, "no start")); }},
+      {"fail", [&] { client_.NotifyStarted(Error(9, "no start")); }},
       {"end", [&] { client_.NotifyDisconnected({}); }},
-      {"lose", [&] { client_.NotifyDisconnected(Message::Error(9, "lost")); }},
+      {"lose", [&] { client_.NotifyDisconnected(Error(9, "lost")); }},
       {"ask", [&] { client_.SendRequest("double", 1, nullptr); }},
       {"throw", [&] { client_.SendRequest("double", 1, Throw); }},
       {"tell", [&] { client_.SendNotify("news", {}); }},
@@ -120,7 +121,7 @@ class RpcTest : public testing::Test {
   };
 };
 
-TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
+TEST_F(RpcTest, ResponsesMayComeInAnyOrder) {
   EXPECT_EQ("[server ok][connected ok]", Play("connect ask:double ask:foo ask:keep > > >"));
   auto& texts = link_.to_client;
   texts = {texts.at(1), texts.at(0), texts.at(1)};
@@ -130,25 +131,25 @@ TEST_F(RpcTest, RequestsGetTheirResponsesWhateverTheirOrder) {
       Play("= end"));
 }
 
-TEST_F(RpcTest, TrafficWaitsForTheHandshakeAndKeepsItsOrder) {
+TEST_F(RpcTest, TrafficWaitsForTheHandshake) {
   EXPECT_EQ("[waits 00][waits 10]", Play("tell news run ? start ask:double hear ? ="));
   EXPECT_EQ("[server ok][waits 02]", Play("serve serve ?"));
   EXPECT_EQ("[client news][connected ok][server news][client news][answer 4]", Play("="));
 }
 
-TEST_F(RpcTest, SecondRequestToConnectIsAnUnknownMethod) {
+TEST_F(RpcTest, SecondHandshakeIsAnUnknownMethod) {
   EXPECT_EQ("[waits 00][server ok][waits 02]", Play("run run start > > ? serve ?"));
   EXPECT_EQ("[connected ok][connected 00][answer -32601 Unknown method 'flrpc.connected()']",
             Play("= ? ask:flrpc.connected ="));
 }
 
-TEST_F(RpcTest, FourErrorsToConnectAreAFailure) {
+TEST_F(RpcTest, FourRefusalsAreAFailure) {
   const Text error = "[[error] Connect error: no]";
   EXPECT_EQ(error + error + error, Play("ask:double run start refuse refuse refuse"));
   EXPECT_EQ("[waits 10][answer 4 no][connected 4 no][failed 00]", Play("? refuse ?"));
 }
 
-TEST_F(RpcTest, RepeatedRunReachesTheAttemptLimit) {
+TEST_F(RpcTest, FifthAttemptIsAFailure) {
   EXPECT_EQ("[waits 40]", Play("start run run run run ?"));
   EXPECT_EQ(
       "[connected -32603 Cannot connect to server.]"
@@ -157,7 +158,7 @@ TEST_F(RpcTest, RepeatedRunReachesTheAttemptLimit) {
       Play("run run ?"));
 }
 
-TEST_F(RpcTest, FailureIsToldOnceToEverybodyWhoWaits) {
+TEST_F(RpcTest, FailureIsToldOnceToEveryCaller) {
   EXPECT_EQ(
       "[answer 9 no start][connected 9 no start]"
       "[[error] Stray exception in response callback: std::bad_alloc][failed 00]",
@@ -165,12 +166,12 @@ TEST_F(RpcTest, FailureIsToldOnceToEverybodyWhoWaits) {
   EXPECT_EQ("[answer 9 no start][failed 00]", Play("lose run start ask:flrpc.connected ?"));
 }
 
-TEST_F(RpcTest, FailedClientAnswersRequestsItselfAndSendsNotifications) {
+TEST_F(RpcTest, FailedClientAnswersItself) {
   EXPECT_EQ("[server ok][connected ok][disconnected 9 lost]", Play("connect lose"));
   EXPECT_EQ("[answer 9 lost][failed 10][server news]", Play("ask:double tell end ? ="));
 }
 
-TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
+TEST_F(RpcTest, ReplyMayComeLateOrNever) {
   EXPECT_EQ("[server ok][connected ok][connected 00]", Play("connect ask:keep = ?"));
   EXPECT_EQ("[answer 12 late]", Play("answer ="));
   EXPECT_EQ("[answer -32601 Unknown method 'keep()']", Play("ask:keep = forget ask:keep ="));
@@ -178,7 +179,7 @@ TEST_F(RpcTest, ReplyMayBeKeptUsedLateOrNever) {
   EXPECT_EQ("[connected 00]", Play("answer ?"));
 }
 
-TEST_F(RpcTest, TransportThatThrowsTakesTheRequestBackAndLeavesTheHandshake) {
+TEST_F(RpcTest, TransportMayThrow) {
   EXPECT_EQ("[threw]", Play("ask:double serve run down start up run run"));
   EXPECT_EQ("[threw][server ok]", Play("down > up >"));
   EXPECT_EQ("[answer -32603 The request could not be sent.][connected ok][threw]", Play("down <"));
@@ -219,7 +220,7 @@ TEST_F(RpcTest, LastAnsweredRequestsAreRememberedExactly) {
   }
 }
 
-TEST_F(RpcTest, ClientThatCouldNotConnectHoldsNothing) {
+TEST_F(RpcTest, FailedClientHoldsNothing) {
   const auto held = std::make_shared<int>(0);
   for (const long used : {4, 1}) {
     const auto custom = [&held] { return cw::CustomEncodableValue(held); };
@@ -269,7 +270,7 @@ TEST_F(RpcTest, EveryValueOfAMessageCounts) {
 }
 
 // Decoders align behind an empty list of numbers, and read something else than what was written.
-TEST_F(RpcTest, MessageThatIsReadAsAnotherIsCheckedAsItIsRead) {
+TEST_F(RpcTest, MessageIsCheckedAsItIsRead) {
   const Value shifted = List{std::vector<int64_t>(),
                              std::vector<uint8_t>{0, 0, 0, 12, 255, 255, 255, 255, 3, 1, 1, 1, 1}};
   int refused = 0;
@@ -280,7 +281,7 @@ TEST_F(RpcTest, MessageThatIsReadAsAnotherIsCheckedAsItIsRead) {
   EXPECT_EQ(1, refused);
 }
 
-TEST_F(RpcTest, CapturedObjectsMayCallTheClientOrServerThatEnds) {
+TEST_F(RpcTest, CapturedObjectsMayCallWhatEnds) {
   std::shared_ptr<void> calls_client(nullptr, [this](void*) {
     client_.SendRequest("m", {}, nullptr);
     client_.SendNotify("m", {});

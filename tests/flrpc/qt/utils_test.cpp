@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -16,6 +15,7 @@ namespace {
 using List = cw::EncodableList;
 using Map = cw::EncodableMap;
 using Value = cw::EncodableValue;
+using Lines = std::vector<std::string>;
 using flrpc::qt::EncodableToJson;
 using flrpc::qt::JsonToEncodable;
 
@@ -25,7 +25,6 @@ struct UtilsTest : testing::Test {
 
 // What JSON cannot tell apart comes back as the narrowest that holds it.
 TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
-  const int64_t least = std::numeric_limits<int32_t>::min();
   struct Row {
     std::string text;
     Value value;
@@ -35,9 +34,9 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
       {"null", {}},
       {"true", true},
       {"2147483647", 2147483647},
-      {"-2147483648", static_cast<int32_t>(least)},
+      {"-2147483648", INT32_MIN},
       {"2147483648", int64_t{2147483648}},
-      {"-2147483649", least - 1},
+      {"-2147483649", int64_t{INT32_MIN} - 1},
       {"0.25", 0.25},
       {"1e+300", 1e300},
       {"\"a\\\"\xc3\xa4\xf0\x9f\x98\x80\"", "a\"\xc3\xa4\xf0\x9f\x98\x80"},
@@ -76,7 +75,7 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
 }
 
 TEST_F(UtilsTest, WhatJsonCannotHoldIsRefusedAtAnyDepth) {
-  const std::pair<const char*, List> rows[] = {
+  const std::pair<std::string, List> rows[] = {
       {"Infinite double value cannot be represented as a JSON value",
        {HUGE_VAL, -HUGE_VAL, std::vector<double>{HUGE_VAL}}},
       {"Non-a-number value cannot be represented as a JSON value",
@@ -89,7 +88,7 @@ TEST_F(UtilsTest, WhatJsonCannotHoldIsRefusedAtAnyDepth) {
       QJsonValue json;
       EXPECT_FALSE(EncodableToJson(value, json));
       EXPECT_TRUE(flrpc::qt::EncodableMapToJsonString({{"key", List{1, value}}}).isNull());
-      EXPECT_EQ(std::vector<std::string>(2, std::string("[error] ") + error), log_.TakeLines());
+      EXPECT_EQ(Lines(2, "[error] " + error), log_.TakeLines());
     }
   }
   EXPECT_EQ("{\"a\":[1,null]}",
@@ -126,7 +125,7 @@ TEST_F(UtilsTest, NestingIsLimitedBothWays) {
     EXPECT_FALSE(JsonToEncodable(QJsonArray{json}, back));
     EXPECT_FALSE(flrpc::qt::JsonObjectToEncodableMap({{QStringLiteral("k"), json}}, map));
     const std::string error = "[error] Values nested deeper than 1024 levels cannot be converted";
-    EXPECT_EQ(std::vector<std::string>(4, error), log_.TakeLines());
+    EXPECT_EQ(Lines(4, error), log_.TakeLines());
   }
 }
 
