@@ -95,11 +95,11 @@ TEST(EncodableValueTest, ObjectInADeepTreeDestroysItsOwnValuesAtOnce) {
   std::string destroyed;
   const auto at_the_end_of = [](auto call) { return Custom(std::shared_ptr<void>(nullptr, call)); };
   Value tree = at_the_end_of([&](void*) {
-    Value own = List{List{at_the_end_of([&](void*) { destroyed += "own value, "; })}};
+    Value own = List{List{0, at_the_end_of([&](void*) { destroyed += "own value, "; })}};
     own = {};
     destroyed += "object";
   });
-  for (int level = 0; level < 40; ++level) tree = List{tree};
+  for (int level = 0; level < 40; ++level) tree = List{level, tree};
   tree = {};
   EXPECT_EQ("own value, object", destroyed);
 }
