@@ -101,14 +101,14 @@ TEST_F(MethodCodecTest, ResultTakesZeroForAValue) {
 }
 
 TEST_F(MethodCodecTest, ThereIsOneCodecForEachSerializer) {
-  static const class Other final : public cw::StandardCodecSerializer {
+  static const struct Other final : cw::StandardCodecSerializer {
   } other;
   const auto* plain = &cw::StandardCodecSerializer::GetInstance();
   EXPECT_EQ(&kCodec, &cw::StandardMethodCodec::GetInstance(plain));
-  EXPECT_NE(&kCodec, &cw::StandardMethodCodec::GetInstance(&other));
-  const auto& message_codec = cw::StandardMessageCodec::GetInstance(&other);
-  EXPECT_EQ(&message_codec, &cw::StandardMessageCodec::GetInstance(&other));
-  EXPECT_EQ(nullptr, message_codec.DecodeMessage(nullptr, 3));
+  const auto& codec = cw::StandardMessageCodec::GetInstance(&other);
+  EXPECT_NE(&codec, &cw::StandardMessageCodec::GetInstance(plain));
+  EXPECT_EQ(&codec, &cw::StandardMessageCodec::GetInstance(&other));
+  EXPECT_EQ(nullptr, codec.DecodeMessage(nullptr, 3));
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ TEST_F(MessageTest, EveryKindReadsBack) {
   EXPECT_EQ("[error] Invalid Json-RPC message", log_.TakeLine());
 }
 
-TEST_F(MessageTest, RequestKnowsItsNameAndItsResponse) {
+TEST_F(MessageTest, RequestKnowsItsResponse) {
   const auto request = Message::CreateRequest(ID("1"), "m", 5);
   const auto response = Message::CreateResponse(ID(1), {});
   EXPECT_TRUE(request.IsRequest("m") && !request.IsRequest("m ") && !response.IsRequest("m"));
@@ -137,7 +137,7 @@ TEST_F(MessageTest, OddButValidFramesAreTaken) {
   }
 }
 
-TEST_F(MessageTest, HostileTextIsTheEmptyMessage) {
+TEST_F(MessageTest, HostileTextIsEmpty) {
   for (const char* text : {"", "=", "not base64!", "AA=="}) {  // The last one is null.
     EXPECT_TRUE(Message::FromBase64(text).IsEmpty()) << text;
   }

@@ -16,6 +16,7 @@ using List = cw::EncodableList;
 using Map = cw::EncodableMap;
 using Value = cw::EncodableValue;
 using Lines = std::vector<std::string>;
+using flrpc::qt::EncodableMapToJsonString;
 using flrpc::qt::EncodableToJson;
 using flrpc::qt::JsonToEncodable;
 
@@ -74,7 +75,7 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
   }
 }
 
-TEST_F(UtilsTest, WhatJsonCannotHoldIsRefusedAtAnyDepth) {
+TEST_F(UtilsTest, WhatJsonCannotHoldIsRefused) {
   const std::pair<std::string, List> rows[] = {
       {"Infinite double value cannot be represented as a JSON value",
        {HUGE_VAL, -HUGE_VAL, std::vector<double>{HUGE_VAL}}},
@@ -87,12 +88,11 @@ TEST_F(UtilsTest, WhatJsonCannotHoldIsRefusedAtAnyDepth) {
     for (const Value& value : values) {
       QJsonValue json;
       EXPECT_FALSE(EncodableToJson(value, json));
-      EXPECT_TRUE(flrpc::qt::EncodableMapToJsonString({{"key", List{1, value}}}).isNull());
+      EXPECT_TRUE(EncodableMapToJsonString({{"key", List{1, value}}}).isNull());
       EXPECT_EQ(Lines(2, "[error] " + error), log_.TakeLines());
     }
   }
-  EXPECT_EQ("{\"a\":[1,null]}",
-            flrpc::qt::EncodableMapToJsonString({{"a", List{1, {}}}}).toStdString());
+  EXPECT_EQ("{\"a\":[1,null]}", EncodableMapToJsonString({{"a", List{1, {}}}}).toStdString());
 }
 
 TEST_F(UtilsTest, OddJsonIsTakenOrRefused) {
