@@ -12,127 +12,103 @@ const struct UsesTheCodecAtExit {
   ~UsesTheCodecAtExit() { cw::StandardMethodCodec::GetInstance().EncodeSuccessEnvelope(); }
 } kUsesTheCodecAtExit;
 
-using cw::EncodableList;
 using cw::EncodableValue;
-using test::BytesOf;
-using test::FromHex;
-using test::ToHex;
+using Lines = std::vector<std::string>;
 
 const std::string kInvalidRead = "Invalid read in StandardCodecByteStreamReader";
 
-// Writes down what it is told.
+std::string ToHex(const forge::Buffer& buffer) { return test::ToHex(test::BytesOf(buffer)); }
+
+const cw::StandardMethodCodec& kCodec = cw::StandardMethodCodec::GetInstance();
+
+// Writes down what it is told, and the envelope of that.
 class Recorder final : public cw::MethodResult<EncodableValue> {
  public:
   std::string told;
 
  private:
-  static std::string Show(const EncodableValue* value) {
-    return value ? ToHex(BytesOf(value->Serialize())) : "none";
+  void SuccessInternal(const EncodableValue* result) override {
+    told += (result ? "value " : "no value ") + ToHex(kCodec.EncodeSuccessEnvelope(result));
   }
-  void SuccessInternal(const EncodableValue* result) override { told += "success " + Show(result); }
   void ErrorInternal(const std::string& code, const std::string& message,
                      const EncodableValue* details) override {
-    told += "error <" + code + "> <" + message + "> " + Show(details);
+    told += "<" + code + "> <" + message + (details ? "> details " : "> ") +
+            ToHex(kCodec.EncodeErrorEnvelope(code, message, details));
   }
   void NotImplementedInternal() override { told += "not implemented"; }
 };
 
-class MethodCodecTest : public testing::Test {
- protected:
-  std::string EncodeCall(const std::string& name, std::unique_ptr<EncodableValue> arguments) {
-    return ToHex(BytesOf(codec_.EncodeMethodCall({name, std::move(arguments)})));
-  }
+// What the result is told of the bytes.
+std::string Process(const std::string& hex) {
+  Recorder result;
+  const auto bytes = test::FromHex(hex);
+  const bool is_envelope =
+      kCodec.DecodeAndProcessResponseEnvelope(bytes.data(), bytes.size(), &result);
+  return is_envelope ? result.told : "no envelope" + result.told;
+}
 
+struct MethodCodecTest : testing::Test {
   test::ErrorCapture errors_;
-  const cw::StandardMethodCodec& codec_ = cw::StandardMethodCodec::GetInstance();
 };
 
 TEST_F(MethodCodecTest, CallIsTheNameAndTheArguments) {
-  EXPECT_EQ("07016100", EncodeCall("a", nullptr));
-  EXPECT_EQ("07016100", EncodeCall("a", std::make_unique<EncodableValue>()));
-  // Alignment counts from the first byte of all.
-  EXPECT_EQ("0701610600000000000000000000f03f",
-            EncodeCall("a", std::make_unique<EncodableValue>(1.0)));
-  const auto bytes = FromHex("070161 0c0101");
-  const auto call = codec_.DecodeMethodCall(bytes.data(), bytes.size());
-  EXPECT_EQ("a", call->GetMethodName());
-  EXPECT_EQ(EncodableValue(EncodableList{true}), *call->GetArguments());
-  const auto bare = codec_.DecodeMethodCall(FromHex("07016100").data(), 4);
-  EXPECT_TRUE(bare->GetArguments() && bare->GetArguments()->IsNull());
+  const std::pair<EncodableValue, const char*> rows[] = {
+      {EncodableValue(), "07016100"},
+      {1.0, "0701610600000000000000000000f03f"},  // Alignment counts from the first byte of all.
+      {cw::EncodableList{true}, "0701610c0101"},
+  };
+  for (const auto& [arguments, hex] : rows) {
+    const auto bytes = test::FromHex(hex);
+    const auto call = kCodec.DecodeMethodCall(bytes.data(), bytes.size());
+    EXPECT_EQ("a", call->GetMethodName());
+    EXPECT_EQ(arguments, *call->GetArguments());
+    EXPECT_EQ(hex, ToHex(kCodec.EncodeMethodCall(*call)));
+  }
+  EXPECT_EQ("07016100", ToHex(kCodec.EncodeMethodCall({"a", nullptr})));
 }
 
 TEST_F(MethodCodecTest, WhatDoesNotStartWithATextIsNoCall) {
   const std::string line = "Invalid method call; method name is not a string.";
-  EXPECT_EQ(nullptr, codec_.DecodeMethodCall(FromHex("0301000000").data(), 5));
-  EXPECT_EQ(std::vector<std::string>{line}, errors_.TakeLines());
-  const uint8_t null_tag = 0;
-  for (const uint8_t* data : {static_cast<const uint8_t*>(nullptr), &null_tag}) {
-    EXPECT_EQ(nullptr, codec_.DecodeMethodCall(data, 0));
-    EXPECT_EQ((std::vector<std::string>{kInvalidRead, line}), errors_.TakeLines());
-  }
-}
-
-TEST_F(MethodCodecTest, EnvelopesAreAByteAndValues) {
-  const auto hex = [](const forge::Buffer& buffer) { return ToHex(BytesOf(buffer)); };
-  const EncodableValue one = 1, pi = 1.0;
-  EXPECT_EQ("0000", hex(codec_.EncodeSuccessEnvelope()));
-  EXPECT_EQ("000301000000", hex(codec_.EncodeSuccessEnvelope(&one)));
-  EXPECT_EQ("0006000000000000000000000000f03f", hex(codec_.EncodeSuccessEnvelope(&pi)));
-  EXPECT_EQ("010701450000", hex(codec_.EncodeErrorEnvelope("E")));
-  EXPECT_EQ("01070007016d0301000000", hex(codec_.EncodeErrorEnvelope("", "m", &one)));
+  const uint8_t number[] = {3, 1, 0, 0, 0};
+  EXPECT_EQ(nullptr, kCodec.DecodeMethodCall(number, sizeof number));
+  EXPECT_EQ(nullptr, kCodec.DecodeMethodCall(number, 0));
+  EXPECT_EQ(nullptr, kCodec.DecodeMethodCall(nullptr, 5));
+  EXPECT_EQ((Lines{line, kInvalidRead, line, kInvalidRead, line}), errors_.TakeLines());
 }
 
 TEST_F(MethodCodecTest, ResponseIsToldToTheResult) {
-  struct Row {
-    const char* bytes;
-    bool is_envelope;
-    const char* told;
-    size_t invalid_reads;
+  const std::pair<std::string, std::string> rows[] = {
+      {"no value ", "0000"},
+      {"value ", "000301000000"},
+      {"value ", "0006000000000000000000000000f03f"},
+      {"<E> <> ", "010701450000"},
+      {"<> <m> details ", "01070007016d0301000000"},
   };
-  const Row rows[] = {
-      {"0000", true, "success none", 0},
-      {"000301000000", true, "success 0301000000", 0},
-      {"01 070145 00 00", true, "error <E> <> none", 0},
-      {"01 0700 07016d 01", true, "error <> <m> 01", 0},
-      {"02 00", false, "", 0},
-      {"", true, "success none", 2},  // Kept so, deliberately.
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.bytes);
-    Recorder result;
-    const auto bytes = FromHex(row.bytes);
-    EXPECT_EQ(row.is_envelope,
-              codec_.DecodeAndProcessResponseEnvelope(bytes.data(), bytes.size(), &result));
-    EXPECT_EQ(row.told, result.told);
-    EXPECT_EQ(std::vector<std::string>(row.invalid_reads, kInvalidRead), errors_.TakeLines());
-  }
+  for (const auto& [told, envelope] : rows) EXPECT_EQ(told + envelope, Process(envelope));
+  EXPECT_EQ("no envelope", Process("0200"));
   for (const char* bytes : {"01 00 00 00", "01 070145 01 00"}) {
-    Recorder result;
-    const auto data = FromHex(bytes);
-    EXPECT_THROW(codec_.DecodeAndProcessResponseEnvelope(data.data(), data.size(), &result),
-                 std::bad_variant_access);
-    EXPECT_EQ("", result.told);
+    EXPECT_THROW(Process(bytes), std::bad_variant_access) << bytes;
   }
+  EXPECT_EQ("no value 0000", Process(""));  // Kept so, deliberately.
+  EXPECT_EQ(Lines(2, kInvalidRead), errors_.TakeLines());
 }
 
 TEST_F(MethodCodecTest, ResultTakesZeroForAValue) {
   Recorder result;
   result.Success(0);  // No null pointer.
-  result.Error("c", "m", 0);
-  result.Success(nullptr);
-  EXPECT_EQ("success 0300000000error <c> <m> 0300000000success none", result.told);
+  result.Error("", "", 0);
+  EXPECT_EQ("value 000300000000<> <> details 010700000300000000", result.told);
 }
 
 TEST_F(MethodCodecTest, ThereIsOneCodecForEachSerializer) {
-  static const class Other final : public cw::StandardCodecSerializer {
+  static const struct Other final : cw::StandardCodecSerializer {
   } other;
   const auto* plain = &cw::StandardCodecSerializer::GetInstance();
-  EXPECT_EQ(&codec_, &cw::StandardMethodCodec::GetInstance(plain));
-  EXPECT_NE(&codec_, &cw::StandardMethodCodec::GetInstance(&other));
-  const auto& message_codec = cw::StandardMessageCodec::GetInstance(&other);
-  EXPECT_EQ(&message_codec, &cw::StandardMessageCodec::GetInstance(&other));
-  EXPECT_NE(&message_codec, &cw::StandardMessageCodec::GetInstance());
-  EXPECT_EQ(nullptr, message_codec.DecodeMessage(nullptr, 3));
+  EXPECT_EQ(&kCodec, &cw::StandardMethodCodec::GetInstance(plain));
+  const auto& codec = cw::StandardMessageCodec::GetInstance(&other);
+  EXPECT_NE(&codec, &cw::StandardMessageCodec::GetInstance(plain));
+  EXPECT_EQ(&codec, &cw::StandardMessageCodec::GetInstance(&other));
+  EXPECT_EQ(nullptr, codec.DecodeMessage(nullptr, 3));
 }
 
 }  // namespace
