@@ -1,11 +1,9 @@
 // Runs a fuzzing target over the files of a directory, with any compiler: what was found once stays
 // mended.
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <string>
+#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -13,10 +11,10 @@ int main(int argc, char** argv) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(argc > 1 ? argv[1] : "")) {
     std::ifstream file(entry.path(), std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    const std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
     std::fprintf(stderr, "%s\n", entry.path().c_str());  // The last one is the culprit.
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     ++count;
   }
-  return count > 0 ? 0 : 1;
+  return count == 0;
 }
