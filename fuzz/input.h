@@ -1,18 +1,12 @@
-// What the fuzzing targets share: the check of an invariant, and the limits that the code under
-// test has to keep.
+// What the fuzzing targets share. What must hold is asserted, in every build type
+// (cmake/build_settings.cmake).
 #pragma once
 
-#include <exception>
+#include <cassert>
 
-#include "forge/buffer.h"
-
-// Ends the process, and with it the search, when the condition does not hold, in every build type.
-#define FUZZ_CHECK(condition) \
-  ((condition) ? static_cast<void>(0) : ::fuzz::Fail(#condition, __FILE__, __LINE__))
+#include "cw/admission.h"
 
 namespace fuzz {
-
-[[noreturn]] void Fail(const char* condition, const char* file, int line);
 
 // Each target's own; nothing in it may exceed the limits.
 void Run(const forge::Buffer& input);
@@ -36,6 +30,22 @@ bool Try(Function&& function) {
   } catch (const std::exception&) {
     return false;
   }
+}
+
+inline bool IsAdmissible(const forge::Buffer& bytes) {
+  return !cw::FindInadmissible(bytes.GetData(), bytes.GetSize());
+}
+
+// Few bytes may declare so much that decoding them takes a thousand times as long as usual. False
+// for those: they are not to be run again. They are run here, in and out; where libFuzzer searches
+// only the first of 1,024, so that the search goes on.
+bool IsLight(const forge::Buffer& bytes);
+
+// Whether the value's encoding reads back as the value: it holds no empty list of wide elements,
+// after which the reader skips what the writer does not write (docs/wire-format.md).
+inline bool ReadsBack(const cw::EncodableValue& value) {
+  bool needs_bytes = false;
+  return !cw::FindInadmissible(value, {}, &needs_bytes) && !needs_bytes;
 }
 
 }  // namespace fuzz

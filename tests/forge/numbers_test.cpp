@@ -11,6 +11,7 @@ using Limits = std::numeric_limits<int64_t>;
 using NumbersTest = test::LogTest;
 
 TEST_F(NumbersTest, DoubleIsConvertedWhenThatIsExact) {
+  const std::string range = "double value is out of int64_t range";
   const std::tuple<double, int64_t, std::string> rows[] = {
       {-0.0, 0, ""},
       {std::nextafter(0x1p63, 0), Limits::max() - 1023, ""},
@@ -21,8 +22,8 @@ TEST_F(NumbersTest, DoubleIsConvertedWhenThatIsExact) {
       {INFINITY, 0, "value is infinite"},
       {-INFINITY, 0, "value is infinite"},
       {0x1p63, 0, "value reaches or exceeds 2^63"},
-      {1e19, 0, "double value is out of int64_t range"},
-      {-0x1p63 - 2048, 0, "double value is out of int64_t range"},
+      {1e19, 0, range},
+      {-0x1p63 - 2048, 0, range},
   };
   for (const auto& [value, expected, error] : rows) {
     int64_t out = 77;
@@ -55,7 +56,8 @@ TEST_F(NumbersTest, IntegerIsAllOfTheTextOrNothing) {
   for (const std::string bad : {"-", "+5", " 5", "5 ", "12ab", "--1", "0x1", "9223372036854775808",
                                 "-9223372036854775809"}) {
     ExpectParsed(bad, false, int64_t{0});
-    const std::string line = "Could not convert string \"" + bad + "\" to integer value.";
-    EXPECT_EQ("[warn] " + line, log_.TakeLine());
+    const std::string quoted = '"' + bad + '"';
+    const std::string begin = "[warn] Could not convert string ";
+    EXPECT_EQ(begin + quoted + " to integer value.", log_.TakeLine());
   }
 }

@@ -30,7 +30,7 @@ TEST_F(ObjectTest, HandleResolvesWhileItsObjectLives) {
   EXPECT_EQ(2u, one->GetRef());
   EXPECT_EQ(one, One::FromRef(2));
   const auto other = Other::Create(nullptr);
-  const auto wide = static_cast<uintptr_t>(0x100000002);  // On 32 bits it is the object's.
+  const auto wide = uintptr_t(0x100000002);  // On 32 bits it is the object's.
   for (const uintptr_t ref : {uintptr_t{0}, other->GetRef(), wide}) {
     EXPECT_EQ(ref == 2 ? one : nullptr, One::FromRef(ref));
   }

@@ -8,14 +8,16 @@ using SlotListener = forge::CStyleListener<bool>;
 
 class ListenerTest : public test::TestBase {
  protected:
+  using Act = std::function<void()>;
+
   // It holds a reference as long as it lives, and acts in the last call.
-  std::function<void(bool)> MakeFunction(const std::function<void()>& act) {
+  std::function<void(bool)> MakeFunction(const Act& act) {
     return [calls = calls_, act](bool is_last) {
       ++*calls;
       if (is_last) act();
     };
   }
-  TAVOOpenUriSlot MakeSlot(const std::function<void()>& act) {
+  auto MakeSlot(const Act& act) {
     return forge::CreateSlot<TAVOOpenUriSlot, bool>(MakeFunction(act));
   }
   bool IsReleased() const { return calls_.use_count() == 1; }
@@ -26,7 +28,7 @@ class ListenerTest : public test::TestBase {
 
 // A callback that comes back, throws, or destroys its own listener still leaves one release.
 TEST_F(ListenerTest, FunctionIsReleasedOnceWhateverItDoes) {
-  const std::function<void()> acts[] = {
+  const Act acts[] = {
       [] {},
       [this] { listener_->InvokeOnce(true); },
       [this] { listener_.reset(); },
@@ -65,7 +67,6 @@ TEST_F(ListenerTest, FunctionsAndTheLastCallMayBeMissing) {
 class SignalTest : public test::TestBase {
  protected:
   using Listener = forge::CppStyleListener<int>;
-
   std::function<void(int)> Note(const std::string& name) {
     return [this, name](int value) { calls_ += name + std::to_string(value) + ' '; };
   }
@@ -104,9 +105,9 @@ TEST_F(SignalTest, RunOnceSignalKeepsItsFirstEmission) {
   once_.Emit(1);
   once_.Emit(2);
   EXPECT_FALSE(once_.Unsubscribe(once_.Subscribe(Note("late"))));
-  const auto late = std::make_shared<Listener>(Note("attached late"));
+  const auto late = std::make_shared<Listener>(Note("late"));
   once_.Attach(late);
-  EXPECT_EQ("first1 inner1 attached1 late1 attached late1 ", calls_);
+  EXPECT_EQ("first1 inner1 attached1 late1 late1 ", calls_);
 }
 
 // Whoever comes behind it is not called, and a signal that runs once has run.

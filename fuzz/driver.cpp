@@ -1,10 +1,11 @@
+// The limits, and the entry and the main program of every target.
 #include <malloc.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
-#include <new>
 
 #include "fuzz/input.h"
 
@@ -50,11 +51,6 @@ void operator delete(void* block) noexcept {
 }
 void operator delete(void* block, size_t) noexcept { operator delete(block); }
 
-void fuzz::Fail(const char* condition, const char* file, int line) {
-  std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, condition);
-  std::abort();
-}
-
 void fuzz::Limit(size_t most_bytes, size_t most_lines) {
   std::cout.rdbuf(nullptr);
   std::cerr.rdbuf(&lines);  // Clears its state, too.
@@ -66,8 +62,22 @@ void fuzz::Limit(size_t most_bytes, size_t most_lines) {
 }
 
 void fuzz::CheckLimits() {
-  FUZZ_CHECK(!refused);
-  FUZZ_CHECK(!TAVO_FUZZ || std::clock() - begin < CLOCKS_PER_SEC);
+  assert(!refused);
+  assert(!TAVO_FUZZ || std::clock() - begin < CLOCKS_PER_SEC);
+}
+
+bool fuzz::IsLight(const forge::Buffer& bytes) {
+  const auto run = [&] { cw::EncodableValue::Deserialize(bytes).Serialize(); };
+  Limit(size_t{4} << 20, 100);
+  const bool is_light = Try(run);
+  Limit();
+  static unsigned heavy = 0;
+  if (is_light || (TAVO_FUZZ && heavy++ % 1024 != 0)) return is_light;
+  const bool has_worked = Try(run);
+  assert(!IsAdmissible(bytes) || has_worked);
+  if (IsAdmissible(bytes)) CheckLimits();
+  Limit();
+  return false;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -76,3 +86,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::CheckLimits();
   return 0;
 }
+
+#if !TAVO_FUZZ
+// Without libFuzzer, with any compiler, the inputs are the files of a directory: what was found
+// once stays mended.
+int main(int argc, char** argv) {
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[argc - 1])) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    std::fprintf(stderr, "%s\n", entry.path().c_str());  // The last one is the culprit.
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    ++count;
+  }
+  return count == 0;
+}
+#endif
