@@ -94,9 +94,9 @@ int main(int argc, char** argv) {
   int count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(argv[argc - 1])) {
     std::ifstream file(entry.path(), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    const std::vector<uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
     std::fprintf(stderr, "%s\n", entry.path().c_str());  // The last one is the culprit.
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     ++count;
   }
   return count == 0;

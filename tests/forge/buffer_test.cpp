@@ -39,7 +39,7 @@ TEST_F(BufferTest, AlignmentCountsFromTheFirstByte) {
 
 // The sizes lead through several rounds of the fast loops; the wrong characters stand in them,
 // behind them and in the last group. Texts that are not canonical are in fuzz/corpus/base64.txt.
-TEST_F(BufferTest, Base64AgreesWithAnotherImplementationAtEverySize) {
+TEST_F(BufferTest, Base64AgreesWithQtAtEverySize) {
   QByteArray bytes;
   for (int size = 1; size < 300; ++size) {
     bytes += static_cast<char>(size * 151 + size / 7);

@@ -10,7 +10,7 @@
 using namespace forge::logger::details;
 using LoggerTest = test::LogTest;
 
-TEST_F(LoggerTest, WritesTagLocationAndMessageOfEachLevel) {
+TEST_F(LoggerTest, WritesTagLocationAndMessage) {
   const std::tuple<int, const char*, const char*> rows[] = {
       {0, " a:1 ", "[info] a:1 no 7\n"},
       {1, " a:1 ", "[warn] a:1 no 7\n"},

@@ -32,7 +32,7 @@ TEST_F(ListenerTest, FunctionIsReleasedOnceWhateverItDoes) {
       [] {},
       [this] { listener_->InvokeOnce(true); },
       [this] { listener_.reset(); },
-      [] { throw std::runtime_error("from the callback"); },
+      [] { throw std::runtime_error("act"); },
   };
   for (size_t i = 0; i < 2 * std::size(acts); ++i) {
     const auto& act = acts[i / 2];
@@ -112,7 +112,7 @@ TEST_F(SignalTest, RunOnceSignalKeepsItsFirstEmission) {
 
 // Whoever comes behind it is not called, and a signal that runs once has run.
 TEST_F(SignalTest, ExceptionLeavesTheEmission) {
-  const auto fail = [](int) { throw std::runtime_error("from a listener"); };
+  const auto fail = [](int) { throw std::runtime_error("fail"); };
   signal_.Subscribe(fail);
   signal_.Subscribe(Note("after"));
   EXPECT_THROW(signal_.Emit(1), std::runtime_error);
