@@ -10,7 +10,7 @@
 #include "fuzz/input.h"
 
 static std::atomic<size_t> live{0};
-static std::atomic<size_t> most_live{SIZE_MAX};
+static std::atomic<size_t> limit{SIZE_MAX};
 static std::atomic<bool> refused{false};
 static std::clock_t begin = 0;
 
@@ -34,7 +34,7 @@ static LineCounter& lines = *new LineCounter;
 
 // The forms for arrays call these, or come in pairs of their own.
 void* operator new(size_t size) {
-  const bool fits = live <= most_live && size <= most_live - live;
+  const bool fits = live <= limit && size <= limit - live;
   void* block = fits ? std::malloc(size) : nullptr;
   if (!block) Refuse();
   live += malloc_usable_size(block);
@@ -57,7 +57,7 @@ void fuzz::Limit(size_t most_bytes, size_t most_lines) {
   std::cerr.exceptions(std::ios::badbit);
   lines.left = most_lines;
   refused = false;
-  most_live = live + most_bytes;
+  limit = live + most_bytes;
   begin = std::clock();
 }
 

@@ -53,9 +53,9 @@ static void CheckEnvelope(const Buffer& input) {
   Told first, again;
   bool is_envelope = false;
   const auto decode = [&] { is_envelope = first.Decode(input); };
-  const bool has_returned = fuzz::Try(decode);
+  const bool returned = fuzz::Try(decode);
   assert(first.count <= 1);  // What it does itself may exceed the limits.
-  assert(!has_returned || first.count == is_envelope);
+  assert(!returned || first.count == is_envelope);
   if (first.envelope == Buffer()) return;
   again.Decode(first.envelope);
   assert(again.count == 1 && again.envelope == first.envelope);

@@ -52,7 +52,7 @@ TEST_F(ObjectTest, CounterWrapsAndNoIdIsZero) {
   EXPECT_EQ(first, One::FromRef(1));
 }
 
-TEST_F(ObjectTest, DispatcherMayBeResetWhileItRunsATask) {
+TEST_F(ObjectTest, DispatcherMayBeResetByATask) {
   const auto one = One::Create(std::make_shared<RepeatAtOnce>());
   int runs = 0;
   const auto task = [&] {
