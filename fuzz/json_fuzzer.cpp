@@ -2,53 +2,47 @@
 // as it comes from another process.
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 
 #include "desk/runtime_manager/json_line.h"
 #include "flrpc/qt/utils.h"
-#include "fuzz/values.h"
+#include "fuzz/input.h"
 
-namespace {
-
+using namespace flrpc::qt;
 using cw::EncodableValue;
 
-QByteArray TextOf(const QJsonValue& json) { return QJsonDocument(QJsonArray{json}).toJson(); }
+static auto TextOf(const QJsonArray& json) { return QJsonDocument(json).toJson(); }
 
 // What was JSON once stays as it is. Not so texts that begin with a byte order mark: each way takes
 // one.
-void CheckStays(const QJsonValue& json) {
+static void CheckStays(const QJsonValue& json) {
   EncodableValue value;
   QJsonValue again;
-  FUZZ_CHECK(flrpc::qt::JsonToEncodable(json, value));
-  FUZZ_CHECK(flrpc::qt::EncodableToJson(value, again));
-  if (TextOf(json).contains("\xEF\xBB\xBF")) return;
-  FUZZ_CHECK(again == json);
+  assert(JsonToEncodable(json, value));
+  assert(EncodableToJson(value, again));
+  const QByteArray text = TextOf({json});
+  if (text.contains("\xEF\xBB\xBF")) return;
+  assert(again == json);
   if (const auto* map = value.GetIf<cw::EncodableMap>()) {
-    const QByteArray line = flrpc::qt::EncodableMapToJsonString(*map).toUtf8();
+    const QByteArray line = EncodableMapToJsonString(*map).toUtf8();
     // As texts: Qt reads large numbers as integers, unequal to the doubles that they are.
-    FUZZ_CHECK(TextOf(QJsonDocument::fromJson(line).object()) == TextOf(json));
+    assert(TextOf({QJsonDocument::fromJson(line).object()}) == text);
   }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Choices choices(data, size);
-  const bool is_text = choices.Byte() % 2 == 1;
-  const std::vector<uint8_t> rest = choices.Rest();
-  if (!is_text && !fuzz::IsLight(rest.data(), rest.size())) return 0;
-  const fuzz::Limits limits;
+void fuzz::Run(const forge::Buffer& input) {
+  if (input.GetSize() == 0) return;
+  const uint8_t* data = input.GetData();
+  const uint8_t* end = data + input.GetSize();
+  const forge::Buffer rest({data + 1, end});
   EncodableValue value;
-  if (is_text) {
+  if (*data % 2 == 1) {
     QString fault;
-    const auto line = QByteArray::fromStdString({rest.begin(), rest.end()});
+    const auto line = QByteArray::fromStdString({data + 1, end});
     const auto object = desk::ParseLine(line, &fault);
-    FUZZ_CHECK(!object || flrpc::qt::JsonToEncodable(*object, value));
-  } else if (!cw::FindInadmissible(rest.data(), rest.size())) {
-    value = EncodableValue::Deserialize(rest.data(), rest.size());
+    assert(!object || JsonToEncodable(*object, value));
+  } else if (IsLight(rest) && IsAdmissible(rest)) {
+    value = EncodableValue::Deserialize(rest);
   }
   QJsonValue json;
-  if (flrpc::qt::EncodableToJson(value, json)) CheckStays(json);
-  FUZZ_CHECK(limits.WereKept());
-  return 0;
+  if (EncodableToJson(value, json)) CheckStays(json);
 }

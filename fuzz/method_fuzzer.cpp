@@ -1,38 +1,36 @@
 // Method calls and result envelopes. These bytes come from the embedder, which is trusted: nothing
 // looks at them first, so the limits may be exceeded.
-#include <optional>
-#include <string>
-
 #include "cw/standard_method_codec.h"
-#include "fuzz/values.h"
-
-namespace {
+#include "fuzz/input.h"
 
 using cw::EncodableValue;
+using forge::Buffer;
 
-const cw::StandardMethodCodec& codec = cw::StandardMethodCodec::GetInstance();
+static const auto& codec = cw::StandardMethodCodec::GetInstance();
 
-void CheckCall(const uint8_t* data, size_t size) {
-  const auto call = codec.DecodeMethodCall(data, size);
+static auto Decode(const Buffer& bytes) {
+  return codec.DecodeMethodCall(bytes.GetData(), bytes.GetSize());
+}
+
+static void CheckCall(const Buffer& input) {
+  const auto call = Decode(input);
   if (!call) return;
-  FUZZ_CHECK(call->GetArguments());
-  const forge::Buffer bytes = codec.EncodeMethodCall(*call);
-  if (!fuzz::ReadsBack(*call->GetArguments())) return;
-  const auto again = codec.DecodeMethodCall(bytes.GetData(), bytes.GetSize());
-  FUZZ_CHECK(again && again->GetMethodName() == call->GetMethodName());
-  FUZZ_CHECK(codec.EncodeMethodCall(*again) == bytes);
+  const auto* arguments = call->GetArguments();
+  assert(arguments);
+  const Buffer bytes = codec.EncodeMethodCall(*call);
+  if (!fuzz::ReadsBack(*arguments)) return;
+  const auto again = Decode(bytes);
+  assert(again);
+  assert(again->GetMethodName() == call->GetMethodName());
+  assert(codec.EncodeMethodCall(*again) == bytes);
 }
 
 // Keeps what it is told: as its envelope, if that reads back.
-class Recorder final : public cw::MethodResult<EncodableValue> {
- public:
-  int count = 0;
-  std::optional<forge::Buffer> envelope;
-
- private:
+struct Told final : cw::MethodResult<EncodableValue> {
   void SuccessInternal(const EncodableValue* result) override {
     ++count;
-    if (!result || fuzz::ReadsBack(*result)) envelope = codec.EncodeSuccessEnvelope(result);
+    if (result && !fuzz::ReadsBack(*result)) return;
+    envelope = codec.EncodeSuccessEnvelope(result);
   }
   void ErrorInternal(const std::string& code, const std::string& message,
                      const EncodableValue* details) override {
@@ -41,26 +39,31 @@ class Recorder final : public cw::MethodResult<EncodableValue> {
     envelope = codec.EncodeErrorEnvelope(code, message, details);
   }
   void NotImplementedInternal() override { ++count; }
+
+  bool Decode(const Buffer& input) {
+    const uint8_t* data = input.GetData();
+    return codec.DecodeAndProcessResponseEnvelope(data, input.GetSize(), this);
+  }
+
+  int count = 0;
+  Buffer envelope;  // Empty: none.
 };
 
-void CheckEnvelope(const uint8_t* data, size_t size) {
-  Recorder first, again;
+static void CheckEnvelope(const Buffer& input) {
+  Told first, again;
   bool is_envelope = false;
-  const bool has_returned = fuzz::Limits::Try(
-      [&] { is_envelope = codec.DecodeAndProcessResponseEnvelope(data, size, &first); });
-  FUZZ_CHECK(first.count <= 1);  // The recorder itself may exceed the limits.
-  FUZZ_CHECK(!has_returned || first.count == (is_envelope ? 1 : 0));
-  if (!first.envelope) return;
-  codec.DecodeAndProcessResponseEnvelope(first.envelope->GetData(), first.envelope->GetSize(),
-                                         &again);
-  FUZZ_CHECK(again.count == 1 && again.envelope == first.envelope);
+  const auto decode = [&] { is_envelope = first.Decode(input); };
+  const bool returned = fuzz::Try(decode);
+  assert(first.count <= 1);  // What it does itself may exceed the limits.
+  assert(!returned || first.count == is_envelope);
+  if (first.envelope == Buffer()) return;
+  again.Decode(first.envelope);
+  assert(again.count == 1 && again.envelope == first.envelope);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const fuzz::Limits limits(size_t{16} << 20, 1000);
-  fuzz::Limits::Try([&] { CheckCall(data, size); });
-  fuzz::Limits::Try([&] { CheckEnvelope(data, size); });
-  return 0;
+void fuzz::Run(const Buffer& input) {
+  Limit(size_t{16} << 20, 500);
+  Try([&] { CheckCall(input); });
+  Try([&] { CheckEnvelope(input); });
+  Limit();
 }

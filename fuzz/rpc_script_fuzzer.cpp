@@ -1,57 +1,40 @@
 // The input is a script that drives a client and a server over a transport that drops, repeats,
 // reorders, alters, forges, fails and disconnects. Callbacks go on with the script.
-#include <deque>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-
 #include "flrpc/request_ids.h"
 #include "fuzz/input.h"
 #include "tests/support/rpc_link.h"
 
-namespace {
-
 using cw::EncodableValue;
 using flrpc::Message;
+using forge::Buffer;
+using Texts = test::RpcLink::Texts;
 using OptionalError = std::optional<Message::Error>;
-using Texts = std::deque<std::string>;
 
-constexpr int kDeepestCallback = 4;
+constexpr int kDeepest = 4;        // Callbacks.
 constexpr size_t kMostTexts = 64;  // On their way; more are not repeated or forged.
-constexpr const char* kMethods[] = {"echo", "hold", "unknown", "flrpc.connected", ""};
-
-// What the process's next request will be called. The one drawn to know that is done with.
-Message::ID ForeseeId() {
-  auto& ids = flrpc::details::RequestIds::Get();
-  const std::string drawn = ids.IdOf(ids.Draw()).GetText();
-  const size_t counter = drawn.find('_') + 1;
-  const uint64_t next = std::stoull(drawn.substr(counter)) + 1;
-  return Message::ID(drawn.substr(0, counter) + std::to_string(next));
-}
 
 class Script {
  public:
-  Script(const uint8_t* data, size_t size) : choices_(data, size) {
-    const auto go_on = [this](const Message::Notification&) { RunNested(); };
+  explicit Script(const Buffer& input) : input_(input) {
+    const auto go_on = [this](auto&) { RunStep(); };
     link_.client->OnNotify("news", go_on);
     link_.server->OnNotify("news", go_on);
-    const auto answer = [this](const std::string& method, const EncodableValue& params,
-                               std::unique_ptr<flrpc::IReply>&& reply) {
-      if (method == "echo") reply->SendResult(params);
+    const auto answer = [this](auto& name, auto& params, auto&& reply) {
+      if (name == "echo") reply->SendResult(params);
       replies_.push_back(std::move(reply));
-      RunNested();
+      RunStep();
     };
     link_.server->OnRequest("echo", answer);
     link_.server->OnRequest("hold", answer);
   }
 
   void Run() {
-    while (!choices_.IsEmpty()) RunStep();
-    if (!link_.client) return;
-    link_.client->NotifyDisconnected({});
-    FUZZ_CHECK(link_.client->HasConnectionFailed() && !link_.client->IsConnected());
-    for (const Fate& fate : fates_) FUZZ_CHECK(fate.calls == 1 || !fate.was_accepted);
+    while (!IsAtEnd()) RunStep();
+    const auto client = link_.client;
+    if (!client) return;
+    client->NotifyDisconnected({});
+    assert(client->HasConnectionFailed() && !client->IsConnected());
+    for (const Fate& fate : fates_) assert(fate.calls == 1 || !fate.was_accepted);
   }
 
  private:
@@ -61,90 +44,102 @@ class Script {
     int calls = 0;
   };
 
-  void RunNested() {
-    if (depth_ == kDeepestCallback || choices_.IsEmpty()) return;
-    ++depth_;
-    RunStep();
-    --depth_;
+  // Choices; past the input's end everything is zero.
+  bool IsAtEnd() const { return read_ == input_.GetSize(); }
+  uint8_t Byte() { return IsAtEnd() ? 0 : input_.GetData()[read_++]; }
+  size_t Below(size_t limit) {
+    const size_t high = limit > 256 ? Byte() : 0;
+    return (high << 8 | Byte()) % limit;
+  }
+  const char* Method() {
+    const char* methods[] = {"echo", "hold", "unknown", "flrpc.connected", ""};
+    return methods[Below(5)];
+  }
+  OptionalError Error() {
+    if (Below(8) == 1) return {{1, "lost"}};
+    return {};
   }
 
   // What a transport that is down throws comes out of the call that had something to send.
   void RunStep() {
-    const uint32_t step = choices_.Below(20);
-    fuzz::Limits::Try([this, step] { step < 8 ? RunTransport(step) : RunSides(step); });
+    if (depth_ > kDeepest || IsAtEnd()) return;
+    ++depth_;
+    const size_t step = Below(20);
+    fuzz::Try([&] { step < 8 ? RunTransport(step) : RunSides(step); });
+    --depth_;
   }
 
   // Even steps are the server's, odd ones the client's.
-  void RunTransport(uint32_t step) {
-    const bool to_server = step % 2 == 0;
-    Texts& texts = to_server ? link_.to_server : link_.to_client;
-    if (step < 4 && to_server) link_.DeliverToServer();
-    if (step < 4 && !to_server && link_.client) link_.DeliverToClient();
-    if (step / 2 == 2 && !texts.empty()) Meddle(texts);
-    if (step / 2 == 3 && texts.size() < kMostTexts) texts.push_back(Forge().ToBase64());
+  void RunTransport(size_t step) {
+    const bool is_server = step % 2 == 0;
+    Texts& texts = is_server ? link_.to_server : link_.to_client;
+    const size_t what = step / 2;
+    if (what < 2 && is_server) link_.DeliverToServer();
+    if (what < 2 && !is_server && link_.client) link_.DeliverToClient();
+    if (what == 2 && !texts.empty()) Meddle(texts);
+    if (what == 3 && texts.size() < kMostTexts) texts.push_back(Forge().ToBase64());
   }
 
-  void RunSides(uint32_t step) {
-    if (step == 8) link_.is_down = !link_.is_down;
-    if (step == 9) link_.server->SendNotify("news", {});
-    if (step == 10) link_.server->Run();
-    if (step == 11) link_.server->OnConnected(Once());
-    if (step == 12 && !replies_.empty()) AnswerHeld();
+  void RunSides(size_t step) {
     const auto client = link_.client;
+    const auto server = link_.server;
+    if (step == 8) link_.is_down = !link_.is_down;
+    if (step == 9) server->SendNotify("news", {});
+    if (step == 10) server->Run();
+    if (step == 11) server->OnConnected(Once());
+    if (step == 12 && !replies_.empty()) AnswerHeld();
     if (!client) return;
     if (step == 13) client->SendNotify("news", {});
     if (step == 14) client->Run();
-    if (step == 15) client->NotifyStarted(ChooseError());
-    if (step == 16)
-      choices_.Byte() % 2 ? client->OnConnected(Once()) : client->OnDisconnected(Once());
+    if (step == 15) client->NotifyStarted(Error());
+    if (step == 16) Byte() % 2 ? client->OnConnected(Once()) : client->OnDisconnected(Once());
     if (step == 17) Request(*client);
-    if (step == 18 && choices_.Below(8) == 1) client->NotifyDisconnected(ChooseError());
-    if (step == 19 && choices_.Below(8) == 1) link_.client.reset();
+    if (step == 18 && Below(8) == 1) client->NotifyDisconnected(Error());
+    if (step == 19 && Below(8) == 1) link_.client.reset();
   }
 
   void Request(flrpc::IClient& client) {
-    const std::string method = ChooseMethod();
-    const auto number = static_cast<int32_t>(fates_.size());
-    Fate& fate = fates_.emplace_back(Fate{ForeseeId()});
-    client.SendRequest(method, number, [=, &fate](const Message::Response& response) {
-      FUZZ_CHECK(++fate.calls == 1 && response.id == fate.id);
-      const EncodableValue* result = method == "echo" ? response.GetResult() : nullptr;
-      FUZZ_CHECK(!result || was_forged_ || *result == EncodableValue(number));
-      RunNested();
+    const std::string method = Method();
+    const auto number = int32_t(fates_.size());
+    auto& ids = flrpc::details::RequestIds::Get();
+    Fate& fate = fates_.emplace_back(Fate{ids.IdOf(ids.Draw() + 1)});
+    client.SendRequest(method, number, [=, &fate](auto& response) {
+      ++fate.calls;
+      assert(fate.calls == 1 && response.id == fate.id);
+      const auto* result = response.GetResult();
+      if (result && method == "echo" && !was_forged_) assert(*result == number);
+      RunStep();
     });
     fate.was_accepted = true;
   }
 
   // A callback of a connection's begin or end.
   flrpc::IClient::ConnectionCallback Once() {
-    return [this, calls = 0](const OptionalError&) mutable {
-      FUZZ_CHECK(++calls == 1);
-      RunNested();
+    return [this, calls = 0](auto&) mutable {
+      ++calls;
+      assert(calls == 1);
+      RunStep();
     };
-  }
-
-  const char* ChooseMethod() { return kMethods[choices_.Below(std::size(kMethods))]; }
-  OptionalError ChooseError() {
-    return choices_.Below(8) == 1 ? OptionalError({1, "lost"}) : std::nullopt;
   }
 
   void AnswerHeld() {
     was_forged_ = true;  // It may be the second answer.
     const auto reply = std::move(replies_.front());
     replies_.pop_front();
-    choices_.Byte() % 2 ? reply->SendResult("late") : reply->SendError(1, "late", {});
+    Byte() % 2 ? reply->SendResult("late") : reply->SendError(1, "late", {});
   }
 
   // Moves one of the texts to the front, and perhaps repeats, alters or loses it.
   void Meddle(Texts& texts) {
-    std::swap(texts.front(), texts[choices_.Below(static_cast<uint32_t>(texts.size()))]);
-    const uint32_t how = choices_.Below(4);
-    if (how == 1 && texts.size() < kMostTexts) texts.push_back(texts.front());
+    std::string& text = texts.front();
+    text.swap(texts[Below(texts.size())]);
+    const size_t how = Below(4);
+    if (how == 1 && texts.size() < kMostTexts) texts.push_back(text);
     if (how == 2) {
       was_forged_ = true;
-      forge::Buffer bytes = forge::Buffer::FromBase64(texts.front());
-      bytes.GetData()[choices_.Below(static_cast<uint32_t>(bytes.GetSize()))] = choices_.Byte();
-      texts.front() = bytes.ToBase64();
+      Buffer bytes = Buffer::FromBase64(text);
+      bytes.GetData()[Below(bytes.GetSize())] = Byte();
+      text = bytes.ToBase64();
     }
     if (how == 3) texts.pop_front();
   }
@@ -152,17 +147,19 @@ class Script {
   // What nobody sent, often with an identifier that somebody uses.
   Message Forge() {
     was_forged_ = true;
-    const uint32_t which = choices_.Below(16);
-    const auto id = which < fates_.size() ? fates_[which].id : Message::ID(which);
-    const uint32_t kind = choices_.Below(4);
-    const char* method = ChooseMethod();
-    if (kind == 0) return Message::CreateResponse(id, int32_t{choices_.Byte()});
-    if (kind == 1) return Message::CreateError(id, choices_.Byte(), "forged", {});
+    const size_t which = Below(16);
+    Message::ID id(std::to_string(which));
+    if (which < fates_.size()) id = fates_[which].id;
+    const size_t kind = Below(4);
+    const char* method = Method();
+    if (kind == 0) return Message::CreateResponse(id, int32_t{Byte()});
+    if (kind == 1) return Message::CreateError(id, Byte(), "forged", {});
     if (kind == 2) return Message::CreateRequest(id, method, {});
-    return Message::CreateNotification(choices_.Byte() % 2 ? method : "news", {});
+    return Message::CreateNotification(Byte() % 2 ? method : "news", {});
   }
 
-  fuzz::Choices choices_;
+  const Buffer& input_;
+  size_t read_ = 0;
   int depth_ = 0;
   bool was_forged_ = false;
   std::deque<Fate> fates_;  // Elements stay where they are.
@@ -170,11 +167,4 @@ class Script {
   test::RpcLink link_;
 };
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const fuzz::Limits limits;
-  Script(data, size).Run();
-  FUZZ_CHECK(limits.WereKept());
-  return 0;
-}
+void fuzz::Run(const Buffer& input) { Script(input).Run(); }

@@ -10,26 +10,23 @@
 //   1024*( 0c 01 )  the same 1,024 times
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <sstream>
-#include <string>
-
-namespace {
 
 // Reads up to the end, or to the parenthesis that closes what is repeated.
-std::string Expand(std::istream& text) {
+static std::string Expand(std::istream& text) {
   std::string bytes, word;
   while ((text >> std::ws).good()) {
     const auto first = static_cast<char>(text.peek());
     if (first == '\'' || first == '"') {
-      text.get();
-      std::getline(text, word, first);
+      text >> std::quoted(word, first, '\0');
       if (first == '"') bytes += {'\7', static_cast<char>(word.size())};
       bytes += word;
       continue;
     }
     text >> word;
     if (word == ")") break;
-    if (word[0] == '@') {
+    if (first == '@') {
       while (bytes.size() % std::stoul(word.substr(1)) != 0) bytes += '\0';
     } else if (word.back() == '(') {
       const std::string part = Expand(text);
@@ -41,18 +38,14 @@ std::string Expand(std::istream& text) {
   return bytes;
 }
 
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   const std::filesystem::path directory = argv[2];
   std::filesystem::remove_all(directory);
   std::filesystem::create_directories(directory);
   std::ifstream corpus(argv[1]);
-  for (std::string line; std::getline(corpus, line);) {
+  for (std::string line, name; std::getline(corpus, line);) {
     std::istringstream text(line);
-    std::string name;
     if (text >> name && name[0] != '#') std::ofstream(directory / name) << Expand(text);
   }
-  return 0;
 }

@@ -3,69 +3,61 @@
 
 #include <cmath>
 #include <limits>
-#include <string>
 
 #include "forge/strings.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/test_base.h"
 
-namespace {
-
-class NumbersTest : public test::TestBase {
- protected:
-  template <typename T>
-  void ExpectParsed(const std::string& text, bool parsed, T expected) {
-    T out = 77;
-    EXPECT_EQ(parsed, forge::strings::ParseInt(text, out)) << text;
-    EXPECT_EQ(expected, out) << text;
-    if (parsed) return;
-    const std::string quoted = "string \"" + text + "\" to integer value.";
-    const std::string cause = text.empty() ? "empty string to uint." : quoted;
-    EXPECT_EQ("[warn] Could not convert " + cause, log_.TakeLine());
-  }
-
-  test::LogCapture log_;  // A line that nobody takes fails the test.
-};
+using Limits = std::numeric_limits<int64_t>;
+using NumbersTest = test::LogTest;
 
 TEST_F(NumbersTest, DoubleIsConvertedWhenThatIsExact) {
-  const double limit = std::ldexp(1.0, 63);
-  const double infinity = std::numeric_limits<double>::infinity();
-  const std::tuple<double, bool, int64_t, std::string> rows[] = {
-      {-0.0, true, 0, ""},
-      {-3.0, true, -3, ""},
-      {std::ldexp(1.0, 52) + 1, true, (int64_t{1} << 52) + 1, ""},
-      {std::nextafter(limit, 0), true, std::numeric_limits<int64_t>::max() - 1023, ""},
-      {-limit, true, std::numeric_limits<int64_t>::min(), ""},
-      {-0.999, false, 0, ""},
-      {std::ldexp(1.0, 51) + 0.5, false, 0, ""},
-      {std::nan(""), false, 0, "value is NaN"},
-      {infinity, false, 0, "value is infinite"},
-      {-infinity, false, 0, "value is infinite"},
-      {limit, false, 0, "value reaches or exceeds 2^63"},
-      {1e19, false, 0, "double value is out of int64_t range"},
-      {std::nextafter(-limit, -infinity), false, 0, "double value is out of int64_t range"},
+  const std::string range = "double value is out of int64_t range";
+  const std::tuple<double, int64_t, std::string> rows[] = {
+      {-0.0, 0, ""},
+      {std::nextafter(0x1p63, 0), Limits::max() - 1023, ""},
+      {-0x1p63, Limits::min(), ""},
+      {-0.999, 0, ""},
+      {0x1p51 + 0.5, 0, ""},
+      {NAN, 0, "value is NaN"},
+      {INFINITY, 0, "value is infinite"},
+      {-INFINITY, 0, "value is infinite"},
+      {0x1p63, 0, "value reaches or exceeds 2^63"},
+      {1e19, 0, range},
+      {-0x1p63 - 2048, 0, range},
   };
-  for (const auto& [value, exact, expected, error] : rows) {
+  for (const auto& [value, expected, error] : rows) {
     int64_t out = 77;
-    EXPECT_EQ(exact, forge::numbers::SafeDoubleToInt64(value, out)) << value;
+    const bool is_exact = value == static_cast<double>(expected);
+    EXPECT_EQ(is_exact, forge::numbers::SafeDoubleToInt64(value, out));
     EXPECT_EQ(expected, out) << value;
     if (error.empty()) continue;
-    EXPECT_EQ("[error] Conversion failed: " + error, log_.TakeLine());
+    ExpectError("Conversion failed: " + error);
   }
+}
+
+template <typename T>
+static void ExpectParsed(const std::string& text, bool is_number, T expected) {
+  T out = 77;
+  EXPECT_EQ(is_number, forge::strings::ParseInt(text, out)) << text;
+  EXPECT_EQ(expected, out) << text;
 }
 
 TEST_F(NumbersTest, IntegerIsAllOfTheTextOrNothing) {
-  ExpectParsed<long long>("-0012", true, -12);
-  ExpectParsed<long long>("9223372036854775807", true, 9223372036854775807);
-  ExpectParsed<long long>("-9223372036854775808", true, std::numeric_limits<long long>::min());
-  for (const char* bad : {"", "-", "+5", " 5", "5 ", "12ab", "--1", "0x1", "9223372036854775808",
-                          "-9223372036854775809"}) {
-    ExpectParsed<long long>(bad, false, 0);
-  }
-  ExpectParsed<long long>(std::string("5\0", 2), false, 0);
+  ExpectParsed("-0012", true, -12);
+  ExpectParsed("9223372036854775807", true, Limits::max());
+  ExpectParsed("-9223372036854775808", true, Limits::min());
   ExpectParsed<uint8_t>("255", true, 255);
   ExpectParsed<uint8_t>("256", false, 0);
-  ExpectParsed<unsigned>("-1", false, 0);
+  ExpectParsed("-1", false, 0u);
+  ExpectParsed({'5', '\0'}, false, 0);
+  EXPECT_EQ(3u, log_.TakeLines().size());
+  ExpectParsed("", false, 0);
+  EXPECT_EQ("[warn] Could not convert empty string to uint.", log_.TakeLine());
+  for (const std::string bad : {"-", "+5", " 5", "5 ", "12ab", "--1", "0x1", "9223372036854775808",
+                                "-9223372036854775809"}) {
+    ExpectParsed(bad, false, int64_t{0});
+    const std::string quoted = '"' + bad + '"';
+    const std::string begin = "[warn] Could not convert string ";
+    EXPECT_EQ(begin + quoted + " to integer value.", log_.TakeLine());
+  }
 }
-
-}  // namespace

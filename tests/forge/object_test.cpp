@@ -1,102 +1,73 @@
 #include "forge/object.h"
 
-#include <vector>
-
 #include "tests/support/log_capture.h"
-#include "tests/support/test_base.h"
-
-namespace {
 
 // The kind tells types apart that are alike.
 template <int kKind>
-class Thing final : public forge::Object<Thing<kKind>, void*> {
- public:
-  using Base = forge::Object<Thing, void*>;
-  explicit Thing(const std::shared_ptr<forge::IDispatcher>& dispatcher) : Base(dispatcher) {}
-  ~Thing() override { found_while_dying = Base::FromRef(Base::GetRef()) != nullptr; }
-
-  static std::shared_ptr<Thing> Create(
-      const std::shared_ptr<forge::IDispatcher>& dispatcher = nullptr) {
-    return Base::Create(dispatcher);
-  }
-  static void SetCounter(uint32_t value) { Base::counter_ = value; }
-  using Base::DrawId;
+struct Thing final : forge::Object<Thing<kKind>, uintptr_t> {
+  using Base = forge::Object<Thing, uintptr_t>;
+  using Base::Base;
+  using Base::counter_;
+  using Base::Create;
   using Base::Unregister;
-
-  static inline bool found_while_dying = false;
+  ~Thing() override { EXPECT_NE(this, Base::FromRef(this->GetRef()).get()); }
 };
 
 using One = Thing<1>;
 using Other = Thing<2>;
+using ObjectTest = test::LogTest;
 
-void* RefOf(uint64_t value) { return reinterpret_cast<void*>(static_cast<uintptr_t>(value)); }
-
-struct RunAtOnce final : forge::IDispatcher {
-  void Invoke(const std::function<void()>& task, uint32_t flags) override {
-    last_flags = flags;
-    task();
+struct RepeatAtOnce final : forge::IDispatcher {
+  void Invoke(const std::function<void()>& task, uint32_t times) override {
+    for (; times > 0; --times) task();
   }
-  uint32_t last_flags = 0;
 };
-
-class ObjectTest : public test::TestBase {};
 
 TEST_F(ObjectTest, HandleResolvesWhileItsObjectLives) {
   EXPECT_EQ(1u, One::GenerateId());  // The first id of the process.
-  auto one = One::Create();
-  void* const ref = one->GetRef();
+  auto one = One::Create(nullptr);
   EXPECT_EQ(2u, one->GetId());
-  EXPECT_EQ(RefOf(2), ref);
-  EXPECT_EQ(one, One::FromRef(ref));
-  const auto other = Other::Create();
-  // The last, wider than an id, is another one's on 32 bits.
-  for (void* const wrong : {RefOf(0), other->GetRef(), RefOf(0xFFFFFFF0), RefOf(0x100000000 + 2)}) {
-    EXPECT_EQ(wrong == ref ? one : nullptr, One::FromRef(wrong));
+  EXPECT_EQ(2u, one->GetRef());
+  EXPECT_EQ(one, One::FromRef(2));
+  const auto other = Other::Create(nullptr);
+  const auto wide = uintptr_t(0x100000002);  // On 32 bits it is the object's.
+  for (const uintptr_t ref : {uintptr_t{0}, other->GetRef(), wide}) {
+    EXPECT_EQ(ref == 2 ? one : nullptr, One::FromRef(ref));
   }
   one.reset();
-  EXPECT_FALSE(One::found_while_dying);
-  EXPECT_EQ(nullptr, One::FromRef(ref));
+  EXPECT_EQ(nullptr, One::FromRef(2));
   other->Unregister();  // It lives on.
   EXPECT_EQ(nullptr, Other::FromRef(other->GetRef()));
 }
 
+// After the wrap an id may be taken still: its holder keeps it.
 TEST_F(ObjectTest, CounterWrapsAndNoIdIsZero) {
-  One::SetCounter(0xFFFFFFFFu);
+  One::counter_ = 0xFFFFFFFF;
   EXPECT_EQ(0u, One::GenerateId());
-  One::SetCounter(0xFFFFFFFFu);
-  EXPECT_EQ(1u, One::DrawId());
+  One::counter_ = 0xFFFFFFFF;
+  const auto first = One::Create(nullptr);
+  EXPECT_EQ(1u, first->GetRef());
+  One::counter_ = 0;
+  EXPECT_EQ(1u, One::Create(nullptr)->GetId());
+  EXPECT_EQ(first, One::FromRef(1));
 }
 
-// After the wrap an id may be taken still: its holder keeps it, alive and dead.
-TEST_F(ObjectTest, ObjectWhoseIdIsTakenErasesNoEntryButItsOwn) {
-  One::SetCounter(99);
-  const auto first = One::Create();
-  One::SetCounter(99);
-  auto second = One::Create();
-  ASSERT_EQ(first->GetId(), second->GetId());
-  EXPECT_EQ(first, One::FromRef(second->GetRef()));
-  second.reset();
-  EXPECT_EQ(first, One::FromRef(first->GetRef()));
-}
-
-TEST_F(ObjectTest, DispatcherMayBeResetWhileItRunsATaskAndTheEmptyOneWarns) {
-  const auto dispatcher = std::make_shared<RunAtOnce>();
-  const auto one = One::Create(dispatcher);
+TEST_F(ObjectTest, DispatcherMayBeResetByATask) {
+  const auto one = One::Create(std::make_shared<RepeatAtOnce>());
   int runs = 0;
   const auto task = [&] {
     ++runs;
     one->ResetDispatcher();
   };
-  one->Invoke(task, 5);
-  one->Invoke(task, 6);  // No dispatcher is left.
-  EXPECT_EQ(5u, dispatcher->last_flags);
-
-  test::LogCapture log;
-  const auto empty = forge::IDispatcher::CreateEmpty();
-  EXPECT_NE(empty, forge::IDispatcher::CreateEmpty());
-  Other::Create(empty)->Invoke(task, 0);
-  EXPECT_EQ("[warn] EmptyDispatcher::Invoke(): no-op method invoked.", log.TakeLine());
-  EXPECT_EQ(1, runs);
+  one->Invoke(task, 2);
+  one->Invoke(task, 2);  // No dispatcher is left.
+  EXPECT_EQ(2, runs);
 }
 
-}  // namespace
+TEST_F(ObjectTest, EmptyDispatcherWarns) {
+  const auto empty = forge::IDispatcher::CreateEmpty();
+  EXPECT_NE(empty, forge::IDispatcher::CreateEmpty());
+  empty->Invoke(nullptr, 0);
+  const std::string line = "EmptyDispatcher::Invoke(): no-op method invoked.";
+  EXPECT_EQ("[warn] " + line, log_.TakeLine());
+}

@@ -1,154 +1,124 @@
 #include "forge/signals.h"
 
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include "src/tavo_capi.h"
 #include "tests/support/test_base.h"
 
-namespace {
+using Listener = forge::CppStyleListener<bool>;
+using SlotListener = forge::CStyleListener<bool>;
 
-using Calls = std::vector<std::string>;
+class ListenerTest : public test::TestBase {
+ protected:
+  using Act = std::function<void()>;
 
-struct Slot {
-  std::unique_ptr<forge::CStyleListener<int>> listener;
-  void (*act)(Slot& self) = [](Slot&) {};
-  int calls = 0;
-  int releases = 0;
+  // It holds a reference as long as it lives, and acts in the last call.
+  std::function<void(bool)> MakeFunction(const Act& act) {
+    return [calls = calls_, act](bool is_last) {
+      ++*calls;
+      if (is_last) act();
+    };
+  }
+  auto MakeSlot(const Act& act) {
+    return forge::CreateSlot<TAVOOpenUriSlot, bool>(MakeFunction(act));
+  }
+  bool IsReleased() const { return calls_.use_count() == 1; }
+
+  const std::shared_ptr<int> calls_ = std::make_shared<int>(0);
+  std::unique_ptr<forge::IListener<bool>> listener_;
 };
 
-void Call(void* data, int) {
-  auto& slot = *static_cast<Slot*>(data);
-  ++slot.calls;
-  slot.act(slot);
-}
-void Release(void* data) { ++static_cast<Slot*>(data)->releases; }
-
-class ListenerTest : public test::TestBase {};
-
 // A callback that comes back, throws, or destroys its own listener still leaves one release.
-TEST_F(ListenerTest, CSlotIsReleasedOnceWhateverTheCallbackDoes) {
-  const struct {
-    void (*call)(void*, int);
-    void (*release)(void*);
-    void (*act)(Slot&);
-  } rows[] = {
-      {Call, Release, [](Slot&) {}},
-      {nullptr, Release, [](Slot&) {}},
-      {Call, nullptr, [](Slot&) {}},
-      {Call, Release, [](Slot& self) { self.listener->InvokeOnce(0); }},
-      {Call, Release, [](Slot&) { throw std::runtime_error("from the callback"); }},
-      {Call, Release, [](Slot& self) { self.listener.reset(); }},
+TEST_F(ListenerTest, FunctionIsReleasedOnceWhateverItDoes) {
+  const Act acts[] = {
+      [] {},
+      [this] { listener_->InvokeOnce(true); },
+      [this] { listener_.reset(); },
+      [] { throw std::runtime_error("act"); },
   };
-  for (const auto& row : rows) {
-    for (const bool is_called_last : {true, false}) {
-      SCOPED_TRACE(testing::Message() << &row - rows << is_called_last);
-      Slot slot;
-      slot.listener = std::make_unique<forge::CStyleListener<int>>(row.call, row.release, &slot);
-      slot.listener->Invoke(1);
-      EXPECT_EQ(0, slot.releases);
-      slot.act = row.act;
-      try {
-        if (is_called_last) slot.listener->InvokeOnce(2);
-      } catch (const std::runtime_error&) {
-      }
-      EXPECT_EQ(row.release && is_called_last, slot.releases);
-      if (slot.listener && is_called_last) slot.listener->Invoke(3);  // It is inert now.
-      slot.listener.reset();
-      EXPECT_EQ(row.call ? 1 + is_called_last : 0, slot.calls);
-      EXPECT_EQ(row.release ? 1 : 0, slot.releases);
+  for (size_t i = 0; i < 2 * std::size(acts); ++i) {
+    const auto& act = acts[i / 2];
+    const auto slot = MakeSlot(act);
+    listener_ = std::make_unique<SlotListener>(slot.callback, slot.release, slot.user_data);
+    if (i % 2 == 0) listener_ = std::make_unique<Listener>(MakeFunction(act));
+    listener_->Invoke(false);
+    EXPECT_FALSE(IsReleased());
+    try {
+      listener_->InvokeOnce(true);
+    } catch (const std::runtime_error&) {
     }
+    EXPECT_TRUE(IsReleased());
+    if (listener_) listener_->Invoke(true);  // It is inert now.
+    EXPECT_EQ(2, std::exchange(*calls_, 0));
   }
 }
 
-TEST_F(ListenerTest, FunctionIsDroppedAfterTheLastCall) {
-  const auto sum = std::make_shared<int>(0);
-  forge::CppStyleListener<int> listener([sum](int value) { *sum += value; });
-  listener.Invoke(1);
-  listener.Invoke(2);
-  EXPECT_EQ(2, sum.use_count());
-  listener.InvokeOnce(4);
-  EXPECT_EQ(1, sum.use_count());
-  listener.InvokeOnce(8);
-  EXPECT_EQ(7, *sum);
-  forge::CppStyleListener<int>(nullptr).InvokeOnce(1);  // An empty one is skipped.
-
-  auto slot = forge::CreateSlot<TAVOOpenUriSlot, bool>([sum](bool value) { *sum = value; });
-  EXPECT_EQ(sizeof(TAVOOpenUriSlot), slot.size);
-  slot.callback(nullptr, true);
+TEST_F(ListenerTest, FunctionsAndTheLastCallMayBeMissing) {
+  auto slot = MakeSlot(nullptr);
+  EXPECT_EQ(sizeof slot, slot.size);
+  slot.callback(nullptr, false);
   slot.release(nullptr);
-  EXPECT_EQ(7, *sum);
-  slot.callback(slot.user_data, true);
-  EXPECT_EQ(1, *sum);
-  slot.release(slot.user_data);
-  EXPECT_EQ(1, sum.use_count());
-  slot = forge::CreateSlot<TAVOOpenUriSlot, bool>(std::function<void(bool)>());
-  EXPECT_THROW(slot.callback(slot.user_data, true), std::bad_function_call);
-  slot.release(slot.user_data);
+  SlotListener(slot.callback, nullptr, slot.user_data).InvokeOnce(false);
+  EXPECT_FALSE(IsReleased());
+  EXPECT_EQ(1, *calls_);
+  SlotListener(nullptr, slot.release, slot.user_data).InvokeOnce(false);
+  EXPECT_TRUE(IsReleased());
+  Listener(nullptr).InvokeOnce(true);
 }
 
 class SignalTest : public test::TestBase {
  protected:
+  using Listener = forge::CppStyleListener<int>;
   std::function<void(int)> Note(const std::string& name) {
-    return [this, name](int value) { calls_.push_back(name + std::to_string(value)); };
+    return [this, name](int value) { calls_ += name + std::to_string(value) + ' '; };
   }
 
-  Calls calls_;
+  std::string calls_;
+  forge::OwnedSignal<int> signal_;
+  forge::OwnedRunOnceSignal<int> once_;
 };
 
 TEST_F(SignalTest, ListenerMaySubscribeUnsubscribeAndEmitAgain) {
-  forge::OwnedSignal<int> signal;
   uint32_t later = 0;
-  const uint32_t first = signal.Subscribe([&](int value) {
-    calls_.push_back("first" + std::to_string(value));
+  signal_.Subscribe(Note("first"));
+  signal_.Subscribe([&](int value) {
     if (value != 1) return;
-    signal.Subscribe(Note("new"));
-    EXPECT_TRUE(signal.Unsubscribe(later));
-    EXPECT_FALSE(signal.Unsubscribe(later));
-    signal.Emit(2);
+    signal_.Subscribe(Note("new"));
+    EXPECT_TRUE(signal_.Unsubscribe(later));
+    EXPECT_FALSE(signal_.Unsubscribe(later));
+    signal_.Emit(2);
   });
-  later = signal.Subscribe(Note("later"));
-  EXPECT_NE(first, later);
-  signal.Emit(1);
+  later = signal_.Subscribe(Note("later"));
+  signal_.Emit(1);
   // The inner emission meets the new listener; the outer one meets neither it nor the dead one.
-  EXPECT_EQ((Calls{"first1", "first2", "new2"}), calls_);
+  EXPECT_EQ("first1 first2 new2 ", calls_);
 }
 
 TEST_F(SignalTest, RunOnceSignalKeepsItsFirstEmission) {
-  forge::OwnedRunOnceSignal<int> signal;
-  const auto attached = std::make_shared<forge::CppStyleListener<int>>(Note("attached"));
-  signal.Attach(attached);
-  signal.Attach(std::make_shared<forge::CppStyleListener<int>>(Note("dead")));
-  signal.Subscribe(Note("a"));
-  EXPECT_TRUE(signal.Unsubscribe(signal.Subscribe(Note("gone"))));
-  signal.Subscribe([&](int value) {
-    calls_.push_back("b" + std::to_string(value));
-    signal.Emit(9);
-    signal.Subscribe(Note("inner"));
+  const auto attached = std::make_shared<Listener>(Note("attached"));
+  once_.Attach(attached);
+  once_.Attach(std::make_shared<Listener>(Note("dead")));
+  once_.Subscribe(Note("first"));
+  EXPECT_TRUE(once_.Unsubscribe(once_.Subscribe(Note("gone"))));
+  once_.Subscribe([&](int) {
+    once_.Emit(9);
+    once_.Subscribe(Note("inner"));
   });
-  signal.Emit(1);
-  signal.Emit(2);
-  EXPECT_EQ((Calls{"a1", "b1", "inner1", "attached1"}), calls_);
-  EXPECT_FALSE(signal.Unsubscribe(signal.Subscribe(Note("late"))));
-  const auto late = std::make_shared<forge::CppStyleListener<int>>(Note("late attached"));
-  signal.Attach(late);
-  EXPECT_EQ((Calls{"a1", "b1", "inner1", "attached1", "late1", "late attached1"}), calls_);
+  once_.Emit(1);
+  once_.Emit(2);
+  EXPECT_FALSE(once_.Unsubscribe(once_.Subscribe(Note("late"))));
+  const auto late = std::make_shared<Listener>(Note("late"));
+  once_.Attach(late);
+  EXPECT_EQ("first1 inner1 attached1 late1 late1 ", calls_);
 }
 
 // Whoever comes behind it is not called, and a signal that runs once has run.
 TEST_F(SignalTest, ExceptionLeavesTheEmission) {
-  forge::OwnedSignal<int> signal;
-  forge::OwnedRunOnceSignal<int> run_once;
-  const auto fail = [](int) { throw std::runtime_error("from a listener"); };
-  signal.Subscribe(fail);
-  signal.Subscribe(Note("after"));
-  EXPECT_THROW(signal.Emit(1), std::runtime_error);
-  run_once.Subscribe(fail);
-  run_once.Subscribe(Note("after"));
-  EXPECT_THROW(run_once.Emit(1), std::runtime_error);
-  run_once.Emit(2);
-  EXPECT_EQ(Calls{}, calls_);
+  const auto fail = [](int) { throw std::runtime_error("fail"); };
+  signal_.Subscribe(fail);
+  signal_.Subscribe(Note("after"));
+  EXPECT_THROW(signal_.Emit(1), std::runtime_error);
+  once_.Subscribe(fail);
+  once_.Subscribe(Note("after"));
+  EXPECT_THROW(once_.Emit(1), std::runtime_error);
+  once_.Emit(2);
+  EXPECT_EQ("", calls_);
 }
-
-}  // namespace

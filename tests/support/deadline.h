@@ -1,10 +1,6 @@
 // Waiting on conditions, never for a time.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <thread>
-
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QTimer>
@@ -19,18 +15,17 @@ constexpr std::chrono::seconds kDeadline{20 * TAVO_TEST_DEADLINE_FACTOR};
 
 // Processes events, where there is an application, until the condition holds; false when the
 // deadline passes first. The condition is not asked again once it held: it may count or take.
-inline bool WaitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds deadline = kDeadline) {
+template <typename Condition>
+bool WaitUntil(Condition condition, std::chrono::milliseconds deadline = kDeadline) {
   const QDeadlineTimer end(deadline);
   QTimer tick;  // Conditions on other processes change without an event here.
   if (QCoreApplication::instance()) tick.start(5);
-  bool holds = condition();
-  for (; !holds && !end.hasExpired(); holds = condition()) {
+  while (!condition()) {
+    if (end.hasExpired()) return false;
     QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    if (!QCoreApplication::instance()) std::this_thread::yield();
   }
-  return holds;
+  return true;
 }
 
 }  // namespace test

@@ -1,33 +1,26 @@
 #include "tests/support/log_capture.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include <cstdio>
 #include <iostream>
 #include <regex>
 #include <sstream>
 
 namespace test {
-namespace {
-
-int Duplicate(int descriptor) { return fcntl(descriptor, F_DUPFD_CLOEXEC, 3); }
 
 // GoogleTest prints by way of `stdout`, the logger by way of std::cout, which keeps the stream that
 // was there first: what a failed test has to say is no log line, and is seen.
-[[maybe_unused]] const bool is_told_apart = [] {
+[[maybe_unused]] static const bool is_told_apart = [] {
   static const std::ios_base::Init streams;
-  stdout = fdopen(Duplicate(STDOUT_FILENO), "w");
+  stdout = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
   return setvbuf(stdout, nullptr, _IOLBF, 0) == 0;
 }();
-
-}  // namespace
 
 OutputCapture::OutputCapture(int descriptor)
     : descriptor_(descriptor),
       file_(memfd_create("output", MFD_CLOEXEC)),
-      saved_(Duplicate(descriptor)) {
+      saved_(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) {
   std::cout.flush();
   fcntl(file_, F_SETFL, O_APPEND);
   dup2(file_, descriptor_);
@@ -49,20 +42,16 @@ std::string OutputCapture::TakeText() {
 }
 
 std::vector<std::string> OutputCapture::TakeLines() {
+  static const std::regex location("^(\\[\\w+\\]) \\S+ ");
   std::vector<std::string> lines;
   std::istringstream text(TakeText());
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
+  for (std::string line; std::getline(text, line);) {
+    lines.push_back(std::regex_replace(line, location, "$1 "));
+  }
   return lines;
 }
 
-std::vector<std::string> LogCapture::TakeLines() {
-  static const std::regex location("^(\\S+) \\S+ ");
-  std::vector<std::string> lines = OutputCapture::TakeLines();
-  for (std::string& line : lines) line = std::regex_replace(line, location, "$1 ");
-  return lines;
-}
-
-std::string LogCapture::TakeLine() {
+std::string OutputCapture::TakeLine() {
   const std::vector<std::string> lines = TakeLines();
   EXPECT_EQ(1u, lines.size());
   return lines.empty() ? "" : lines.front();

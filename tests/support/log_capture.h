@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/test_base.h"
+
 namespace test {
 
 // Redirects a descriptor while it lives. What nobody took fails the test.
@@ -15,9 +17,11 @@ class OutputCapture {
   ~OutputCapture();
   OutputCapture(const OutputCapture&) = delete;
 
-  // What was written since the last call: all of it, or line by line.
+  // What was written since the last call. The lines of the logger, "[level] location message", come
+  // without their locations.
   std::string TakeText();
   std::vector<std::string> TakeLines();
+  std::string TakeLine();  // A failure unless there is just one.
 
  private:
   const int descriptor_;
@@ -25,17 +29,19 @@ class OutputCapture {
   const int saved_;
 };
 
-// Standard output, where the logger writes; its kind decides on colours.
-struct LogCapture : OutputCapture {
+struct LogCapture : OutputCapture {  // Where the logger writes.
   LogCapture() : OutputCapture(STDOUT_FILENO) {}
-
-  // The lines "[level] location message" since the last call, without their locations.
-  std::vector<std::string> TakeLines();
-  std::string TakeLine();  // The one line; a failure unless there is just one.
 };
 
 struct ErrorCapture : OutputCapture {  // Where the codec writes.
   ErrorCapture() : OutputCapture(STDERR_FILENO) {}
+};
+
+class LogTest : public TestBase {
+ protected:
+  void ExpectError(const std::string& line) { EXPECT_EQ("[error] " + line, log_.TakeLine()); }
+
+  LogCapture log_;
 };
 
 }  // namespace test

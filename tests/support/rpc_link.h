@@ -3,9 +3,7 @@
 #pragma once
 
 #include <deque>
-#include <memory>
 #include <stdexcept>
-#include <string>
 
 #include "flrpc/client.h"
 #include "flrpc/server.h"
@@ -13,8 +11,10 @@
 namespace test {
 
 struct RpcLink {
-  std::deque<std::string> to_server;  // Base64 texts, as on the wire.
-  std::deque<std::string> to_client;
+  using Texts = std::deque<std::string>;  // In Base64, as on the wire.
+
+  Texts to_server;
+  Texts to_client;
   bool is_down = false;  // The transport throws.
   std::shared_ptr<flrpc::IOwnedClient> client =
       flrpc::IOwnedClient::Create([this](flrpc::Message&& message) { Send(message, to_server); });
@@ -22,20 +22,9 @@ struct RpcLink {
       flrpc::IOwnedServer::Create([this](flrpc::Message&& message) { Send(message, to_client); });
 
   // False when nothing was on its way.
-  bool DeliverToServer() {
-    if (to_server.empty()) return false;
-    const std::string text = Take(to_server);
-    server->ReceiveMessage(flrpc::Message::FromBase64(text));
-    return true;
-  }
-  bool DeliverToClient() {
-    if (to_client.empty()) return false;
-    const std::string text = Take(to_client);
-    client->ReceiveMessage(flrpc::Message::FromBase64(text));
-    return true;
-  }
+  bool DeliverToServer() { return Deliver(to_server, server); }
+  bool DeliverToClient() { return Deliver(to_client, client); }
 
-  // Until nothing is on its way.
   void DeliverAll() {
     while (DeliverToServer() || DeliverToClient()) {
     }
@@ -49,15 +38,18 @@ struct RpcLink {
   }
 
  private:
-  void Send(const flrpc::Message& message, std::deque<std::string>& texts) const {
+  void Send(const flrpc::Message& message, Texts& texts) const {
     if (is_down) throw std::runtime_error("the transport is down");
     texts.push_back(message.ToBase64());
   }
 
-  static std::string Take(std::deque<std::string>& texts) {
-    std::string text = std::move(texts.front());
+  template <typename Side>
+  static bool Deliver(Texts& texts, const Side& side) {
+    if (texts.empty()) return false;
+    const std::string text = texts.front();
     texts.pop_front();
-    return text;
+    side->ReceiveMessage(flrpc::Message::FromBase64(text));
+    return true;
   }
 };
 

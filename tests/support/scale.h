@@ -1,13 +1,12 @@
-// How long the tests of endurance take, and what they draw.
+// How long the tests of endurance take, and what they draw: 1 unless script/soak sets, and prints,
+// other numbers.
 #pragma once
 
-#include <cstdint>
 #include <cstdlib>
 #include <string>
 
 namespace test {
 
-// 1 in every test run; script/soak sets other numbers, and prints them.
 inline uint32_t GetNumber(const char* variable) {
   const char* text = std::getenv(variable);
   return text ? static_cast<uint32_t>(std::stoul(text)) : 1;

@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -11,31 +10,23 @@
 #include "tests/support/scale.h"
 
 namespace test {
-namespace {
 
-using Entries = std::filesystem::directory_iterator;
-
-int CountEntries(const char* folder) { return int(std::distance(Entries(folder), Entries())); }
-
-// A sanitizer's or an emulator's own thread starts with the first one. One that was joined may be
-// listed a moment longer.
-void StartAndJoinAThread() {
-  pid_t id = 0;
-  std::thread([&id] { id = gettid(); }).join();
-  WaitUntil([id] { return !std::filesystem::exists("/proc/self/task/" + std::to_string(id)); });
+static int CountEntries(const char* folder) {
+  const std::filesystem::directory_iterator entries(folder);
+  return static_cast<int>(std::distance(entries, {}));
 }
-
-void EndLateTest(int) {
-  constexpr char kText[] = "The test takes too long.\n";
-  _exit(write(fileno(stdout), kText, sizeof kText - 1) > 0 ? 1 : 2);
-}
-
-}  // namespace
 
 void TestBase::SetUp() {
-  std::signal(SIGALRM, EndLateTest);
+  signal(SIGALRM, [](int) {
+    constexpr char kText[] = "The test takes too long.\n";
+    _exit(write(fileno(stdout), kText, sizeof kText - 1) > 0 ? 1 : 2);
+  });
   alarm(static_cast<unsigned>(5 * kDeadline.count() * GetScale()));
-  StartAndJoinAThread();
+  // A sanitizer's or an emulator's own thread starts with the first one. One that was joined may
+  // be listed a moment longer.
+  std::string joined = "/proc/self/task/";
+  std::thread([&joined] { joined += std::to_string(gettid()); }).join();
+  EXPECT_TRUE(WaitUntil([&joined] { return !std::filesystem::exists(joined); }));
   descriptors_ = CountDescriptors();
   threads_ = CountThreads();
 }

@@ -1,31 +1,41 @@
 // Values for tests, and their bytes as text.
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
-#include "cw/encodable_value.h"
-#include "flrpc/message.h"
+#include <QByteArray>
 
+#include "tools/value_printer.h"
+
+// GoogleTest prints values as the dump tool does.
 namespace cw {
-
-void PrintTo(const EncodableValue& value, std::ostream* stream);  // For GoogleTest.
-
+inline void PrintTo(const EncodableValue& value, std::ostream* stream) {
+  *stream << tools::Describe(value);
+}
 }  // namespace cw
 
 namespace flrpc {
-
-void PrintTo(const Message& message, std::ostream* stream);
-
+inline void PrintTo(const Message& message, std::ostream* stream) {
+  *stream << tools::Describe(message);
+}
 }  // namespace flrpc
 
 namespace test {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes FromHex(const std::string& text);  // Blanks do not count.
-std::string ToHex(const Bytes& bytes);
-Bytes BytesOf(const forge::Buffer& buffer);
+inline Bytes BytesOf(const forge::Buffer& buffer) {
+  return {buffer.GetData(), buffer.GetData() + buffer.GetSize()};
+}
+
+inline Bytes FromHex(const std::string& text) {  // Blanks do not count.
+  const QByteArray bytes = QByteArray::fromHex(QByteArray::fromStdString(text));
+  return {bytes.begin(), bytes.end()};
+}
+
+inline std::string ToHex(const Bytes& bytes) {
+  return QByteArray::fromStdString({bytes.begin(), bytes.end()}).toHex().toStdString();
+}
 
 }  // namespace test
