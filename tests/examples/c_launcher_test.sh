@@ -64,7 +64,8 @@ launch --open 'more:' data/plain >actual
 code=0
 TAVO_DESK_OPEN_URI=fail launch --open 'more:' 2>errors || code=$?
 [[ $code -eq 1 ]] || fail "exit code $code for a URI that fails"
-[[ "$(cat errors)" == "c_launcher: more:: could not be opened" ]] || fail "$(cat errors)"
+[[ "$(cat errors)" == 'tavo-desk: "more:" was not opened: TAVO_DESK_OPEN_URI is "fail"'*"could not be opened" ]] ||
+  fail "$(cat errors)"
 
 # No task, no library, a task that never answers.
 expect_code_2() {
