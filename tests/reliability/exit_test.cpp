@@ -16,12 +16,7 @@ namespace {
 
 using test::WaitUntil;
 
-struct Shape {
-  const char* name;
-  const char* output = "";  // What the desk, or Qt, is to say of it.
-};
-
-class ExitTest : public test::DeskTest, public testing::WithParamInterface<Shape> {};
+class ExitTest : public test::DeskTest, public testing::WithParamInterface<std::string> {};
 
 TEST_P(ExitTest, IsSilentAndComplete) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // Whatever it leaves becomes our child.
@@ -30,8 +25,14 @@ TEST_P(ExitTest, IsSilentAndComplete) {
   const QByteArray output = QFile::encodeName(directory_.path()) + "/output";
   const QByteArray command = "LISTEN_FDS=1 LISTEN_PID=$$ exec " + qgetenv("TAVO_TEST_WRAPPER") +
                              " " TAVO_TEST_EMULATOR " " TAVO_TEST_EXIT_PROGRAM " " +
-                             GetParam().name + " " TAVO_TEST_LIBS " " TAVO_TEST_EXIT_PLUGIN " >" +
-                             output + " 2>&1";
+                             GetParam().c_str() +
+                             " " TAVO_TEST_LIBS " " TAVO_TEST_EXIT_PLUGIN " >" + output + " 2>&1";
+  std::regex expected("");
+  if (GetParam() == "MessageOnItsWay") {
+    expected = "(tavo-desk: connection closed with [0-9]+ bytes unsent\n)+";
+  } else if (GetParam() == "NoApplication") {
+    expected = "QSocketNotifier: Can only be used with threads started with QThread\n";
+  }
   for (int run = 0; run < test::GetScale() && !HasFailure(); ++run) {
     const QString path = directory_.filePath(QString::number(run));
     const int listener = test::ListenAt(path);
@@ -55,29 +56,19 @@ TEST_P(ExitTest, IsSilentAndComplete) {
     })) << "A process was left.";
     std::ifstream file(output);
     const std::string told(std::istreambuf_iterator<char>(file), {});
-    EXPECT_TRUE(std::regex_match(told, std::regex(GetParam().output))) << told;
+    EXPECT_TRUE(std::regex_match(told, expected)) << told;
     // Where nobody becomes our child (an emulator may not know how) it may still be at work.
     EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty() && Intents().isEmpty(); }))
         << "A socket file was left.";
   }
 }
 
-constexpr Shape kShapes[] = {
-    {"ApplicationOutlivesAll"},
-    {"ExitInACallback"},
-    {"ExitInASignalHandler"},
-    {"ExitOnAThread"},
-    {"MainReturns"},
-    {"ManagerReleased"},
-    {"MessageOnItsWay", "(tavo-desk: connection closed with [0-9]+ bytes unsent\n)+"},
-    {"NoApplication", "QSocketNotifier: Can only be used with threads started with QThread\n"},
-    {"PluginUnloaded"},
-    {"QuickExit"},
-    {"StaticAfter"},
-    {"StaticBefore"},
-    {"Task"},
-};
-INSTANTIATE_TEST_SUITE_P(Shapes, ExitTest, testing::ValuesIn(kShapes),
-                         [](const auto& shape) { return std::string(shape.param.name); });
+INSTANTIATE_TEST_SUITE_P(Shapes, ExitTest,
+                         testing::Values("ApplicationOutlivesAll", "ExitInACallback",
+                                         "ExitInASignalHandler", "ExitOnAThread", "MainReturns",
+                                         "ManagerReleased", "MessageOnItsWay", "NoApplication",
+                                         "PluginUnloaded", "QuickExit", "StaticAfter",
+                                         "StaticBefore", "Task"),
+                         [](const auto& shape) { return shape.param; });
 
 }  // namespace

@@ -16,7 +16,7 @@
 namespace {
 
 using test::WaitUntil;
-using Messages = std::vector<QJsonObject>;
+using Lines = std::vector<QByteArray>;
 
 constexpr char kPreload[] = "env LD_PRELOAD=" TAVO_TEST_PRELOAD;
 
@@ -32,21 +32,18 @@ struct Fault {
   }
 };
 
-QByteArray LineOf(const QJsonObject& message) {
-  return QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n';
-}
-
 // One connection, and the echoes that came. The task echoes to everybody, also what it heard from
-// somebody before: only those with this number count.
+// somebody before: only lines after this one count.
 struct Connection {
-  explicit Connection(const QString& path, int own_number = 0) : number(own_number) { Open(path); }
+  explicit Connection(const QString& path, int line = 0) : before(line) { Open(path); }
   ~Connection() { delete peer; }
 
   void Open(const QString& path) {
     delete peer;
     peer = new desk::MessagePeer(nullptr);
     const auto keep = [this](const QJsonObject& echo) {
-      if (echo.value(QStringLiteral("connection")) == number) echoes.push_back(echo);
+      if (echo.value(QStringLiteral("n")).toInt() <= before) return;
+      echoes.push_back(QJsonDocument(echo).toJson(QJsonDocument::Compact) + '\n');
     };
     QObject::connect(peer, &desk::MessagePeer::messageReceived, peer, keep);
     peer->Connect(path);
@@ -56,8 +53,8 @@ struct Connection {
     return WaitUntil([&] { return !peer || echoes.size() >= count; });
   }
 
-  const int number;
-  Messages echoes;
+  const int before;
+  Lines echoes;
   QPointer<desk::MessagePeer> peer;  // Null when the connection ended.
 };
 
@@ -70,12 +67,11 @@ class FaultsTest : public test::DeskTest {
     return test::Start(*task_);
   }
 
-  QJsonObject NextMessage(int connection = 0) {
+  QByteArray NextLine() {
     const int size = static_cast<int>(random_() % 16 ? random_() % 60 : random_() % 4000);
-    return {{QStringLiteral("do"), QStringLiteral("echo")},
-            {QStringLiteral("connection"), connection},
-            {QStringLiteral("n"), ++count_},
-            {QStringLiteral("text"), QString(size, QLatin1Char('x'))}};
+    const QByteArray number = QByteArray::number(++count_);
+    const QByteArray text(size, 'x');
+    return "{\"do\":\"echo\",\"n\":" + number + ",\"text\":\"" + text + "\"}\n";
   }
 
   std::mt19937 random_{test::GetSeed()};
@@ -99,13 +95,12 @@ TEST_F(FaultsTest, MessagesArriveWholeOrTheConnectionEnds) {
     fault.Plan();
     ASSERT_EQ("", Start());
     TAVOFaultBegin();
-    int connections = 0;
     int ended = 0;
     for (size_t arrived = 0; arrived < messages;) {
-      const Connection connection(task_->socketPath(), ++connections);
-      Messages sent;
+      const Connection connection(task_->socketPath(), count_);
+      Lines sent;
       while (sent.size() < 50 && connection.peer) {
-        connection.peer->Send(LineOf(sent.emplace_back(NextMessage(connections))));
+        connection.peer->Send(sent.emplace_back(NextLine()));
       }
       ASSERT_TRUE(connection.Awaits(sent.size())) << arrived << ", " << connection.echoes.size();
       ASSERT_LE(connection.echoes.size(), sent.size());
@@ -124,14 +119,14 @@ TEST_F(FaultsTest, MessagesArriveWholeOrTheConnectionEnds) {
 TEST_F(FaultsTest, EitherEndMayBeKilledAtAnyByte) {
   for (int round = 0; round < 20 * test::GetScale() && !HasFailure(); ++round) {
     const bool task_dies = round % 2 == 0;
-    Messages sent;
+    Lines sent;
     long total = 0;
-    while (sent.size() < 20) total += LineOf(sent.emplace_back(NextMessage())).size();
+    while (sent.size() < 20) total += sent.emplace_back(NextLine()).size();
     const long bytes = static_cast<long>(random_() % static_cast<unsigned long>(total));
     Fault{test::kKilled, 1, "send"}.Plan(0, bytes);
     SCOPED_TRACE((task_dies ? "task after " : "starter after ") + std::to_string(bytes));
-    Messages whole = sent;
-    for (; total > bytes; whole.pop_back()) total -= LineOf(whole.back()).size();
+    Lines whole = sent;
+    for (; total > bytes; whole.pop_back()) total -= whole.back().size();
     WrapIn(task_dies ? kPreload : "");
     ASSERT_EQ("", Start());
     Connection connection(task_->socketPath());
@@ -141,7 +136,7 @@ TEST_F(FaultsTest, EitherEndMayBeKilledAtAnyByte) {
       TAVOFaultBegin();
     }
     if (starter <= 0) {
-      for (const QJsonObject& message : sent) connection.peer->Send(LineOf(message));
+      for (const QByteArray& line : sent) connection.peer->Send(line);
       EXPECT_TRUE(WaitUntil([&] { return !connection.peer; }));
       if (starter == 0) _exit(0);
     } else {
@@ -149,7 +144,7 @@ TEST_F(FaultsTest, EitherEndMayBeKilledAtAnyByte) {
       ASSERT_EQ(starter, waitpid(starter, &status, 0));
       EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
       EXPECT_TRUE(connection.Awaits(whole.size()));
-      connection.peer->Send(LineOf(whole.emplace_back(NextMessage())));
+      connection.peer->Send(whole.emplace_back(NextLine()));
       EXPECT_TRUE(connection.Awaits(whole.size()));
     }
     EXPECT_EQ(whole, connection.echoes);
@@ -178,7 +173,7 @@ TEST_F(FaultsTest, TaskStartsOrTheFailureIsTold) {
       TAVOFaultEnd();
       if (told.empty()) {
         const Connection connection(task_->socketPath());
-        connection.peer->Send(LineOf(NextMessage()));
+        connection.peer->Send(NextLine());
         ASSERT_TRUE(connection.Awaits(1) && connection.peer);
       } else {
         ++failures;
