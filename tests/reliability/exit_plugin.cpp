@@ -9,6 +9,8 @@
 
 namespace {
 
+using Client = _TAVORpcClientRef*;
+
 // Nothing here has a destructor: callbacks come until the very end.
 TAVOProcTable top;
 TAVORpcClientProcTable clients;
@@ -17,14 +19,14 @@ TAVOIntentManagerProcTable intents;
 
 // Each of its callbacks comes back to the service, also when that is about to end.
 void StartTask(const char* folder) {
-  const auto client = top.CreateRpcClient(top.Initialize());
+  const Client client = top.CreateRpcClient(top.Initialize());
   TAVORpcClientSlots slots{};
   slots.size = sizeof slots;
-  slots.OnDisconnect = [](void* data, int, const char*, unsigned int) {
-    clients.SendMessage(static_cast<_TAVORpcClientRef*>(data), "late");
-  };
-  slots.Release = [](void* data) { clients.Release(static_cast<_TAVORpcClientRef*>(data)); };
   slots.user_data = client;
+  slots.OnDisconnect = [](void* data, int, const char*, unsigned) {
+    clients.SendMessage(static_cast<Client>(data), "late");
+  };
+  slots.Release = [](void* data) { clients.Release(static_cast<Client>(data)); };
   clients.StartTask(client, "service_task", folder, &slots);
 }
 
@@ -62,7 +64,7 @@ void Leave() { exit(42); }
 void Serve() {
   TAVORpcServerSlots slots{};
   slots.size = sizeof slots;
-  slots.OnMessage = [](void*, const char*, unsigned int) {
+  slots.OnMessage = [](void*, const char*, unsigned) {
     const auto server = top.GetRpcServer(top.Initialize());
     for (int i = 0; i < 1000; ++i) servers.SendMessage(server, "answer");
     Leave();

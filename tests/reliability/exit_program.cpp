@@ -9,15 +9,15 @@
 
 int main(int count, char** arguments) {
   const std::string shape = arguments[1];
+  const bool outlives = shape == "ApplicationOutlivesAll";
   static QCoreApplication* application = nullptr;
-  const auto end_application = [] { delete application; };
-  const bool application_outlives_all = shape == "ApplicationOutlivesAll";
+  const auto end = [] { delete application; };
   if (shape != "NoApplication") application = new QCoreApplication(count, arguments);
-  if (application_outlives_all) std::atexit(end_application);
+  if (outlives) std::atexit(end);
   void* const plugin = dlopen(arguments[3], RTLD_NOW);
-  const auto run = reinterpret_cast<void (*)(const char*, const char*)>(dlsym(plugin, "Run"));
-  run(arguments[1], arguments[2]);
+  using Run = void (*)(const char* shape, const char* folder);
+  reinterpret_cast<Run>(dlsym(plugin, "Run"))(arguments[1], arguments[2]);
   if (shape == "PluginUnloaded") dlclose(plugin);
-  if (!application_outlives_all) end_application();
+  if (!outlives) end();
   return 42;
 }

@@ -16,17 +16,18 @@ namespace {
 
 using test::WaitUntil;
 
+// The shell's arguments are the shape and a file for the output.
+constexpr char kCommand[] =
+    "LISTEN_FDS=1 LISTEN_PID=$$ exec $TAVO_TEST_WRAPPER " TAVO_TEST_EMULATOR
+    " " TAVO_TEST_EXIT_PROGRAM " $0 " TAVO_TEST_LIBS " " TAVO_TEST_EXIT_PLUGIN " >$1 2>&1";
+
 class ExitTest : public test::DeskTest, public testing::WithParamInterface<std::string> {};
 
 TEST_P(ExitTest, IsSilentAndComplete) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // Whatever it leaves becomes our child.
   qputenv("PATH", QFile::encodeName(apps_) + ":" + qgetenv("PATH"));
   Write(QStringLiteral("xdg-open"), "#!/bin/sh\nexec sleep 1000\n");  // Opens for ever.
-  const QByteArray output = QFile::encodeName(directory_.path()) + "/output";
-  const QByteArray command = "LISTEN_FDS=1 LISTEN_PID=$$ exec " + qgetenv("TAVO_TEST_WRAPPER") +
-                             " " TAVO_TEST_EMULATOR " " TAVO_TEST_EXIT_PROGRAM " " +
-                             GetParam().c_str() +
-                             " " TAVO_TEST_LIBS " " TAVO_TEST_EXIT_PLUGIN " >" + output + " 2>&1";
+  const std::string output = directory_.path().toStdString() + "/output";
   std::regex expected("");
   if (GetParam() == "MessageOnItsWay") {
     expected = "(tavo-desk: connection closed with [0-9]+ bytes unsent\n)+";
@@ -39,7 +40,7 @@ TEST_P(ExitTest, IsSilentAndComplete) {
     const pid_t process = fork();
     if (process == 0) {
       dup2(listener, 3);
-      execl("/bin/sh", "sh", "-c", command.constData(), nullptr);
+      execl("/bin/sh", "sh", "-c", kCommand, GetParam().c_str(), output.c_str(), nullptr);
     }
     close(listener);
     RuntimeManager::TaskMessaging starter(path);

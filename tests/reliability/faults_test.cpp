@@ -32,6 +32,21 @@ struct Fault {
   }
 };
 
+constexpr Fault kMessageFaults[] = {
+    {EINTR, 3, "recv send accept4 connect"}, {EAGAIN, 3, "recv send accept4 connect"},
+    {test::kOneByte, 1, "recv send"},        {EMFILE, 2, "socket accept4"},
+    {ENOBUFS, 3, "recv send accept4"},       {ECONNRESET, 100, "recv send"},
+};
+constexpr Fault kStartFaults[] = {
+    {EINTR, 2, "recv send read write"},
+    {test::kOneByte, 1, "recv send read write"},
+    {ENOBUFS, 2, "recv send"},
+    {EMFILE, 4, "socket socketpair pipe2"},
+    {EAGAIN, 4, "_Fork"},
+    {EACCES, 2, "execve"},
+    {ENOSPC, 2, "mkdir bind"},
+};
+
 // One connection, and the echoes that came. The task echoes to everybody, also what it heard from
 // somebody before: only lines after this one count.
 struct Connection {
@@ -69,9 +84,8 @@ class FaultsTest : public test::DeskTest {
 
   QByteArray NextLine() {
     const int size = static_cast<int>(random_() % 16 ? random_() % 60 : random_() % 4000);
-    const QByteArray number = QByteArray::number(++count_);
-    const QByteArray text(size, 'x');
-    return "{\"do\":\"echo\",\"n\":" + number + ",\"text\":\"" + text + "\"}\n";
+    const auto head = QString::asprintf("{\"do\":\"echo\",\"n\":%d,\"text\":\"", ++count_);
+    return head.toLatin1() + QByteArray(size, 'x') + "\"}\n";
   }
 
   std::mt19937 random_{test::GetSeed()};
@@ -83,14 +97,7 @@ class FaultsTest : public test::DeskTest {
 TEST_F(FaultsTest, MessagesArriveWholeOrTheConnectionEnds) {
   const size_t messages = 1000 * static_cast<size_t>(test::GetScale());
   WrapIn(kPreload);
-  for (const Fault& fault : {
-           Fault{EINTR, 3, "recv send accept4 connect"},
-           Fault{EAGAIN, 3, "recv send accept4 connect"},
-           Fault{test::kOneByte, 1, "recv send"},
-           Fault{EMFILE, 2, "socket accept4"},
-           Fault{ENOBUFS, 3, "recv send accept4"},
-           Fault{ECONNRESET, 100, "recv send"},
-       }) {
+  for (const Fault& fault : kMessageFaults) {
     SCOPED_TRACE(fault.error);
     fault.Plan();
     ASSERT_EQ("", Start());
@@ -155,15 +162,7 @@ TEST_F(FaultsTest, EitherEndMayBeKilledAtAnyByte) {
 TEST_F(FaultsTest, TaskStartsOrTheFailureIsTold) {
   qputenv("LD_PRELOAD", TAVO_TEST_PRELOAD);  // In the supervisor; the task is spared.
   WrapIn("env -u LD_PRELOAD");
-  for (const Fault& fault : {
-           Fault{EINTR, 2, "recv send read write"},
-           Fault{test::kOneByte, 1, "recv send read write"},
-           Fault{ENOBUFS, 2, "recv send"},
-           Fault{EMFILE, 4, "socket socketpair pipe2"},
-           Fault{EAGAIN, 4, "_Fork"},
-           Fault{EACCES, 2, "execve"},
-           Fault{ENOSPC, 2, "mkdir bind"},
-       }) {
+  for (const Fault& fault : kStartFaults) {
     SCOPED_TRACE(fault.error);
     int failures = 0;
     for (int round = 0; round < 20 * test::GetScale(); ++round) {
