@@ -28,11 +28,11 @@ TEST_P(ExitTest, IsSilentAndComplete) {
   qputenv("PATH", QFile::encodeName(apps_) + ":" + qgetenv("PATH"));
   Write(QStringLiteral("xdg-open"), "#!/bin/sh\nexec sleep 1000\n");  // Opens for ever.
   const std::string output = directory_.path().toStdString() + "/output";
-  std::regex expected("");
+  std::string expected;
   if (GetParam() == "MessageOnItsWay") {
     expected = "(tavo-desk: connection closed with [0-9]+ bytes unsent\n)+";
   } else if (GetParam() == "NoApplication") {
-    expected = "QSocketNotifier: Can only be used with threads started with QThread\n";
+    expected = "QSocketNotifier: Can only be used with threads .*\n";
   }
   for (int run = 0; run < test::GetScale() && !HasFailure(); ++run) {
     const QString path = directory_.filePath(QString::number(run));
@@ -57,19 +57,17 @@ TEST_P(ExitTest, IsSilentAndComplete) {
     })) << "A process was left.";
     std::ifstream file(output);
     const std::string told(std::istreambuf_iterator<char>(file), {});
-    EXPECT_TRUE(std::regex_match(told, expected)) << told;
+    EXPECT_TRUE(std::regex_match(told, std::regex(expected))) << told;
     // Where nobody becomes our child (an emulator may not know how) it may still be at work.
     EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty() && Intents().isEmpty(); }))
         << "A socket file was left.";
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, ExitTest,
-                         testing::Values("ApplicationOutlivesAll", "ExitInACallback",
-                                         "ExitInASignalHandler", "ExitOnAThread", "MainReturns",
-                                         "ManagerReleased", "MessageOnItsWay", "NoApplication",
-                                         "PluginUnloaded", "QuickExit", "StaticAfter",
-                                         "StaticBefore", "Task"),
-                         [](const auto& shape) { return shape.param; });
+const auto kShapes = testing::Values(
+    "ApplicationOutlivesAll", "ExitInACallback", "ExitInASignalHandler", "ExitOnAThread",
+    "MainReturns", "ManagerReleased", "MessageOnItsWay", "NoApplication", "PluginUnloaded",
+    "QuickExit", "StaticAfter", "StaticBefore", "Task");
+INSTANTIATE_TEST_SUITE_P(Shapes, ExitTest, kShapes, [](const auto& shape) { return shape.param; });
 
 }  // namespace

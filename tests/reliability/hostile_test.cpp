@@ -30,10 +30,10 @@ constexpr int kSlowness = 1;
 #else
 constexpr int kSlowness = 3;  // Of a walk over a tree, at least.
 #endif
-// In which a good request is answered for every 64 MiB that the victim may take for what came
-// before. Its processor time counts where it is comparable; the clock on the wall depends on what
-// else runs.
-constexpr std::chrono::seconds kAnswer{TAVO_TEST_DEADLINE_FACTOR * kSlowness};
+// The seconds in which a good request is answered for every 64 MiB that the victim may take for
+// what came before. Its processor time counts where it is comparable; the clock on the wall depends
+// on what else runs.
+constexpr int kAnswer = TAVO_TEST_DEADLINE_FACTOR * kSlowness;
 
 constexpr int kMiB = 1 << 20;
 // A frame may miss 64 MiB of text: then it takes these, and what else it takes to read it.
@@ -49,6 +49,10 @@ QByteArray LineOf(const QByteArray& base64) { return "{\"data\":\"" + base64 + "
 
 QByteArray LineOf(const Message& message) {
   return LineOf(QByteArray::fromStdString(message.ToBase64()));
+}
+
+QByteArray Request(const char* method, const EncodableValue& params = {}) {
+  return LineOf(Message::CreateRequest(Message::ID("id7_1"), method, params));
 }
 
 // The line of a notification; its parameters are the bytes given.
@@ -122,6 +126,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
     task_->withArguments({QStringLiteral("--libs-path"), QStringLiteral(TAVO_TEST_LIBS)});
     ASSERT_EQ("", test::Start(*task_));
     ASSERT_TRUE(WaitUntil([&] { return bool(std::ifstream(output_ + ".pid") >> process_); }));
+    proc_ = "/proc/" + std::to_string(process_) + '/';
     Connect();
   }
 
@@ -139,7 +144,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
     has_greeted_ = false;
     if (GetParam()) return;
     ASSERT_TRUE(Answers(*control_));
-    control_->write(LineOf(Message::CreateRequest(Message::ID(1), "start", "handover_task")));
+    control_->write(Request("start", "handover_task"));
     pollfd poll_handover{handover_, POLLIN, 0};
     ASSERT_TRUE(WaitUntil([&] { return poll(&poll_handover, 1, 0) == 1; }));
     const int sender = accept(handover_, nullptr, nullptr);
@@ -159,7 +164,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
   void Greet(QLocalSocket& socket) {
     has_greeted_ = true;
     if (&socket == control_.get()) {
-      socket.write(LineOf(Message::CreateRequest(Message::ID(1), "flrpc.connected", {})));
+      socket.write(Request("flrpc.connected"));
       return;
     }
     ASSERT_TRUE(WaitUntil([&] { return socket.canReadLine(); }));
@@ -179,22 +184,23 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
       while (!has_come && socket.canReadLine()) has_come = socket.readLine() == answer;
       return has_come || socket.state() != QLocalSocket::ConnectedState;
     };
-    return WaitUntil(is_over, 10 * kAnswer) && has_come;
+    return WaitUntil(is_over, std::chrono::seconds(10 * kAnswer)) && has_come;
   }
 
   int64_t ReadStatus(const char* field) const {  // In KiB.
-    std::ifstream status("/proc/" + std::to_string(process_) + "/status");
+    std::ifstream status(proc_ + "status");
     for (std::string line; std::getline(status, line);) {
-      if (line.rfind(field, 0) == 0) return std::stoll(line.substr(std::strlen(field) + 1));
+      if (line.rfind(field, 0) == 0) return std::stoll(line.substr(line.find(':') + 1));
     }
     return -1;
   }
 
-  std::chrono::nanoseconds ReadProcessorTime() const {
+  double ReadProcessorTime() const {  // In seconds.
     clockid_t clock = 0;
     timespec time{};
-    EXPECT_TRUE(clock_getcpuclockid(process_, &clock) == 0 && clock_gettime(clock, &time) == 0);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    EXPECT_EQ(0, clock_getcpuclockid(process_, &clock));
+    EXPECT_EQ(0, clock_gettime(clock, &time));
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
   }
 
   // `most`: the MiB that the victim may take for it, above what it has when idle. Where the desk's
@@ -202,8 +208,8 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
   void Attack(const char* name, const QByteArray& bytes, int most = 64, bool is_end = false) {
     if (HasFatalFailure()) return;
     SCOPED_TRACE(name);
-    const auto worked = ReadProcessorTime();
-    std::ofstream("/proc/" + std::to_string(process_) + "/clear_refs") << 5;  // Resets the peak.
+    const double worked = ReadProcessorTime();
+    std::ofstream(proc_ + "clear_refs") << 5;  // Resets the peak.
     wire_->write(bytes);
     ASSERT_EQ(!is_end, Answers(*wire_));
     if (is_end) Connect();
@@ -211,7 +217,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
     if (!kIsNative) return;
     EXPECT_LE(ReadProcessorTime() - worked, kAnswer * ((most + 63) / 64));
     EXPECT_LE(ReadStatus("VmHWM") - idle_, most << 10) << "KiB while";
-    control_->write(LineOf(Message::CreateRequest(Message::ID(1), "trim", {})));
+    control_->write(Request("trim"));
     ASSERT_TRUE(Answers(*control_));
     EXPECT_LE(ReadStatus("VmRSS") - idle_, 5 << 10) << "KiB after";
   }
@@ -223,6 +229,7 @@ class HostileTest : public test::DeskTest, public testing::WithParamInterface<bo
   int handover_ = -1;
   int32_t count_ = 0;
   int32_t process_ = 0;
+  std::string proc_;  // Where the system tells of it.
   int64_t idle_ = 0;  // What a victim takes that has nothing to do, in KiB.
   QByteArray output_;
 };
@@ -275,14 +282,15 @@ TEST_P(HostileTest, MessagesHurtNobody) {
   const cw::EncodableList list = {1, 2.5, std::vector<float>(2)};
   const cw::EncodableMap value = {{"list", list}};
   Attack("long name", LineOf(Message::CreateNotification(name, {})));
-  const Message messages[] = {
-      Message::CreateNotification("poke", value),        Message::CreateRequest(id, "echo", value),
-      Message::CreateRequest(id, "flrpc.connected", {}), Message::CreateResponse(id, value),
-      Message::CreateError(id, 5, "no", value),          Message::CreateError(5, "no", value),
+  const QByteArray lines[] = {
+      Request("echo", value),
+      Request("flrpc.connected"),
+      LineOf(Message::CreateNotification("poke", value)),
+      LineOf(Message::CreateResponse(id, value)),
+      LineOf(Message::CreateError(id, 5, "no", value)),
+      LineOf(Message::CreateError(5, "no", value)),
   };
-  for (const Message& message : messages) {
-    Attack("a thousand", Times(1000, LineOf(message)));
-  }
+  for (const QByteArray& line : lines) Attack("a thousand", Times(1000, line));
 }
 
 TEST_P(HostileTest, EarlyFramesHurtNobody) {
