@@ -1,32 +1,20 @@
 // Makes system calls fail by a seeded schedule: linked by a test for its own process, preloaded
-// (LD_PRELOAD) into those that it starts, which inherit the plan in TAVO_FAULT. A forked process
-// goes on with its parent's.
+// (LD_PRELOAD) into those that it starts. A forked process goes on with its parent's schedule.
 //
-// It stands in front of the C library's functions. Those on sockets are called by the desk alone;
-// read and write fail on pipes alone, so that the event loop's own descriptors stay whole.
+// The plan stands in TAVO_FAULT: an error, of how many calls one fails, a seed, a number of bytes,
+// and the calls' names with a blank before and behind each. An error is an errno or one of these.
+//
+// The shim stands in front of the C library's functions. Those on sockets are called by the desk
+// alone; read and write fail on pipes alone, so that the event loop's own descriptors stay whole.
 #pragma once
-
-#include <string>
 
 namespace test {
 
-struct Fault {
-  static constexpr int kShort = 0;  // Not a failure: one byte is read or written.
-  static constexpr int kKill = -1;  // The process is killed when it has sent `after` bytes.
-
-  int error;          // An errno, or one of the above.
-  std::string calls;  // Their names, with blanks between.
-  unsigned one_in;    // Of how many calls one fails.
-  unsigned seed;
-  long after = 0;
-
-  std::string GetPlan() const {
-    return std::to_string(error) + ' ' + std::to_string(one_in) + ' ' + std::to_string(seed) + ' ' +
-           std::to_string(after) + ' ' + calls;
-  }
-};
+constexpr int kOneByte = 0;  // Not a failure: one byte is read or written.
+constexpr int kKilled = -1;  // The process is killed when it has sent that number of bytes.
 
 }  // namespace test
 
-extern "C" void TAVOFaultSetPlan(const char* plan);  // Null: nothing fails any more.
-extern "C" long TAVOFaultCount();                    // What failed in this process since then.
+// A process that preloads the shim begins by itself. The end tells how many calls failed.
+extern "C" void TAVOFaultBegin();
+extern "C" long TAVOFaultEnd();
