@@ -17,9 +17,9 @@ struct RpcLink {
   Texts to_client;
   bool is_down = false;  // The transport throws.
   std::shared_ptr<flrpc::IOwnedClient> client =
-      flrpc::IOwnedClient::Create([this](flrpc::Message&& message) { Send(message, to_server); });
+      flrpc::IOwnedClient::Create([this](auto&& message) { Send(message, to_server); });
   std::shared_ptr<flrpc::IOwnedServer> server =
-      flrpc::IOwnedServer::Create([this](flrpc::Message&& message) { Send(message, to_client); });
+      flrpc::IOwnedServer::Create([this](auto&& message) { Send(message, to_client); });
 
   // False when nothing was on its way.
   bool DeliverToServer() { return Deliver(to_server, server); }
