@@ -8,20 +8,11 @@
 
 namespace fuzz {
 
-// Each target's own; nothing in it may exceed the limits.
+// Each target's own; nothing in it may exceed the limits: an allocation of 256 MiB, and 1,048,576
+// lines on standard error. What is beyond throws std::bad_alloc, and fails even if that is caught.
 void Run(const forge::Buffer& input);
 
-// Limits anew what is done from now on. Allocations (operator new) beyond `most_bytes` throw
-// std::bad_alloc. So do lines on standard error beyond `most_lines`: each failed read writes one,
-// so they bound the time of a decoder that believes what it reads. Nothing is written to standard
-// output and standard error by way of their streams.
-void Limit(size_t most_bytes = size_t{256} << 20, size_t most_lines = size_t{1} << 20);
-
-// Fails when anything was refused, be it that the code under test told nobody. While libFuzzer
-// searches, an input may also take no more than a second of the processor.
-void CheckLimits();
-
-// Runs what may exceed the limits, or throw something else. False when it threw.
+// False when the function threw.
 template <typename Function>
 bool Try(Function&& function) {
   try {
@@ -37,8 +28,8 @@ inline bool IsAdmissible(const forge::Buffer& bytes) {
 }
 
 // Few bytes may declare so much that decoding them takes a thousand times as long as usual. False
-// for those: they are not to be run again. They are run here, in and out; where libFuzzer searches
-// only the first of 1,024, so that the search goes on.
+// for those: they are not to be run again. Here they may exceed the limits if they are
+// inadmissible.
 bool IsLight(const forge::Buffer& bytes);
 
 // Whether the value's encoding reads back as the value: it holds no empty list of wide elements,

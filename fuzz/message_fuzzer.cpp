@@ -9,7 +9,7 @@ using forge::Buffer;
 
 // An accepted message survives, and its two ways to be encoded agree. The sender's check says of it
 // what the receiver's does.
-static void CheckSurvives(const Message& message) {
+static void Check(const Message& message) {
   const auto value = message.ToEncodable();
   const std::string text = message.ToBase64();
   const Buffer bytes = value.Serialize();
@@ -29,20 +29,14 @@ void fuzz::Run(const Buffer& input) {
   if (*data % 2 == 0) text = Buffer(data + 1, text.size()).ToBase64();
   const Buffer bytes = Buffer::FromBase64(text);
   if (!IsLight(bytes)) return;
-  const Message message = Message::FromBase64(text);
-  CheckSurvives(message);
-  text = Message::FromBase64(std::move(text)).ToBase64();
-  assert(message.ToBase64() == text);
+  Check(Message::FromBase64(text));
   if (!IsAdmissible(bytes)) return;
-  auto value = cw::EncodableValue::Deserialize(bytes);
-  const std::string made = Message::FromEncodable(value).ToBase64();
-  assert(made == text || value.IsNull());
-  if (ReadsBack(value)) {  // What is put into a message survives in it.
-    const Message::ID id("id");
-    CheckSurvives(Message::CreateRequest(id, "call", value));
-    CheckSurvives(Message::CreateResponse(id, value));
-    CheckSurvives(Message::CreateError(id, 7, "why", value));
-    CheckSurvives(Message::CreateNotification("news", value));
-  }
-  assert(Message::FromEncodable(std::move(value)).ToBase64() == made);
+  const auto value = cw::EncodableValue::Deserialize(bytes);
+  if (!ReadsBack(value)) return;
+  // What is put into a message survives in it.
+  const Message::ID id("id");
+  Check(Message::CreateRequest(id, "call", value));
+  Check(Message::CreateResponse(id, value));
+  Check(Message::CreateError(id, 7, "why", value));
+  Check(Message::CreateNotification("news", value));
 }

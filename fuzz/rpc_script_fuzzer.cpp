@@ -4,11 +4,10 @@
 #include "fuzz/input.h"
 #include "tests/support/rpc_link.h"
 
-using cw::EncodableValue;
 using flrpc::Message;
 using forge::Buffer;
 using Texts = test::RpcLink::Texts;
-using OptionalError = std::optional<Message::Error>;
+using Error = std::optional<Message::Error>;
 
 constexpr int kDeepest = 4;        // Callbacks.
 constexpr size_t kMostTexts = 64;  // On their way; more are not repeated or forged.
@@ -34,31 +33,25 @@ class Script {
     if (!client) return;
     client->NotifyDisconnected({});
     assert(client->HasConnectionFailed() && !client->IsConnected());
-    for (const Fate& fate : fates_) assert(fate.calls == 1 || !fate.was_accepted);
+    for (const Fate& fate : fates_) assert(fate.calls == 1 || !fate.is_sent);
   }
 
  private:
   struct Fate {
     Message::ID id;
-    bool was_accepted = false;  // Not so when the transport threw.
+    bool is_sent = false;  // Not so when the transport threw.
     int calls = 0;
   };
 
   // Choices; past the input's end everything is zero.
   bool IsAtEnd() const { return read_ == input_.GetSize(); }
   uint8_t Byte() { return IsAtEnd() ? 0 : input_.GetData()[read_++]; }
-  size_t Below(size_t limit) {
-    const size_t high = limit > 256 ? Byte() : 0;
-    return (high << 8 | Byte()) % limit;
-  }
+  size_t Below(size_t limit) { return Byte() % limit; }
   const char* Method() {
     const char* methods[] = {"echo", "hold", "unknown", "flrpc.connected", ""};
     return methods[Below(5)];
   }
-  OptionalError Error() {
-    if (Below(8) == 1) return {{1, "lost"}};
-    return {};
-  }
+  Error Lost() { return Below(8) == 1 ? Error({1, "lost"}) : Error(); }
 
   // What a transport that is down throws comes out of the call that had something to send.
   void RunStep() {
@@ -91,10 +84,10 @@ class Script {
     if (!client) return;
     if (step == 13) client->SendNotify("news", {});
     if (step == 14) client->Run();
-    if (step == 15) client->NotifyStarted(Error());
+    if (step == 15) client->NotifyStarted(Lost());
     if (step == 16) Byte() % 2 ? client->OnConnected(Once()) : client->OnDisconnected(Once());
     if (step == 17) Request(*client);
-    if (step == 18 && Below(8) == 1) client->NotifyDisconnected(Error());
+    if (step == 18 && Below(8) == 1) client->NotifyDisconnected(Lost());
     if (step == 19 && Below(8) == 1) link_.client.reset();
   }
 
@@ -110,7 +103,7 @@ class Script {
       if (result && method == "echo" && !was_forged_) assert(*result == number);
       RunStep();
     });
-    fate.was_accepted = true;
+    fate.is_sent = true;
   }
 
   // A callback of a connection's begin or end.

@@ -6,7 +6,6 @@
 //   0c 01           two bytes
 //   'text'          the bytes of a text
 //   "text"          an encoded text: 07, its size, its bytes
-//   @8              zeros up to the next multiple of 8
 //   1024*( 0c 01 )  the same 1,024 times
 #include <filesystem>
 #include <fstream>
@@ -26,9 +25,7 @@ static std::string Expand(std::istream& text) {
     }
     text >> word;
     if (word == ")") break;
-    if (first == '@') {
-      while (bytes.size() % std::stoul(word.substr(1)) != 0) bytes += '\0';
-    } else if (word.back() == '(') {
+    if (word.back() == '(') {
       const std::string part = Expand(text);
       for (int times = std::stoi(word); times > 0; --times) bytes += part;
     } else {

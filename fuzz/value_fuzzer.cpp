@@ -11,13 +11,11 @@ static void CheckSame(const EncodableValue& value, const EncodableValue& other) 
 }
 
 void fuzz::Run(const forge::Buffer& input) {
-  if (!IsLight(input)) return;
+  if (!IsLight(input) || !IsAdmissible(input)) return;
   const auto value = EncodableValue::Deserialize(input);
-  if (!IsAdmissible(input)) return;
   CheckSame(value, EncodableValue(value));
-  const forge::Buffer bytes = value.Serialize();
-  assert(bytes.GetSize() > 0);
   if (!ReadsBack(value)) return;
+  const forge::Buffer bytes = value.Serialize();
   assert(IsAdmissible(bytes));
   const auto again = EncodableValue::Deserialize(bytes);
   CheckSame(value, again);

@@ -11,14 +11,13 @@ class ResourcesCacheTest : public test::LogTest, public forge::ResourcesCache {
 };
 
 TEST_F(ResourcesCacheTest, TextStaysPutWhileItsChunkIsOpen) {
-  const std::string_view text("b\0c", 4);
-  const auto pair = AppendStr(chunk_, "first", text.substr(0, 3));
+  const auto pair = AppendStr(chunk_, "first", {"two and more", 3});
   for (int i = 0; i < 1000; ++i) {
     AppendStr(chunk_, "more");
     AppendStr(CreateChunk(), "more");
   }
   EXPECT_STREQ("first", pair.first);
-  EXPECT_EQ(text, std::string_view(pair.second, 4));
+  EXPECT_STREQ("two", pair.second);
 }
 
 // Id 0 means none, though it marks the slots that are free: one was just freed.
@@ -53,9 +52,6 @@ TEST_F(ResourcesCacheTest, GuardLendsUntilItEnds) {
   EXPECT_STREQ("second", guard->AppendStr("first", "second").second);
   EXPECT_TRUE(guard->AppendBuffer(Buffer({1, 2, 3}), &view_, sizeof view_));
   EXPECT_EQ(Buffer({1, 2, 3}), Buffer::FromCAPI(&view_));
-  EXPECT_TRUE(guard->AppendBuffer(Buffer({9}), &view_, 2 * sizeof(void*)));
-  EXPECT_EQ(9, *view_.data);
-  EXPECT_EQ(3u, view_.size);  // Beyond the declared size.
   EXPECT_FALSE(guard->AppendBuffer(Buffer(), nullptr, 0));
   ExpectError("AppendBuffer: output structure pointer is null");
   guard.reset();

@@ -5,7 +5,6 @@
 
 #include <iostream>
 #include <regex>
-#include <sstream>
 
 namespace test {
 

@@ -3,9 +3,6 @@
 
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
 #include "tests/support/test_base.h"
 
 namespace test {

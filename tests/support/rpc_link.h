@@ -11,15 +11,17 @@
 namespace test {
 
 struct RpcLink {
+  using Client = flrpc::IOwnedClient;
+  using Server = flrpc::IOwnedServer;
   using Texts = std::deque<std::string>;  // In Base64, as on the wire.
 
   Texts to_server;
   Texts to_client;
   bool is_down = false;  // The transport throws.
-  std::shared_ptr<flrpc::IOwnedClient> client =
-      flrpc::IOwnedClient::Create([this](flrpc::Message&& message) { Send(message, to_server); });
-  std::shared_ptr<flrpc::IOwnedServer> server =
-      flrpc::IOwnedServer::Create([this](flrpc::Message&& message) { Send(message, to_client); });
+  std::shared_ptr<Client> client =
+      Client::Create([this](auto&& message) { Send(message, to_server); });
+  std::shared_ptr<Server> server =
+      Server::Create([this](auto&& message) { Send(message, to_client); });
 
   // False when nothing was on its way.
   bool DeliverToServer() { return Deliver(to_server, server); }

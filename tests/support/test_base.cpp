@@ -17,25 +17,19 @@ static int CountEntries(const char* folder) {
 }
 
 void TestBase::SetUp() {
-  signal(SIGALRM, [](int) {
-    constexpr char kText[] = "The test takes too long.\n";
-    _exit(write(fileno(stdout), kText, sizeof kText - 1) > 0 ? 1 : 2);
-  });
-  alarm(static_cast<unsigned>(5 * kDeadline.count() * GetScale()));
-  // A sanitizer's or an emulator's own thread starts with the first one. One that was joined may
-  // be listed a moment longer.
-  std::string joined = "/proc/self/task/";
-  std::thread([&joined] { joined += std::to_string(gettid()); }).join();
-  EXPECT_TRUE(WaitUntil([&joined] { return !std::filesystem::exists(joined); }));
+  alarm(unsigned(5 * kDeadline.count() * GetScale()));  // Nobody handles it: the test ends.
+  // A sanitizer's or an emulator's own thread starts with the first one.
+  std::thread([] {}).join();
   descriptors_ = CountDescriptors();
   threads_ = CountThreads();
 }
 
 void TestBase::TearDown() {
   // What is to be deleted later, or ends with another process, closes its own in time.
-  EXPECT_TRUE(WaitUntil([this] { return CountDescriptors() == descriptors_; }))
-      << "There were " << descriptors_ << " descriptors, now there are " << CountDescriptors();
-  EXPECT_TRUE(WaitUntil([this] { return CountThreads() <= threads_; })) << "A thread is left.";
+  const auto has_closed = [this] { return CountDescriptors() == descriptors_; };
+  const auto has_joined = [this] { return CountThreads() <= threads_; };
+  EXPECT_TRUE(WaitUntil(has_closed)) << "A descriptor is left.";
+  EXPECT_TRUE(WaitUntil(has_joined)) << "A thread is left.";
   EXPECT_FALSE(HasChildren()) << "A child process is left.";
   alarm(0);
 }
@@ -46,7 +40,8 @@ int TestBase::CountThreads() { return CountEntries("/proc/self/task"); }
 
 bool TestBase::HasChildren() {
   siginfo_t info{};
-  return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
+  const int result = waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
+  return result == 0 || errno != ECHILD;
 }
 
 }  // namespace test

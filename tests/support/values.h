@@ -15,12 +15,6 @@ inline void PrintTo(const EncodableValue& value, std::ostream* stream) {
 }
 }  // namespace cw
 
-namespace flrpc {
-inline void PrintTo(const Message& message, std::ostream* stream) {
-  *stream << tools::Describe(message);
-}
-}  // namespace flrpc
-
 namespace test {
 
 using Bytes = std::vector<uint8_t>;
