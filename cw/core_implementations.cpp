@@ -116,20 +116,23 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
     auto handlers = MessageHandlers::FromRef(static_cast<details::MessageHandlersRef*>(user_data));
     if (!handlers) return;
     const auto handler = channel ? handlers->Find(channel) : MessageHandlers::Handler();
+    std::shared_ptr<Response> answer;
     BinaryReply reply;
     if (handler.function) {
       forge::Fence("message handler", [&] {
-        reply = [answer = std::make_shared<Response>(handlers, handler.channel, engine,
-                                                     send_response, response)](
-                    const uint8_t* answer_data, size_t answer_size) {
+        answer = std::make_shared<Response>(handlers, handler.channel, engine, send_response,
+                                            response);
+        reply = [answer](const uint8_t* answer_data, size_t answer_size) {
           answer->Send(answer_data, answer_size);
         };
       });
     }
     if (!reply) {  // The handler was removed meanwhile, or there is no memory to let it answer.
+      if (answer) return answer->Send(nullptr, 0);
       if (send_response) send_response(engine, response, nullptr, 0);
       return;
     }
+    answer.reset();  // From here on the response ends with the handler's last copy of the reply.
     handlers.reset();  // The handler may end the messenger, and these with it.
     (*handler.function)(data, SizeOf(data, size), std::move(reply));
   });
