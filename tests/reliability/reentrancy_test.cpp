@@ -22,7 +22,8 @@ class ReentrancyTest : public test::TestBase, public testing::WithParamInterface
     world.hook = [&] { world.Do(action); };
     world.Do(GetParam().act);
     EXPECT_LT(world.hook_runs, 3);
-    EXPECT_EQ(action == &World::Throw, world.CountLines("Stray exception") > 0);
+    EXPECT_EQ(action == &World::Throw,
+              world.TakeText().find("Stray exception") != std::string::npos);
     world.CheckItWorks();
   }
 
@@ -40,10 +41,9 @@ class ReentrancyTest : public test::TestBase, public testing::WithParamInterface
   int argc_ = 0;
 };
 
-TEST_P(ReentrancyTest, CallbackMayDoAnything) { RunAll(); }
-
-TEST_P(ReentrancyTest, CallbackMayDoAnythingInAnApplication) {
-  const QCoreApplication app(argc_, nullptr);
+TEST_P(ReentrancyTest, CallbackMayDoAnything) {
+  RunAll();
+  const QCoreApplication app(argc_, nullptr);  // Qt objects are deleted later from now on.
   RunAll();
 }
 

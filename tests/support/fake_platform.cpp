@@ -4,20 +4,6 @@
 
 using test::FakePlatform;
 
-namespace {
-
-template <typename T>
-void Keep(std::vector<T>& all, const typename std::vector<T>::value_type& one) {
-  const std::lock_guard lock(FakePlatform::current->mutex);
-  all.push_back(one);
-}
-
-void FailIntents() {
-  if (FakePlatform::current->fail_intents) throw std::bad_alloc();
-}
-
-}  // namespace
-
 std::vector<std::string> FakePlatform::SentTexts() {
   const std::lock_guard lock(mutex);
   std::vector<std::string> texts;
@@ -35,7 +21,7 @@ struct Task::Private {
 
 Task::Task(const QString& name, QObject* parent) : QObject(parent), d_(new Private) {
   d_->fake->name = name;
-  Keep(FakePlatform::current->tasks, d_->fake);
+  FakePlatform::current->tasks.push_back(d_->fake);
 }
 Task::~Task() { d_->fake->alive = false; }
 
@@ -54,7 +40,7 @@ QString Task::socketPath() const { return QStringLiteral("/run/") + d_->fake->na
 struct TaskMessaging::Private {
   Private(TaskMessaging* object, const QString& path, int descriptor) {
     *fake = {path, descriptor, object, {}};
-    Keep(FakePlatform::current->messagings, fake);
+    FakePlatform::current->messagings.push_back(fake);
   }
   const std::shared_ptr<test::FakeMessaging> fake = std::make_shared<test::FakeMessaging>();
 };
@@ -76,14 +62,14 @@ RuntimeDispatcher* RuntimeDispatcher::instance() {
 }
 int RuntimeDispatcher::localServerSocket() { return 77; }
 void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handler) {
-  FailIntents();
+  if (FakePlatform::current->fail_intents) throw std::bad_alloc();
   FakePlatform::current->intents[name] = std::move(handler);
 }
 
 struct IntentsInvoker::Private {};
 
 IntentsInvoker::IntentsInvoker(QObject* parent) : QObject(parent) {
-  FailIntents();
+  if (FakePlatform::current->fail_intents) throw std::bad_alloc();
   FakePlatform::current->invoker = this;
 }
 IntentsInvoker::~IntentsInvoker() {
@@ -93,9 +79,12 @@ IntentsInvoker::~IntentsInvoker() {
 }
 void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,
                             const QJsonObject& parameters) {
-  Keep(FakePlatform::current->invocations, {name, options, parameters});
-  FailIntents();
-  if (FakePlatform::current->on_invoke) FakePlatform::current->on_invoke();
+  FakePlatform& platform = *FakePlatform::current;
+  {
+    const std::lock_guard lock(platform.mutex);
+    platform.invocations.push_back({name, options, parameters});
+  }
+  if (platform.on_invoke) platform.on_invoke();
 }
 
 }  // namespace RuntimeManager
