@@ -1,5 +1,7 @@
 // Every allocation of every scenario fails once, and from there on for ever: nothing crashes, no
 // exception leaves a C function, nothing is lost or leaked, and what failed can be done again.
+#include <optional>
+
 #include "cw/binary_messenger.h"
 #include "cw/embedder_slot.h"
 #include "tests/reliability/world.h"
@@ -33,54 +35,45 @@ class AllocationTest : public test::TestBase, public testing::WithParamInterface
   QCoreApplication app_{argc_, nullptr};
 };
 
-// An embedder with nothing but a messenger, which has one channel.
+// What an embedder with nothing but a messenger is given.
 struct Embedder {
-  Embedder() {
-    context.size = sizeof context;
-    context.engine = reinterpret_cast<_FlutterOstrelEngine*>(this);
-    context.MessengerProcTableLoad = [](auto* table, uint32_t, _FlutterOstrelEngine*) {
-      table->SetMessageHandler = KeepHandler;
-      return 1u;
-    };
-  }
-  static void KeepHandler(_FlutterOstrelEngine* engine, const char*,
-                          FlutterOstrelMessageCallback handler, void* user_data) {
-    auto* const self = reinterpret_cast<Embedder*>(engine);
-    self->handler = handler;
-    self->user_data = user_data;
-  }
-  static void TakeAnswer(_FlutterOstrelEngine* engine, _FlutterOstrelResponse*, const uint8_t*,
-                         size_t size) {
-    auto* const self = reinterpret_cast<Embedder*>(engine);
-    ++self->answers;
-    self->answer_size = size;
-  }
+  FlutterOstrelMessageCallback handler;
+  void* user_data;
+  int answers;
+  size_t answer_size;
+} embedder;
 
-  FlutterOstrelPluginContext context{};
-  FlutterOstrelMessageCallback handler = nullptr;
-  void* user_data = nullptr;
-  int answers = 0;
-  size_t answer_size = 0;
-};
+uint32_t LoadMessenger(FlutterOstrelMessengerProcTable* table, uint32_t, _FlutterOstrelEngine*) {
+  table->SetMessageHandler = [](auto*, auto*, auto handler, void* user_data) {
+    embedder = {handler, user_data, 0, 0};
+  };
+  return 1;
+}
+
+void TakeAnswer(_FlutterOstrelEngine*, _FlutterOstrelResponse*, const uint8_t*, size_t size) {
+  ++embedder.answers;
+  embedder.answer_size = size;
+}
 
 // The answer and the result come in any case, if need be with less.
 TEST_F(AllocationTest, MessageIsAnsweredOnceAndWindowHasOneResult) {
-  FailEach([](long n, bool for_ever) {
+  FlutterOstrelPluginContext context{};
+  context.size = sizeof context;
+  context.engine = reinterpret_cast<_FlutterOstrelEngine*>(&context);
+  context.MessengerProcTableLoad = LoadMessenger;
+  FailEach([&context](long n, bool for_ever) {
     constexpr uint8_t kBytes[] = {7, 1, 'a'};
-    Embedder embedder;
-    const auto messenger = cw::BinaryMessenger::Create(&embedder.context);
-    messenger->SetMessageHandler(
-        "channel", [](const auto* bytes, size_t size, const auto& answer) { answer(bytes, size); });
+    const auto messenger = cw::BinaryMessenger::Create(&context);
+    messenger->SetMessageHandler("channel",
+                                 [](auto* bytes, auto size, auto answer) { answer(bytes, size); });
     int results = 0;
-    const auto slot = cw::details::CreateResultSlot([&](const auto&, auto) { ++results; });
-    bool has_failed = true;
-    {
-      const FailingNew failing(n, for_ever);
-      embedder.handler(embedder.context.engine, "channel", kBytes, sizeof kBytes,
-                       Embedder::TakeAnswer, nullptr, embedder.user_data);
-      slot->callback(slot->user_data, kBytes, sizeof kBytes, World::kText);
-      has_failed = failing.HasFailed();
-    }
+    const auto slot = cw::details::CreateResultSlot([&](auto&, auto) { ++results; });
+    auto failing = std::make_optional<FailingNew>(n, for_ever);
+    embedder.handler(context.engine, "channel", kBytes, sizeof kBytes, TakeAnswer, nullptr,
+                     embedder.user_data);
+    slot->callback(slot->user_data, kBytes, sizeof kBytes, World::kText);
+    const bool has_failed = failing->HasFailed();
+    failing.reset();
     slot->release(slot->user_data);
     EXPECT_EQ(1, embedder.answers);
     EXPECT_EQ(1, results);
