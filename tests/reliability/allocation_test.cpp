@@ -1,12 +1,11 @@
 // Every allocation of every scenario fails once, and from there on for ever: nothing crashes, no
 // exception leaves a C function, nothing is lost or leaked, and what failed can be done again.
-#include <sys/wait.h>
-#include <unistd.h>
+#include <optional>
 
-#include "cw/plugin_registrar.h"
+#include "cw/binary_messenger.h"
+#include "cw/embedder_slot.h"
 #include "tests/reliability/world.h"
 #include "tests/support/failing_new.h"
-#include "tests/support/fake_embedder.h"
 
 namespace {
 
@@ -36,122 +35,49 @@ class AllocationTest : public test::TestBase, public testing::WithParamInterface
   QCoreApplication app_{argc_, nullptr};
 };
 
-// What could not be made is not tried again, unless the error line failed, too. Returns 1 if an
-// allocation failed, and 2 if the test did.
-int StartService(long n, bool for_ever) {
-  TAVOProcTable top{};
-  TAVOProcTableLoad(&top, sizeof top);
-  const FailingNew failing(n, for_ever, true);
-  _TAVOManagerRef* const manager = top.Initialize();
-  EXPECT_EQ(failing.HasFailed(), !manager);
-  const FailingNew succeeding;
-  _TAVOManagerRef* const again = top.Initialize();
-  EXPECT_TRUE(manager == again || (!manager && for_ever));
-  if (again) World().CheckItWorks();
-  return testing::Test::HasFailure() ? 2 : failing.HasFailed();
+// What an embedder with nothing but a messenger is given.
+struct Embedder {
+  FlutterOstrelMessageCallback handler;
+  void* user_data;
+  int answers;
+  size_t answer_size;
+} embedder;
+
+uint32_t LoadMessenger(FlutterOstrelMessengerProcTable* table, uint32_t, _FlutterOstrelEngine*) {
+  table->SetMessageHandler = [](auto*, auto*, auto handler, void* user_data) {
+    embedder = {handler, user_data, 0, 0};
+  };
+  return 1;
 }
 
-TEST_F(AllocationTest, FirstCallOfTheProcessMayFail) {
-  FailEach([](long n, bool for_ever) {
-    const pid_t child = fork();
-    if (child == 0) _exit(StartService(n, for_ever));
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1);
-    return WEXITSTATUS(status) == 1;
-  });
+void TakeAnswer(_FlutterOstrelEngine*, _FlutterOstrelResponse*, const uint8_t*, size_t size) {
+  ++embedder.answers;
+  embedder.answer_size = size;
 }
 
-// A plug-in over an embedder that is played, whose own allocations succeed.
-struct Plugin : test::FakeEmbedder {
-  Plugin() {
-#define BEGIN(name) \
-  {                 \
-    auto& table = name;
-#define FIELD(index, field, type)
-#define ENTRY(index, field, ...) Spare<&TABLE::field>(table);
-#define END(count) }
-#include "platform/flutter_ostrel/embedder_entries.inc"
-    answers = {{"GetWindowPayload", 0}};
-    const forge::Buffer bytes = value.Serialize();
-    payload.assign(bytes.GetData(), bytes.GetData() + bytes.GetSize());
-  }
-  ~Plugin() {
-    const auto entries = TakeCalls();
-    EXPECT_EQ(std::count(entries.begin(), entries.end(), "LockResources"),
-              std::count(entries.begin(), entries.end(), "UnlockResources"));
-    engine_destroyed(context.engine);
-  }
-  template <auto kEntry, typename Table>
-  static void Spare(Table& table) {
-    static const auto entry = table.*kEntry;  // Each embedder's is the same.
-    table.*kEntry = [](auto... arguments) {
-      const FailingNew pause;
-      return entry(arguments...);
-    };
-  }
-  auto Count() {
-    return [this](auto&&...) { ++calls; };
-  }
-
-  // Each thing once. What the plug-in calls is C++, which may throw; the embedder calls C.
-  void Use() {
-    may_throw = true;
-    if (engine_destroyed) engine_destroyed(context.engine);
-    auto& plugins = *cw::PluginRegistrarManager::GetInstance();
-    auto& registrar = *plugins.GetRegistrarImpl(GetContext());
-    auto& channels = *registrar.GetMessenger();
-    channels.SetMessageHandler(
-        "channel", [](const auto* bytes, size_t size, const auto& answer) { answer(bytes, size); });
-
-    // The embedder wants one answer in any case.
-    calls = 0;
-    may_throw = false;
-    const auto response = reinterpret_cast<_FlutterOstrelResponse*>(this);
-    message_callback(context.engine, "channel", payload.data(), payload.size(), TakeAnswer,
-                     response, user_data);
-    EXPECT_EQ(1, calls);
-    is_done = answer_size == payload.size();
-    is_done &= registrar.GetView()->GetWindowPayload() == value;
-
-    may_throw = true;
-    channels.Send("channel", payload.data(), payload.size(), Count());
-    reply_callback(payload.data(), payload.size(), user_data);
-    is_done &= calls == 2;
-    registrar.GetView()->CreatePopupWindow("entry", "", &value, Count());
-    calls = 0;
-    Call(payload, World::kText);
-    EXPECT_EQ(1, calls);  // The answer comes in any case, if need be with less.
-    ReleaseSlot();
-  }
-  static void TakeAnswer(_FlutterOstrelEngine*, _FlutterOstrelResponse* response, const uint8_t*,
-                         size_t size) {
-    const auto plugin = reinterpret_cast<Plugin*>(response);
-    ++plugin->calls;
-    plugin->answer_size = size;
-  }
-
-  const cw::EncodableValue value{std::string(World::kText)};
-  size_t answer_size = 0;
-  int calls = 0;
-  bool may_throw = true;
-  bool is_done = false;
-};
-
-TEST_F(AllocationTest, UseOfAPluginMayFail) {
-  FailEach([](long n, bool for_ever) {
-    Plugin plugin;
-    bool has_failed = true;
-    try {
-      const FailingNew failing(n, for_ever, true);
-      plugin.Use();
-      has_failed = failing.HasFailed();
-      EXPECT_TRUE(has_failed || plugin.is_done);
-    } catch (const std::bad_alloc&) {
-      EXPECT_TRUE(plugin.may_throw);
-    }
-    plugin.Use();
-    EXPECT_TRUE(plugin.is_done);
+// The answer and the result come in any case, if need be with less.
+TEST_F(AllocationTest, MessageIsAnsweredOnceAndWindowHasOneResult) {
+  FlutterOstrelPluginContext context{};
+  context.size = sizeof context;
+  context.engine = reinterpret_cast<_FlutterOstrelEngine*>(&context);
+  context.MessengerProcTableLoad = LoadMessenger;
+  FailEach([&context](long n, bool for_ever) {
+    constexpr uint8_t kBytes[] = {7, 1, 'a'};
+    const auto messenger = cw::BinaryMessenger::Create(&context);
+    messenger->SetMessageHandler("channel",
+                                 [](auto* bytes, auto size, auto answer) { answer(bytes, size); });
+    int results = 0;
+    const auto slot = cw::details::CreateResultSlot([&](auto&, auto) { ++results; });
+    auto failing = std::make_optional<FailingNew>(n, for_ever);
+    embedder.handler(context.engine, "channel", kBytes, sizeof kBytes, TakeAnswer, nullptr,
+                     embedder.user_data);
+    slot->callback(slot->user_data, kBytes, sizeof kBytes, World::kText);
+    const bool has_failed = failing->HasFailed();
+    failing.reset();
+    slot->release(slot->user_data);
+    EXPECT_EQ(1, embedder.answers);
+    EXPECT_EQ(1, results);
+    EXPECT_TRUE(has_failed || embedder.answer_size == sizeof kBytes);
     return has_failed;
   });
 }
@@ -164,7 +90,7 @@ TEST_P(AllocationTest, MayFail) {
     world.calls = 0;
     bool has_failed = true;
     try {
-      const FailingNew failing(n, for_ever, !is(test::kConnects));
+      const FailingNew failing(n, for_ever);
       world.Do(scenario.act);
       has_failed = failing.HasFailed();
     } catch (const std::bad_alloc&) {

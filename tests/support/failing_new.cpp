@@ -8,37 +8,27 @@
 #include <new>
 
 namespace test {
-namespace {
 
-std::atomic<long> live{0};
-thread_local FailingNew* current = nullptr;
+static std::atomic<long> live{0};
+static thread_local FailingNew* current = nullptr;
 
-bool IsQt(const void* code) {
-  Dl_info info{};
-  return dladdr(code, &info) != 0 && std::strstr(info.dli_fname, "/libQt5");
-}
-
-void* Allocate(std::size_t size, const void* caller) noexcept {
-  if (current && current->Fails(caller)) return nullptr;
-  void* const block = std::malloc(size > 0 ? size : 1);
-  if (block) ++live;
-  return block;
-}
-
-}  // namespace
-
-FailingNew::FailingNew(long n, bool for_ever, bool with_qt)
-    : left_(n), for_ever_(for_ever), with_qt_(with_qt), outer_(current) {
-  current = this;
-}
-FailingNew::~FailingNew() { current = outer_; }
+FailingNew::FailingNew(long n, bool for_ever) : left_(n), for_ever_(for_ever) { current = this; }
+FailingNew::~FailingNew() { current = nullptr; }
 bool FailingNew::Fails(const void* caller) {
-  if (!with_qt_ && IsQt(caller)) return false;
+  Dl_info info{};
+  if (dladdr(caller, &info) != 0 && std::strstr(info.dli_fname, "/libQt5")) return false;
   --left_;
   return left_ == 0 || (left_ < 0 && for_ever_);
 }
 
 long FailingNew::CountLive() { return live; }
+
+static void* Allocate(std::size_t size, const void* caller) noexcept {
+  if (current && current->Fails(caller)) return nullptr;
+  void* const block = std::malloc(size > 0 ? size : 1);
+  if (block) ++live;
+  return block;
+}
 
 }  // namespace test
 

@@ -2,17 +2,14 @@
 // replaced; what is allocated otherwise (malloc: the C library, Qt's strings) is not affected.
 #pragma once
 
-#include <climits>
-
 namespace test {
 
 // While it lives, the n-th allocation of this thread throws std::bad_alloc, and with `for_ever`
-// every later one, too. Those that Qt itself makes count only with `with_qt`: where they fail Qt
-// does not always clean up. Within another one it stands in for that: by default nothing fails,
-// for the test's own code in a callback.
+// every later one, too. Those that Qt itself makes succeed: where they fail Qt does not always
+// clean up. There is one at a time.
 class FailingNew {
  public:
-  explicit FailingNew(long n = LONG_MAX, bool for_ever = false, bool with_qt = false);
+  FailingNew(long n, bool for_ever);
   ~FailingNew();
   FailingNew(const FailingNew&) = delete;
 
@@ -26,8 +23,6 @@ class FailingNew {
  private:
   long left_;  // Allocations up to and including the one that fails.
   const bool for_ever_;
-  const bool with_qt_;
-  FailingNew* const outer_;
 };
 
 }  // namespace test

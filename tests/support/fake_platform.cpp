@@ -2,23 +2,7 @@
 
 #include <new>
 
-using test::FakePlatform;
-
-namespace {
-
-template <typename T>
-void Keep(std::vector<T>& all, const typename std::vector<T>::value_type& one) {
-  const std::lock_guard lock(FakePlatform::current->mutex);
-  all.push_back(one);
-}
-
-void FailIntents() {
-  if (FakePlatform::current->fail_intents) throw std::bad_alloc();
-}
-
-}  // namespace
-
-std::vector<std::string> FakePlatform::SentTexts() {
+std::vector<std::string> test::FakePlatform::SentTexts() {
   const std::lock_guard lock(mutex);
   std::vector<std::string> texts;
   for (const QJsonObject& message : Messaging().sent) {
@@ -29,20 +13,22 @@ std::vector<std::string> FakePlatform::SentTexts() {
 
 namespace RuntimeManager {
 
+static test::FakePlatform*& platform = test::FakePlatform::current;
+
 struct Task::Private {
   const std::shared_ptr<test::FakeTask> fake = std::make_shared<test::FakeTask>();
 };
 
 Task::Task(const QString& name, QObject* parent) : QObject(parent), d_(new Private) {
   d_->fake->name = name;
-  Keep(FakePlatform::current->tasks, d_->fake);
+  platform->tasks.push_back(d_->fake);
 }
 Task::~Task() { d_->fake->alive = false; }
 
 void Task::withIpcSocket(bool enabled) { d_->fake->ipc_socket = enabled; }
 void Task::withArguments(const QStringList& arguments) { d_->fake->arguments = arguments; }
 void Task::start(Callback callback) {
-  if (FakePlatform::current->fail_start) throw std::bad_alloc();
+  if (platform->fail_start) throw std::bad_alloc();
   d_->fake->start = std::move(callback);
 }
 void Task::stop(StopFlags flags, Callback callback) {
@@ -54,7 +40,7 @@ QString Task::socketPath() const { return QStringLiteral("/run/") + d_->fake->na
 struct TaskMessaging::Private {
   Private(TaskMessaging* object, const QString& path, int descriptor) {
     *fake = {path, descriptor, object, {}};
-    Keep(FakePlatform::current->messagings, fake);
+    platform->messagings.push_back(fake);
   }
   const std::shared_ptr<test::FakeMessaging> fake = std::make_shared<test::FakeMessaging>();
 };
@@ -66,7 +52,7 @@ TaskMessaging::TaskMessaging(int socket_descriptor, QObject* parent)
 TaskMessaging::~TaskMessaging() { d_->fake->object = nullptr; }
 
 void TaskMessaging::sendMessage(const QJsonObject& message) {
-  const std::lock_guard lock(FakePlatform::current->mutex);
+  const std::lock_guard lock(platform->mutex);
   d_->fake->sent.push_back(message);
 }
 
@@ -76,26 +62,27 @@ RuntimeDispatcher* RuntimeDispatcher::instance() {
 }
 int RuntimeDispatcher::localServerSocket() { return 77; }
 void RuntimeDispatcher::registerIntent(const QString& name, IntentHandler handler) {
-  FailIntents();
-  FakePlatform::current->intents[name] = std::move(handler);
+  if (platform->fail_intents) throw std::bad_alloc();
+  platform->intents[name] = std::move(handler);
 }
 
 struct IntentsInvoker::Private {};
 
 IntentsInvoker::IntentsInvoker(QObject* parent) : QObject(parent) {
-  FailIntents();
-  FakePlatform::current->invoker = this;
+  if (platform->fail_intents) throw std::bad_alloc();
+  platform->invoker = this;
 }
 IntentsInvoker::~IntentsInvoker() {
   // A process may end after the test, and a newer invoker may have come.
-  if (FakePlatform::current && FakePlatform::current->invoker == this)
-    FakePlatform::current->invoker = nullptr;
+  if (platform && platform->invoker == this) platform->invoker = nullptr;
 }
 void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,
                             const QJsonObject& parameters) {
-  Keep(FakePlatform::current->invocations, {name, options, parameters});
-  FailIntents();
-  if (FakePlatform::current->on_invoke) FakePlatform::current->on_invoke();
+  {
+    const std::lock_guard lock(platform->mutex);
+    platform->invocations.push_back({name, options, parameters});
+  }
+  if (platform->on_invoke) platform->on_invoke();
 }
 
 }  // namespace RuntimeManager

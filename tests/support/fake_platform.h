@@ -58,6 +58,11 @@ struct FakePlatform {
   FakeTask& Task(size_t index = 0) { return *tasks.at(index); }
   FakeMessaging& Messaging(size_t index = 0) { return *messagings.at(index); }
   std::vector<std::string> SentTexts();  // The "data" of each message that the first one sent.
+  template <typename Items>
+  Items Take(Items& items) {
+    const std::lock_guard lock(mutex);
+    return std::exchange(items, {});
+  }
   void ReplyToIntent(int code) {
     if (invoker) Q_EMIT invoker->replyReceived({}, {code, QStringLiteral("answer")});
   }

@@ -21,11 +21,9 @@ struct Recorder {
     static_cast<Recorder*>(self)->events.push_back(event + " <" + text + ">");
     static_cast<Recorder*>(self)->last_chunk = chunk;
   }
-  static void OnStarted(void* self, int code, const char* text, unsigned int chunk) {
-    Note(self, "started " + std::to_string(code), text, chunk);
-  }
-  static void OnDisconnect(void* self, int code, const char* text, unsigned int chunk) {
-    Note(self, "disconnect " + std::to_string(code), text, chunk);
+  template <bool kIsStart>
+  static void OnState(void* self, int code, const char* text, unsigned int chunk) {
+    Note(self, (kIsStart ? "started " : "disconnect ") + std::to_string(code), text, chunk);
   }
   static void OnMessage(void* self, const char* text, unsigned int chunk) {
     Note(self, "message", text, chunk);
@@ -33,10 +31,10 @@ struct Recorder {
   static void OnRelease(void* self) { static_cast<Recorder*>(self)->events.push_back("release"); }
 
   TAVORpcClientSlots ClientSlots() {
-    return {sizeof(TAVORpcClientSlots), OnStarted, OnDisconnect, OnMessage, OnRelease, this};
+    return {sizeof(TAVORpcClientSlots), OnState<true>, OnState<false>, OnMessage, OnRelease, this};
   }
   TAVORpcServerSlots ServerSlots() {
-    return {sizeof(TAVORpcServerSlots), OnStarted, OnMessage, OnRelease, this};
+    return {sizeof(TAVORpcServerSlots), OnState<true>, OnMessage, OnRelease, this};
   }
 };
 
