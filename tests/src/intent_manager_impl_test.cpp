@@ -10,13 +10,10 @@ using test::Events;
 
 class IntentManagerTest : public test::ServiceTest {
  protected:
-  struct Request {
-    IntentManagerTest* test;
-    std::string name;
-  };
+  using Request = std::pair<IntentManagerTest*, std::string>;
 
   void Open(const std::string& name) {
-    Request& request = requests_.emplace_back(Request{this, name});
+    Request& request = requests_.emplace_back(this, name);
     TAVOOpenUriSlot slot{sizeof slot,
                          [](void* self, bool success) { Tell(self, success ? " +" : " -"); },
                          [](void* self) { Tell(self, " ~"); }, &request};
@@ -72,9 +69,8 @@ TEST_F(IntentManagerTest, RequestsAreSentInTheirOrderWhateverHappensMeanwhile) {
       {" -a", open, " ?a -a ?b ~a +b ~b ?c +c ~c ?d +d ~d", ""},
       {" -a", raise, " ?a -a ~a ?b +b ~b ?c +c ~c", "slot callback"},
       {" -a", renew, " ?a -a ~b ~c ?d ~a +d ~d", ""},
-      {" ~b", open, " ?a -a ~a ?b +b ~b ?c +c ~c ?d +d ~d", ""},
       {" ~b", raise, " ?a -a ~a ?b +b ~b ?c +c ~c", "slot release"},
-      {" ~b", renew, " ?a -a ~a ?b +b ~c ?d ~b +d ~d", ""},
+      {" ~b", renew, " ?a -a ~a ?b +b ~b ~c ?d +d ~d", ""},
   };
   platform.on_invoke = [this] {
     const auto [intent, options, parameters] = platform.invocations.back();
@@ -150,7 +146,6 @@ TEST_F(IntentManagerTest, AnswersArePassedOnUntilTheReplyIsReleased) {
       // An object of a list that declares more elements, and does not hold them, than may be.
       {test::FromHex("0d 01 07 01 61 0c ff 40 0d 03 00"), {}},
       {test::Bytes(400000, 0x0c), {}},
-      {test::FromHex("00"), {}},
       {{}, {}},
   };
   for (const auto& [bytes, answer] : rows) {  // The answer is empty for bytes that are no object.
