@@ -22,24 +22,8 @@ typedef _FlutterOstrelView* View;
 #define END(count) \
   static_assert(sizeof(TABLE) == (count) * sizeof(void*), "A field more or less");
 
-#define TABLE FlutterOstrelResultSlot
-BEGIN(slot)
-ENTRY(1, callback, void, void*, const uint8_t*, size_t, const char*)
-ENTRY(2, release, void, void*)
-FIELD(3, user_data, void*)
-END(4)
-#undef TABLE
-#define TABLE FlutterOstrelWindowParameters
-BEGIN(parameters)
-FIELD(1, payload, const uint8_t*)
-FIELD(2, payload_size, size_t)
-FIELD(3, first_text, const char*)
-FIELD(4, second_text, const char*)
-END(5)
-#undef TABLE
 #include "platform/flutter_ostrel/embedder_entries.inc"
 /* clang-format on */
 
-/* The theme's texts follow its numbers. */
 static_assert(offsetof(FlutterOstrelTheme, values) == 8, "After size and flag");
 static_assert(offsetof(FlutterOstrelTheme, texts) == 24, "After the values");

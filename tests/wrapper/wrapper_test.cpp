@@ -35,9 +35,10 @@ ForgeResult Tell(const std::string& call) {
 }
 std::string Take() { return std::exchange(service.told, {}); }
 
-template <typename Ref>
-Ref* Give(const char* call) {
-  Tell(call);
+// The manager (M), the intent service (I), a client (C) or the server (S).
+template <char kPart, typename Ref, typename... Arguments>
+Ref* Give(Arguments...) {
+  Tell({kPart});
   return service.gives_null ? nullptr : reinterpret_cast<Ref*>(7);
 }
 template <typename Slots, typename... Texts>
@@ -69,15 +70,9 @@ TAVORpcServerProcTable server_table{sizeof server_table,
                                     [](auto*, auto* slots) { Keep(slots, "run"); }, Unlock, Send};
 TAVOIntentManagerProcTable intent_table{
     sizeof intent_table, [](auto*, auto* uri, auto* slot) { return Keep(slot, uri); }, nullptr};
-const TAVOProcTable kTop{sizeof kTop,
-                         [] { return Give<_TAVOManagerRef>("begin"); },
-                         [](auto*) { Tell("end"); },
-                         [](auto*) { return Give<_TAVOIntentManagerRef>("intents"); },
-                         Load<intent_table>,
-                         [](auto*) { return Give<_TAVORpcClientRef>("client"); },
-                         Load<client_table>,
-                         [](auto*) { return Give<_TAVORpcServerRef>("server"); },
-                         Load<server_table>};
+const TAVOProcTable kTop{sizeof kTop,        Give<'M'>,          [](auto*) { Tell("end"); },
+                         Give<'I'>,          Load<intent_table>, Give<'C'>,
+                         Load<client_table>, Give<'S'>,          Load<server_table>};
 
 class WrapperTest : public test::TestBase {
  protected:
@@ -138,10 +133,9 @@ class WrapperTest : public test::TestBase {
 
 // The chunk 0 of a start is not given back. A null text is empty.
 TEST_F(WrapperTest, ClientIsToldOfItsTask) {
-  using Callback = decltype(&ClientSlots::OnStarted);
-  constexpr Callback kStarted = &ClientSlots::OnStarted;
-  constexpr Callback kDisconnect = &ClientSlots::OnDisconnect;
-  const std::tuple<bool, Callback, int, const char*, unsigned int, const char*> rows[] = {
+  constexpr auto kStarted = &ClientSlots::OnStarted;
+  constexpr auto kDisconnect = &ClientSlots::OnDisconnect;
+  const std::tuple<bool, decltype(kStarted), int, const char*, uint32_t, std::string> rows[] = {
       {true, kStarted, 0, nullptr, 3, "unlock 3"},
       {true, kStarted, 1, nullptr, 0, "answer 1, disconnected 1 "},
       {true, kDisconnect, 2, nullptr, 0, "answer 2, disconnected 2 , unlock 0"},
@@ -157,7 +151,7 @@ TEST_F(WrapperTest, ClientIsToldOfItsTask) {
   const ClientSlots& slots = std::get<ClientSlots>(service.slots);
   for (const auto& [is_connected, callback, code, text, chunk_id, told] : rows) {
     auto client = Create()->CreateIpcClient("worker");
-    EXPECT_EQ("begin, client, load, worker " + directory_ + ", end", Take());
+    EXPECT_EQ("M, C, load, worker " + directory_ + ", end", Take());
     EXPECT_EQ(sizeof slots, slots.size);
     client->OnConnected(note("connected "));
     client->OnDisconnected(note("disconnected "));
@@ -192,7 +186,7 @@ TEST_F(WrapperTest, ServerAnswersOnceItsChannelIsOpenWhateverTheCode) {
     reply->SendResult(2 * params.template Get<int32_t>());
   });
   server->Run();
-  EXPECT_EQ("begin, server, load, end, run", Take());
+  EXPECT_EQ("M, S, load, end, run", Take());
   const ServerSlots& slots = std::get<ServerSlots>(service.slots);
   EXPECT_EQ(sizeof slots, slots.size);
   // The chunk 0 is none.
@@ -245,10 +239,10 @@ TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
   };
   service.gives_null = true;
   EXPECT_FALSE(Create());
-  expect_nulls("load, intents, client, server");
+  expect_nulls("load, I, C, S");
   service.gives_null = false;
   service.result = FORGE_RESULT_INVALID_ARGUMENT;
-  expect_nulls("load, client, load, server, load");
+  expect_nulls("load, C, load, S, load");
   EXPECT_EQ(Lines(3, "[error] Failed to load proc table."), log_.TakeLines());
   service.result = FORGE_RESULT_OK;
   auto client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
@@ -275,7 +269,7 @@ TEST_F(WrapperTest, EachObjectWantsWhatItUses) {
   const auto uri = [](auto& manager) {
     Take();
     manager.GetIntentManager()->OpenUri("a:b", nullptr);
-    const bool is_asked = Take() == "load, intents, a:b";
+    const bool is_asked = Take() == "load, I, a:b";
     const auto& slot = std::get<TAVOOpenUriSlot>(service.slots);
     if (is_asked) slot.release(slot.user_data);
     return is_asked;
