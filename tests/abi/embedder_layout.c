@@ -13,40 +13,17 @@ typedef _FlutterOstrelEngine* Engine;
 typedef _FlutterOstrelView* View;
 
 /* clang-format off */
-#define PLACE(field, index) \
-  static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved");
 #define BEGIN(name) FIELD(0, size, uint32_t)
 #define FIELD(index, field, type) \
-  PLACE(field, index) \
+  static_assert(offsetof(TABLE, field) == (index) * sizeof(void*), #field " moved"); \
   static_assert(_Generic(&((TABLE*)0)->field, type*: 1, default: 0), #field " has another type");
 #define ENTRY(index, field, result, ...) \
-  PLACE(field, index) \
-  static_assert(_Generic(((TABLE*)0)->field, result (*)(__VA_ARGS__): 1, default: 0), \
-                #field " has another type");
+  FIELD(index, field, __typeof__(result (*)(__VA_ARGS__)))
 #define END(count) \
   static_assert(sizeof(TABLE) == (count) * sizeof(void*), "A field more or less");
 
-#define TABLE FlutterOstrelResultSlot
-BEGIN(slot)
-ENTRY(1, callback, void, void*, const uint8_t*, size_t, const char*)
-ENTRY(2, release, void, void*)
-FIELD(3, user_data, void*)
-END(4)
-#undef TABLE
-#define TABLE FlutterOstrelWindowParameters
-BEGIN(parameters)
-FIELD(1, payload, const uint8_t*)
-FIELD(2, payload_size, size_t)
-FIELD(3, first_text, const char*)
-FIELD(4, second_text, const char*)
-END(5)
-#undef TABLE
 #include "platform/flutter_ostrel/embedder_entries.inc"
 /* clang-format on */
 
-/* Without pointers, the same everywhere; the theme's texts follow its numbers. */
-static_assert(sizeof(FlutterOstrelOSVersion) == 20, "Four numbers");
-static_assert(sizeof(FlutterOstrelEmbedderVersion) == 16, "Three numbers");
 static_assert(offsetof(FlutterOstrelTheme, values) == 8, "After size and flag");
 static_assert(offsetof(FlutterOstrelTheme, texts) == 24, "After the values");
-static_assert(sizeof(FlutterOstrelTheme) == 24 + 4 * sizeof(char*), "Four texts");
