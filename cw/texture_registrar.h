@@ -6,8 +6,8 @@
 //   textures->UnregisterTexture(id, [] { /* The texture and its frame may be destroyed now. */ });
 //
 // Threads:   the embedder's thread. Frames may be asked for, and the end of a texture may be told,
-//            on the renderer's thread; the calls for one texture come one at a time
-//            (`tavo-embed --render-thread` has such a thread).
+//            on the renderer's thread (`tavo-embed --render-thread` has one). Frames of one texture
+//            are asked for one at a time.
 // Ownership: the caller owns the textures and their frames. The registrar keeps no list of them:
 // its
 //            end unregisters nothing.
@@ -59,8 +59,7 @@ class FORGE_EXPORT OpenGLTexture final : public FrameSource<FlutterOstrelOpenGLT
   using FrameSource::FrameSource;
 };
 
-// A texture of either kind. The renderer asks for no frames after the variant was assigned the
-// other kind.
+// A texture of either kind. A registered texture that is assigned the other kind has no frames.
 using Texture = std::variant<PixelBufferTexture, OpenGLTexture>;
 
 // The textures of one engine.
