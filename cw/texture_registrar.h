@@ -9,8 +9,7 @@
 //            on the renderer's thread (`tavo-embed --render-thread` has one). Frames of one texture
 //            are asked for one at a time.
 // Ownership: the caller owns the textures and their frames. The registrar keeps no list of them:
-// its
-//            end unregisters nothing.
+//            its end unregisters nothing.
 // Errors:    an operation that the embedder does not offer fails. An exception of a callback is an
 //            error line; of a frame's function, it means that there is no frame.
 #pragma once

@@ -17,8 +17,8 @@
 //            (docs/protocol.md) and no other. While a handler runs, other threads that send have to
 //            wait: a handler that needs long should keep the reply and return. A reply may be used
 //            on any thread.
-// Ownership: the server keeps the handlers until it is destroyed. A handler owns its reply. A
-//            reply that outlives the server does nothing.
+// Ownership: the server keeps the handlers until it is destroyed. A handler owns its reply. A reply
+//            that outlives the server does nothing.
 // Errors:    an unknown method is answered with kMethodNotFound. A request whose reply is destroyed
 //            unused is never answered. A response that exceeds the limits of a frame
 //            (cw/admission.h) is replaced by an error with kInternalError; such a notification is

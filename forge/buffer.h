@@ -8,8 +8,7 @@
 // Ownership: the buffer owns its bytes. A pointer or a view into it is valid until the buffer is
 //            changed or destroyed.
 // Errors:    allocation failures propagate. Invalid Base64 gives an empty buffer without a log
-// line,
-//            as empty text does.
+//            line, as empty text does.
 #pragma once
 
 #include <cstddef>

@@ -7,7 +7,7 @@
 //
 // Threads: any.
 // Errors:  an exception of the body is one error line that names the place and the exception's
-// text.
+//          text.
 #pragma once
 
 #include "forge/export.h"
