@@ -12,8 +12,7 @@ namespace {
 
 constexpr char kTooDeep[] = "it nests lists and maps more than 1024 levels deep";
 constexpr char kTooMany[] = "it holds more than 4194304 values";
-static_assert(kDeepestNesting == 1024 &&
-              kMostValues == 4194304);  // The texts above name these limits.
+static_assert(kDeepestNesting == 1024 && kMostValues == 4194304);  // As in the texts above.
 constexpr char kTooMuchMissing[] = "it declares more than it holds";
 
 // Reads the bytes in the order of the decoder: a read beyond the end does not advance.

@@ -54,16 +54,15 @@ using WindowResult = std::function<void(const EncodableValue&, std::string)>;
 inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResult& function) {
   if (!function) return std::nullopt;
   auto pending = std::make_shared<WindowResult>(function);
-  std::function<void(const uint8_t*, std::size_t, const char*)> decode = [pending](
-                                                                             const uint8_t* data,
-                                                                             std::size_t size,
-                                                                             const char* text) {
-    const WindowResult result = std::exchange(*pending, nullptr);
-    if (!result) return;
-    std::string owned;  // Without memory for the text, the function is called with an empty one.
-    forge::Fence("window result", [&] { owned = text ? text : ""; });
-    result(DecodeForeign("window result", data, size), std::move(owned));
-  };
+  std::function<void(const uint8_t*, std::size_t, const char*)> decode =
+      [pending](const uint8_t* data, std::size_t size, const char* text) {
+        const WindowResult result = std::exchange(*pending, nullptr);
+        if (!result) return;
+        // Without memory for the text, the function is called with an empty one.
+        std::string owned;
+        forge::Fence("window result", [&] { owned = text ? text : ""; });
+        result(DecodeForeign("window result", data, size), std::move(owned));
+      };
   return CreateFencedSlot<FlutterOstrelResultSlot>("window result", std::move(decode));
 }
 

@@ -98,8 +98,8 @@ struct PutOffScope {
 
 struct Destroying {
   size_t depth = 0;
-  EncodableValue* put_off =
-      nullptr;  // The end of a chain: each value holds the next one as its first.
+  // The start of a chain: each value holds the next one as its first.
+  EncodableValue* put_off = nullptr;
 };
 TAVO_STATIC_TLS thread_local Destroying destroying;
 
@@ -208,8 +208,8 @@ forge::Buffer EncodableValue::Serialize() const {
 
 EncodableValue EncodableValue::Deserialize(const uint8_t* data, size_t size) {
   if (!data || size == 0) return {};
-  ByteBufferStreamReader stream(
-      data, size);  // The same as the standard message codec, without its allocation.
+  // The same as the standard message codec, without its allocation.
+  ByteBufferStreamReader stream(data, size);
   return StandardCodecSerializer::GetInstance().ReadValue(&stream);
 }
 

@@ -53,8 +53,7 @@ PluginRegistrar* PluginRegistrarManager::GetRegistrarImpl(FlutterOstrelPluginCon
   if (forge::Covered(*context, &Context::EngineDestroyedSubscribe)) {
     context->EngineDestroyedSubscribe(engine, OnRegistrarDestroyed);
   }
-  return Find(
-      engine);  // Another look-up, because the engine may have ended within the subscription.
+  return Find(engine);  // A new look-up: the engine may have ended within the subscription.
 }
 
 void PluginRegistrarManager::OnRegistrarDestroyed(_FlutterOstrelEngine* engine) {

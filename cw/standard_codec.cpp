@@ -366,8 +366,8 @@ template <typename Reader, typename ReadNested>
 [[gnu::noinline]] EncodableValue ReadMap(Reader& reader, const ReadNested& read_nested) {
   const uint32_t count = ReadSizeFrom(reader);
   EncodableMap map;
-  for (uint32_t i = 0; i < count;
-       ++i) {  // The keys are usually sorted. The first of equal keys stays.
+  // The keys are usually sorted. The first of equal keys stays.
+  for (uint32_t i = 0; i < count; ++i) {
     map.emplace_hint(map.end(), std::piecewise_construct, std::tuple(InPlace{read_nested}),
                      std::tuple(InPlace{read_nested}));
   }
@@ -533,9 +533,8 @@ class TreeReader {
   }
 
   ByteStreamReader& reader_;
-  uint8_t type_ = 0;  // The type of the value that was read last.
-  uint32_t count_ =
-      0;  // The number of its values, if it is a list or a map that is not filled yet.
+  uint8_t type_ = 0;    // The type of the value that was read last.
+  uint32_t count_ = 0;  // Its number of values, if it is a list or a map to be filled.
   Level level_{};
   details::PathStack<Level> path_;           // The levels around level_.
   std::forward_list<EncodableValue> apart_;  // Keys, and values of duplicate keys.
