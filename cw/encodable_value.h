@@ -26,8 +26,9 @@
 // Ownership: a value owns its content; lists and maps own their elements. Custom values share their
 //            object. A pointer or reference into a value is valid until the value is changed or
 //            destroyed.
-// Errors:    Get throws std::bad_variant_access. Deserialize reports nothing to the caller: null,
-//            empty and undecodable input gives the null value. Only huge declared counts throw
+// Errors:    Get throws std::bad_variant_access. Allocation failures propagate. Deserialize reports
+//            nothing else to the caller: null data and empty data give the null value, malformed
+//            data gives zeros and nulls. Only a huge declared count throws
 //            (standard_codec_serializer.h). Serialize of a custom value ends the process.
 #pragma once
 

@@ -103,6 +103,7 @@ class StreamCalls {
   using OnListen = std::function<std::optional<StreamError<T>>(const T* arguments, EventSink<T>)>;
   using OnCancel = std::function<void(const T* arguments)>;
 
+  // `on_listen` must not be empty.
   StreamCalls(const Stream<T>& initial, OnListen on_listen, OnCancel on_cancel)
       : initial_(initial), on_listen_(std::move(on_listen)), on_cancel_(std::move(on_cancel)) {}
 
@@ -119,6 +120,7 @@ class StreamCalls {
   }
 
  private:
+  // Opens a stream. An open one is closed first, as by "cancel" without arguments.
   void Listen(const T* arguments, MethodResult<T>* result) {
     if (stream_) TellCancel(nullptr);
     const auto stream = std::make_shared<Stream<T>>(initial_);

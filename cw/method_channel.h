@@ -41,6 +41,7 @@ namespace details {
 template <typename T>
 class ChannelResult final : public MethodResult<T> {
  public:
+  // `reply` must not be empty.
   ChannelResult(BinaryReply reply, const MethodCodec<T>* codec)
       : reply_(std::move(reply)), codec_(codec) {}
   // Without an answer so far, the call is answered "not implemented".
@@ -124,12 +125,16 @@ class MethodChannel {
   MethodChannel(BinaryMessenger* messenger, std::string name,
                 const MethodCodec<T>* codec = &StandardMethodCodec::GetInstance())
       : messenger_(messenger), name_(std::move(name)), codec_(codec) {}
+
+  // Removes the handler if it was set through this channel. Calls that wait for an answer still get
+  // it.
   ~MethodChannel() {
     if (has_handler_) SetHandler(nullptr);
   }
   MethodChannel(const MethodChannel&) = delete;
   MethodChannel& operator=(const MethodChannel&) = delete;
 
+  // The channel's name, as it was given to the constructor.
   const std::string& GetName() const { return name_; }
 
   // Sets the channel's only handler in the place of an earlier one; an empty handler removes it.
@@ -163,6 +168,7 @@ class MethodChannel {
   }
 
  private:
+  // Shares the result with the reply, because a reply must be copyable.
   void Send(const MethodCall<T>& call, std::unique_ptr<MethodResult<T>> result) {
     if (!messenger_) return;
     const auto message = codec_->EncodeMethodCall(call);

@@ -23,7 +23,9 @@
 
 namespace forge::logger::details {
 
-// The levels, in the order of their weight. Code names them through FORGE_LOG.
+// The levels, in the order of their weight: an event of normal operation, an unexpected input that
+// is handled, an operation that has failed, and a state in which the process cannot go on. Code
+// names them through FORGE_LOG.
 enum class LogLevel { kInfo = 0, kWarn = 1, kError = 2, kFatal = 3 };
 
 // Keeps errno: its destructor restores the value that the constructor found.

@@ -5,6 +5,9 @@
 //   if (!FORGE_COVERED_OR_LOG(table, Initialize)) return nullptr;
 //   table.Initialize();
 //
+//   const auto slots = forge::CopyCovered(caller_slots);  // Other fields are null.
+//   forge::FillCovered(caller_table, size, full_table);   // Other fields are not written.
+//
 // Threads:   any.
 // Ownership: all arguments are borrowed until the call returns.
 // Errors:    none are thrown. Memory beyond the declared size is neither read nor written, except
