@@ -82,7 +82,7 @@ Structure CopyCovered(const Structure* structure) {
 }
 
 // Stores the declared size in `target`, and copies from `whole` the fields that it covers. Other
-// bytes of `target` keep their content. Neither pointer may be null.
+// bytes of `target` keep their content. `target` must not be null.
 template <typename Structure>
 void FillCovered(Structure* target, uint32_t size, const Structure& whole) {
   constexpr std::size_t kFirst = sizeof(void*);  // Behind the size and, on 64 bits, its padding.
