@@ -19,7 +19,7 @@ struct Options {
   std::vector<std::string> arguments;  // The arguments behind "--".
   bool offer = false;
   bool render_thread = false;
-  std::string help;  // A text to print instead (help or version).
+  std::string help;  // The text to print instead, if help was asked for.
 };
 
 // Throws std::runtime_error with what is wrong.
