@@ -12,10 +12,10 @@ namespace {
 
 constexpr char kTooDeep[] = "it nests lists and maps more than 1024 levels deep";
 constexpr char kTooMany[] = "it holds more than 4194304 values";
-static_assert(kDeepestNesting == 1024 && kMostValues == 4194304);  // As the texts say.
+static_assert(kDeepestNesting == 1024 && kMostValues == 4194304);  // As in the texts above.
 constexpr char kTooMuchMissing[] = "it declares more than it holds";
 
-// Goes through the bytes as the decoder does: a read beyond the end does not advance.
+// Reads the bytes in the order of the decoder: a read beyond the end does not advance.
 class Scan {
  public:
   Scan(const uint8_t* data, size_t size) : data_(data), size_(data ? size : 0) {}
@@ -64,7 +64,7 @@ class Scan {
       case EncodedType::kMap:
         return Open(2 * uint64_t{ReadSize()});
       default:
-        return nullptr;  // Nothing follows.
+        return nullptr;  // The tag has no payload.
     }
   }
 
@@ -76,14 +76,14 @@ class Scan {
     return missing_bytes_ > kMostMissingBytes ? kTooMuchMissing : nullptr;
   }
 
-  // A container whose values come next.
+  // Begins a container with this many values.
   const char* Open(uint64_t values) {
     if (depth_ > kDeepestNesting) return kTooDeep;
     left_[depth_++] = values;
     return nullptr;
   }
 
-  // There is nothing left to read: whatever is still declared is missing.
+  // The end of the data: every value that is still declared is missing.
   const char* CheckMissingElements() const {
     uint64_t missing = 0;
     for (int i = 0; i < depth_; ++i) missing += left_[i];
@@ -99,7 +99,7 @@ class Scan {
     return size;
   }
 
-  // Little-endian, as the encoding.
+  // The encoding and the machine are both little-endian.
   void Read(void* to, uint64_t bytes) {
     const uint64_t from = location_;
     if (Skip(bytes)) std::memcpy(to, data_ + from, static_cast<size_t>(bytes));
@@ -128,7 +128,7 @@ bool IsEmptyList(const EncodableValue& value) {
   return list && list->empty();
 }
 
-// Decoders align behind its size, encoders do not.
+// Decoders align after the size of an empty typed list, encoders do not.
 bool IsEmptyAligned(const EncodableValue& value) {
   return IsEmptyList<int32_t>(value) || IsEmptyList<int64_t>(value) || IsEmptyList<double>(value) ||
          IsEmptyList<float>(value);

@@ -45,7 +45,7 @@ constexpr std::array<std::string_view, 31> kPermissionNames = {
     "Contacts",
 };
 
-// A larger answer (an error code such as -1) is no text.
+// A larger answer is no size of a text, but for example the error code -1.
 constexpr std::size_t kLargestText = std::size_t{16} << 20;
 
 constexpr details::NumberSet kInfoTypes{1, 3, 1, 1};
@@ -160,7 +160,8 @@ std::vector<std::string> ApplicationWrapper::GetDartEntryPointArgs() const {
   return {arguments, arguments + count};  // A null text throws here.
 }
 
-// The embedder is asked for the size, then for the text: empty unless both answers agree.
+// Asks the embedder for the size and then for the text. The result is empty unless both answers
+// have the same size.
 std::string ApplicationWrapper::GetText(TextQuery query, uint32_t kind) const {
   const auto ask = [&](char* buffer, std::size_t size) {
     return details::CallIfSet(table_, query, std::size_t{0}, application_, kind, buffer, size);

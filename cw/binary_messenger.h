@@ -6,12 +6,16 @@
 //   });
 //
 // Data is borrowed until the call returns; null data has the size 0. A handler may replace or
-// remove itself, and end the messenger. Nothing of a messenger is called after its end: messages,
-// answers and updates that still come are dropped, replies that are still held do nothing.
+// remove itself, and it may destroy the messenger. A destroyed messenger calls nothing: messages,
+// answers and updates that still arrive are dropped, and replies that are still held do nothing.
 //
-// Threads: the embedder's, where handlers and replies run, too.
-// Errors:  an operation that the embedder does not offer does nothing; those on channel updates log
-//          it. What a handler or a reply throws is an error line.
+// Threads:   the embedder's thread, where handlers, replies and callbacks run too.
+// Ownership: the messenger keeps the handlers and the pending replies, and destroys them with
+//            itself. A handler that runs at that moment lives until its call returns. The engine
+//            must live whenever an operation is called; the context is needed during Create only.
+// Errors:    an operation that the embedder does not offer does nothing; only the operations on
+//            channel updates log it. An exception of a handler, a reply or a callback is an error
+//            line.
 #pragma once
 
 #include <cstddef>
@@ -28,34 +32,41 @@ namespace details {
 class MessageHandlers;
 }  // namespace details
 
+// Receives the answer to a message. Null data and size 0 mean that nobody answered, or that the
+// answer is empty.
 using BinaryReply = std::function<void(const uint8_t* data, size_t size)>;
 
-// `reply` answers the message, once, now or later; a second answer is refused with a line on
-// standard error. The last copy of a reply that was never called answers with nothing, also when
-// the handler throws, and a warning names the channel. As long as a copy is kept the other side
-// waits. Without memory to call the handler at all the answer is empty, too.
+// Receives a message. `reply` answers the message once, during the call or later. A second answer
+// is refused with a line on standard error. A reply whose last copy is destroyed without a call
+// answers with nothing, also when the handler throws, and a warning names the channel. As long as a
+// copy is kept the sender waits. If there is no memory to call the handler, the answer is empty.
 using BinaryMessageHandler =
     std::function<void(const uint8_t* data, size_t size, BinaryReply reply)>;
 
 class FORGE_EXPORT BinaryMessenger {
  public:
-  // Null when the context has no engine, or its table cannot be loaded.
+  // Returns null when the context is null, when it has no engine, or when the table cannot be
+  // loaded.
   static std::unique_ptr<BinaryMessenger> Create(FlutterOstrelPluginContext* context);
 
-  ~BinaryMessenger();  // Calls nothing in the embedder.
+  ~BinaryMessenger();  // Calls no function of the embedder.
   BinaryMessenger(const BinaryMessenger&) = delete;
   BinaryMessenger& operator=(const BinaryMessenger&) = delete;
 
-  // The reply (empty: none is wanted) is called at most once, with the answer; not when the message
-  // could not be sent.
+  // Sends a message. The reply (empty: no answer is wanted) is called at most once, with the
+  // answer. It is destroyed uncalled when the message cannot be sent and when the messenger is
+  // destroyed first.
   void Send(const std::string& channel, const uint8_t* data, size_t size, BinaryReply reply) const;
 
-  // The channel's one handler; empty: messages are not received any more.
+  // Sets the channel's only handler in the place of an earlier one. An empty handler removes it:
+  // the embedder delivers no messages of the channel any more.
   void SetMessageHandler(const std::string& channel, BinaryMessageHandler handler);
 
-  // Calls back whenever the other side begins (true) or ceases to listen on the channel. Returns
-  // the subscription's id, 0 on failure.
+  // Calls the callback whenever the other side begins (true) or stops (false) to listen on the
+  // channel. The present state is not told. Returns the subscription's id, or 0 on failure.
   unsigned OnChannelUpdateSubscribe(const std::string& channel, std::function<void(bool)> callback);
+
+  // Ends a subscription; the embedder ignores an unknown id.
   void OnChannelUpdateUnsubscribe(const std::string& channel, unsigned id);
 
  private:
@@ -67,7 +78,9 @@ class FORGE_EXPORT BinaryMessenger {
 
   _FlutterOstrelEngine* const engine_;
   const Table table_;
-  std::shared_ptr<details::MessageHandlers> handlers_;  // By channel; owned by this alone.
+  // By channel. This object is the only owner; others hold weak pointers. Null once the messenger
+  // ends.
+  std::shared_ptr<details::MessageHandlers> handlers_;
 };
 
 }  // namespace cw

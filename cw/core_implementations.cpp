@@ -20,8 +20,8 @@ namespace details {
 
 struct MessageHandlersRef;
 
-// The handlers of one messenger by their channels. The embedder knows them by a number, which finds
-// nothing once the messenger is gone.
+// The handlers of one messenger by their channels. The embedder knows this object by its handle,
+// which resolves to nothing once the messenger is gone.
 class MessageHandlers final : public forge::Object<MessageHandlers, MessageHandlersRef*> {
   struct PrivateTag {
     explicit PrivateTag() = default;
@@ -37,7 +37,8 @@ class MessageHandlers final : public forge::Object<MessageHandlers, MessageHandl
   explicit MessageHandlers(PrivateTag) : Object(nullptr) {}
   static std::shared_ptr<MessageHandlers> Create() { return Object::Create(PrivateTag{}); }
 
-  // Both return what is there no longer: it dies with the caller, since what it holds is foreign.
+  // Both return the handler that was removed. The caller destroys it, because its captured objects
+  // may call anything.
   Handler Set(const std::string& channel, BinaryMessageHandler handler) {
     return std::exchange(handlers_[channel],
                          {std::make_shared<const BinaryMessageHandler>(std::move(handler)),
@@ -94,7 +95,7 @@ class Response {
                 << std::endl;
       return;
     }
-    // Not held while the embedder runs: it may end the messenger.
+    // No strong pointer is held while the embedder runs, because it may end the messenger.
     if (send_ && !messenger_.expired()) {
       send_(engine_, std::exchange(response_, nullptr), data, SizeOf(data, size));
     }
@@ -120,20 +121,20 @@ void HandleMessage(_FlutterOstrelEngine* engine, const char* channel, const uint
     BinaryReply reply;
     if (handler.function) {
       forge::Fence("message handler", [&] {
-        answer = std::make_shared<Response>(handlers, handler.channel, engine, send_response,
-                                            response);
+        answer =
+            std::make_shared<Response>(handlers, handler.channel, engine, send_response, response);
         reply = [answer](const uint8_t* answer_data, size_t answer_size) {
           answer->Send(answer_data, answer_size);
         };
       });
     }
-    if (!reply) {  // The handler was removed meanwhile, or there is no memory to let it answer.
+    if (!reply) {  // The handler was removed meanwhile, or there is no memory for its reply.
       if (answer) return answer->Send(nullptr, 0);
       if (send_response) send_response(engine, response, nullptr, 0);
       return;
     }
-    answer.reset();  // From here on the response ends with the handler's last copy of the reply.
-    handlers.reset();  // The handler may end the messenger, and these with it.
+    answer.reset();    // From here on the response ends with the handler's last copy of the reply.
+    handlers.reset();  // The handler may destroy the messenger, which destroys the handlers.
     (*handler.function)(data, SizeOf(data, size), std::move(reply));
   });
 }
@@ -162,7 +163,7 @@ BinaryMessenger::BinaryMessenger(_FlutterOstrelEngine* engine, const Table& tabl
     : engine_(engine), table_(table), handlers_(MessageHandlers::Create()) {}
 
 BinaryMessenger::~BinaryMessenger() {
-  // What dies here is foreign and may call this: it has ended already.
+  // Destroyed handlers may call this object, for which it counts as ended already.
   const auto handlers = std::exchange(handlers_, nullptr);
   PendingReplies::GetInstance().Withdraw(this);
 }
@@ -177,8 +178,8 @@ void BinaryMessenger::Send(const std::string& channel, const uint8_t* data, size
   }
   auto& replies = PendingReplies::GetInstance();
   void* const number = replies.Add(std::move(reply), this);
-  // The messenger may end within the call. A callback that came though the answer is false has
-  // taken the reply.
+  // The messenger may be destroyed within the call. If the callback came although the result is
+  // false, the reply is taken already.
   if (!table_.Send(engine_, channel.c_str(), data, data_size, HandleReply, number)) {
     replies.Take(number);
   }

@@ -1,8 +1,8 @@
 // Slots for the embedder: they carry a function object across the C border and back.
 //
-// The function may have its own slot released while it runs (a listener that unsubscribes itself).
+// A function may release its own slot while it runs: a listener may unsubscribe itself.
 //
-// Errors:  whatever the function throws ends at the border as one error line.
+// Errors:  an exception of the function is one error line and does not reach C.
 #pragma once
 
 #include <cstddef>
@@ -22,18 +22,18 @@
 
 namespace cw::details {
 
-// An empty function is a slot that does nothing.
+// Makes a slot that calls the function. The slot of an empty function does nothing.
 template <typename Slot, typename... Args>
 Slot CreateFencedSlot(const char* place, std::function<void(Args...)> function) {
   auto shared = std::make_shared<const std::function<void(Args...)>>(std::move(function));
   return forge::CreateSlot<Slot, Args...>([place, shared = std::move(shared)](Args... args) {
-    const auto kept = shared;  // This object may be released by the call.
+    const auto kept = shared;  // The call may release this object.
     if (*kept) forge::Fence(place, [&] { (*kept)(args...); });
   });
 }
 
-// A value that another window sent by way of the embedder; null, and an error line, when it exceeds
-// a limit of cw/admission.h.
+// Decodes a value that another window has sent through the embedder. The result is the null value,
+// with an error line, when the value exceeds a limit of cw/admission.h.
 inline EncodableValue DecodeForeign(const char* place, const uint8_t* data, std::size_t size) {
   EncodableValue value;
   forge::Fence(place, [&] {
@@ -49,7 +49,8 @@ inline EncodableValue DecodeForeign(const char* place, const uint8_t* data, std:
 
 using WindowResult = std::function<void(const EncodableValue&, std::string)>;
 
-// The slot of a window that answers, once, with a value and a text. None for an empty function.
+// Makes the slot of a window, which answers once with a value and a text. An empty function has no
+// slot.
 inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResult& function) {
   if (!function) return std::nullopt;
   auto pending = std::make_shared<WindowResult>(function);
@@ -57,7 +58,8 @@ inline std::optional<FlutterOstrelResultSlot> CreateResultSlot(const WindowResul
       [pending](const uint8_t* data, std::size_t size, const char* text) {
         const WindowResult result = std::exchange(*pending, nullptr);
         if (!result) return;
-        std::string owned;  // The caller is told in any case, if need be with less.
+        // Without memory for the text, the function is called with an empty one.
+        std::string owned;
         forge::Fence("window result", [&] { owned = text ? text : ""; });
         result(DecodeForeign("window result", data, size), std::move(owned));
       };

@@ -1,9 +1,9 @@
-// What the objects over the embedder's tables share: loading a table, calling an entry that may be
-// missing, and the sets of numbers that are exchanged.
+// Shared parts of the objects over the embedder's tables: loading a table, calling an entry that
+// may be missing, and the sets of numbers that are exchanged.
 //
-// Two tests tell whether an entry is there. The older entries are tested for null alone
-// (forge::Set): a table starts cleared, so what an embedder does not know stays null. The newer
-// ones must be covered by the declared size, too (forge::Covered).
+// Two tests tell whether an entry exists. The older entries are tested for null alone (forge::Set):
+// a table is cleared before it is loaded, so an entry that the embedder does not know stays null.
+// The newer entries must also be covered by the declared size (forge::Covered).
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ bool LoadTable(const FlutterOstrelPluginContext* context,
   return (context->*loader)(table, sizeof(Table), context->*handle) != 0;
 }
 
-// Calls an entry that need only be set; where it is not, the result is `otherwise`.
+// Calls an entry that only has to be set. If it is null, the result is `otherwise`.
 template <typename Table, typename Result, typename... Parameters, typename... Arguments>
 Result CallIfSet(const Table& table, Result (*Table::*entry)(Parameters...), Result otherwise,
                  Arguments... arguments) {
@@ -39,7 +39,7 @@ void CallIfSet(const Table& table, void (*Table::*entry)(Parameters...), Argumen
   if (forge::Set(table, entry)) (table.*entry)(arguments...);
 }
 
-// The numbers from `first` to `last` in steps; anything else counts as `otherwise`.
+// The numbers from `first` to `last` in steps; any other number becomes `otherwise`.
 struct NumberSet {
   uint32_t first;
   uint32_t last;

@@ -18,7 +18,7 @@ int CompareScalars(const T& a, const T& b) {
   return a < b ? -1 : (b < a ? 1 : 0);
 }
 
-// A proper prefix comes first.
+// A proper prefix is the smaller one.
 template <typename Sequence>
 int CompareSequences(const Sequence& a, const Sequence& b) {
   auto at = b.begin();
@@ -29,9 +29,9 @@ int CompareSequences(const Sequence& a, const Sequence& b) {
   return at == b.end() ? 0 : -1;
 }
 
-// Without what they hold.
+// Compares two nodes without the values in them.
 int CompareNodes(const EncodableValue& a, const EncodableValue& b) {
-  // One that holds nothing after a failed assignment has the index npos, and comes first.
+  // After a failed assignment a value has the index npos; it is smaller than all others.
   const size_t rank = a.GetIndex() + 1;
   if (rank != b.GetIndex() + 1 || rank == 0) return CompareScalars(rank, b.GetIndex() + 1);
   return a.Visit([&b](const auto& left) -> int {
@@ -49,7 +49,7 @@ int CompareNodes(const EncodableValue& a, const EncodableValue& b) {
   });
 }
 
-// Likewise, but for how much they hold.
+// Compares two nodes and the numbers of the values in them.
 bool AreNodesEqual(const EncodableValue& a, const EncodableValue& b) {
   if (a.GetIndex() != b.GetIndex()) return false;
   if (a.GetIndex() == std::variant_npos) return true;
@@ -66,26 +66,27 @@ bool AreNodesEqual(const EncodableValue& a, const EncodableValue& b) {
 
 // ---- Copy and destruction -----------------------------------------------------------------------
 
-// The standard containers copy and destroy what they hold by recursion and tell no depth, so it is
-// counted on the thread. A value at the depth of kNearLevels goes through everything below it by
-// itself: what its containers would recurse into is put off.
+// The standard containers copy and destroy their elements by recursion and report no depth, so each
+// thread counts it. A value at the depth of kNearLevels handles everything below it in a loop: the
+// values that its containers would recurse into are put off.
 //
-// The initial-exec model puts the counts into memory that each thread has from its beginning:
-// otherwise the first use on a thread allocates, and ends the process where there is no memory.
+// With the initial-exec model the counts lie in memory that each thread has from its start. With
+// other models the first use on a thread allocates, and ends the process if there is no memory.
 #define TAVO_STATIC_TLS __attribute__((tls_model("initial-exec")))
 
 struct Copy {
   const EncodableValue* from;
   EncodableValue* to;  // An empty container of the same kind.
 };
-// A map's copy must compare no keys, since they may be put off; libstdc++ copies node by node.
+// The copy of a map must not compare keys, because their copies may be put off. libstdc++ copies
+// maps node by node, without comparisons.
 struct Copying {
   size_t depth = 0;
-  std::vector<Copy>* put_off = nullptr;  // Of the value that goes through all below it.
+  std::vector<Copy>* put_off = nullptr;  // The list of the value that copies everything below it.
 };
 TAVO_STATIC_TLS thread_local Copying copying;
 
-// Copying may throw.
+// These guards restore the state when copying throws.
 struct Level {
   Level() { ++copying.depth; }
   ~Level() { --copying.depth; }
@@ -97,7 +98,8 @@ struct PutOffScope {
 
 struct Destroying {
   size_t depth = 0;
-  EncodableValue* put_off = nullptr;  // Likewise: a chain through the first value that each holds.
+  // The start of a chain: each value holds the next one as its first.
+  EncodableValue* put_off = nullptr;
 };
 TAVO_STATIC_TLS thread_local Destroying destroying;
 
@@ -118,7 +120,7 @@ bool EncodableValue::AreEqual(const EncodableValue& a, const EncodableValue& b) 
          }) == 0;
 }
 
-// The variant would go through a table of functions: this is quicker for what is frequent.
+// The frequent alternatives come first: this is faster than the variant's table of functions.
 EncodableValue::Variant EncodableValue::CopyTo(EncodableValue* to) const {
   if (const auto* text = GetIf<std::string>()) return *text;
   if (const auto* number = GetIf<int32_t>()) return *number;
@@ -156,7 +158,7 @@ void EncodableValue::Destroy() noexcept {
   if (HoldsValues()) DestroyTree();
 }
 
-// The object may destroy values of its own, which must not be put off beyond that.
+// The object may destroy values of its own, which must be destroyed before this returns.
 void EncodableValue::DestroyCustom() noexcept {
   const Destroying outer = std::exchange(destroying, {});
   value_.emplace<std::monostate>();
@@ -171,13 +173,13 @@ void EncodableValue::DestroyTree() noexcept {
   --destroying.depth;
 }
 
-// The value that a value put off gives up for the next one in the chain.
+// The place in a value put off where the next one of the chain is stored.
 EncodableValue& EncodableValue::FirstHeld() {
   auto* const list = GetIf<EncodableList>();
   return list ? list->front() : GetIf<EncodableMap>()->begin()->second;
 }
 
-// Allocates nothing. What gives its place to the chain is put off in turn.
+// Allocates nothing. The value that gives its place to the chain is put off in turn.
 void EncodableValue::PutOffDestruction() noexcept {
   for (EncodableValue value(std::move(*this)); value.HoldsValues();) {
     EncodableValue first = std::exchange(value.FirstHeld(), std::move(*destroying.put_off));
@@ -206,7 +208,8 @@ forge::Buffer EncodableValue::Serialize() const {
 
 EncodableValue EncodableValue::Deserialize(const uint8_t* data, size_t size) {
   if (!data || size == 0) return {};
-  ByteBufferStreamReader stream(data, size);  // As the standard message codec, without its result.
+  // The same as the standard message codec, without its allocation.
+  ByteBufferStreamReader stream(data, size);
   return StandardCodecSerializer::GetInstance().ReadValue(&stream);
 }
 

@@ -5,23 +5,31 @@
 //   if (const auto* map = value.GetIf<cw::EncodableMap>()) ...
 //   if (value.Is<std::string>()) Use(value.Get<std::string>());
 //
+//   const forge::Buffer bytes = value.Serialize();
+//   const auto copy = cw::EncodableValue::Deserialize(bytes);
+//
 // A value is made from exactly the types of the alternatives, and from texts (a null one throws
 // std::logic_error): an `unsigned` or a pointer does not compile, nor does a `long` or `long long`
-// that is no int32_t or int64_t on the target. Lists and maps own their elements. Copy a list by
-// `=` or parentheses: braces make a list that holds it.
+// that is no int32_t or int64_t on the target. Copy a list by `=` or parentheses: braces make a
+// list that holds the list.
 //
-// Order: by alternative first (the index below), so int32_t 5 < int64_t 1; within one, by value,
-// sequences lexicographically. NaN is equivalent to every double, so doubles as keys may merge.
-// Custom values order by the address of their object.
+// Order: values are ordered by alternative first (the index below), so int32_t 5 < int64_t 1.
+// Values of one alternative are ordered by their content, sequences lexicographically. NaN is
+// equivalent to every double, so doubles as keys may merge. Custom values are ordered by the
+// address of their object.
 //
 // Depth: a tree may nest as deep as memory allows. Reading, writing, copying, comparing and
-// destroying it need no stack that grows with its depth. A value may be assigned from within
+// destroying it need no stack that grows with its depth. A value may be assigned from a part of
 // itself.
 //
-// Threads: a plain value, no locking; const operations may run side by side.
-// Errors:  Get throws std::bad_variant_access. Deserialize tells nothing: null, empty or
-//          undecodable input is the null value; only huge declared counts throw, as
-//          standard_codec_serializer.h says. Serialize of a custom value ends the process.
+// Threads:   a plain value, no locking; const operations may run concurrently.
+// Ownership: a value owns its content; lists and maps own their elements. Custom values share their
+//            object. A pointer or reference into a value is valid until the value is changed or
+//            destroyed.
+// Errors:    Get throws std::bad_variant_access. Allocation failures propagate. Deserialize reports
+//            nothing else to the caller: null data and empty data give the null value, malformed
+//            data gives zeros and nulls. Only a huge declared count throws
+//            (standard_codec_serializer.h). Serialize of a custom value ends the process.
 #pragma once
 
 #include <cstddef>
@@ -46,31 +54,35 @@ class EncodableValue;
 using EncodableList = std::vector<EncodableValue>;
 using EncodableMap = std::map<EncodableValue, EncodableValue>;
 
-// An object of the application's own, for codec extensions. Copies share the object, which stays
-// where it is: that address is the value's identity in every comparison.
+// An object of the application's own type, for codec extensions. Copies share the object, which
+// never moves: its address is the value's identity in every comparison. The object is destroyed
+// with its last copy.
 class FORGE_EXPORT CustomEncodableValue {
  public:
+  // Copies or moves `object` to the heap.
   template <typename T,
             typename = std::enable_if_t<!std::is_same_v<std::decay_t<T>, CustomEncodableValue>>>
   explicit CustomEncodableValue(T&& object)
       : object_(std::make_shared<std::decay_t<T>>(std::forward<T>(object))),
         type_(&typeid(std::decay_t<T>)) {}
 
-  // No moves: what was moved from would lose its identity.
+  // There is no move: a value without an object would have no identity.
   CustomEncodableValue(const CustomEncodableValue&) = default;
   CustomEncodableValue& operator=(const CustomEncodableValue&) = default;
 
+  // Returns whether the object's type is exactly T; a base class of it does not count.
   template <typename T>
   bool Is() const {
     return *type_ == typeid(T);
   }
 
-  // Null when the object is of another type.
+  // Returns the object, or null when its type is not exactly T.
   template <typename T>
   const T* GetIf() const {
     return Is<T>() ? static_cast<const T*>(object_.get()) : nullptr;
   }
 
+  // Two values are equal when they share one object. The objects themselves are never compared.
   friend bool operator==(const CustomEncodableValue& a, const CustomEncodableValue& b) {
     return a.object_ == b.object_;
   }
@@ -86,6 +98,7 @@ class FORGE_EXPORT CustomEncodableValue {
   const std::type_info* type_;
 };
 
+// A value of one of the alternatives below. A moved-from value may be assigned to or destroyed.
 class FORGE_EXPORT EncodableValue {
  public:
   using Variant = std::variant<std::monostate,        // 0: null
@@ -113,22 +126,24 @@ class FORGE_EXPORT EncodableValue {
   static constexpr bool kIsAlternative = IsOneOf<std::decay_t<T>, Variant>::value;
 
  public:
-  EncodableValue() = default;  // Null.
+  EncodableValue() = default;  // The null value.
 
+  // Holds `value`, which is copied or moved in.
   template <typename T, typename = std::enable_if_t<kIsAlternative<T>>>
   EncodableValue(T&& value)  // NOLINT(google-explicit-constructor): a value is what it holds.
       : value_(std::in_place_type<std::decay_t<T>>, std::forward<T>(value)) {}
 
-  // Builds the alternative in place.
+  // Builds the alternative in place: EncodableValue(std::in_place_type<std::string>, 3, 'x').
   template <typename T, typename... Args>
   explicit EncodableValue(std::in_place_type_t<T> type, Args&&... args)
       : value_(type, std::forward<Args>(args)...) {}
 
+  // Hold a copy of the text. A null `const char*` throws std::logic_error.
   EncodableValue(const char* text)  // NOLINT(google-explicit-constructor)
       : value_(std::in_place_type<std::string>, text) {}
   EncodableValue(std::string_view text)  // NOLINT(google-explicit-constructor)
       : value_(std::in_place_type<std::string>, text) {}
-  EncodableValue(std::nullptr_t) = delete;
+  EncodableValue(std::nullptr_t) = delete;  // The null value is EncodableValue().
 
   EncodableValue(const EncodableValue& other) : value_(other.CopyTo(this)) {}
   EncodableValue(EncodableValue&&) noexcept = default;
@@ -137,7 +152,7 @@ class FORGE_EXPORT EncodableValue {
     if (beyond_leaves <= kCustomIndex - kListIndex) Destroy();
   }
 
-  // Through a temporary: `other` may be a part of this value.
+  // Both assignments go through a temporary, because `other` may be a part of this value.
   EncodableValue& operator=(const EncodableValue& other) { return *this = EncodableValue(other); }
   EncodableValue& operator=(EncodableValue&& other) noexcept {
     Variant taken(std::move(other.value_));
@@ -149,13 +164,15 @@ class FORGE_EXPORT EncodableValue {
   size_t GetIndex() const { return value_.index(); }
   bool IsNull() const { return Is<std::monostate>(); }
 
-  // Is it a list or a map that is not empty?
+  // Returns whether the value is a list or a map that is not empty.
   bool HoldsValues() const {
-    const size_t container = value_.index() - kListIndex;  // Wraps around for what comes before.
+    const size_t container = value_.index() - kListIndex;  // Wraps around for a smaller index.
     if (container > 1) return false;
     return container == 0 ? !GetIf<EncodableList>()->empty() : !GetIf<EncodableMap>()->empty();
   }
 
+  // Returns whether the value holds exactly this alternative.
+  // Returns the content as this alternative, or throws std::bad_variant_access.
   template <typename T>
   bool Is() const {
     return std::holds_alternative<T>(value_);
@@ -174,7 +191,7 @@ class FORGE_EXPORT EncodableValue {
     return std::get<T>(std::move(value_));
   }
 
-  // Null when the value holds another alternative.
+  // Returns the content as this alternative, or null when the value holds another one.
   template <typename T>
   const T* GetIf() const& {
     return std::get_if<T>(&value_);
@@ -184,9 +201,9 @@ class FORGE_EXPORT EncodableValue {
     return std::get_if<T>(&value_);
   }
   template <typename T>
-  const T* GetIf() const&& = delete;  // It would point into what is gone.
+  const T* GetIf() const&& = delete;  // The result would point into a destroyed temporary.
 
-  // Calls `visitor` with the alternative that is held.
+  // Calls `visitor` with the content, as the alternative that is held, and returns its result.
   template <typename Visitor>
   decltype(auto) Visit(Visitor&& visitor) const {
     return std::visit(std::forward<Visitor>(visitor), value_);
@@ -196,15 +213,20 @@ class FORGE_EXPORT EncodableValue {
     return std::visit(std::forward<Visitor>(visitor), value_);
   }
 
-  // The value as a standard message: tag and payload, nothing around them. It reads back as it was
-  // but for an empty typed list of 4- or 8-byte elements inside a message (docs/wire-format.md).
+  // Encodes the value as a standard message: the tag and the payload, nothing around them. The
+  // bytes read back as the same value, with one exception: inside a message, an empty typed list of
+  // 4- or 8-byte elements may not (docs/wire-format.md).
   forge::Buffer Serialize() const;
 
-  // The first value of a standard message; what follows it is ignored.
+  // Decodes the first value of a standard message; bytes after it are ignored. Missing bytes read
+  // as zeros and nulls, with a line on standard error for each failed read. Null data, a null view
+  // and an empty buffer give the null value without a line. Of a view, a field that its declared
+  // size does not cover counts as null or 0.
   static EncodableValue Deserialize(const uint8_t* data, size_t size);
   static EncodableValue Deserialize(ForgeBufferView* view);
   static EncodableValue Deserialize(const forge::Buffer& buffer);
 
+  // Comparison by alternative and content; see "Order" above.
   friend bool operator==(const EncodableValue& a, const EncodableValue& b) {
     return AreEqual(a, b);
   }
@@ -212,12 +234,13 @@ class FORGE_EXPORT EncodableValue {
   friend bool operator<(const EncodableValue& a, const EncodableValue& b);
 
  private:
-  // Negative, zero or positive. One visit to each pair of nodes: built from `<` of the standard
-  // containers it would compare nested keys twice at each level.
+  // Returns a negative number, zero or a positive number. Each pair of nodes is visited once: with
+  // the containers' own `<`, nested keys would be compared twice at each level.
   static int Compare(const EncodableValue& a, const EncodableValue& b);
   static bool AreEqual(const EncodableValue& a, const EncodableValue& b);
 
-  // A copy, which will lie in `to`; and the end of a value that holds values.
+  // CopyTo returns a copy of the content, which the caller stores in `to`. Destroy ends the content
+  // of a list, a map or a custom value. The others are their steps (encodable_value.cpp).
   Variant CopyTo(EncodableValue* to) const;
   Variant PutOffCopy(EncodableValue* to) const;
   Variant CopyDeepTree() const;
@@ -228,16 +251,16 @@ class FORGE_EXPORT EncodableValue {
   void DestroyDeepTree() noexcept;
   EncodableValue& FirstHeld();
 
-  static constexpr size_t kListIndex = 10;    // The map's is the next one,
-  static constexpr size_t kCustomIndex = 12;  // and this one the next again.
+  static constexpr size_t kListIndex = 10;  // The index of the map is the next one.
+  static constexpr size_t kCustomIndex = 12;
 
   Variant value_;
 };
 
 // ------------------------------------------------------------------------------------------------
 
-// Inline for the maps, whose keys are texts nearly always. The first byte tells most of them apart;
-// an empty text has a zero there, which comes first.
+// Inline for maps, whose keys are nearly always texts. The first byte tells most texts apart. An
+// empty text has a zero at that place, which is smaller than any other byte.
 inline bool operator<(const EncodableValue& a, const EncodableValue& b) {
   const auto* left = a.GetIf<std::string>();
   const auto* right = b.GetIf<std::string>();

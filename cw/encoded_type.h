@@ -5,7 +5,7 @@
 #include <cstdint>
 
 namespace cw {
-namespace {  // Unnamed, as the text of the codec's assertion has it.
+namespace {  // Unnamed, because the text of the codec's assertion shows the namespace.
 
 enum class EncodedType : uint8_t {
   kNull = 0,
@@ -13,7 +13,7 @@ enum class EncodedType : uint8_t {
   kFalse = 2,
   kInt32 = 3,
   kInt64 = 4,
-  kLargeInteger = 5,  // Read as text, never written.
+  kLargeInteger = 5,  // Read as a text, never written.
   kFloat64 = 6,
   kString = 7,
   kUInt8List = 8,
@@ -23,13 +23,15 @@ enum class EncodedType : uint8_t {
   kList = 12,
   kMap = 13,
   kFloat32List = 14,
-  kCustom = 255,  // Has no encoding.
+  kCustom = 255,  // There is no encoding of custom values.
 };
 
-constexpr size_t kFirstLongSize = 254;  // Below it a size is one byte; from here on
-constexpr uint8_t kSize16Marker = 254;  // this marker and two bytes,
+// Smaller sizes are one byte. Sizes from kFirstLongSize on are kSize16Marker and two bytes, sizes
+// from kFirstHugeSize on are kSize32Marker and four bytes.
+constexpr size_t kFirstLongSize = 254;
+constexpr uint8_t kSize16Marker = 254;
 constexpr size_t kFirstHugeSize = 1u << 16;
-constexpr uint8_t kSize32Marker = 255;  // and from here on this one and four.
+constexpr uint8_t kSize32Marker = 255;
 
 }  // namespace
 }  // namespace cw

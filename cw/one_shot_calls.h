@@ -1,7 +1,7 @@
-// Functions that the embedder calls back at most once, each known to it by a number, never by an
-// address: a number that was used, withdrawn or never issued finds nothing.
+// Functions that the embedder calls back at most once. The embedder knows each by a number, never
+// by an address: a number that was used, withdrawn or never issued finds nothing.
 //
-// Threads: any. Functions run, and die, outside the lock.
+// Threads: any. Functions are called and destroyed outside the lock.
 #pragma once
 
 #include <cstdint>
@@ -21,16 +21,16 @@ class OneShotCalls {
  public:
   using Function = std::function<void(Args...)>;
 
-  // The process's one; never destroyed, since calls may come while the process exits. It is made in
-  // place: destructors ask for it, and an allocation there could not fail.
+  // The only object of the process. It is never destroyed, since calls may come while the process
+  // exits. It is made in place: destructors ask for it, where no allocation may fail.
   static OneShotCalls& GetInstance() {
     alignas(OneShotCalls) static unsigned char memory[sizeof(OneShotCalls)];
     static auto& instance = *new (memory) OneShotCalls;
     return instance;
   }
 
-  // Keeps the function until it is taken, or its owner (null: nobody) withdraws it. Returns its
-  // number, in the form of C's user data.
+  // Keeps the function until it is taken, or until its owner (null: none) withdraws it. Returns its
+  // number as a pointer for C.
   void* Add(Function function, const void* owner) {
     const std::lock_guard lock(mutex_);
     uintptr_t number = 0;
@@ -42,7 +42,7 @@ class OneShotCalls {
     return reinterpret_cast<void*>(number);
   }
 
-  // Hands the function out; empty when there is none.
+  // Moves the function out; empty when there is none.
   Function Take(void* number) {
     const std::lock_guard lock(mutex_);
     const auto found = calls_.find(reinterpret_cast<uintptr_t>(number));
@@ -52,9 +52,9 @@ class OneShotCalls {
     return function;
   }
 
-  // Needs no memory: owners withdraw in their destructors.
+  // Drops the owner's functions. Allocates nothing, because owners call this in their destructors.
   void Withdraw(const void* owner) {
-    std::map<uintptr_t, Call> withdrawn;  // Die after the lock.
+    std::map<uintptr_t, Call> withdrawn;  // Destroyed after the lock was released.
     const std::lock_guard lock(mutex_);
     for (auto call = calls_.begin(); call != calls_.end();) {
       const auto next = std::next(call);

@@ -49,15 +49,15 @@ PluginRegistrar* PluginRegistrarManager::GetRegistrarImpl(FlutterOstrelPluginCon
   if (auto* registrar = Find(engine)) return registrar;
   auto made = std::make_unique<PluginRegistrar>(context);
   const bool is_first = registrars_.try_emplace(engine, std::move(made)).second;
-  if (!is_first) return Find(engine);  // A loader asked for it meanwhile; ours goes.
+  if (!is_first) return Find(engine);  // A loader has made one meanwhile; this one is destroyed.
   if (forge::Covered(*context, &Context::EngineDestroyedSubscribe)) {
     context->EngineDestroyedSubscribe(engine, OnRegistrarDestroyed);
   }
-  return Find(engine);  // Anew: the engine may have ended within the subscription.
+  return Find(engine);  // A new look-up: the engine may have ended within the subscription.
 }
 
 void PluginRegistrarManager::OnRegistrarDestroyed(_FlutterOstrelEngine* engine) {
-  // Taken out first: its plug-ins' Release may ask for registrars.
+  // Removed from the map first, because Release of its plug-ins may ask for registrars.
   forge::Fence("engine destroyed", [engine] { GetInstance()->registrars_.extract(engine); });
 }
 

@@ -1,5 +1,5 @@
-// A plug-in's way to its embedder: one registrar an engine, with the objects over the embedder's
-// tables, which also keeps the plug-in's own objects alive until the engine ends.
+// A plug-in's entry to its embedder: one registrar for each engine. It holds the objects over the
+// embedder's tables and keeps the plug-in's own objects alive until the engine ends.
 //
 //   uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
 //     auto* registrar = cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(context);
@@ -8,8 +8,11 @@
 //     return 1;
 //   }
 //
-// Threads: the embedder's; GetInstance may be called from any.
-// Errors:  what a plug-in's Release throws is an error line.
+// Threads:   the embedder's thread; GetInstance may be called from any thread.
+// Ownership: the manager owns the registrars and is never destroyed. A registrar owns what its Get
+//            operations return, and shares the plug-ins with their other owners. The context is
+//            borrowed until the call returns.
+// Errors:    an exception of a plug-in's Release is an error line.
 #pragma once
 
 #include <filesystem>
@@ -26,35 +29,42 @@
 
 namespace cw {
 
-// The base of a plug-in's objects. Virtual operations grow only at the end.
+// The base class of a plug-in's objects. Virtual operations grow only at the end.
 class FORGE_EXPORT Plugin {
  public:
   virtual ~Plugin();
 
-  // The last call, while the registrar and its objects still work.
+  // The registrar's last call, while the registrar and its objects still work. Does nothing by
+  // default.
   virtual void Release();
 };
 
+// The objects of one engine. Plug-ins get it from PluginRegistrarManager.
 class FORGE_EXPORT PluginRegistrar {
  public:
+  // A null context makes a registrar whose Get operations return null.
   explicit PluginRegistrar(FlutterOstrelPluginContext* context);
-  virtual ~PluginRegistrar();  // Clears the plug-ins, then ends messenger, textures and the rest.
+
+  // Calls ClearPlugins first, then destroys the messenger and the textures, then the rest.
+  virtual ~PluginRegistrar();
   PluginRegistrar(const PluginRegistrar&) = delete;
   PluginRegistrar& operator=(const PluginRegistrar&) = delete;
 
-  // Keeps the object until ClearPlugins; one that is held already, and null, change nothing.
+  // Keeps the object until ClearPlugins. Null, an object that is kept already, and any object once
+  // the registrar's destruction has begun are ignored.
   void AddPlugin(const std::shared_ptr<Plugin>& plugin);
 
-  // Calls Release on each plug-in, in the order of their addresses, and drops them. A plug-in may
-  // add and clear within it: what is added then stays, but for when the registrar ends: then
-  // nothing is taken any more.
+  // Calls Release on each plug-in, in the order of their addresses, and then drops them all. A
+  // plug-in's Release may call AddPlugin and ClearPlugins. A plug-in that is added within Release
+  // is kept, except during the registrar's destruction, which accepts no plug-ins.
   void ClearPlugins();
 
-  // The directory of the application's libraries; empty without an application.
+  // The directory of the application's libraries. Empty when there is no application.
   std::filesystem::path GetLibraryPath() const;
 
-  // Null: the embedder does not offer it. They live as long as the registrar; the application may
-  // be shared longer.
+  // The objects over the embedder's tables. Null means that the embedder does not offer the table.
+  // They live as long as the registrar; a copy of the application's pointer keeps that object
+  // longer.
   const std::shared_ptr<ApplicationWrapper>& GetApplication() const { return application_; }
   ViewWrapper* GetView() const { return view_.get(); }
   BinaryMessenger* GetMessenger() const { return messenger_.get(); }
@@ -68,24 +78,30 @@ class FORGE_EXPORT PluginRegistrar {
   std::unique_ptr<BinaryMessenger> messenger_;
   std::unique_ptr<TextureRegistrar> textures_;
   Plugins plugins_;
-  bool is_ending_ = false;
+  bool is_ending_ = false;  // Set when the destruction has begun.
 };
 
+// The registrars of the process, by their engines.
 class FORGE_EXPORT PluginRegistrarManager {
  public:
-  // The process's one; never destroyed.
+  // Returns the only manager of the process, which is never destroyed.
   static PluginRegistrarManager* GetInstance();
 
-  // The registrar of the context's engine, made at the first call; it lives as long as the engine.
-  // Null when the context names no engine, or the engine ended within the call.
+  // Returns the registrar of the context's engine; the first call makes it. Null when the context
+  // is null, when it names no engine, and when the engine has ended within the call.
+  //
+  // The registrar lives until the embedder reports the end of the engine. An embedder that offers
+  // no EngineDestroyedSubscribe never does, so its registrars live as long as the process.
   PluginRegistrar* GetRegistrarImpl(FlutterOstrelPluginContext* context);
 
-  // What the embedder calls when the engine is about to be destroyed: so is its registrar.
+  // The embedder calls this function when the engine is about to be destroyed. It destroys the
+  // engine's registrar; an unknown engine is ignored.
   static void OnRegistrarDestroyed(_FlutterOstrelEngine* engine);
 
  private:
   PluginRegistrarManager() = default;
 
+  // Null when the engine has no registrar.
   PluginRegistrar* Find(_FlutterOstrelEngine* engine) const;
 
   std::map<_FlutterOstrelEngine*, std::unique_ptr<PluginRegistrar>> registrars_;

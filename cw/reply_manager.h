@@ -1,8 +1,14 @@
-// Guards a reply, so that it is called at most once and its loss is noticed: what a method result
-// over a BinaryReply is built with.
+// The guard of a reply: it calls the reply at most once, and it reports a reply that is lost. A
+// method result over a BinaryReply is built with it.
 //
-// Threads: as the reply's.
-// Errors:  a second response, and destruction without one, are lines on standard error.
+//   cw::internal::ReplyManager manager(std::move(reply));
+//   manager.SendResponseData(&bytes);
+//
+// Threads:   those of the reply; the manager has no lock of its own.
+// Ownership: the manager owns the reply and destroys it after its call. The call may destroy the
+//            manager.
+// Errors:    a second response, and destruction without a response, are lines on standard error. An
+//            exception of the reply leaves SendResponseData, and the response counts as sent.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +19,23 @@
 
 namespace cw::internal {
 
+// The guard of one reply.
 class FORGE_EXPORT ReplyManager {
  public:
-  explicit ReplyManager(BinaryReply reply);  // An empty one ends the process.
+  // An empty reply fails an assertion and ends the process.
+  explicit ReplyManager(BinaryReply reply);
+
+  // Never calls the reply.
   ~ReplyManager();
   ReplyManager(const ReplyManager&) = delete;
   ReplyManager& operator=(const ReplyManager&) = delete;
 
-  // Null, or no bytes: the empty response.
+  // Calls the reply with the bytes, which are borrowed until the call returns. Null and an empty
+  // vector are the empty response.
   void SendResponseData(const std::vector<uint8_t>* data);
 
  private:
-  BinaryReply reply_handler_;  // Empty once used.
+  BinaryReply reply_handler_;  // Empty once it was called.
 };
 
 }  // namespace cw::internal

@@ -1,6 +1,6 @@
-// One codec for each serializer, made when it is first asked for and never destroyed.
+// One codec for each serializer. The first request makes it, and it is never destroyed.
 //
-// Threads: any; one mutex a kind of codec.
+// Threads: any; each kind of codec has one mutex.
 #pragma once
 
 #include <map>

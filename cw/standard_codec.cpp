@@ -1,8 +1,8 @@
 // The standard serializer.
 //
 // The format's rules are written once, as templates over the stream. The default serializer walks
-// trees of any depth, directly on the library's own buffer streams; extensions are asked for each
-// nested value through the virtual operations, and recurse. The choice is made once, at the
+// trees of any depth, directly on the library's own buffer streams. An extension is called for each
+// nested value through the virtual operations, and recurses. The choice is made once, at the
 // outermost value.
 #include <algorithm>
 #include <cassert>
@@ -24,7 +24,7 @@
 namespace cw {
 namespace {
 
-constexpr uint32_t kTooManyElements = 1u << 26;  // Of a list: more than 32 bits can address.
+constexpr uint32_t kTooManyElements = 1u << 26;  // Elements of a list that 32 bits cannot address.
 
 EncodedType EncodedTypeForValue(const EncodableValue& value) {
   static constexpr EncodedType kTypes[] = {
@@ -41,7 +41,7 @@ EncodedType EncodedTypeForValue(const EncodableValue& value) {
 
 // ---- Writing ------------------------------------------------------------------------------------
 
-// Size fields and numbers go to whatever has WriteByte and WriteBytes.
+// The stream of size fields and numbers is any class with WriteByte and WriteBytes.
 template <typename T, typename Stream>
 void WriteNumber(T number, Stream& stream) {
   stream.WriteBytes(reinterpret_cast<const uint8_t*>(&number), sizeof number);
@@ -62,8 +62,8 @@ void WriteSizeTo(size_t size, Stream& stream) {
   }
 }
 
-// A writer takes a type byte alone, or with the number or the size that follows it, alignment, and
-// bytes (at least one). This one is for any stream.
+// A writer takes type bytes (alone, with a number, or with a size), alignment, and at least one
+// byte at a time. This writer is for any stream.
 class StreamWriter {
  public:
   explicit StreamWriter(ByteStreamWriter* stream) : stream_(*stream) {}
@@ -85,7 +85,7 @@ class StreamWriter {
   ByteStreamWriter& stream_;
 };
 
-// This one is for our own buffer: what is small goes there in blocks.
+// This writer is for the library's own buffer. It collects small pieces in a block.
 class BlockWriter {
  public:
   explicit BlockWriter(ByteBufferStreamWriter* stream)
@@ -115,14 +115,14 @@ class BlockWriter {
   void WriteBytes(const uint8_t* data, size_t size) {
     if (size <= sizeof block_ / 2) return Copy(Extend(size), data, size);
     Flush();
-    MakeRoom(size + sizeof block_);  // What follows, too, most likely: large data is not moved.
+    MakeRoom(size + sizeof block_);  // With room for the next block: large data is not moved again.
     Append(data, size);
   }
 
   void WriteAlignment(uint8_t alignment) {
     const size_t beyond = (flushed_ + used_) % alignment;
     if (beyond == 0) return;
-    std::memset(Extend(sizeof(uint64_t)), 0, sizeof(uint64_t));  // Of fixed size: no call.
+    std::memset(Extend(sizeof(uint64_t)), 0, sizeof(uint64_t));  // A fixed size needs no call.
     used_ -= sizeof(uint64_t) - (alignment - beyond);
   }
 
@@ -131,7 +131,7 @@ class BlockWriter {
     used_ = 0;
   }
 
-  // Lets `write` write to the stream itself.
+  // Calls `write` with the stream, after the block was written.
   template <typename Write>
   void WriteThrough(const Write& write) {
     Flush();
@@ -140,7 +140,7 @@ class BlockWriter {
   }
 
  private:
-  // Two overlapping halves for what is short, as most texts are: the call would cost more.
+  // Short data, such as most texts, is copied in two overlapping halves: a call would cost more.
   static void Copy(uint8_t* to, const uint8_t* from, size_t size) {
     if (size > 2 * sizeof(uint64_t)) {
       std::memcpy(to, from, size);
@@ -168,9 +168,10 @@ class BlockWriter {
     return room;
   }
 
-  // Grows by three: growing by two frees more in all than the last allocation has, whereupon glibc
-  // gives the pages back to the system, with every large message anew. The largest ones it gives
-  // back always: there what is too much weighs more.
+  // The buffer grows to three times its size. With a factor of two, the freed memory adds up to
+  // more than the last allocation, and glibc gives it back to the system with every large message.
+  // glibc always gives back the largest blocks: for those the unused capacity costs more than a
+  // reallocation, so they grow by half.
   void MakeRoom(size_t size) {
     constexpr size_t kLarge = size_t{16} << 20;
     if (size <= buffer_.GetCapacity() - flushed_) return;
@@ -187,12 +188,12 @@ class BlockWriter {
 
   ByteBufferStreamWriter* const stream_;
   forge::Buffer& buffer_;
-  size_t flushed_;   // Bytes that the buffer holds.
-  size_t used_ = 0;  // Bytes of the block.
+  size_t flushed_;   // The number of bytes in the buffer.
+  size_t used_ = 0;  // The number of bytes in the block.
   uint8_t block_[4096];
 };
 
-// Texts and typed lists: the count, and the elements as they lie in memory.
+// Writes a text or a typed list: the count, and the elements as they are in memory.
 template <typename Sequence, typename Writer>
 void WriteBlock(EncodedType type, const Sequence& elements, Writer& writer) {
   constexpr size_t kWidth = sizeof(typename Sequence::value_type);
@@ -202,7 +203,7 @@ void WriteBlock(EncodedType type, const Sequence& elements, Writer& writer) {
   writer.WriteBytes(reinterpret_cast<const uint8_t*>(elements.data()), elements.size() * kWidth);
 }
 
-// A value; of lists and maps the type and the count. `write_held` writes what they hold.
+// Writes a value; of a list or a map the type and the count. `write_held` writes its values.
 template <typename Writer, typename WriteHeld>
 void WriteTagged(const EncodableValue& value, Writer& writer, const WriteHeld& write_held) {
   const EncodedType type = EncodedTypeForValue(value);
@@ -242,7 +243,7 @@ void WriteTagged(const EncodableValue& value, Writer& writer, const WriteHeld& w
       writer.WriteHead(type, map.size());
       return write_held(map);
     }
-    case EncodedType::kCustom:  // For those who build without assertions.
+    case EncodedType::kCustom:  // Only in builds without assertions.
       writer.WriteType(type);
       std::cerr << "Unhandled custom type in StandardCodecSerializer::WriteValue. "
                    "Custom types require codec extensions.\n"
@@ -263,7 +264,7 @@ void ForEachHeld(const EncodableMap& map, const WriteNested& write_nested) {
   }
 }
 
-// A tree of any depth: its nodes in the order of a walk are the encoding.
+// Writes a tree of any depth: the encoding is its nodes in the order of a walk.
 void WriteDeepTree(const EncodableValue& value, ByteStreamWriter* stream) {
   StreamWriter writer(stream);
   details::Walk(value, [&writer](const EncodableValue& node, size_t) {
@@ -314,17 +315,17 @@ uint32_t ReadSizeFrom(Reader& reader) {
   return size;
 }
 
-// How many elements a stream can hold at the most, as far as that is known.
+// The largest number of elements that a stream can hold; 0 if that is unknown.
 size_t GetRoom(const ByteBufferStreamReader& reader) { return reader.GetRemaining(); }
 size_t GetRoom(const ByteStreamReader& reader) {
   const auto* const ours = dynamic_cast<const ByteBufferStreamReader*>(&reader);
   return ours ? GetRoom(*ours) : 0;
 }
 
-// Texts and typed lists: where the bytes lie in memory, properly aligned, built from them without
-// filling it with zeros first (the containers copy bytes, whatever they are declared as);
-// otherwise, zeros, and the bytes if there are any. An empty list is aligned, too, though the
-// writer does not: kept so.
+// Reads a text or a typed list. Bytes that are properly aligned in memory are copied without
+// filling the list with zeros first (the containers copy bytes, whatever their declared type is).
+// Otherwise the list is filled with zeros and then with the bytes, if there are any. The reader
+// also aligns after the size of an empty list, which the writer does not; the format is kept so.
 template <typename Sequence, typename Reader>
 EncodableValue ReadBlock(Reader& reader) {
   using Element = typename Sequence::value_type;
@@ -339,7 +340,7 @@ EncodableValue ReadBlock(Reader& reader) {
     }
   }
   Sequence elements(count, Element{});
-  Element none{};  // Stands for the data of an empty one, which may be null.
+  Element none{};  // Stands for the data of an empty list, which may be null.
   reader.ReadBytes(reinterpret_cast<uint8_t*>(elements.empty() ? &none : elements.data()),
                    elements.size() * sizeof(Element));
   return elements;
@@ -356,7 +357,7 @@ template <typename Reader, typename ReadNested>
 [[gnu::noinline]] EncodableValue ReadList(Reader& reader, const ReadNested& read_nested) {
   const uint32_t count = ReadElementCount(reader);
   EncodableList list;
-  list.reserve(std::min<size_t>(count, GetRoom(reader)));  // The count may be a lie.
+  list.reserve(std::min<size_t>(count, GetRoom(reader)));  // The declared count may be too large.
   for (uint32_t i = 0; i < count; ++i) list.emplace_back(InPlace{read_nested});
   return list;
 }
@@ -365,7 +366,8 @@ template <typename Reader, typename ReadNested>
 [[gnu::noinline]] EncodableValue ReadMap(Reader& reader, const ReadNested& read_nested) {
   const uint32_t count = ReadSizeFrom(reader);
   EncodableMap map;
-  for (uint32_t i = 0; i < count; ++i) {  // The keys come sorted. The first of equal ones stays.
+  // The keys are usually sorted. The first of equal keys stays.
+  for (uint32_t i = 0; i < count; ++i) {
     map.emplace_hint(map.end(), std::piecewise_construct, std::tuple(InPlace{read_nested}),
                      std::tuple(InPlace{read_nested}));
   }
@@ -428,8 +430,8 @@ EncodableValue ReadNesting(uint8_t type, Reader& reader, const ReadNested& read_
   });
 }
 
-// Reads a tree with the way back up in a stack of its own. Values are made where they stay; only
-// what is no part of the tree yet, or never will be, is made apart.
+// Reads a tree with a stack of its own. Values are made in their final place, except those that are
+// not yet, or never will be, a part of the tree.
 class TreeReader {
  public:
   explicit TreeReader(ByteStreamReader& reader) : reader_(reader) {}
@@ -447,7 +449,7 @@ class TreeReader {
   struct Level {
     EncodableList* list;
     EncodableMap* map;
-    uint32_t left;  // Elements or entries to come.
+    uint32_t left;  // The number of elements or entries that were not read yet.
     Role role;
   };
 
@@ -466,7 +468,7 @@ class TreeReader {
     }
   }
 
-  // A value; of a list or a map an empty one, and how much it holds in count_.
+  // Reads a value; of a list or a map an empty one, with the number of its values in count_.
   EncodableValue ReadNode(uint8_t type) {
     return ReadPayload(type, reader_, [this](EncodedType container) {
       if (container == EncodedType::kMap) {
@@ -506,7 +508,7 @@ class TreeReader {
     Leave(Role::kKey);
   }
 
-  // The keys come sorted. Of equal ones the first stays.
+  // The keys are usually sorted. The first of equal keys stays.
   template <typename Key>
   void AddEntry(Key&& key) {
     EncodableMap& map = *level_.map;
@@ -522,7 +524,7 @@ class TreeReader {
     Descend(apart_.front(), Role::kDuplicate);
   }
 
-  // What was read apart is complete, and its map is at hand again.
+  // Called when a value that was read apart is complete, and its map is the current level again.
   void Leave(Role role) {
     if (role == Role::kPart) return;
     EncodableValue value = std::move(apart_.front());
@@ -531,11 +533,11 @@ class TreeReader {
   }
 
   ByteStreamReader& reader_;
-  uint8_t type_ = 0;    // Of the value that was read last,
-  uint32_t count_ = 0;  // and what it holds, if it is a list or a map that is not filled yet.
+  uint8_t type_ = 0;    // The type of the value that was read last.
+  uint32_t count_ = 0;  // Its number of values, if it is a list or a map to be filled.
   Level level_{};
-  details::PathStack<Level> path_;           // The levels around it.
-  std::forward_list<EncodableValue> apart_;  // Keys, and values of repeated keys.
+  details::PathStack<Level> path_;           // The levels around level_.
+  std::forward_list<EncodableValue> apart_;  // Keys, and values of duplicate keys.
 };
 
 // Quicker, for the first levels, of which most trees have no more.

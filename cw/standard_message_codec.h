@@ -1,8 +1,14 @@
-// Messages of one EncodableValue each, in the standard codec's encoding.
+// The codec of messages of one EncodableValue each, in the standard codec's encoding.
 //
-// Threads: any.
-// Errors:  those of the serializer (standard_codec_serializer.h). Null or empty data is no
-//          message; anything else gives one, and bytes after the first value are ignored.
+//   const auto& codec = cw::StandardMessageCodec::GetInstance();
+//   const forge::Buffer bytes = codec.EncodeMessage(value);
+//   if (const auto message = codec.DecodeMessage(data, size)) Use(*message);
+//
+// Threads:   any.
+// Ownership: codecs are never destroyed. A codec keeps a pointer to its serializer.
+// Errors:    those of the serializer (standard_codec_serializer.h). Null and empty data is no
+//            message: the result is null. Any other data gives a message, and bytes after the first
+//            value are ignored.
 #pragma once
 
 #include <cstddef>
@@ -21,9 +27,11 @@ template <typename Codec>
 const Codec& GetSharedCodec(const StandardCodecSerializer* serializer);
 }
 
+// The codec over a serializer.
 class FORGE_EXPORT StandardMessageCodec final : public MessageCodec<EncodableValue> {
  public:
-  // The one codec of that serializer, which must live as long as the process; null: the default.
+  // Returns the only codec of that serializer, which the first call makes. The serializer must live
+  // as long as the process. Null: the serializer without extensions.
   static const StandardMessageCodec& GetInstance(
       const StandardCodecSerializer* serializer = nullptr);
 
@@ -38,7 +46,7 @@ class FORGE_EXPORT StandardMessageCodec final : public MessageCodec<EncodableVal
   explicit StandardMessageCodec(const StandardCodecSerializer* serializer)
       : serializer_(serializer) {}
 
-  const StandardCodecSerializer* serializer_;
+  const StandardCodecSerializer* serializer_;  // Never null.
 };
 
 }  // namespace cw

@@ -70,7 +70,7 @@ bool StandardMethodCodec::DecodeAndProcessResponseEnvelopeInternal(
     return value.IsNull() ? nullptr : &value;
   };
   ByteBufferStreamReader stream(data, size);
-  switch (stream.ReadByte()) {  // 0 when there is nothing: deliberately a success.
+  switch (stream.ReadByte()) {  // 0 for empty input, which counts as a success on purpose.
     case kSuccessEnvelope: {
       const EncodableValue value = serializer_->ReadValue(&stream);
       result->Success(null_if_null(value));

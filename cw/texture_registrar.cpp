@@ -11,7 +11,7 @@ namespace {
 
 using PendingUnregistrations = details::OneShotCalls<>;
 
-// What the embedder calls with a texture's address. The variant may have changed since.
+// The embedder calls this with the texture's address. The variant may hold the other kind by now.
 template <typename Source, typename Frame>
 const Frame* GetFrame(size_t width, size_t height, void* user_data) {
   const Frame* frame = nullptr;
@@ -71,7 +71,7 @@ int64_t TextureRegistrar::RegisterTexture(Texture* texture) {
 }
 
 bool TextureRegistrar::MarkTextureFrameAvailable(int64_t texture_id) {
-  // The test of the first entry stands for both, deliberately: they came together.
+  // The test of the first entry is enough: both entries exist since the same version.
   if (!forge::Set(table_, &Table::RegisterTexture)) return false;
   return table_.MarkTextureFrameAvailable(engine_, texture_id);
 }

@@ -1,10 +1,11 @@
-// The values of a tree one after the other, in the order of their encoding: a list or a map comes
-// before what it holds, a key before its value.
+// A walk through the values of a tree in the order of their encoding: a list or a map comes before
+// the values in it, a key before its value.
 //
-// The way back up lies on the heap beyond the first levels, so a tree may nest as deep as memory
-// allows, on any stack.
+// Beyond the first levels, the path back to the root lies on the heap. So a tree may nest as deep
+// as memory allows, on any stack.
 //
-// Threads: as the value. Errors: a walk deeper than kNearLevels propagates allocation failures.
+// Threads: those of the value, which must not change during a walk.
+// Errors:  a walk deeper than kNearLevels propagates allocation failures.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +36,7 @@ class PathStack {
     ++size_;
   }
 
-  // There must be one.
+  // There must be an element.
   T Pop() {
     if (size_-- <= kNearLevels) return *std::launder(reinterpret_cast<T*>(At(size_)));
     const T element = far_.back();
@@ -51,7 +52,7 @@ class PathStack {
   alignas(T) std::byte near_[kNearLevels * sizeof(T)];
 };
 
-// What a list or a map holds, value by value. An empty one, and any other value, holds nothing.
+// The values in a list or a map, one by one. An empty one, and any other value, has none.
 class Children {
  public:
   explicit Children(const EncodableValue& value) : list_(value.GetIf<EncodableList>()) {
@@ -80,7 +81,7 @@ class Children {
   const EncodableMap* map_ = nullptr;
   const EncodableValue* element_ = nullptr;
   EncodableMap::const_iterator entry_;
-  bool at_mapped_ = false;  // Of the entry whose key was the last one.
+  bool at_mapped_ = false;  // The next value is the one of the key that came last.
 };
 
 // Calls visit(value, depth) for each value of the tree; `depth` counts the lists and maps around
@@ -104,8 +105,8 @@ void Walk(const EncodableValue& root, const Visit& visit) {
   }
 }
 
-// Compares two trees value by value until compare(a, b) answers other than 0, which is the result.
-// Lists and maps of one kind count as equal themselves; what holds fewer values comes first.
+// Compares two trees value by value until compare(a, b) returns other than 0, which is the result.
+// compare takes lists and maps of one kind as equal; the one with fewer values is the smaller one.
 template <typename Compare>
 int WalkBoth(const EncodableValue& a, const EncodableValue& b, const Compare& compare) {
   struct Level {

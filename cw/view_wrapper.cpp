@@ -20,7 +20,7 @@ constexpr NumberSet kWindowTypes{1, 3, 1, 0};
 
 constexpr uint32_t kWindowModeVisibility = 3;
 
-// A chunk of the view's resources, locked while this lives.
+// A chunk of the view's resources, which is locked as long as the object lives.
 class ResourcesLock {
  public:
   ResourcesLock(const FlutterOstrelViewProcTable& table, _FlutterOstrelView* view)
@@ -37,7 +37,7 @@ class ResourcesLock {
   const uint32_t chunk_id_;
 };
 
-// The values came in pairs: of a pair that is not covered whole neither counts.
+// The values were added in pairs: a pair that is not covered completely does not count.
 ViewWrapper::Theme ThemeOf(const FlutterOstrelTheme& source) {
   constexpr std::size_t kPair = 2;
   ViewWrapper::Theme theme;
@@ -232,7 +232,7 @@ void ViewWrapper::CreatePopupWindow(
     const std::string& entry_point, const std::string& text, const EncodableValue* payload,
     const std::function<void(const EncodableValue&, std::string)>& callback) {
   if (!forge::Covered(table_, &Table::CreatePopupWindow)) {
-    // Worded unlike the others, deliberately.
+    // This text differs from the others on purpose.
     FORGE_LOG(kError) << "Method \"CreatePopupWindow()\" is not provided by the loaded API.";
     return;
   }
@@ -252,7 +252,7 @@ void ViewWrapper::CloseWindow(const EncodableValue& result) {
   table_.CloseWindow(view_, bytes.GetData(), bytes.GetSize());
 }
 
-// The entry's own test, where it has one, was made.
+// The caller has made the other test of the entry, if it has one.
 unsigned int ViewWrapper::Subscribe(SubscribeEntry entry, std::function<void()> callback) const {
   if (!forge::Set(table_, entry)) return 0;
   const auto slot =

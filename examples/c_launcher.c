@@ -17,14 +17,14 @@
 #include "desk/runtime_manager/event_loop.h"
 #include "src/tavo_capi.h"
 
-enum { kWindow = 16 }; /* Requests that are on their way at once. */
+enum { kWindow = 16 }; /* The number of requests in flight. */
 
 enum { kOk = 0, kSomeFilesFailed = 1, kCannotRun = 2 };
 
 typedef struct Launcher {
-  char* libs_path;      /* Absolute: the task may run in another directory. */
-  const char* uri;      /* To be opened at the end; null: none. */
-  unsigned int timeout; /* Seconds without an answer; then the task counts as dead. */
+  char* libs_path;      /* An absolute path: the task may run in another directory. */
+  const char* uri;      /* The URI to open at the end; null: none. */
+  unsigned int timeout; /* After so many seconds without an answer the task counts as dead. */
   TAVOProcTable top;
   TAVORpcClientProcTable table;
   TAVOIntentManagerProcTable intents;
@@ -33,7 +33,7 @@ typedef struct Launcher {
 
   char** paths;
   size_t path_count;
-  char** answers; /* One a path; null until it came. */
+  char** answers; /* One for each path; null until it has come. */
   size_t sent;
   size_t printed;
   int exit_code;
@@ -78,7 +78,7 @@ static char* RequestFor(size_t number, const char* path) {
   return request;
 }
 
-/* As sha256sum: a name with a backslash or a line break is escaped, and the line says so. */
+/* Like sha256sum, escapes a name with a backslash or a line break and marks the line. */
 static void PrintDigest(const char* digest, const char* path) {
   if (strpbrk(path, "\\\n\r")) putchar('\\');
   printf("%s  ", digest);
@@ -144,7 +144,7 @@ static void Leave(Launcher* self, int exit_code) {
   TAVODeskLeaveLoop(self->exit_code);
 }
 
-/* Nothing tells a caller that a task has died. The desk ends it, if it lives, with this process. */
+/* A caller is not told that a task has died. If it lives, the desk ends it with this process. */
 static void OnAlarm(int signal_number) {
   static const char kText[] = "c_launcher: the task does not answer\n";
   (void)signal_number;
@@ -215,13 +215,13 @@ static void OnOpened(void* user_data, bool success) {
   Leave(self, success ? kOk : kSomeFilesFailed);
 }
 
-/* What is left when all files are done. */
+/* The last steps, when all files are done. */
 static void Finish(Launcher* self) {
   if (!self->uri) {
     Leave(self, kOk);
     return;
   }
-  alarm(0); /* Whoever opens it may ask the user first. */
+  alarm(0); /* The opener may ask the user first. */
   TAVOOpenUriSlot slot = {sizeof slot, OnOpened, NULL, self};
   if (!self->intents.OpenUri || self->intents.OpenUri(self->top.GetIntentManager(self->manager),
                                                       self->uri, &slot) != FORGE_RESULT_OK) {

@@ -1,8 +1,8 @@
 // The task application "digest": answers requests for the SHA-256 of files.
 //
-// It is started by c_launcher, loads libtavo.so from the directory that --libs-path names, and
-// serves through the server table. A request is "<number> <path>", the answer "<number> ok <hex>"
-// or "<number> error <cause>". Paths are percent-encoded, so that any file name can be sent.
+// c_launcher starts it. It loads libtavo.so from the directory that --libs-path names, and serves
+// through the server table. A request is "<number> <path>", the answer "<number> ok <hex>" or
+// "<number> error <cause>". Paths are percent-encoded, so that any file name can be sent.
 #include <dlfcn.h>
 
 #include <cerrno>

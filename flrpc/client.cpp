@@ -25,7 +25,7 @@ using OptionalError = std::optional<Message::Error>;
 constexpr char kConnect[] = "flrpc.connected";
 constexpr uint32_t kMostConnectRequests = 4;
 
-// Without its text where there is no memory for one.
+// Without memory for the text, the error has an empty one.
 Message::Error MakeUnknownError() noexcept {
   try {
     return Message::Error(kInternalError, "Unknown runtime error");
@@ -94,10 +94,10 @@ class Client final : public IOwnedClient,
         return Submit(std::move(request), guard);
       }
     } catch (...) {
-      TakeBack(id);  // The caller learns of the failure by the exception alone.
+      TakeBack(id);  // The exception tells the caller of the failure; the callback is not called.
       throw;
     }
-    if (callback) callback(Message::Response(id, *failure_));  // It never changes again.
+    if (callback) callback(Message::Response(id, *failure_));  // failure_ does not change any more.
   }
 
   void SendNotify(std::string_view method, const EncodableValue& params) override {
@@ -141,7 +141,7 @@ class Client final : public IOwnedClient,
 
   using PendingRequests = std::unordered_map<Message::ID, ResponseCallback>;
 
-  // The caller holds mutex_. The handshake passes the queue, which waits for it.
+  // The caller holds mutex_. The handshake does not go through the queue, which waits for it.
   void Submit(Message&& request, details::SendGuard& guard) {
     if (state_ == State::kConnecting && attempts_ > 0 && request.IsRequest(kConnect)) {
       connect_requests_.push_back(request);
@@ -151,7 +151,8 @@ class Client final : public IOwnedClient,
     }
   }
 
-  // The callback of a request that nobody will answer; empty when it was called or taken already.
+  // Removes a request that will not be answered, and returns its callback. Empty when the callback
+  // was called or taken already.
   ResponseCallback TakeBack(const Message::ID& id) {
     const std::lock_guard lock(mutex_);
     const auto is_taken = [&id](const Message& request) { return request.GetRequest()->id == id; };
@@ -162,7 +163,8 @@ class Client final : public IOwnedClient,
     return node ? std::move(node.mapped()) : ResponseCallback();
   }
 
-  // A request had waited, and the transport threw: its sender has no exception to look at.
+  // A request that had waited could not be sent. Its sender has returned, so no exception can tell
+  // it.
   void OnUnsent(const Message::ID& id) {
     forge::Fence("response callback", [this, &id] {
       const auto callback = TakeBack(id);
@@ -193,7 +195,7 @@ class Client final : public IOwnedClient,
   }
 
   void OnConnectResponse(const Message::Response& response) {
-    if (state_ != State::kConnecting) return;  // The answer to another attempt was faster.
+    if (state_ != State::kConnecting) return;  // The answer to another attempt came first.
     if (const auto* error = response.GetError()) {
       if (attempts_ >= kMostConnectRequests) return Fail(*error);
       FORGE_LOG(kError) << "Connect error: " << error->message;
@@ -203,7 +205,7 @@ class Client final : public IOwnedClient,
     details::OpenQueue(receiver_, [this] { connected_.Emit(std::nullopt); });
   }
 
-  // False when it has failed meanwhile.
+  // False when the client has failed meanwhile.
   bool EnterConnected() {
     const std::lock_guard lock(mutex_);
     State expected = State::kConnecting;
@@ -217,7 +219,8 @@ class Client final : public IOwnedClient,
     PendingRequests given_up;
     State before;
     {
-      const std::lock_guard lock(mutex_);  // Nothing here can fail: it failed as a whole, or not.
+      // Nothing here throws after the lock: the client fails completely or not at all.
+      const std::lock_guard lock(mutex_);
       before = state_.exchange(State::kFailed);
       if (before == State::kFailed) return;
       failure_ = std::move(error);
@@ -258,7 +261,7 @@ class Client final : public IOwnedClient,
   }
 
   details::Receiver receiver_;
-  std::atomic<State> state_{State::kConnecting};  // Changed under mutex_, read anywhere.
+  std::atomic<State> state_{State::kConnecting};  // Changed under mutex_, read without it.
   std::atomic<uint32_t> attempts_{0};
   forge::OwnedRunOnceSignal<OptionalError> started_;
   forge::OwnedRunOnceSignal<OptionalError> connected_;
@@ -268,8 +271,8 @@ class Client final : public IOwnedClient,
   // Guarded by mutex_. No callback runs under it.
   PendingRequests pending_;
   details::AnsweredRequests answered_;
-  std::vector<Message> connect_requests_;  // While the handshake runs.
-  OptionalError failure_;                  // Once failed; written once.
+  std::vector<Message> connect_requests_;  // Requests of the handshake that wait for their answer.
+  OptionalError failure_;                  // Written once, when the client fails.
 };
 
 }  // namespace

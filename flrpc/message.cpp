@@ -34,13 +34,13 @@ struct Names {
   }
 };
 
-// The member of that name, null if there is none.
+// Returns the member of that name, or null.
 EncodableValue* Find(EncodableMap& map, const EncodableValue& name) {
   const auto found = map.find(name);
   return found == map.end() ? nullptr : &found->second;
 }
 
-// The member's value, null if there is none.
+// Moves the member's value out; the null value if there is no such member.
 EncodableValue Take(EncodableMap& map, const EncodableValue& name) {
   auto* value = Find(map, name);
   return value ? std::move(*value) : EncodableValue();
@@ -50,8 +50,8 @@ Message ParseError(std::string_view text) { return Message::CreateError(kParseEr
 
 // ---- Encoding without the map -------------------------------------------------------------------
 
-// Keys, and what always follows them, as they are encoded (docs/wire-format.md): a text is the type
-// byte 7, its size and itself; a map the type byte 13 and its size.
+// Keys, and the values that always follow them, in their encoding (docs/wire-format.md). A text is
+// the type byte 7, its size and its bytes; a map is the type byte 13 and its size.
 constexpr std::string_view kIdKey = "\7\2id";
 constexpr std::string_view kVersionMember = "\7\7jsonrpc\7\0032.0";
 constexpr std::string_view kMethodKey = "\7\6method";
@@ -64,7 +64,7 @@ constexpr std::string_view kMessageKey = "\7\7message";
 
 constexpr size_t kUsualSize = 256;
 
-// Writes a map's members, which must come in the order of their keys, without the map.
+// Writes the members of a map without making the map. They must come in the order of their keys.
 class MapWriter {
  public:
   explicit MapWriter(forge::Buffer* buffer) : stream_(buffer) { buffer->Reserve(kUsualSize); }
@@ -146,7 +146,7 @@ bool IsOurVersion(EncodableMap& map) {
   return version && *version == Names::Get().version;
 }
 
-// Of a map that has a method: a request or a notification.
+// The message of a map that has a method: a request or a notification.
 Message CallFrom(EncodableMap& map, EncodableValue& method) {
   auto* name = method.GetIf<std::string>();
   const auto* id_member = Find(map, Names::Get().id);
@@ -162,7 +162,7 @@ Message CallFrom(EncodableMap& map, EncodableValue& method) {
   return Message::Request{std::move(*id), std::move(*name), std::move(params)};
 }
 
-// Of a map that has an error: a response, or an error that belongs to no request.
+// The message of a map that has an error: a response, or an error that belongs to no request.
 Message ErrorFrom(EncodableValue& value, EncodableMap& map, EncodableValue& error_member) {
   const bool has_id = Find(map, Names::Get().id) != nullptr;
   auto [error, succeeded] = Message::Error::FromEncodable(std::move(error_member));
@@ -191,7 +191,7 @@ Message Decode(const forge::Buffer& bytes) {
   return value.IsNull() ? Message() : Message::FromEncodable(std::move(value));
 }
 
-// What `decode` gives, or the empty message when there is no memory for it.
+// Returns the result of `decode`, or the empty message when there is no memory for it.
 template <typename Function>
 Message OrEmpty(Function&& decode) {
   try {
@@ -369,7 +369,8 @@ Message Message::FromEncodable(EncodableValue&& value) {
   return ResultFrom(value, *map);
 }
 
-// The bytes of ToEncodable().Serialize(), without the map and without a copy of what it would hold.
+// The result is ToEncodable().Serialize().ToBase64(), but neither the map nor copies of its values
+// are made.
 std::string Message::ToBase64() const {
   const auto* response = GetResponse();
   if (IsEmpty() || (response && response->body.valueless_by_exception())) {

@@ -10,9 +10,10 @@
 namespace flrpc::details {
 namespace {
 
-constexpr size_t kNodeBytes = 64;  // Of a map or the heap, around what is in it; about.
+// The approximate overhead of a node of a map and of a block of the heap.
+constexpr size_t kNodeBytes = 64;
 
-// What a value takes without what it holds in turn, which is counted by itself.
+// The memory of a value without the values in it, which are counted separately.
 size_t GetNodeMemory(const cw::EncodableValue& value) {
   return sizeof value + value.Visit([](const auto& held) -> size_t {
     using T = std::decay_t<decltype(held)>;
@@ -37,7 +38,7 @@ size_t GetMemory(const cw::EncodableValue& value) {
   return bytes;
 }
 
-// What a received message takes, about.
+// The approximate memory of a received message.
 size_t GetMemory(const Message& message) {
   if (const auto* request = message.GetRequest()) {
     return request->id.GetText().size() + request->method.size() + GetMemory(request->params);
@@ -97,14 +98,14 @@ void Receiver::SendNotification(std::string_view method, const cw::EncodableValu
 
 void Receiver::Append(Kind kind, Message&& message) {
   const std::lock_guard lock(queue_mutex_);
-  if (queue_enabled_) {  // And so empty: whoever enabled it holds the lock until it is.
+  if (queue_enabled_) {  // Then it is empty: the thread that enables it holds the lock until then.
     DeliverOne(kind, std::move(message));
   } else {
     Hold(kind, std::move(message));
   }
 }
 
-// The caller holds queue_mutex_, also of the next two.
+// The caller of this and of the next two functions holds queue_mutex_.
 void Receiver::Hold(Kind kind, Message&& message) {
   if (closed_) return;
   if (kind == Kind::kReceive) {
@@ -165,7 +166,7 @@ void Receiver::ProcessQueue() {
   }
 }
 
-// A handler that sends or receives delivers that at once, before the rest of what was taken out.
+// A message that a handler sends or receives is delivered at once, before the rest of the queue.
 void Receiver::Deliver(Queue& queue) {
   std::exception_ptr first_failure;
   for (; !queue.empty(); queue.pop_front()) {

@@ -1,12 +1,12 @@
-// The message pump that client and server share: sends what goes out, dispatches what comes in, and
-// holds both back, in their order, until its owner enables the queue.
+// The message pump of client and server: it sends outgoing messages and dispatches incoming ones.
+// It holds both back, in their order, until its owner enables the queue.
 //
-// Threads: any. The queue's recursive lock is held while queued messages are delivered, so delivery
-//          is in order and one at a time; a handler may send and receive again. No caller may hold
-//          a lock of its own both around a call here and inside a handler.
-// Errors:  an exception of a handler or of the send function leaves the call that delivered; of
-//          several messages the rest is delivered first, and the first exception leaves. Unknown
-//          notifications and unhandled messages are logged.
+// Threads: any. The queue's recursive lock is held while queued messages are delivered, so messages
+//          are delivered in order and one at a time; a handler may send and receive again. A caller
+//          must not hold a lock of its own both around a call here and inside a handler.
+// Errors:  an exception of a handler or of the send function leaves the call that delivered. If
+//          several messages were delivered, the others are delivered first, and the first exception
+//          leaves. Unknown notifications and unhandled messages are logged.
 #pragma once
 
 #include <functional>
@@ -25,8 +25,8 @@
 
 namespace flrpc::details {
 
-// What a peer can make us hold before the queue is enabled: a few bytes on the wire may be a large
-// message in memory, so both are bounded. Whichever limit comes first counts.
+// The limits of what a peer can make this process hold before the queue is enabled. A few bytes on
+// the wire may be a large message in memory, so both the number and the memory are limited.
 constexpr size_t kMostHeldMessages = 1024;
 constexpr size_t kMostHeldBytes = size_t{16} << 20;
 
@@ -37,34 +37,35 @@ class Receiver {
   using UnsentFunction = std::function<void(const Message::ID&)>;
   using NotifyHandler = std::function<void(const Message::Notification&)>;
 
-  // Any may be empty. `unsent` is told of each request that had waited in the queue when the send
-  // function throws; a request that did not wait leaves that to its sender.
+  // Each function may be empty. `unsent` is called for each request that had waited in the queue
+  // when the send function throws. For a request that did not wait, the exception reaches its
+  // sender.
   Receiver(SendFunction&& send, Handler&& handler, UnsentFunction&& unsent = {});
   Receiver(const Receiver&) = delete;
   Receiver& operator=(const Receiver&) = delete;
 
-  // Past the queue.
+  // Sends or dispatches a message at once, without the queue.
   void SendImmediately(Message&& message);
   void ReceiveImmediately(const Message& message);
 
-  // Through the queue. Until it is enabled, received ones are held within the limits above; the
-  // others are dropped with an error line.
+  // Sends or dispatches a message through the queue. Until the queue is enabled, received messages
+  // are held within the limits above; the others are dropped with an error line.
   void Send(Message&& message);
   void Receive(Message&& message);
 
-  // One that the peer would not take is dropped with an error line.
+  // A notification that the peer would refuse is dropped with an error line.
   void SendNotification(std::string_view method, const cw::EncodableValue& params);
 
-  // Once and for all; delivers what waits.
+  // Enables the queue for ever and delivers the messages that wait.
   void SetQueueEnabled();
 
-  // The queue will never be enabled: drops what waits, and whatever else would have to.
+  // For a queue that will never be enabled: drops the messages that wait and all later ones.
   void Close();
 
-  // Delivers what is queued, if the queue is enabled.
+  // Delivers the messages that wait, if the queue is enabled.
   void ProcessQueue();
 
-  // Several handlers of one method are all called.
+  // Adds a handler; several handlers of one method are all called.
   void OnNotify(std::string_view method, NotifyHandler&& handler);
 
  private:
@@ -85,18 +86,18 @@ class Receiver {
 
   mutable std::shared_mutex notify_mutex_;
   std::unordered_map<std::string, std::shared_ptr<NotifySignal>>
-      notify_signals_;  // By notify_mutex_.
+      notify_signals_;  // Guarded by notify_mutex_.
 
-  // The one lock that is held while foreign code runs.
+  // The only lock that is held while handlers and the send function run.
   std::recursive_mutex queue_mutex_;
-  Queue queue_;            // Guarded by queue_mutex_, as all that follows.
-  size_t held_ = 0;        // Received messages in the queue while it is not enabled,
-  size_t held_bytes_ = 0;  // and the memory that they take.
-  bool queue_enabled_ = false;
-  bool closed_ = false;
+  Queue queue_;                 // Guarded by queue_mutex_.
+  size_t held_ = 0;             // Guarded by queue_mutex_. Received messages that wait.
+  size_t held_bytes_ = 0;       // Guarded by queue_mutex_. The memory of those messages.
+  bool queue_enabled_ = false;  // Guarded by queue_mutex_.
+  bool closed_ = false;         // Guarded by queue_mutex_.
 };
 
-// Enables the queue and tells of it, also when what waited throws.
+// Enables the queue and then calls `tell`, also when a message that waited throws.
 template <typename Tell>
 void OpenQueue(Receiver& receiver, Tell&& tell) {
   try {
@@ -108,18 +109,18 @@ void OpenQueue(Receiver& receiver, Tell&& tell) {
   tell();
 }
 
-// Room for one message and how it is to be delivered.
+// A place for one message and the way of its delivery.
 class MessageSlot {
  public:
   // A second message is refused with an error line.
   void Fill(bool immediately, Message&& message);
 
  protected:
-  std::optional<std::pair<bool, Message>> slot_;  // Immediately?
+  std::optional<std::pair<bool, Message>> slot_;  // True: immediately.
 };
 
-// Sends a message when it ends: for those who decide under a lock of their own what is sent, and
-// let go of the lock first.
+// Sends a message in its destructor. An owner that decides under its own lock which message is sent
+// declares the guard before the lock, so the lock is released first.
 class SendGuard : private MessageSlot {
  public:
   explicit SendGuard(Receiver& receiver) : receiver_(receiver) {}
@@ -134,7 +135,7 @@ class SendGuard : private MessageSlot {
   Receiver& receiver_;
 };
 
-// The same for what was received.
+// The same for a received message.
 class ReceiveGuard : private MessageSlot {
  public:
   explicit ReceiveGuard(Receiver& receiver) : receiver_(receiver) {}

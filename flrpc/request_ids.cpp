@@ -11,7 +11,7 @@
 namespace flrpc::details {
 namespace {
 
-// Where there is no random device the time will do: the number only has to differ.
+// Without a random device the time is good enough: the number only has to differ.
 unsigned Seed() {
   try {
     return std::random_device("default")();

@@ -1,5 +1,5 @@
-// The identifiers of this process's requests: a prefix that other processes hardly share, and a
-// number that no other request of the process has.
+// The identifiers of this process's requests: a prefix that is unlikely to be that of another
+// process, and a number that is unique in this process.
 //
 // Threads: any for RequestIds; AnsweredRequests is a plain value, no locking.
 // Errors:  none of AnsweredRequests; RequestIds propagates allocation failures.
@@ -18,12 +18,12 @@ namespace flrpc::details {
 
 class RequestIds {
  public:
-  static RequestIds& Get();  // The process's; never destroyed.
+  static RequestIds& Get();  // The only object of the process; never destroyed.
 
   uint64_t Draw() { return ++drawn_; }
   Message::ID IdOf(uint64_t number) const;
 
-  // The number of an identifier as IdOf writes it; none of any other.
+  // Returns the number of an identifier that IdOf has made; empty for any other.
   std::optional<uint64_t> NumberOf(const Message::ID& id) const;
 
  private:
@@ -33,9 +33,9 @@ class RequestIds {
   std::atomic<uint64_t> drawn_{0};
 };
 
-// The requests of one client that were answered, so that a second answer can be told from a strange
-// one. The last kMaxRemembered are known exactly; every number up to the largest one that was
-// forgotten counts as answered, though it may be another client's.
+// The requests of one client that were answered. They tell a second answer from an answer to an
+// unknown request. The last kMaxRemembered requests are known exactly. Every number up to the
+// largest one that was forgotten counts as answered, even if it belongs to another client.
 class AnsweredRequests {
  public:
   static constexpr size_t kMaxRemembered = 65536;
@@ -44,7 +44,7 @@ class AnsweredRequests {
   bool Contains(uint64_t number) const;
 
  private:
-  // Numbers in succession, as they come when only one client is busy.
+  // Consecutive numbers, as they are when only one client is busy.
   struct Run {
     uint64_t first;
     uint64_t last;
@@ -54,7 +54,7 @@ class AnsweredRequests {
 
   std::deque<Run> runs_;  // In the order of the answers.
   size_t remembered_ = 0;
-  uint64_t forgotten_ = 0;  // The largest number that is known no more.
+  uint64_t forgotten_ = 0;  // The largest number that was forgotten.
 };
 
 }  // namespace flrpc::details

@@ -7,8 +7,8 @@
 namespace flrpc::details {
 namespace {
 
-// A message is a map, as is an error in it. Each member is a key and a value; the value that the
-// sender gives counts by itself.
+// A message is a map, and an error in it is a map, too. Each member is a key and a value. The
+// sender's own value is counted separately.
 constexpr uint64_t CountAround(uint64_t maps, uint64_t other_members) {
   return maps + 2 * other_members + 1;
 }

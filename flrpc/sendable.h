@@ -1,4 +1,4 @@
-// Whether the peer would take a message.
+// The check whether the peer would accept a message.
 //
 // Threads: any.
 #pragma once
@@ -8,7 +8,7 @@
 
 namespace flrpc::details {
 
-// The value in a message that its sender gives, null if there is none, and what lies around it.
+// The sender's own value in a message (null: there is none) and the surroundings of that value.
 struct Payload {
   const cw::EncodableValue* value;
   cw::Surroundings around;
@@ -16,10 +16,10 @@ struct Payload {
 
 Payload GetPayload(const Message& message);
 
-// The limit that the message exceeds, as a text; null when the peer would take it.
+// Returns the limit that the message exceeds, as a text; null when the peer would accept it.
 const char* FindUnsendable(const Message& message);
 
-// The error that takes the place of what cannot be sent.
+// Makes the error that replaces a message that cannot be sent.
 Message::Error MakeUnsendableError(const char* fault);
 
 }  // namespace flrpc::details

@@ -88,7 +88,7 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     if (connects) AnswerConnect();
   }
 
-  // A response that the peer would not take is replaced by an error.
+  // A response that the peer would refuse is replaced by an error.
   void Respond(Message&& response) {
     if (const char* fault = details::FindUnsendable(response)) {
       response =
@@ -120,8 +120,8 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     const std::weak_ptr<Server> server_;
   };
 
-  // The caller holds mutex_. Only one request to connect is answered; others are queued, and known
-  // to nobody.
+  // The caller holds mutex_. Only one connecting request is answered. Others are queued, and their
+  // method is unknown then.
   bool ScheduleConnect() {
     if (std::exchange(connect_scheduled_, true)) {
       FORGE_LOG(kError) << "The data is already filled.";
@@ -130,7 +130,7 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
     return true;
   }
 
-  // The answer goes out ahead of everything that waits. If it cannot, the client may try again.
+  // The answer is sent before all messages that wait. If that fails, the client may try again.
   void AnswerConnect() {
     try {
       receiver_.SendImmediately(Message::CreateResponse(GetConnectId(), {}));
@@ -179,14 +179,14 @@ class Server final : public std::enable_shared_from_this<Server>, public IOwnedS
 
   mutable std::shared_mutex handlers_mutex_;
   std::unordered_map<std::string, std::shared_ptr<const RequestHandler>>
-      handlers_;  // By handlers_mutex_.
+      handlers_;  // Guarded by handlers_mutex_.
 
   std::mutex mutex_;
   // Guarded by mutex_. No handler runs under it.
   bool running_ = false;
   bool connect_scheduled_ = false;
   bool connect_done_ = false;
-  std::optional<Message> connect_request_;  // A client's, until it is answered.
+  std::optional<Message> connect_request_;  // Until it is answered.
 };
 
 }  // namespace

@@ -24,7 +24,8 @@ struct CharacterPairs {
 constexpr CharacterPairs kCharacterPairs;
 
 // The digit of each character, shifted to each of the four places that it can have in a group of
-// 24 bits. What is no digit has the bit kInvalid, which no digit sets: one test serves many.
+// 24 bits. A character that is no digit has the bit kInvalid, which no digit sets, so one test of a
+// combined value covers several characters.
 constexpr uint32_t kInvalid = uint32_t{1} << 31;
 
 struct Digits {
@@ -42,9 +43,9 @@ struct Digits {
 };
 constexpr Digits kDigits;
 
-// Two groups in the upper six bytes of a word are the unit of the fast loops. Each load and store
-// moves the whole word, so those loops stop while there are two more bytes (when decoding: while
-// there are two more groups, of which the last may be a single byte).
+// The fast loops work on two groups at a time, in the upper six bytes of a word. Each load and
+// store moves the whole word, so the loops stop while two more bytes are left (when decoding: while
+// two more groups are left, of which the last may be a single byte).
 constexpr std::size_t kWordBytes = 6;
 constexpr std::size_t kWordText = 8;
 
@@ -80,7 +81,7 @@ void EncodeGroup(const uint8_t* data, std::size_t size, char* text) {
   for (std::size_t i = size; i < 3; ++i) text[i + 1] = kPadding;
 }
 
-// The 24 bits of four characters; with kInvalid when one of them is no digit.
+// The 24 bits of four characters; the bit kInvalid is set when one of them is no digit.
 inline uint32_t DigitsOf(const char* text) {
   uint32_t group = 0;
   for (unsigned place = 0; place < 4; ++place) {
@@ -110,8 +111,8 @@ bool DecodeGroup(const char* text, std::size_t padding, uint8_t* data) {
 }  // namespace
 
 void Encode(const uint8_t* data, std::size_t size, char* text) {
-  // Two words a round, both loaded before text is stored, which for all the compiler knows could
-  // overlap the data.
+  // Each round encodes two words. Both are loaded before text is stored, because the compiler has
+  // to assume that the text overlaps the data.
   for (; size >= 2 * kWordBytes + 2; size -= 2 * kWordBytes) {
     const uint64_t first = LoadWord(data);
     const uint64_t second = LoadWord(data + kWordBytes);

@@ -1,5 +1,5 @@
-// Base64 as RFC 4648 has it: standard alphabet, padding, no line breaks; decoding accepts the
-// canonical text alone.
+// Base64 according to RFC 4648: standard alphabet, padding, no line breaks. Decoding accepts only
+// the canonical text.
 //
 // Threads: any; plain functions over the caller's memory.
 #pragma once
@@ -15,10 +15,10 @@ constexpr std::size_t EncodedSize(std::size_t size) { return (size / 3 + (size %
 // Writes EncodedSize(size) characters; no terminating zero.
 void Encode(const uint8_t* data, std::size_t size, char* text);
 
-// Bytes that a text of `length` characters decodes to, if it is valid; 0 if no such text can be.
+// Bytes that a text of `length` characters decodes to, if it is valid; 0 for an impossible length.
 std::size_t DecodedSize(const char* text, std::size_t length);
 
-// Writes DecodedSize(text, length) bytes; false (and any bytes written) when the text is invalid.
+// Writes DecodedSize(text, length) bytes. False, and undefined bytes, when the text is invalid.
 bool Decode(const char* text, std::size_t length, uint8_t* data);
 
 }  // namespace forge::base64

@@ -1,4 +1,9 @@
-// An executor: where an object's callbacks run.
+// The interface of an executor: it runs tasks on the thread of its choice.
+//
+// Threads:   Invoke may be called from any thread.
+// Ownership: a dispatcher copies the tasks that it keeps.
+// Errors:    the implementing class tells what happens to a task that throws and to a task that
+//            cannot be run.
 #pragma once
 
 #include <cstdint>
@@ -9,16 +14,16 @@
 
 namespace forge {
 
-// Threads: Invoke may be called from any.
-// Virtual operations grow only at the end.
+// An executor of tasks. Virtual operations grow only at the end.
 class FORGE_EXPORT IDispatcher {
  public:
   virtual ~IDispatcher();
 
-  // Takes the task over (it copies what it keeps); `flags` is the caller's own word.
+  // Runs the task now or later. The task is borrowed until the call returns. The implementing class
+  // defines the meaning of `flags`.
   virtual void Invoke(const std::function<void()>& task, uint32_t flags) = 0;
 
-  // A dispatcher that drops every task with a warning; a new one at each call.
+  // Returns a new dispatcher that drops every task with a warning line.
   static std::shared_ptr<IDispatcher> CreateEmpty();
 };
 

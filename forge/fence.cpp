@@ -23,7 +23,7 @@ std::string DescribeCurrentException() {
 void ReportStrayException(const char* place) noexcept {
   try {
     FORGE_LOG(kError) << "Stray exception in " << place << ": " << DescribeCurrentException();
-  } catch (...) {  // Not even a log line can be made; the exception still ends here.
+  } catch (...) {  // There is no memory for the log line; the exception still ends here.
   }
 }
 

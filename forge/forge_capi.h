@@ -14,27 +14,31 @@
 extern "C" {
 #endif
 
-/* The result of a loader or of a table entry: one of the FORGE_RESULT_ values. */
+/* The result of a loader or of a table entry: one of the FORGE_RESULT_ values. 1 is not used. */
 typedef unsigned int ForgeResult;
 
 #define FORGE_RESULT_OK 0u
-#define FORGE_RESULT_INVALID_ARGUMENT                                                       \
-  2u                                /* A null table or structure, an argument out of range. \
-                                     */
-#define FORGE_RESULT_WRONG_STATE 3u /* An unknown handle, or not now. */
 
-/* The rule: does the declared size reach the end of a field of `width` bytes at `offset`? */
+/* A null table or structure, or an argument out of its range. */
+#define FORGE_RESULT_INVALID_ARGUMENT 2u
+
+/* An unknown handle, or an operation that is not possible in the object's present state. */
+#define FORGE_RESULT_WRONG_STATE 3u
+
+/* The rule of sizes: true when the declared size reaches the end of a field of `width` bytes at
+ * `offset`. */
 #define FORGE_REACHES(size, offset, width) ((size) >= (offset) + (width))
 
-/* Does the declared size `size` of a `type` reach the end of `field`? */
+/* The same for `field` of the structure `type`, whose declared size is `size`. */
 #define FORGE_COVERS(type, field, size) \
   FORGE_REACHES(size, offsetof(type, field), sizeof(((type*)NULL)->field))
 
-/* Bytes that belong to somebody else. */
+/* A view of bytes. The view owns nothing: the operation that fills or takes it tells who owns the
+ * bytes and how long they live. */
 typedef struct ForgeBufferView {
-  uint32_t struct_size; /* The size of this structure as its owner knows it, in bytes. */
-  const uint8_t* data;  /* Null: no data. */
-  size_t size;          /* In bytes. */
+  uint32_t struct_size; /* The declared size of this structure, in bytes. */
+  const uint8_t* data;  /* Null: there is no data. */
+  size_t size;          /* The number of bytes at `data`. */
 } ForgeBufferView;
 
 #if UINTPTR_MAX == UINT32_MAX

@@ -20,7 +20,7 @@ std::shared_ptr<Library> Library::Create(const std::filesystem::path& path) {
   library->handle_ = dlopen(path.c_str(), RTLD_NOW);
   if (library->handle_) return library;
   const std::string cause = dlerror();
-  // The path's own output quotes it, so it stands between two pairs of quotes: kept on purpose.
+  // The path prints quotes of its own, so the line has two pairs of quotes. This is on purpose.
   FORGE_LOG(kError) << "Couldn't load library \"" << path << "\": " << cause;
   return nullptr;
 }

@@ -23,7 +23,7 @@ constexpr Tag kTags[] = {
 constexpr char kLocationColour[] = "\x1b[90m";
 constexpr char kReset[] = "\x1b[0m";
 
-// Asked afresh for each sequence: standard output may be redirected while the process runs.
+// Checked for each sequence, because standard output may be redirected while the process runs.
 std::string Sequence(const char* sequence) { return isatty(STDOUT_FILENO) ? sequence : ""; }
 
 std::string Coloured(const char* colour, std::string_view text) {

@@ -1,5 +1,8 @@
 // Checked conversion of numbers.
 //
+//   int64_t whole = 0;
+//   if (!forge::numbers::SafeDoubleToInt64(value, whole)) return Refuse(value);
+//
 // Threads: any.
 #pragma once
 
@@ -9,8 +12,9 @@
 
 namespace forge::numbers {
 
-// True, and the value in `out`, when a 64-bit integer holds it exactly; else false, and 0. NaN,
-// infinities and what lies beyond the range are an error line, a fraction is none.
+// Stores the value in `out` and returns true when a 64-bit integer holds it exactly. Otherwise
+// stores 0 and returns false. NaN, infinities and values out of the range are an error line; a
+// fraction is not.
 FORGE_EXPORT bool SafeDoubleToInt64(double value, int64_t& out);
 
 }  // namespace forge::numbers

@@ -1,6 +1,6 @@
-// Objects that cross the C interface as opaque handles.
+// The base of objects that cross the C interface as opaque handles.
 //
-// A handle is the object's id cast to the handle type, never an address: one that outlived its
+// A handle is the object's id cast to the handle type, never an address. A handle that outlives its
 // object resolves to nothing.
 //
 //   class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
@@ -10,9 +10,15 @@
 //     static std::shared_ptr<Manager> Create() { return Object::Create(PrivateTag{}); }
 //   };
 //
-// Threads: any. Each registry and each object's dispatcher has its own reader-writer lock; no code
-//          holds both. No task runs under them; only a dispatcher that is dropped dies there.
-// Errors:  an unknown, null or stale handle gives null; the caller reports it in its own words.
+//   _TAVOManagerRef* const ref = manager->GetRef();     // What the C caller holds.
+//   if (const auto manager = Manager::FromRef(ref)) ...  // What each entry does with it.
+//
+// Threads:   any. Each registry and each object's dispatcher has its own reader-writer lock; no
+//            code holds both. No task runs under these locks. Only a dispatcher that is dropped is
+//            destroyed under one.
+// Ownership: the registry holds weak pointers only. FromRef shares the object with the caller for
+//            as long as the caller keeps the result.
+// Errors:    an unknown, null or stale handle gives null; the caller reports it in its own words.
 #pragma once
 
 #include <atomic>
@@ -30,33 +36,34 @@
 namespace forge {
 namespace details {
 
-// Base of everything that hands out ids: objects, signals, resources caches.
+// The base of everything that has ids: objects, signals, resources caches.
 class FORGE_EXPORT CounterClient {
  public:
   virtual ~CounterClient();
 
-  // The next number of the one process-wide counter: 1 first, and 0 only when it wraps.
+  // Returns the next number of the only counter of the process: 1 first, and 0 only when it wraps.
   static uint32_t GenerateId();
 
  protected:
-  // The next number that is an id: 0 means 'none' everywhere, so a drawn 0 is drawn again.
+  // Returns the next number that is an id. 0 means "none" everywhere, so it is skipped.
   static uint32_t DrawId();
 
-  static std::atomic<uint32_t> counter_;
+  static std::atomic<uint32_t> counter_;  // The number that was given out last.
 };
 
-// The part of an object that does not depend on its type.
+// The part of an object that does not depend on its type: the dispatcher of its callbacks.
 class FORGE_EXPORT ObjectImpl : public CounterClient {
  public:
+  // A null dispatcher is allowed: Invoke does nothing then.
   explicit ObjectImpl(const std::shared_ptr<IDispatcher>& dispatcher);
   ~ObjectImpl() override;
   ObjectImpl(const ObjectImpl&) = delete;
   ObjectImpl& operator=(const ObjectImpl&) = delete;
 
-  // Hands the task to the dispatcher, outside the lock; does nothing when there is none.
+  // Hands the task to the dispatcher, outside the lock. Does nothing when there is no dispatcher.
   void Invoke(const std::function<void()>& task, uint32_t flags) const;
 
-  // Drops the dispatcher; the object keeps working.
+  // Drops the dispatcher. The object keeps working, but Invoke does nothing from now on.
   void ResetDispatcher();
 
  private:
@@ -64,12 +71,18 @@ class FORGE_EXPORT ObjectImpl : public CounterClient {
   std::shared_ptr<IDispatcher> dispatcher_;  // Guarded by mutex_.
 };
 
+// The living objects of one type by their ids.
 template <typename T, typename Ref>
 class ObjectRegistry {
  public:
-  // False, and nothing changed, when the id is taken (possible only once the counter wrapped).
+  // Returns false, and changes nothing, when the id is taken. That is possible only once the
+  // counter has wrapped.
   bool Insert(uint32_t id, const std::weak_ptr<T>& object);
+
+  // Removes the id; an unknown one is ignored.
   void Erase(uint32_t id);
+
+  // Null when the id is unknown, or when its object is destroyed or being destroyed.
   std::shared_ptr<T> Find(uint32_t id) const;
 
  private:
@@ -79,31 +92,38 @@ class ObjectRegistry {
 
 }  // namespace details
 
+// The base of a class T whose objects have handles of the pointer type Ref. Objects must be made by
+// Create; an object that is made otherwise has a handle that resolves to nothing.
 template <typename T, typename Ref>
 class Object : public details::ObjectImpl, public std::enable_shared_from_this<T> {
  public:
   explicit Object(const std::shared_ptr<IDispatcher>& dispatcher);
   ~Object() override;
 
-  // The object behind a handle, or null: never issued, null, destroyed or being destroyed.
+  // Returns the object of a handle. Null when the handle is null or was never issued, and when its
+  // object is unregistered, destroyed or being destroyed.
   static std::shared_ptr<T> FromRef(Ref ref);
 
+  // The object's handle and id. They never change, and the handle is never null.
   Ref GetRef() const { return reinterpret_cast<Ref>(static_cast<uintptr_t>(id_)); }
   uint32_t GetId() const { return id_; }
 
  protected:
-  // Builds and registers an object; the last argument is the private tag of T.
+  // Makes and registers an object. The arguments go to the constructor of T; the last one is its
+  // private tag. Never null: a failed allocation throws, as does the constructor.
   template <typename... Args>
   static std::shared_ptr<T> Create(Args&&... args);
 
-  // Makes the handle resolve to nothing from now on, though the object may live on.
+  // Makes the handle resolve to nothing from now on, though the object may live on. A second call
+  // does nothing.
   void Unregister();
 
  private:
   static details::ObjectRegistry<T, Ref>& GetRegistry();
 
   const uint32_t id_;
-  // An object whose id was taken is not in the registry and must not erase the other's entry.
+  // An object whose id was taken is not in the registry, and must not erase the other object's
+  // entry.
   std::atomic<bool> registered_{false};
 };
 

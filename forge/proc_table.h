@@ -1,9 +1,17 @@
-// What a C table or structure offers: its first field is its declared size, `size`, in bytes.
+// Access to C tables and structures that may come from an older or a newer library. Their first
+// field is their declared size in bytes, `size`; a field exists only if the declared size covers
+// it.
 //
 //   if (!FORGE_COVERED_OR_LOG(table, Initialize)) return nullptr;
+//   table.Initialize();
 //
-// Threads: any.
-// Errors:  none; memory beyond the declared size is neither read nor written (but by Set).
+//   const auto slots = forge::CopyCovered(caller_slots);  // Other fields are null.
+//   forge::FillCovered(caller_table, size, full_table);   // Other fields are not written.
+//
+// Threads:   any.
+// Ownership: all arguments are borrowed until the call returns.
+// Errors:    none are thrown. Memory beyond the declared size is neither read nor written, except
+//            by Set.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +27,7 @@
 
 namespace forge {
 
-// Does the declared size reach the end of this field of the structure?
+// Returns whether the declared size reaches the end of this field of the structure.
 template <typename Structure, typename Field>
 bool Reaches(const Structure& structure, const Field& field) {
   const auto* begin = reinterpret_cast<const char*>(&structure);
@@ -28,27 +36,28 @@ bool Reaches(const Structure& structure, const Field& field) {
   return FORGE_REACHES(structure.size, static_cast<std::size_t>(offset), kWidth);
 }
 
-// The field, or its null value where the declared size does not reach its end.
+// Returns the field, or its null value when the declared size does not reach its end.
 template <typename Structure, typename Field>
 Field GetReached(const Structure& structure, Field Structure::*field) {
   return Reaches(structure, structure.*field) ? structure.*field : Field{};
 }
 
-// Is the field set, whatever the declared size? Only for a structure that is there in full.
+// Returns whether the field is not null, whatever the declared size is. Only for a structure that
+// is in memory in full.
 template <typename Structure, typename Field>
 bool Set(const Structure& structure, Field Structure::*field) {
   return structure.*field != nullptr;
 }
 
-// Does the declared size reach the field's end, and is the field set?
+// Returns whether the declared size reaches the field's end and the field is not null.
 template <typename Structure, typename Field>
 bool Covered(const Structure& structure, Field Structure::*field) {
   return Reaches(structure, structure.*field) && Set(structure, field);
 }
 
-// ---- Structures of which each field, the declared size included, has the room of a pointer ----
+// ---- Structures whose fields, including the declared size, have the width of a pointer each ----
 
-// How many bytes of such a structure count: whole fields only.
+// Returns how many bytes of such a structure the declared size covers, counted in whole fields.
 template <typename Structure>
 std::size_t CoveredBytes(uint32_t size) {
   constexpr std::size_t kField = sizeof(void*);
@@ -58,7 +67,9 @@ std::size_t CoveredBytes(uint32_t size) {
   return end;
 }
 
-// The structure as far as it is declared; the fields beyond, or all of them (null), are null.
+// Returns a copy of the structure as far as its declared size covers it. Fields beyond that are
+// null. A null structure gives a copy in which everything is null. The copy has the same declared
+// size.
 template <typename Structure>
 Structure CopyCovered(const Structure* structure) {
   Structure copy{};
@@ -70,7 +81,8 @@ Structure CopyCovered(const Structure* structure) {
   return copy;
 }
 
-// Stores the declared size, and fills the fields that it covers.
+// Stores the declared size in `target`, and copies from `whole` the fields that it covers. Other
+// bytes of `target` keep their content. `target` must not be null.
 template <typename Structure>
 void FillCovered(Structure* target, uint32_t size, const Structure& whole) {
   constexpr std::size_t kFirst = sizeof(void*);  // Behind the size and, on 64 bits, its padding.
@@ -82,13 +94,13 @@ void FillCovered(Structure* target, uint32_t size, const Structure& whole) {
   std::memcpy(bytes, &size, sizeof size);
 }
 
-// The line about an entry that a bound table lacks.
+// Returns the text of the log line about an entry that a bound table lacks.
 FORGE_EXPORT std::string NotProvided(std::string_view method);
 
 }  // namespace forge
 
-// The two tests of an entry; where it is missing they are false, after an error line that has the
-// place of this statement.
+// The two tests of an entry, as expressions. When the entry is missing they are false, after an
+// error line with the location of the statement. `name` is the entry's name in the line.
 #define FORGE_COVERED_OR_LOG(table, entry) FORGE_COVERED_OR_LOG_AS(table, entry, #entry)
 #define FORGE_COVERED_OR_LOG_AS(table, entry, name)                  \
   (::forge::Covered(table, &std::decay_t<decltype(table)>::entry) || \

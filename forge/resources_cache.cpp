@@ -15,7 +15,7 @@ uint32_t ResourcesCache::CreateChunk() {
   }
   if (!chunk) chunk = &chunks_.emplace_back();
   uint32_t id = DrawId();
-  while (FindChunkUnsafe(id)) id = DrawId();  // Taken still, after the counter wrapped.
+  while (FindChunkUnsafe(id)) id = DrawId();  // Possible after the counter has wrapped.
   chunk->id = id;
   return id;
 }

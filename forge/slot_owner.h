@@ -1,16 +1,22 @@
-// The one owner of what a C slot holds: a copy of the slot structure, which is released exactly
-// once. Its callbacks and its release function take its `user_data`.
+// The only owner of a C slot's content: it holds a copy of the slot structure and releases it
+// exactly once. The slot's callbacks and its release function take its `user_data`.
 //
-// Threads: Call on any; Release, Forget and the end may not run beside it.
-// Errors:  what a callback or the release function throws leaves the call; in the destructor it
-//          ends the process.
+//   const forge::SlotOwner<TAVOOpenUriSlot> owner(*slot);
+//   owner.Call(&TAVOOpenUriSlot::callback, true);  // The destructor calls slot->release.
+//
+// Threads:   Call may run on several threads; Release, Forget, the move and the destructor may not
+//            run at the same time as any other operation.
+// Ownership: the structure itself is borrowed by the constructor only. Its `user_data` is the
+//            owner's from then on, until Release or Forget.
+// Errors:    an exception of a callback or of the release function leaves the call; in the
+//            destructor it ends the process.
 #pragma once
 
 #include <utility>
 
 namespace forge {
 
-// `kRelease` is the structure's release function. Every function may be null.
+// `kRelease` names the structure's release function. Every function of the structure may be null.
 template <typename Slot, auto kRelease = &Slot::release>
 class SlotOwner {
  public:
@@ -18,12 +24,14 @@ class SlotOwner {
   SlotOwner(SlotOwner&& other) noexcept : slot_(std::exchange(other.slot_, Slot{})) {}
   ~SlotOwner() { Release(); }
 
+  // Returns whether the slot has this callback.
   template <typename... Parameters>
   bool Has(void (*Slot::*callback)(void*, Parameters...)) const {
     return slot_.*callback != nullptr;
   }
 
-  // False when there is no such callback. The callback may destroy this.
+  // Calls the callback with the slot's `user_data`. False when the slot has no such callback. The
+  // callback may destroy this object.
   template <typename... Parameters, typename... Args>
   bool Call(void (*Slot::*callback)(void*, Parameters...), Args&&... args) const {
     const auto function = slot_.*callback;
@@ -31,14 +39,14 @@ class SlotOwner {
     return function != nullptr;
   }
 
-  // Only the first call does anything, and no callback is called after it: the copy is gone before
-  // the slot's maker is told.
+  // Calls the release function. Only the first call has an effect, and no callback is called after
+  // it: the copy is cleared before the release function runs.
   void Release() {
     const Slot last = std::exchange(slot_, Slot{});
     if (last.*kRelease) (last.*kRelease)(last.user_data);
   }
 
-  // Gives the slot up unreleased: its maker never handed it over.
+  // Gives the slot up without a release: it stays with the caller that has made it.
   void Forget() { slot_ = Slot{}; }
 
  private:

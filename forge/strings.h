@@ -1,6 +1,10 @@
 // Checked conversion of texts.
 //
+//   uint16_t port = 0;
+//   if (!forge::strings::ParseInt(text, port)) return Refuse(text);
+//
 // Threads: any.
+// Errors:  a text that cannot be converted is a false result and a warning line.
 #pragma once
 
 #include <charconv>
@@ -11,8 +15,10 @@
 
 namespace forge::strings {
 
-// Decimal digits, after a "-" where T is signed; nothing before and nothing behind. Anything else,
-// and what T cannot hold, is false, 0 in `out`, and a warning line.
+// Parses a whole text of decimal digits, with a leading "-" where T is signed. White space, a "+"
+// and any other character make the text invalid. Returns true and stores the number in `out`. For
+// an invalid text, an empty text and a number that T cannot hold it returns false, stores 0 and
+// writes a warning line.
 template <typename T>
 bool ParseInt(std::string_view text, T& out) {
   out = 0;

@@ -1,7 +1,7 @@
-// The border between C++ and the C interface: what must hold at every entry and callback.
+// The border between C++ and the C interface: the rules of every entry and callback.
 //
 // Threads: any.
-// Errors:  a stray exception ends here as one error line; NullTextError alone passes FenceEntry.
+// Errors:  a stray exception ends here as one error line. Only NullTextError passes FenceEntry.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@
 
 namespace tavo::details {
 
-// A null text where the C header leaves it to the caller to give one.
+// The exception for a null text, for the entries whose contract says that they throw.
 class NullTextError : public std::logic_error {
  public:
   NullTextError() : std::logic_error("basic_string: construction from null is not valid") {}
@@ -43,7 +43,7 @@ ForgeResult FenceEntry(const char* place, ForgeResult failure, Body&& body) {
   }
 }
 
-// What `create` makes, or null when it fails; the caller reports that in its own words.
+// Returns the result of `create`, or null when it throws; the caller reports that in its own words.
 template <typename Create>
 std::invoke_result_t<Create> CreateOrNull(Create&& create) noexcept {
   try {

@@ -13,8 +13,8 @@ namespace {
 
 constexpr char kOpenUri[] = "OpenURI";
 
-// The parameters are not for the caller, who learns only that the intent was invoked. If there is
-// no callback, or it throws, nobody answers: the platform sees its reply function go.
+// The caller learns that the intent was invoked, but does not receive the parameters. Without a
+// callback, and after one that throws, nobody answers: the platform's reply function is destroyed.
 void OnIntent(const details::SlotHolder<TAVORegisterIntentSlot>& caller,
               details::IntentReply::Function reply) {
   if (!caller.Has(&TAVORegisterIntentSlot::callback)) return;
@@ -45,10 +45,10 @@ IntentManagerImpl::~IntentManagerImpl() {
 void IntentManagerImpl::Close() {
   Unregister();
   QObject::disconnect(connection_);
-  std::list<Reply> dropped;  // Dies outside the lock: that releases the callers' slots.
+  std::list<Reply> dropped;  // Destroyed outside the lock: that releases slots.
   const std::lock_guard lock(mutex_);
   dropped.swap(queue_);
-  busy_ = false;  // What was in flight is dropped, too: its failure, if it comes, completes nobody.
+  busy_ = false;  // The request in flight is dropped, too: a later reply completes no request.
 }
 
 std::shared_ptr<IntentManagerImpl> IntentManagerImpl::Create() {
@@ -76,8 +76,9 @@ ForgeResult IntentManagerImpl::HandleOpenUri(_TAVOIntentManagerRef* ref, const c
           caller->Call("slot callback", &TAVOOpenUriSlot::callback, success);
         });
       });
-    }  // From here on the queue alone holds the slot: it is released where the outcome is told.
-    details::Fence("OpenUri", [&] { manager->SendNext(); });  // Taken over, whatever comes of it.
+    }  // Only the queue holds the slot now, so the slot is released after its callback.
+    // The slot was taken over even if this throws.
+    details::Fence("OpenUri", [&] { manager->SendNext(); });
     return FORGE_RESULT_OK;
   });
 }
@@ -103,7 +104,7 @@ ForgeResult IntentManagerImpl::HandleRegisterIntent(_TAVOIntentManagerRef* ref, 
   });
 }
 
-// Queues the request, or throws and nothing has happened. SendNext sends it.
+// Queues the request; SendNext sends it. An exception means that nothing has changed.
 void IntentManagerImpl::OpenURI(const char* uri, Completion completion) {
   std::list<Reply> request;
   request.push_back(
@@ -146,7 +147,7 @@ void IntentManagerImpl::IntentReplyHandler(const QJsonObject&, const RuntimeMana
 }
 
 void IntentManagerImpl::CompleteOldest(bool success) {
-  std::list<Reply> completed;  // Dies outside the lock: that releases the caller's slot.
+  std::list<Reply> completed;  // Destroyed outside the lock: that releases slots.
   {
     const std::lock_guard lock(mutex_);
     if (!busy_) return;

@@ -1,17 +1,17 @@
-// The service's intents: asks the platform to open URIs, and offers the caller's intents to other
-// applications.
+// The service's intents: it asks the platform to open URIs, and offers the caller's intents to
+// other applications.
 //
 // Requests go to the platform one at a time, in their order. The platform's replies carry no
-// request's id: each completes the oldest request that was sent. So a reply that comes twice
-// completes the next request with its outcome, and one that never comes stops the queue. A reply
-// while nothing is in flight changes nothing.
+// request id: each reply completes the request in flight. So a reply that comes twice completes the
+// next request with its outcome, and a reply that never comes stops the queue. A reply while
+// nothing is in flight changes nothing.
 //
-// Threads: the entries on any (RegisterIntent where the platform wants it, the event loop's);
-//          replies and invocations arrive on the event loop's thread. Completions and platform
-//          calls run without the lock, so a completion may open another URI. The platform's
-//          callbacks hold the handle, not the service: one that comes late finds nothing.
-// Errors:  what a completion throws is an error line, and the queue goes on. A platform that throws
-//          has failed the request, whose completion then runs on the thread that sent it.
+// Threads: any for the entries, except RegisterIntent, which the platform wants on the event loop's
+//          thread. Replies and invocations arrive on the event loop's thread. Completions and
+//          platform calls run without the lock, so a completion may open another URI. The
+//          platform's callbacks hold the handle, not the service: a late callback finds nothing.
+// Errors:  an exception of a completion is an error line, and the queue goes on. If the platform
+//          throws, the request has failed, and its completion runs on the thread that sent it.
 #pragma once
 
 #include <functional>
@@ -40,14 +40,14 @@ class IntentManagerImpl final : public forge::Object<IntentManagerImpl, _TAVOInt
 
   ~IntentManagerImpl() override;
 
-  // The handle leads nowhere from now on. Requests that still wait are dropped: their slots are
-  // released, their callbacks not called.
+  // Makes the handle unknown. Requests that still wait are dropped: their slots are released, and
+  // their callbacks are not called.
   void Close();
 
   // Null (and an error line) on failure.
   static std::shared_ptr<IntentManagerImpl> Create();
 
-  // The entries of the intent table; their contract is the C header's.
+  // The entries of the intent table. The C header has their contracts.
   static ForgeResult HandleOpenUri(_TAVOIntentManagerRef* ref, const char* uri,
                                    TAVOOpenUriSlot* slot);
   static ForgeResult HandleRegisterIntent(_TAVOIntentManagerRef* ref, const char* name,
@@ -56,7 +56,7 @@ class IntentManagerImpl final : public forge::Object<IntentManagerImpl, _TAVOInt
  private:
   using Completion = std::function<void(bool success)>;
 
-  // A request, and who waits for its reply.
+  // A request and the function that receives its outcome.
   struct Reply {
     std::string intent;
     QJsonObject options;
@@ -74,10 +74,10 @@ class IntentManagerImpl final : public forge::Object<IntentManagerImpl, _TAVOInt
                              RuntimeManager::RuntimeDispatcher::IntentHandler handler);
 
   std::mutex mutex_;
-  // Guarded by mutex_. The request that was sent stays in front until its reply has come.
+  // Guarded by mutex_. The request in flight stays in front until its reply has come.
   std::list<Reply> queue_;
-  bool busy_ = false;     // The front was sent, its reply has not come.
-  bool sending_ = false;  // A SendNext runs, and will look at the queue again.
+  bool busy_ = false;     // Guarded by mutex_. The front was sent, and its reply has not come.
+  bool sending_ = false;  // Guarded by mutex_. A SendNext runs and will look at the queue again.
 
   const std::shared_ptr<RuntimeManager::IntentsInvoker> invoker_;
   QMetaObject::Connection connection_;

@@ -12,7 +12,7 @@
 namespace tavo::details {
 namespace {
 
-// The object that the bytes hold, or an empty one and an error line.
+// Returns the JSON object of the bytes, or an empty object and an error line.
 QJsonObject DecodeAnswer(const uint8_t* data, unsigned int length) {
   QJsonValue json;
   try {
@@ -21,7 +21,7 @@ QJsonObject DecodeAnswer(const uint8_t* data, unsigned int length) {
         json.isObject()) {
       return json.toObject();
     }
-  } catch (const std::exception&) {  // No memory for it.
+  } catch (const std::exception&) {  // There is no memory for the object.
   }
   FORGE_LOG(kError) << "Could not convert intent reply to a JSON object.";
   return {};

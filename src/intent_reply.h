@@ -1,5 +1,5 @@
 // One invocation of a registered intent, as the C caller answers it. The context that the caller
-// holds is a handle: used twice, late or wrongly it leads nowhere.
+// holds is a handle: if it is used late or after its release, it resolves to nothing.
 //
 // Threads: any; the platform's reply function is called on the caller's thread, without a lock.
 #pragma once
@@ -24,7 +24,7 @@ class IntentReply final : public forge::Object<IntentReply, void*> {
 
   IntentReply(Function function, PrivateTag);
 
-  // The slot structure of a new invocation, which stays open until the slot's `release` is called.
+  // Makes the slot of a new invocation, which stays open until the slot's `release` is called.
   static TAVOReplyIntentSlot Open(Function function);
 
  private:
@@ -34,7 +34,7 @@ class IntentReply final : public forge::Object<IntentReply, void*> {
   void Answer(const uint8_t* data, unsigned int length) const;
 
   const Function function_;
-  std::shared_ptr<IntentReply> self_;  // While it is open. Only through the atomic free functions.
+  std::shared_ptr<IntentReply> self_;  // Set while it is open; accessed only by std::atomic_store.
 };
 
 }  // namespace tavo::details

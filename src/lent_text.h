@@ -1,7 +1,8 @@
-// Texts lent to the caller's callbacks: each in a chunk that the caller gives back by its id.
+// Texts that are lent to the caller's callbacks: each in a chunk that the caller gives back by its
+// id.
 //
-// `reachable` tells whether the caller's handle still leads to the lender: once it does not, no
-// chunk can come back, and what is lent is freed right after its callback.
+// `reachable` tells whether the caller's handle still leads to the lender. If it does not, no chunk
+// can be given back, so the text is freed right after its callback.
 //
 // Threads: any.
 #pragma once
@@ -18,7 +19,7 @@
 
 namespace tavo::details {
 
-// Calls callback(text, chunk id) with a copy. False, and no call, when no chunk can be had.
+// Calls callback(text, chunk id) with a copy. False, without a call, when no chunk can be opened.
 template <typename Callback, typename Reachable>
 bool LendText(forge::ResourcesCache& cache, std::string_view text, Callback&& callback,
               Reachable&& reachable) {
@@ -34,7 +35,7 @@ bool LendText(forge::ResourcesCache& cache, std::string_view text, Callback&& ca
   return true;
 }
 
-// Delivers the text of a message that has one to whoever listens.
+// Delivers the text of a message, if it has one, to the slots' OnMessage, if they have one.
 template <typename Slots, typename Reachable>
 void DeliverMessage(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& slots,
                     const QJsonObject& message, Reachable&& reachable) {
@@ -46,8 +47,8 @@ void DeliverMessage(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& 
       reachable);
 }
 
-// The caller gives a chunk back. An unknown id is reported, unless the chunk was freed because the
-// handle was released in the same moment: the handle goes first.
+// Takes a chunk back. An unknown id is reported, unless the chunk was freed because the handle was
+// released at the same time: the handle becomes unknown first.
 template <typename Reachable>
 void TakeBack(forge::ResourcesCache& cache, uint32_t chunk_id, Reachable&& reachable) {
   if (!cache.RemoveChunkIfOpen(chunk_id) && reachable()) cache.RemoveChunk(chunk_id);

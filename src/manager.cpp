@@ -11,7 +11,7 @@ namespace tavo::details {
 Manager::Manager(PrivateTag) : Object(forge::IDispatcher::CreateEmpty()) {}
 
 Manager::~Manager() {
-  Fence("manager destruction", [this] { Release(); });  // In its order, not the members'.
+  Fence("manager destruction", [this] { Release(); });  // In the order of Release.
 }
 
 std::shared_ptr<Manager> Manager::Create() {
@@ -24,7 +24,7 @@ _TAVOManagerRef* Manager::HandleInitialize() {
   _TAVOManagerRef* ref = nullptr;
   Fence("Initialize", [&ref] {
     static const std::shared_ptr<Manager> manager = Create();
-    // Apart from the manager, which may be gone already when a process that exits comes here.
+    // Kept separately: the manager may be destroyed already when this is called at the exit.
     static _TAVOManagerRef* const manager_ref = manager ? manager->GetRef() : nullptr;
     ref = manager_ref;
   });
@@ -72,7 +72,7 @@ _TAVORpcServerRef* Manager::HandleGetRpcServer(_TAVOManagerRef* ref) {
 }
 
 void Manager::Release() {
-  // Out of the members first: the callbacks of what is dropped may come back here.
+  // Moved out of the members first, because callbacks of dropped objects may call this manager.
   auto clients = std::exchange(clients_, {});
   auto server = std::exchange(server_, nullptr);
   auto intents = std::exchange(intents_, nullptr);

@@ -1,7 +1,7 @@
-// The process's manager: owns the services that the top table hands out.
+// The only manager of the process. It owns the services that the top table hands out.
 //
-// Threads: the fields are not locked: the caller keeps Initialize, Release, the getters and
-//          CreateRpcClient on one thread, where its clients stop, too.
+// Threads: the fields have no lock. The caller keeps Initialize, Release, the getters and
+//          CreateRpcClient on one thread, and clients stop on that thread, too.
 #pragma once
 
 #include <list>
@@ -24,7 +24,7 @@ class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
   explicit Manager(PrivateTag);
   ~Manager() override;
 
-  // The entries of the top table; their contract is the C header's.
+  // The entries of the top table. The C header has their contracts.
   static _TAVOManagerRef* HandleInitialize();
   static void HandleRelease(_TAVOManagerRef* ref);
   static _TAVOIntentManagerRef* HandleGetIntentManager(_TAVOManagerRef* ref);
@@ -42,8 +42,8 @@ class Manager final : public forge::Object<Manager, _TAVOManagerRef*> {
   _TAVOIntentManagerRef* GetIntentManager();
 
   std::list<std::shared_ptr<RpcClientImpl>> clients_;  // In the order of their creation.
-  std::shared_ptr<RpcServerImpl> server_;              // Null until asked for,
-  std::shared_ptr<IntentManagerImpl> intents_;         // as this.
+  std::shared_ptr<RpcServerImpl> server_;              // Null until it is asked for.
+  std::shared_ptr<IntentManagerImpl> intents_;         // Null until it is asked for.
 };
 
 }  // namespace tavo::details

@@ -13,7 +13,7 @@ namespace {
 
 QString DataKey() { return QStringLiteral("data"); }
 
-// A function of its own, so that the copies which Qt makes on the way are gone when it is sent.
+// A separate function, so that the copies that Qt makes are freed before the message is sent.
 QJsonObject ToMessage(std::string_view text) {
   QJsonObject message;
   message.insert(DataKey(), QString::fromUtf8(text.data(), static_cast<int>(text.size())));

@@ -1,8 +1,8 @@
 // Texts over the platform's task messaging: each is a JSON object {"data": text}.
 //
-// Threads: made on the thread whose event loop reads the messages, where the handler runs too;
-//          Send and Close may be called from any. The messaging object dies on its own thread.
-// Errors:  whatever the handler throws ends here as an error line.
+// Threads: made on the thread whose event loop reads the messages, where the handler runs too; Send
+//          and Close may be called from any. The messaging object is destroyed on its own thread.
+// Errors:  an exception of the handler ends here as an error line.
 #pragma once
 
 #include <functional>
@@ -29,10 +29,10 @@ class MessageChannel {
 
   void Send(std::string_view text);
 
-  // No message that arrives later reaches the handler.
+  // Disconnects: messages that arrive later do not reach the handler.
   void Close();
 
-  // The text that a message carries, UTF-8; none if "data" is no string.
+  // Returns the text of a message in UTF-8, or nothing if "data" is no string.
   static std::optional<QByteArray> TextOf(const QJsonObject& message);
 
  private:

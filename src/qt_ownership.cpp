@@ -8,7 +8,7 @@
 namespace tavo::details {
 namespace {
 
-// The objects that are to be deleted, as far as their loops do not know yet.
+// The objects to be deleted for which no event could be posted so far.
 struct Waiting {
   std::mutex mutex;
   std::list<QObject*> objects;  // Guarded by mutex.
@@ -34,7 +34,7 @@ void DeleteLater::operator()(QObject* object) const noexcept {
   objects.splice(objects.end(), *place_);
   try {
     for (; !objects.empty(); objects.pop_front()) objects.front()->deleteLater();
-  } catch (const std::bad_alloc&) {  // Qt's, for the event.
+  } catch (const std::bad_alloc&) {  // Qt has no memory for the event.
   }
 }
 

@@ -1,4 +1,4 @@
-// Shared ownership of Qt objects, which die on their own thread.
+// Shared ownership of Qt objects, which are destroyed on their own thread.
 #pragma once
 
 #include <list>
@@ -9,8 +9,8 @@
 
 namespace tavo::details {
 
-// Deletes on the object's event loop; at once when there is no application, hence no loop. An
-// object for whose deletion there is no memory is kept until that of a later one.
+// Deletes the object on its event loop; without an application there is no loop, so it deletes at
+// once. If there is no memory for the deletion's event, the object is kept until a later deletion.
 class DeleteLater {
  public:
   DeleteLater();
@@ -18,7 +18,8 @@ class DeleteLater {
   void operator()(QObject* object) const noexcept;
 
  private:
-  const std::shared_ptr<std::list<QObject*>> place_;  // For the object, should it have to wait.
+  // A list node for the object, in case it has to wait.
+  const std::shared_ptr<std::list<QObject*>> place_;
 };
 
 template <typename T, typename... Args>

@@ -18,12 +18,13 @@
 namespace tavo {
 namespace {
 
-constexpr int kInternalError = -32603;  // As JSON-RPC numbers it.
+constexpr int kInternalError = -32603;  // The code of JSON-RPC.
 
-// The clients whose tasks are being stopped, which live until those have. The platform's callback
-// owns none of them: dropped with an event loop that ends, it must not take a client and its Qt
-// objects along, since Qt holds a lock then. It holds a ticket; the clients of those that were
-// dropped go when the next one comes. What is left when the process ends just ends.
+// The clients whose tasks are being stopped; each lives until its task has stopped. The platform's
+// callback does not own the client: if an ending event loop destroys the callback, the client and
+// its Qt objects must not be destroyed with it, because Qt holds a lock then. So the callback owns
+// a ticket. A client whose ticket was destroyed is dropped when the next client is added. Clients
+// that are left at the end of the process are never destroyed.
 class StoppingClients {
  public:
   class Ticket {
@@ -46,7 +47,7 @@ class StoppingClients {
 
   std::shared_ptr<const Ticket> Add(const std::shared_ptr<RpcClientImpl>& client) {
     auto ticket = std::make_shared<const Ticket>(client->GetId());
-    std::list<std::shared_ptr<RpcClientImpl>> abandoned;  // Die after the lock.
+    std::list<std::shared_ptr<RpcClientImpl>> abandoned;  // Destroyed after the lock was released.
     const std::lock_guard lock(mutex_);
     for (auto entry = clients_.begin(); entry != clients_.end();) {
       const auto next = std::next(entry);
@@ -91,7 +92,7 @@ RpcClientImpl::RpcClientImpl(PrivateTag) : Object(forge::IDispatcher::CreateEmpt
 RpcClientImpl::~RpcClientImpl() {
   details::Fence("client destruction", [this] {
     Unregister();
-    TakeStopListener();  // Dropped unfired: nobody waits for the end of a destroyed client.
+    TakeStopListener();  // Dropped without a call: nobody waits for the end of a destroyed client.
     CleanupMessaging();
     CleanupTask();
     Release();
@@ -191,7 +192,8 @@ void RpcClientImpl::LaunchTask(const std::string& name, const std::string& libs_
 }
 
 void RpcClientImpl::AbandonStart() {
-  if (slots_) slots_->Forget();  // The caller learns of a failure and keeps its slots.
+  // The result tells the caller of the failure, and the caller keeps its slots.
+  if (slots_) slots_->Forget();
   slots_.reset();
   CleanupTask();
   state_ = kIdle;
@@ -205,7 +207,7 @@ void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
   if (!Move(kStarting, kRunning)) return;
   try {
     OpenChannel();
-  } catch (const std::exception& exception) {  // A task that nobody can talk to has failed.
+  } catch (const std::exception& exception) {  // A task without a channel counts as failed.
     DropChannel();
     if (!Move(kRunning, kStopped)) return;
     CleanupTask();
@@ -213,7 +215,7 @@ void RpcClientImpl::OnTaskStarted(const RuntimeManager::Error& error) {
   }
 }
 
-// The caller is told in any case, if need be with a text that is not its to keep.
+// The caller is told in any case. Without a chunk the text is borrowed until the callback returns.
 void RpcClientImpl::OnTaskFailed(const char* message) {
   const auto slots = slots_;
   const auto log = [message] { FORGE_LOG(kInfo) << "[ta-vo] on started call error: " << message; };
@@ -254,7 +256,7 @@ bool RpcClientImpl::SendMessage(std::string_view text) {
 }
 
 void RpcClientImpl::OnMessageReceived(const QJsonObject& message) {
-  const auto slots = slots_;  // They live for the length of the callback, whatever it does.
+  const auto slots = slots_;  // Keeps the slots alive until the callback returns.
   details::DeliverMessage(cache_, slots, message, [this] { return IsReachable(); });
 }
 
@@ -272,7 +274,7 @@ void RpcClientImpl::Release() {
       });
       details::Fence("stop callback", [&stopped] { stopped->OnStop(); });
     });
-  } catch (...) {  // Nobody will call back: the client ends here, and its task with it.
+  } catch (...) {  // There will be no callback, so the client and its task end here.
     StoppingClients::Get().Take(GetId());
     OnStop();
     throw;

@@ -1,11 +1,12 @@
-// The service's half of an RPC client: starts a task, carries texts to and from it, stops it.
+// The service's half of an RPC client: it starts a task, carries texts to and from it, and stops
+// it.
 //
 // States: idle -StartTask-> starting -started-> running -Release-> stopping -stopped-> stopped;
-//         starting -failed-> stopped. Transitions are compare-and-swap: whoever moves the state on
-//         does the work of the step, everybody else does nothing.
+//         starting -failed-> stopped. Transitions are compare-and-swap: the thread that makes a
+//         transition does the work of the step; all others do nothing.
 // Threads: the entries run on the caller's thread, the platform's callbacks on the event loop. The
-//          slots and the task are stored before the state says running, and read by other threads
-//          only after; the channel may be taken down by any thread and is loaded atomically.
+//          slots and the task are stored before the state becomes running, and other threads read
+//          them only afterwards. Any thread may take the channel down, so it is loaded atomically.
 #pragma once
 
 #include <atomic>
@@ -39,11 +40,11 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
   explicit RpcClientImpl(PrivateTag);
   ~RpcClientImpl() override;
 
-  // The listener is fired once, with the client's handle, when the client has stopped; never when
-  // it is destroyed before. Null (and an error line) on failure.
+  // The listener is called once, with the client's handle, when the client has stopped. It is not
+  // called when the client is destroyed before. Null (and an error line) on failure.
   static std::shared_ptr<RpcClientImpl> Create(const std::shared_ptr<StopListener>& stop_listener);
 
-  // The entries of the client table; their contract is the C header's.
+  // The entries of the client table. The C header has their contracts.
   static ForgeResult HandleStartTask(_TAVORpcClientRef* ref, const char* name,
                                      const char* libs_path, TAVORpcClientSlots* slots);
   static void RpcUnlockResourcesImpl(_TAVORpcClientRef* ref, unsigned int chunk_id);
@@ -55,7 +56,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
  private:
   enum State : uint32_t { kIdle = 0, kStarting = 1, kRunning = 2, kStopping = 3, kStopped = 4 };
 
-  bool IsReachable() const;  // Does the handle still lead here?
+  bool IsReachable() const;  // Returns whether the handle still resolves to this object.
   bool Move(State from, State to);
 
   ForgeResult StartTask(const std::string& name, const std::string& libs_path,
@@ -78,7 +79,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
 
   forge::ResourcesCache cache_;
   std::shared_ptr<RuntimeManager::Task> task_;
-  std::shared_ptr<details::MessageChannel> channel_;  // Only through the atomic free functions.
+  std::shared_ptr<details::MessageChannel> channel_;  // Accessed only by the atomic free functions.
   std::shared_ptr<RpcClientListener> slots_;
   std::atomic<uint32_t> state_{kIdle};
   std::shared_ptr<StopListener> stop_listener_;

@@ -1,4 +1,4 @@
-// The callbacks of whoever uses a task client.
+// The callbacks of the C caller that uses a task client.
 #pragma once
 
 #include <memory>
@@ -18,7 +18,7 @@ class RpcClientListener final
   RpcClientListener(const TAVORpcClientSlots* slots, PrivateTag)
       : SlotHolder(slots, "Release slot") {}
 
-  // Null slots: no callback is there.
+  // Null slots have no callbacks.
   static std::shared_ptr<RpcClientListener> Create(const TAVORpcClientSlots* slots) {
     return std::make_shared<RpcClientListener>(slots, PrivateTag{});
   }

@@ -84,7 +84,7 @@ void RpcServerImpl::OpenChannel() {
 }
 
 void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {
-  const auto slots = slots_;  // They live for the length of the callback, whatever it does.
+  const auto slots = slots_;  // Keeps the slots alive until the callback returns.
   details::DeliverMessage(cache_, slots, message, [this] { return IsReachable(); });
 }
 

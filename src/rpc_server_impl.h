@@ -1,8 +1,8 @@
-// The service's half of an RPC server: serves the socket that the application was started with.
+// The service's half of an RPC server: it serves the socket that the application was started with.
 //
-// Threads: Run on the event loop's thread, where messages arrive; the other entries on any. The
-//          channel is loaded atomically. The message handler holds the handle, not the server, and
-//          resolves it at each message: one that arrives late finds nothing.
+// Threads: the event loop's for Run, where messages arrive; any for the other entries. The channel
+//          is loaded atomically. The message handler holds the handle, not the server, and resolves
+//          it at each message: a late message finds nothing.
 #pragma once
 
 #include <memory>
@@ -31,7 +31,7 @@ class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRe
   // Null on failure.
   static std::shared_ptr<RpcServerImpl> Create();
 
-  // The entries of the server table; their contract is the C header's.
+  // The entries of the server table. The C header has their contracts.
   static void HandleRun(_TAVORpcServerRef* ref, TAVORpcServerSlots* slots);
   static void HandleUnlockResources(_TAVORpcServerRef* ref, unsigned int chunk_id);
   static ForgeResult HandleSendMessage(_TAVORpcServerRef* ref, const char* text);
@@ -39,14 +39,14 @@ class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRe
   static ForgeResult ProcTableLoad(TAVORpcServerProcTable* table, unsigned int size);
 
  private:
-  bool IsReachable() const;  // Does the handle still lead here?
+  bool IsReachable() const;  // Returns whether the handle still resolves to this object.
   void Run(const TAVORpcServerSlots* slots);
   void OpenChannel();
   void OnMessageReceived(const QJsonObject& message);
 
   forge::ResourcesCache cache_;
   std::shared_ptr<RpcServerListener> slots_;
-  std::shared_ptr<details::MessageChannel> channel_;  // Only through the atomic free functions.
+  std::shared_ptr<details::MessageChannel> channel_;  // Accessed only by the atomic free functions.
 };
 
 }  // namespace tavo

@@ -1,4 +1,4 @@
-// The callbacks of whoever serves the application's socket.
+// The callbacks of the C caller that serves the application's socket.
 #pragma once
 
 #include <memory>
@@ -18,7 +18,7 @@ class RpcServerListener final
   RpcServerListener(const TAVORpcServerSlots* slots, PrivateTag)
       : SlotHolder(slots, "Release slot") {}
 
-  // Null slots: no callback is there.
+  // Null slots have no callbacks.
   static std::shared_ptr<RpcServerListener> Create(const TAVORpcServerSlots* slots) {
     return std::make_shared<RpcServerListener>(slots, PrivateTag{});
   }

@@ -1,7 +1,8 @@
-// A caller's slots, copied as far as they are declared, and released once they were taken over.
+// A copy of a caller's slots, as far as they are declared. Slots that were taken over are released
+// once.
 //
-// Threads: the callbacks may run on several threads; Release and Forget may not run beside them.
-// Errors:  whatever a callback or the release function throws ends here as an error line.
+// Threads: callbacks may run on several threads; Release and Forget may not run at the same time.
+// Errors:  an exception of a callback or of the release function ends here as an error line.
 #pragma once
 
 #include "forge/proc_table.h"
@@ -13,7 +14,7 @@ namespace tavo::details {
 template <typename Slots, auto kRelease = &Slots::release>
 class SlotHolder {
  public:
-  // Null slots: no callback is there. `release_place` names the release function in an error line.
+  // Null slots have no callbacks. `release_place` names the release function in an error line.
   explicit SlotHolder(const Slots* slots, const char* release_place = "slot release")
       : owner_(forge::CopyCovered(slots)), release_place_(release_place) {}
   ~SlotHolder() { Release(); }
@@ -36,8 +37,8 @@ class SlotHolder {
   }
   void Forget() { owner_.Forget(); }
 
-  // Runs what hands the slots over to their new owner. If that fails they stay their caller's: they
-  // are never released.
+  // Calls `body`, which hands the slots over to their new owner. If it throws, the slots stay with
+  // the caller and are never released here.
   template <typename Body>
   void HandOver(Body&& body) {
     try {

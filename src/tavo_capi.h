@@ -8,37 +8,39 @@
  *
  * Sizes. Every structure starts with its size in bytes as the caller knows it. A loader clears the
  * declared bytes, stores the size (also when it is below 4) and fills a field only if the size
- * reaches the field's end; slots are read by the same rule. Test an entry for null before use:
- * the loaded library may be older. Structures grow only at the end.
+ * reaches the field's end. Slots are read by the same rule. Test an entry for null before use,
+ * because the loaded library may be older. Structures grow only at the end.
  *
- * Handles are opaque numbers, never addresses. An unknown, null or stale handle is never an error
- * of the process: the entry tells what it returns then.
+ * Handles are opaque numbers, never addresses. An unknown, null or stale handle does no harm: each
+ * entry tells what it returns then.
  *
  * Threads, as the tags name them:
- *   [any thread]       may be called from any thread.
- *   [event loop]       the thread whose Qt event loop runs. Callbacks arrive there, so the entries
- *                      that set them up are called there too. A host without Qt needs such a loop
- *                      from somewhere (on a desk: desk/runtime_manager/event_loop.h).
- *   [platform thread]  the same thread: clients that have stopped leave the manager there, so
- *                      nothing else that changes the manager may run beside it.
+ *   [any thread]       The entry may be called from any thread.
+ *   [event loop]       The thread whose Qt event loop runs. Callbacks arrive there, so the entries
+ *                      that set them up are called there too. A host without Qt must run such a
+ *                      loop (on a desk: desk/runtime_manager/event_loop.h).
+ *   [platform thread]  The same thread: clients that have stopped leave the manager there, so
+ *                      no other call that changes the manager may run at the same time.
  * Callbacks are called on the event loop, or, where an entry says so, within that entry, on its
- * thread. Any entry may be called from within a callback. A client that another thread releases
- * just as it starts may be told of the disconnect before the start. An entry that runs on another
- * thread meanwhile keeps what is released until it returns: then the last callbacks come there.
- * User data is needed until its Release slot was called.
+ * thread. Any entry may be called from within a callback. If another thread releases a client just
+ * as it starts, its OnDisconnect may be called before its OnStarted. If an object is released while
+ * another thread is in one of its entries, the object lives until that entry returns, and its last
+ * callbacks are called on that thread. User data must be valid until its Release slot was called.
  *
  * Ownership. Arguments are borrowed until the entry returns. Texts handed to callbacks are NUL-
- * terminated UTF-8, borrowed until their chunk id is given back through UnlockResources, or, with
- * chunk id 0, until the callback returns. A chunk that can no longer be given back (the handle was
- * released, or the slots hold no such callback) is freed right after the callback.
+ * terminated UTF-8. They are borrowed until their chunk id is given back through UnlockResources,
+ * or, with chunk id 0, until the callback returns. A chunk that cannot be given back any more (the
+ * handle was released, or the slots hold no such callback) is freed right after the callback.
  *
- * A process that ends with living clients and servers is told of it like at the manager's Release,
- * after main: user data must outlive it. Only a stop that is still pending then is not waited for.
+ * When a process ends with living clients and servers, they are dropped after main as by the
+ * manager's Release: their last slots are called then, so user data must live that long. A stop
+ * that is still pending at that time is not waited for.
  *
- * Errors. Entries return a FORGE_RESULT_ value or a null handle and write a line to the log. No
- * C++ exception leaves an entry or a callback, but for one: a null text given to StartTask, or to
+ * Errors. Entries return a FORGE_RESULT_ value or a null handle and write a line to the log. A C++
+ * exception leaves an entry in one case only: a null text that is given to StartTask, or to
  * SendMessage of a running server, throws std::logic_error. A C++ caller may catch it; a C caller
- * built without unwind tables (the default on ARM) is terminated. */
+ * built without unwind tables (the default on ARM) is terminated. Exceptions of the caller's
+ * callbacks end in the library as an error line. */
 #ifndef TAVO_TAVO_CAPI_H_
 #define TAVO_TAVO_CAPI_H_
 
@@ -63,44 +65,49 @@ typedef struct _TAVORpcServerRef _TAVORpcServerRef;
 
 /* ---- Slots: callbacks that the caller gives ------------------------------------------------- */
 
-/* Given to StartTask. Every callback may be null. */
+/* Given to StartTask. Every callback may be null. The structure is copied; `user_data` stays in use
+ * until Release was called. */
 typedef struct TAVORpcClientSlots {
   uint32_t size;
 
-  /* The task has started (code 0, empty text) or could not be (code -32603, the cause). */
+  /* The task has started (code 0, empty text) or could not be started (code -32603, with the cause
+   * as the text). Called once; a client that is dropped before, or released just as it starts, may
+   * miss it. */
   void (*OnStarted)(void* user_data, int code, const char* text, unsigned int chunk_id);
 
-  /* The channel was taken down; code 0, empty text, chunk 0. Comes at Release and again when the
-   * client is destroyed, also after a failed start: tolerate repeats. [within Release, too] */
+  /* The channel was taken down; code 0, empty text, chunk 0. It is called at Release and again when
+   * the client is destroyed, also after a failed start, so the callback must tolerate repeats.
+   * [within Release, too] */
   void (*OnDisconnect)(void* user_data, int code, const char* text, unsigned int chunk_id);
 
-  /* A message of the task. */
+  /* A message of the task has arrived. */
   void (*OnMessage)(void* user_data, const char* text, unsigned int chunk_id);
 
-  /* The last call: user_data is not used any more. Called once, when the client is destroyed. */
+  /* The last call: user_data is not used afterwards. Called once, when the client is destroyed. */
   void (*Release)(void* user_data);
 
   void* user_data;
 } TAVORpcClientSlots;
 
-/* Given to Run. Every callback may be null. */
+/* Given to Run. Every callback may be null. The structure is copied; `user_data` stays in use until
+ * Release was called. */
 typedef struct TAVORpcServerSlots {
   uint32_t size;
 
   /* The channel is open; code 0, empty text, chunk 0. [within Run] */
   void (*OnStarted)(void* user_data, int code, const char* text, unsigned int chunk_id);
 
-  /* A message of an application that started this one. */
+  /* A message of the application that started this one has arrived. */
   void (*OnMessage)(void* user_data, const char* text, unsigned int chunk_id);
 
-  /* The last call: user_data is not used any more. Called once, when the server is destroyed. */
+  /* The last call: user_data is not used afterwards. Called once, when the server is destroyed. */
   void (*Release)(void* user_data);
 
   void* user_data;
 } TAVORpcServerSlots;
 
-/* Given to OpenUri; one-shot: callback once with the outcome, then release once. A request that
- * still waits at the manager's Release is only released. */
+/* Given to OpenUri. One-shot: `callback` is called once with the outcome, then `release` once. A
+ * request that still waits at the manager's Release is released without a callback. */
 typedef struct TAVOOpenUriSlot {
   uint32_t size;
   void (*callback)(void* user_data, bool success);
@@ -109,22 +116,25 @@ typedef struct TAVOOpenUriSlot {
 } TAVOOpenUriSlot;
 
 /* Made by the library for one invocation of a registered intent. The structure lives only during
- * the callback; its fields stay usable until `release`, which must be called exactly once (a
- * callback that throws has released it). */
+ * the callback. Its fields stay usable until `release`, which must be called exactly once; after a
+ * callback that throws, the library has released it. */
 typedef struct TAVOReplyIntentSlot {
   uint32_t size;
 
-  /* Answers with one value in the standard codec's encoding (docs/wire-format.md), a map whose keys
-   * are texts; anything else is an error line, and the empty object as the answer. Each call
-   * sends an answer, of which a platform may take the first alone. Null context, or one that was
-   * released: nothing. [any thread] */
+  /* Answers with one value in the standard codec's encoding (docs/wire-format.md). The value must
+   * be a map whose keys are texts; any other value is an error line and an answer with the empty
+   * object. Each call sends an answer; a platform may use only the first one. A null context and a
+   * released one are ignored. [any thread] */
   void (*reply)(void* context, const uint8_t* data, unsigned int length);
 
-  void (*release)(void* context); /* Null, or released before: nothing. [any thread] */
-  void* context;                  /* A number, never an address. */
+  /* Ends the invocation. A null context and a released one are ignored. [any thread] */
+  void (*release)(void* context);
+
+  void* context; /* A number, never an address. */
 } TAVOReplyIntentSlot;
 
-/* Given to RegisterIntent; the callback is called at each invocation of the intent. */
+/* Given to RegisterIntent. `callback` is called at each invocation of the intent, `release` once,
+ * after the last one. */
 typedef struct TAVORegisterIntentSlot {
   uint32_t size;
   void (*callback)(void* user_data, TAVOReplyIntentSlot* reply);
@@ -137,15 +147,18 @@ typedef struct TAVORegisterIntentSlot {
 typedef struct TAVOIntentManagerProcTable {
   uint32_t size;
 
-  /* Asks the platform to open a URI. Requests are sent one at a time, in their order. 0: queued,
-   * and the slot was taken over, which no other result does. 2: a null argument. 3: unknown handle.
+  /* Asks the platform to open a URI. Requests are sent one at a time, in their order. The callback
+   * comes on the event loop. If the platform answers or fails at once, it comes on the thread that
+   * has sent the request, within its OpenUri. 0: queued, and the library has taken the slot over;
+   * with any other result the slot stays with the caller. 2: a null argument. 3: unknown handle.
    * [any thread] */
   ForgeResult (*OpenUri)(_TAVOIntentManagerRef* manager, const char* uri, TAVOOpenUriSlot* slot);
 
-  /* Offers an intent to other applications, for good. 0: registered, and the slot was taken over,
-   * which no other result does; it is released when the platform drops it, as it does at once if
-   * it cannot offer the intent, or when another of this process takes the name. 2: a null
-   * argument. 3: unknown handle. [event loop] */
+  /* Offers an intent to other applications for the life of the process. 0: registered, and the
+   * library has taken the slot over; with any other result the slot stays with the caller. A slot
+   * that was taken over is released when the platform drops it: at once if the platform cannot
+   * offer the intent, or when this process registers the same name again. 2: a null argument. 3:
+   * unknown handle. [event loop] */
   ForgeResult (*RegisterIntent)(_TAVOIntentManagerRef* manager, const char* name,
                                 TAVORegisterIntentSlot* slot);
 } TAVOIntentManagerProcTable;
@@ -153,39 +166,41 @@ typedef struct TAVOIntentManagerProcTable {
 typedef struct TAVORpcClientProcTable {
   uint32_t size;
 
-  /* Starts the application `name` with the arguments "--libs-path" and `libs_path`; the outcome
-   * comes to OnStarted, never within this call. 0: accepted, the slots were copied. 2: an empty
-   * text, or an unknown handle. 3: this client was started before. A null text throws
-   * std::logic_error. [event loop] [one-shot] */
+  /* Starts the application `name` with the arguments "--libs-path" and `libs_path`. OnStarted tells
+   * the outcome, never within this call. 0: accepted, and the slots were copied. 2: an empty text,
+   * or an unknown handle. 3: this client was started before, or the platform threw; the caller
+   * keeps the slots then. A null text throws std::logic_error. [event loop] [one-shot] */
   ForgeResult (*StartTask)(_TAVORpcClientRef* client, const char* name, const char* libs_path,
                            TAVORpcClientSlots* slots);
 
-  /* Gives a chunk back, which frees its texts. 0 and an unknown handle are ignored.
-   * [any thread] */
+  /* Gives a chunk back, which frees its texts. The chunk id 0 and an unknown handle are ignored; an
+   * unknown chunk id is an error line. [any thread] */
   void (*UnlockResources)(_TAVORpcClientRef* client, unsigned int chunk_id);
 
-  /* Sends a text to the task. 0: handed to the channel. 3: unknown handle, null text, or no
-   * channel is open. [any thread] */
+  /* Sends a text to the task. 0: handed to the channel. 3: unknown handle, null text, or no channel
+   * is open. [any thread] */
   ForgeResult (*SendMessage)(_TAVORpcClientRef* client, const char* message);
 
-  /* Makes the handle unknown at once and, if the task runs, stops it; the client is destroyed when
-   * it has stopped. A client that is idle, starting or failed stays, with its slots, until the
-   * manager's Release. [any thread] [one-shot] */
+  /* Makes the handle unknown at once. If the task runs, it is stopped, and the client is destroyed
+   * when the task has stopped. A client that is idle, starting or failed stays, with its slots,
+   * until the manager's Release. [any thread] [one-shot] */
   void (*Release)(_TAVORpcClientRef* client);
 } TAVORpcClientProcTable;
 
-/* No Release: the server lives as long as the manager holds it. */
+/* There is no Release: the server lives as long as the manager holds it. */
 typedef struct TAVORpcServerProcTable {
   uint32_t size;
 
-  /* Serves the socket that this application was started with. The first call wins; a later one
-   * does nothing, and its slots' Release is never called. [event loop] */
+  /* Serves the socket that this application was started with. Only the first successful call
+   * counts: a later one does nothing, and its slots' Release is never called. After a failure,
+   * which is an error line, the caller keeps the slots and may try again. [event loop] */
   void (*Run)(_TAVORpcServerRef* server, TAVORpcServerSlots* slots);
 
-  /* Gives a chunk back, which frees its texts. An unknown handle is ignored. [any thread] */
+  /* Gives a chunk back, which frees its texts. An unknown handle is ignored; an unknown chunk id,
+   * also 0, is an error line. [any thread] */
   void (*UnlockResources)(_TAVORpcServerRef* server, unsigned int chunk_id);
 
-  /* Sends a text to whoever started this application. 0: handed to the channel. 3: unknown
+  /* Sends a text to the application that started this one. 0: handed to the channel. 3: unknown
    * handle, or no channel yet. A null text throws std::logic_error. [any thread] */
   ForgeResult (*SendMessage)(_TAVORpcServerRef* server, const char* message);
 } TAVORpcServerProcTable;
@@ -193,34 +208,35 @@ typedef struct TAVORpcServerProcTable {
 typedef struct TAVOProcTable {
   uint32_t size;
 
-  /* The process's one manager; the same handle at each call. Null: it could not be created, and
-   * never will be. [platform thread] */
+  /* Returns the only manager of the process; each call returns the same handle. Null: it could not
+   * be created, and no later call will succeed. [platform thread] */
   _TAVOManagerRef* (*Initialize)(void);
 
   /* Drops the clients in the order of their creation, then the server, then the intent service.
-   * Their OnDisconnect and Release slots are called before this returns. When this is called from
+   * Their last slots (OnDisconnect, Release) are called before this returns. If this is called from
    * one of their callbacks, the object of that callback lives until the callback returns, and its
-   * slots are called then. The manager stays usable and makes new ones. [platform thread] */
+   * last slots are called then. The manager stays usable and makes new objects. An unknown handle
+   * is ignored. [platform thread] */
   void (*Release)(_TAVOManagerRef* manager);
 
-  /* The intent service, the same handle until Release; null: unknown handle, or it could not be
-   * created. [platform thread] [event loop] */
+  /* Returns the intent service; the handle stays the same until Release. Null: unknown handle, or
+   * the service could not be created. [platform thread] [event loop] */
   _TAVOIntentManagerRef* (*GetIntentManager)(_TAVOManagerRef* manager);
   ForgeResult (*IntentManagerProcTableLoad)(TAVOIntentManagerProcTable* table, unsigned int size);
 
-  /* A new client at each call; null: unknown handle, or it could not be created.
+  /* Returns a new client at each call. Null: unknown handle, or it could not be created.
    * [platform thread] */
   _TAVORpcClientRef* (*CreateRpcClient)(_TAVOManagerRef* manager);
   ForgeResult (*RpcClientProcTableLoad)(TAVORpcClientProcTable* table, unsigned int size);
 
-  /* The server, the same handle until Release; null, silently: unknown handle.
-   * [platform thread] */
+  /* Returns the server; the handle stays the same until Release. Null, without a line: unknown
+   * handle, or it could not be created. [platform thread] */
   _TAVORpcServerRef* (*GetRpcServer)(_TAVOManagerRef* manager);
   ForgeResult (*RpcServerProcTableLoad)(TAVORpcServerProcTable* table, unsigned int size);
 } TAVOProcTable;
 
-/* Fills the top table. 0, or 2 (and a log line) when `table` is null. The other tables' loaders
- * are alike. [any thread] */
+/* Fills the top table. 0: filled. 2, and a log line: `table` is null. The other tables' loaders
+ * have the same contract. [any thread] */
 ForgeResult TAVOProcTableLoad(TAVOProcTable* table, uint32_t size);
 
 #pragma GCC visibility pop

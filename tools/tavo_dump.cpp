@@ -1,5 +1,5 @@
-// tavo-dump: prints RPC messages, given as Base64 texts, as {"data": ...} lines or as the desk
-// records them, as trees.
+// tavo-dump: prints RPC messages as trees. It reads them as Base64 texts, as {"data": ...} lines,
+// or as the desk records them.
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -75,7 +75,7 @@ EncodableValue ValueOf(const std::string& text) {
   return EncodableValue::Deserialize(bytes);
 }
 
-// The message that the value is, if it is one.
+// Returns the value as a message, if it is one.
 std::optional<Message> MessageOf(const EncodableValue& value) {
   auto message = Message::FromEncodable(value);
   const bool is_failure = message.IsError() && message.ToEncodable() != value;
@@ -112,7 +112,7 @@ Json ToJson(const Message& message) {
   return {{"kind", "error"}, {"error", ErrorToJson(*message.GetError())}};
 }
 
-// For a line of text: without the quotes.
+// The text for a line, without the quotes.
 std::string Escaped(const std::string& text) {
   const std::string quoted = tools::Quote(text);
   return quoted.substr(1, quoted.size() - 2);
@@ -120,7 +120,7 @@ std::string Escaped(const std::string& text) {
 
 void PrintLine(const Json& json) { std::cout << desk::ToText(json) << '\n'; }
 
-// `origin` is an object: what is known of the frame that brought the value.
+// `origin` is an object that describes the frame of the value.
 void Print(const EncodableValue& value, Json origin, bool as_json) {
   const auto message = MessageOf(value);
   if (as_json) {
@@ -243,7 +243,7 @@ int main(int argc, char** argv) {
   if (*file_option) {
     std::ifstream file(name);
     if (file) dump.TakeLines(file);
-    if (!file.is_open() || file.bad()) {  // A directory can be opened, but not read.
+    if (!file.is_open() || file.bad()) {  // A directory can be opened but not read.
       const int cause = errno;
       dump.Finish();
       std::cerr << "tavo-dump: " << name << ": " << std::strerror(cause) << '\n';

@@ -11,7 +11,7 @@ using cw::EncodableMap;
 using cw::EncodableValue;
 using flrpc::Message;
 
-constexpr size_t kMostElements = 32;  // Of a typed list on one line.
+constexpr size_t kMostElements = 32;  // The most elements of a typed list on one line.
 
 std::string Format(const char* format, double number) {
   char text[40];
@@ -37,7 +37,7 @@ const char* NameOf() {
   if constexpr (std::is_same_v<T, float>) return "float32 list";
 }
 
-// The length of the well-formed UTF-8 sequence that begins there; 0: none does.
+// Returns the length of the well-formed UTF-8 sequence that begins there, or 0.
 size_t SequenceLength(const std::string& text, size_t at) {
   const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
   const uint8_t first = byte(at);
@@ -54,12 +54,12 @@ size_t SequenceLength(const std::string& text, size_t at) {
 
 class Printer {
  public:
-  // The value's first line goes where the text stands; what it holds, indented below.
+  // The value's first line continues the present line; its content follows, indented, below.
   void Print(const EncodableValue& value, size_t indent) {
     value.Visit([this, indent](const auto& held) { PrintHeld(held, indent); });
   }
 
-  // A new line.
+  // Begins a new line.
   std::string& Line(size_t indent) {
     if (!text_.empty()) text_ += '\n';
     return text_.append(indent, ' ');

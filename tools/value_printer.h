@@ -1,4 +1,4 @@
-// Values and messages as text for people: one line a value, with its type, nested ones indented.
+// Values and messages as text for people: one line for each value, with its type and indentation.
 //
 //   request "id537_1" "camera.open"
 //     params: map (2)
@@ -15,11 +15,11 @@
 
 namespace tools {
 
-// Lines without a newline at the end. Long typed lists are cut, and say so.
+// Lines without a newline at the end. Long typed lists are cut, which the text shows.
 std::string Describe(const cw::EncodableValue& value);
 std::string Describe(const flrpc::Message& message);
 
-// In quotes, control characters and bytes that are no UTF-8 escaped.
+// The text in quotes; control characters and bytes that are no UTF-8 are escaped.
 std::string Quote(const std::string& text);
 
 }  // namespace tools

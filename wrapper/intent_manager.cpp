@@ -23,7 +23,7 @@ void IntentManager::OpenUri(const std::string& uri, std::function<void(bool)>&& 
         if (callback) callback(success);
       });
   const ForgeResult result = table_->Get().OpenUri(intents_, uri.c_str(), &slot);
-  if (result != FORGE_RESULT_OK) slot.release(slot.user_data);  // It was not taken over.
+  if (result != FORGE_RESULT_OK) slot.release(slot.user_data);  // The slot was refused.
 }
 
 }  // namespace tavo

@@ -43,7 +43,7 @@ std::unique_ptr<ManagerWrapper> ManagerWrapper::Create(
   return std::make_unique<ManagerWrapper>(dispatcher, std::move(table), manager, PrivateTag{});
 }
 
-// Here the table is bound before the service is called, below it is the other way round: kept so.
+// Binds the table before it calls the service, unlike the two below; the order is kept on purpose.
 std::unique_ptr<IntentManager> ManagerWrapper::GetIntentManager() {
   const TAVOProcTable& top = table_->Get();
   if (!FORGE_COVERED_OR_LOG(top, IntentManagerProcTableLoad)) return nullptr;

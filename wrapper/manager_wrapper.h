@@ -1,5 +1,5 @@
-// A plug-in's entry into the system: it loads libtavo.so from the application's library directory
-// and makes what the plug-in holds.
+// A plug-in's entry to the service: it loads libtavo.so from the application's library directory
+// and makes the objects that the plug-in works with.
 //
 //   const auto manager = tavo::ManagerWrapper::Create(registrar);
 //   const auto client = manager ? manager->CreateIpcClient("digest") : nullptr;
@@ -7,13 +7,13 @@
 //   client->OnConnected([](const auto& error) { ... });
 //   client->Run();
 //
-// What it makes may outlive it: the library stays loaded. But its end ends the service for the
-// whole process, whoever else uses it: clients are told of the disconnect, and their calls do
-// nothing from then on.
-//
-// Threads: the event loop's; clients and servers may be used on any (flrpc/client.h).
-// Errors:  null, with an error line that says why; without one only for a null registrar, one that
-//          has no application, and what the service has reported by itself.
+// Threads:   the event loop's thread; clients and servers may be used on any (flrpc/client.h).
+// Ownership: the objects that it makes may outlive it, because they keep the library loaded. But
+//            its destructor releases the service for the whole process, for all its users: clients
+//            are told of the disconnect, and their calls do nothing from then on.
+// Errors:    null, with an error line that tells the reason. There is no line of its own for a null
+//            registrar, for a registrar without an application, and for a failure that the service
+//            has reported by itself.
 #pragma once
 
 #include <filesystem>
@@ -34,35 +34,45 @@ class PluginRegistrar;
 
 namespace tavo {
 
+// The service of the process. There should be one of these at a time.
 class FORGE_EXPORT ManagerWrapper {
   struct PrivateTag {
     explicit PrivateTag() = default;
   };
 
  public:
+  // For Create; neither the table nor the manager may be null.
   ManagerWrapper(std::shared_ptr<forge::IDispatcher> dispatcher,
                  std::unique_ptr<forge::LibraryApi<TAVOProcTable>> table, _TAVOManagerRef* manager,
                  PrivateTag);
+
+  // Releases the service.
   ~ManagerWrapper();
   ManagerWrapper(const ManagerWrapper&) = delete;
   ManagerWrapper& operator=(const ManagerWrapper&) = delete;
 
-  // With the registrar's application as the dispatcher, and the library of its directory.
+  // Loads libtavo.so from the registrar's library directory. The registrar's application is the
+  // dispatcher.
   static std::unique_ptr<ManagerWrapper> Create(cw::PluginRegistrar* registrar);
 
-  // Loads libtavo.so from the directory. The dispatcher is kept for what is made here; nothing is
-  // called through it so far.
+  // Loads libtavo.so from this directory. The dispatcher (null: none) is kept for the objects that
+  // are made here; nothing is called through it so far.
   static std::unique_ptr<ManagerWrapper> Create(
       const std::shared_ptr<forge::IDispatcher>& dispatcher,
       const std::filesystem::path& directory);
 
+  // Returns a new object over the service's intents. Null when the library or the service does not
+  // provide them.
   std::unique_ptr<IntentManager> GetIntentManager();
 
-  // Starts the application of that name as a task, and talks to it. The task ends with the client.
-  // (Where it gives null after the service has made a client, that one stays idle until this ends.)
+  // Starts the application `name` as a task and returns the client that talks to it. The task ends
+  // with the client. A task that cannot be started is told by OnConnected, or only by an error line
+  // if the service refuses it. Null when the library does not provide clients; a client that the
+  // service has made by then stays idle until this object is destroyed.
   std::shared_ptr<flrpc::IClient> CreateIpcClient(const std::string& name) const;
 
-  // Answers whoever started this application as a task. Serve once, with one server.
+  // Returns the server that answers the application that has started this one as a task. Only one
+  // server of a process should run. Null when the library does not provide servers.
   std::shared_ptr<flrpc::IServer> CreateRpcServer() const;
 
  private:

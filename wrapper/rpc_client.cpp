@@ -22,12 +22,12 @@ void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* 
           Message&& message) {
   const auto table = weak_table.lock();
   if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
-  // The message ends before its text goes on: a large payload is not held twice.
+  // The message is destroyed before its text is sent: a large payload is not held twice.
   const std::string text = Message(std::move(message)).ToBase64();
   if (!text.empty()) table->Get().SendMessage(client, text.c_str());
 }
 
-// None for code 0.
+// Code 0 is no error.
 std::optional<Message::Error> ErrorOf(int code, const char* text) {
   if (code == 0) return std::nullopt;
   return Message::Error(code, text ? text : "");
@@ -68,7 +68,7 @@ std::shared_ptr<flrpc::IClient> RpcClient::Create(
   return object;
 }
 
-// Unlike the other two this gives back only what is there, and tests nothing: kept so.
+// Unlike the other two, this gives back only a chunk that is not 0, without a test of the entry.
 void RpcClient::HandleOnStarted(void* context, int code, const char* text, unsigned int chunk_id) {
   const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
   if (!self) return;
@@ -79,7 +79,7 @@ void RpcClient::HandleOnStarted(void* context, int code, const char* text, unsig
     if (error) self->inner_->NotifyDisconnected(error);
     is_told = true;
   });
-  if (code != 0 && !is_told) error.emplace(code, "");  // No memory for the text.
+  if (code != 0 && !is_told) error.emplace(code, "");  // There is no memory for the text.
   if (chunk_id != 0) self->table_->Get().UnlockResources(self->client_, chunk_id);
   forge::Fence("OnStarted", [&] { self->inner_->NotifyStarted(std::move(error)); });
 }

@@ -1,12 +1,12 @@
 // A client of a task: the protocol's client over the service's client table.
 //
-// The service knows it by its handle, so what comes after its end finds nothing. It holds the
-// service's client, which is released with it, and the task ends then.
+// The service knows this object by its handle, so callbacks after its destruction find nothing. The
+// object owns the service's client: its destructor releases that client, and the task ends.
 //
-// Threads: those of flrpc/client.h. The table's callbacks come on the event loop and are processed
+// Threads: those of flrpc/client.h. The table's callbacks come on the event loop and are handled
 //          there at once; the dispatcher is only kept.
-// Errors:  what a user's callback throws ends at the table's callbacks as an error line; the chunk
-//          of the text is given back all the same.
+// Errors:  an exception of a user's callback ends in the table's callback as an error line. The
+//          chunk of the text is given back all the same.
 #pragma once
 
 #include <memory>
@@ -36,8 +36,8 @@ class RpcClient final : public forge::Object<RpcClient, _RpcClientWrapperRef*>,
             _TAVORpcClientRef* client, PrivateTag);
   ~RpcClient() override;
 
-  // Starts the task `name`. Null without a table or a reference, and, with an error line, when the
-  // table lacks an entry.
+  // Starts the task `name`. Null when the table or the client is null, and, with an error line,
+  // when the table lacks an entry.
   static std::shared_ptr<flrpc::IClient> Create(
       const std::shared_ptr<forge::IDispatcher>& dispatcher, const std::string& name,
       const std::shared_ptr<Table>& table, _TAVORpcClientRef* client);
@@ -69,7 +69,7 @@ class RpcClient final : public forge::Object<RpcClient, _RpcClientWrapperRef*>,
 
   void Unlock(unsigned int chunk_id) const;
 
-  // In the order of their end, last to first.
+  // The members are destroyed from the last to the first.
   const std::shared_ptr<Table> table_;
   _TAVORpcClientRef* const client_;
   const std::shared_ptr<flrpc::IOwnedClient> inner_;

@@ -27,7 +27,7 @@ RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
           [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
             const auto living = weak_table.lock();
             if (!living) return;
-            // The message ends before its text goes on: a large payload is not held twice.
+            // The message is destroyed before its text is sent: a large payload is not held twice.
             const std::string text = Message(std::move(message)).ToBase64();
             if (!text.empty()) living->Get().SendMessage(server, text.c_str());
           })) {}
@@ -40,7 +40,8 @@ std::shared_ptr<flrpc::IServer> RpcServer::Create(
 }
 
 void RpcServer::Run() {
-  if (weak_from_this().expired()) return;  // A captured object may call while this is destroyed.
+  // A captured object may call this during the destruction.
+  if (weak_from_this().expired()) return;
   TAVORpcServerSlots slots{};
   slots.size = sizeof(slots);
   slots.OnStarted = HandleOnStarted;
@@ -49,7 +50,7 @@ void RpcServer::Run() {
   table_->Get().Run(server_, &slots);
 }
 
-// Whatever the code, the server runs; an error is not told here: kept so.
+// The server runs whatever the code is; the service reports no error here.
 void RpcServer::HandleOnStarted(void* context, int, const char*, unsigned int chunk_id) {
   const auto self = FromRef(static_cast<_RpcServerWrapperRef*>(context));
   if (!self) return;

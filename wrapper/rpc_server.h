@@ -1,12 +1,12 @@
 // A server inside a task: the protocol's server over the service's server table.
 //
-// The service knows it by its handle, so what comes after its end finds nothing; its end calls
-// nothing in the service.
+// The service knows this object by its handle, so callbacks after its destruction find nothing. The
+// destructor calls nothing in the service.
 //
-// Threads: those of flrpc/server.h. The table's callbacks come on the event loop and are processed
+// Threads: those of flrpc/server.h. The table's callbacks come on the event loop and are handled
 //          there at once; the dispatcher is only kept.
-// Errors:  what a user's handler throws ends at the table's callbacks as an error line; the chunk
-//          of the text is given back all the same.
+// Errors:  an exception of a user's handler ends in the table's callback as an error line. The
+//          chunk of the text is given back all the same.
 #pragma once
 
 #include <memory>
@@ -35,7 +35,8 @@ class RpcServer final : public forge::Object<RpcServer, _RpcServerWrapperRef*>,
   RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher, std::shared_ptr<Table> table,
             _TAVORpcServerRef* server, PrivateTag);
 
-  // Null without a table or a reference, and, with an error line, when the table lacks an entry.
+  // Null when the table or the server is null, and, with an error line, when the table lacks an
+  // entry.
   static std::shared_ptr<flrpc::IServer> Create(
       const std::shared_ptr<forge::IDispatcher>& dispatcher, const std::shared_ptr<Table>& table,
       _TAVORpcServerRef* server);
@@ -60,7 +61,7 @@ class RpcServer final : public forge::Object<RpcServer, _RpcServerWrapperRef*>,
 
   void UnlockIfAny(unsigned int chunk_id) const;
 
-  // In the order of their end, last to first.
+  // The members are destroyed from the last to the first.
   const std::shared_ptr<Table> table_;
   _TAVORpcServerRef* const server_;
   const std::shared_ptr<flrpc::IOwnedServer> inner_;

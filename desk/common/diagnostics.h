@@ -1,6 +1,6 @@
-// What the desk tells a person: one line on standard error for each event.
+// The desk's messages for people: one line on standard error for each event.
 //
-// Threads: any. errno stays as it is, so that a caller may still look at it.
+// Threads: any. errno does not change, so a caller may still look at it.
 #pragma once
 
 #include <cerrno>
@@ -9,10 +9,10 @@
 
 namespace desk {
 
-// Writes "SOURCE: TEXT". The line is lost where nobody reads standard error; no signal comes.
+// Writes "SOURCE: TEXT". If nobody reads standard error, the line is lost and no signal is raised.
 void ReportError(const QString& text, const char* source = "tavo-desk");
 
-// The text of an errno, by default the current one.
+// Returns the text of an errno, by default the current one.
 QString ErrnoText(int error = errno);
 
 }  // namespace desk

@@ -11,14 +11,15 @@
 namespace desk {
 namespace {
 
-// While it lives, a write of this thread ends nothing. Both signals come to the thread that writes.
+// Blocks both signals for this thread, so a write cannot end the process. They are raised for the
+// thread that writes.
 class SignalGuard {
  public:
   SignalGuard() {
     sigemptyset(&signals_);
     sigset_t pending;
     sigpending(&pending);
-    for (const int number : {SIGPIPE, SIGXFSZ}) {  // What waits already is the host's.
+    for (const int number : {SIGPIPE, SIGXFSZ}) {  // A pending signal is the host's.
       if (!sigismember(&pending, number)) sigaddset(&signals_, number);
     }
     pthread_sigmask(SIG_BLOCK, &signals_, &before_);
@@ -27,7 +28,7 @@ class SignalGuard {
   SignalGuard(const SignalGuard&) = delete;
   SignalGuard& operator=(const SignalGuard&) = delete;
 
-  // After a write that failed: the signal that came with it.
+  // Consumes the signal of a write that has failed.
   void Swallow() const {
     const timespec now{};
     while (sigtimedwait(&signals_, nullptr, &now) < 0 && errno == EINTR) {

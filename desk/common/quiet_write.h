@@ -1,5 +1,6 @@
-// Writing where a signal would end the process: a reader that is gone (SIGPIPE), the file-size
-// limit (SIGXFSZ). The signals' dispositions are the host's and stay as they are.
+// Writing without the signals that would end the process: for a reader that is gone (SIGPIPE) and
+// for the file-size limit (SIGXFSZ). The signals' dispositions belong to the host and do not
+// change.
 //
 // Threads: any. Errors: an errno.
 #pragma once
@@ -8,9 +9,9 @@
 
 namespace desk {
 
-// Writes all, and puts into `written` how much that was. 0, or the errno of what failed: EPIPE and
-// EFBIG are those of the signals. A descriptor that does not block is waited for as long as its
-// reader reads on within `patience_ms`; EAGAIN tells that it does not.
+// Writes all bytes, and stores in `written` how many were written. Returns 0, or the errno of the
+// failure; EPIPE and EFBIG stand for the two signals. A descriptor that does not block is waited
+// for as long as its reader reads something within `patience_ms`; otherwise the result is EAGAIN.
 int WriteQuietly(int descriptor, const char* data, size_t size, int patience_ms, size_t* written);
 
 }  // namespace desk

@@ -6,8 +6,8 @@
 
 namespace desk {
 
-// Opens those that the program was started without: the next file that is opened would become one
-// of them otherwise, and output would go there. Call it first in main.
+// Opens the descriptors that the program was started without. Otherwise the next file that is
+// opened would become one of them, and output would go there. To be called first in main.
 inline void OpenStandardDescriptors() {
   for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
     if (fcntl(number, F_GETFD) == -1) open("/dev/null", O_RDWR);  // The lowest that is free.

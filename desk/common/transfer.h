@@ -1,4 +1,4 @@
-// Reading and writing where calls are interrupted, move less than asked, or find no memory.
+// Reading and writing with calls that may be interrupted, move a part only, or find no memory.
 //
 // Async-signal-safe: used in forked processes, too.
 #pragma once
@@ -12,14 +12,14 @@
 
 namespace desk {
 
-// What failed with that errno may succeed the next time.
+// Returns whether a call that failed with this errno may succeed the next time.
 inline bool IsTransient(int error) {
   return error == EINTR || error == EAGAIN || error == ENOBUFS || error == ENOMEM;
 }
 
-// A new descriptor where standard output and the others belong, if the process runs without them,
-// would be written to by whoever prints. It is moved up, close-on-exec; -1, with errno, when that
-// fails.
+// Moves a new descriptor above the standard ones. A process that runs without a standard descriptor
+// would otherwise write its output to the new one. The result is close-on-exec; -1, with errno, on
+// failure.
 inline int AboveStandard(int descriptor) {
   if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
   const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
@@ -29,8 +29,8 @@ inline int AboveStandard(int descriptor) {
   return moved;
 }
 
-// Calls `move(done, left)` until all is moved, or nothing more can be. For blocking descriptors:
-// elsewhere it would spin. Returns what was moved.
+// Calls `move(done, left)` until everything is moved or nothing more can be, and returns what was
+// moved. Only for blocking descriptors: with others it would spin.
 template <typename Move>
 size_t MoveAll(size_t size, const Move& move) {
   size_t done = 0;

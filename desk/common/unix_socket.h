@@ -1,4 +1,4 @@
-// Stream sockets that have a path.
+// Stream sockets with a path.
 //
 // Threads: any. Errors: false, with errno; ENAMETOOLONG when the path does not fit.
 #pragma once

@@ -45,7 +45,7 @@ Json SequenceToJson(const std::vector<T>& elements, int depth) {
   return array;
 }
 
-// By type of the alternative; `depth` is that of what is within.
+// One overload for each type of the alternatives; `depth` is the depth of the values inside.
 Json ContentToJson(std::monostate, int) { return nullptr; }
 Json ContentToJson(const cw::CustomEncodableValue&, int) { return nullptr; }
 Json ContentToJson(const std::string& text, int) { return text; }
@@ -132,7 +132,7 @@ const char* TypeName() {
   return "custom";
 }
 
-// JSON has no such numbers: they are texts.
+// JSON has no such numbers, so they become texts.
 template <typename T>
 Json NumberOrText(T number) {
   if constexpr (std::is_floating_point_v<T>) {

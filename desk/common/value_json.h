@@ -1,7 +1,7 @@
 // Values as JSON and back, and JSON as text.
 //
-// Not everything comes back as it was: bytes and typed lists are arrays, keys that are no texts
-// become the JSON text that they are, NaN, the infinities and custom values are null.
+// Some values come back changed: bytes and typed lists become arrays, keys that are no texts become
+// their JSON text, and NaN, the infinities and custom values become null.
 //
 // Threads: any.
 #pragma once
@@ -15,20 +15,21 @@ namespace desk {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kDeepestJson = 1024;  // Lists and maps within each other.
+constexpr int kDeepestJson = 1024;  // The number of lists and maps within each other.
 
-// What lies deeper than kDeepestJson is null.
+// Values deeper than kDeepestJson become null.
 Json ToJson(const cw::EncodableValue& value);
 
-// {"type": ..., "value": ...}: bytes are Base64, maps are arrays of [key, value], numbers that JSON
-// has not are texts. For trees that were admitted: deeper than the stack is the caller's fault.
+// Converts to {"type": ..., "value": ...}: bytes are Base64, maps are arrays of [key, value], and
+// numbers that JSON does not have are texts. Only for trees that were admitted (cw/admission.h),
+// because it recurses.
 Json ToTypedJson(const cw::EncodableValue& value);
 
 // Integers are int32 where they fit, else int64, else double. Throws std::runtime_error for JSON
 // that is nested deeper than kDeepestJson.
 cw::EncodableValue FromJson(const Json& json);
 
-// One line; bytes that are no UTF-8 are replaced.
+// The text is one line; bytes that are no UTF-8 are replaced.
 std::string ToText(const Json& json);
 std::string ToText(const cw::EncodableValue& value);
 

@@ -9,7 +9,7 @@ namespace desk {
 void Actions::Record(const char* action, cw::EncodableMap details) {
   details["action"] = action;
   cw::EncodableValue value(std::move(details));
-  const auto observer = observer_;  // It may replace itself.
+  const auto observer = observer_;  // The observer may replace itself.
   if (observer) observer(value);
   if (actions_.size() < kMostKept) actions_.push_back(std::move(value));
 }

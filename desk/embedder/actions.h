@@ -1,4 +1,4 @@
-// What the plug-in did: a map each, with its name under "action".
+// The record of the plug-in's actions: each is a map with its name under "action".
 //
 // Threads: the embedder's.
 #pragma once
@@ -17,7 +17,7 @@ class Actions {
  public:
   using Observer = std::function<void(const cw::EncodableValue& action)>;
 
-  // The first ones are kept; the observer is told all.
+  // Keeps the first actions; the observer receives all of them.
   static constexpr size_t kMostKept = 65536;
 
   void Record(const char* action, cw::EncodableMap details = {});
@@ -29,12 +29,12 @@ class Actions {
   Observer observer_;
 };
 
-// The value that the plug-in encoded, under the key; where it may not be decoded, why, under the
-// key with "_fault" behind it. No bytes are null.
+// Adds the value that the plug-in has encoded under the key. If it may not be decoded, adds the
+// reason under the key with the suffix "_fault". No bytes are the null value.
 void AddDecoded(const char* key, const uint8_t* data, size_t size, cw::EncodableMap* details);
 
 // Numbers and texts from C as values.
 cw::EncodableValue ToValue(size_t number);
-cw::EncodableValue ToValue(const char* text);  // Null: null.
+cw::EncodableValue ToValue(const char* text);  // A null text is the null value.
 
 }  // namespace desk

@@ -10,7 +10,7 @@ namespace {
 
 using Application = _FlutterOstrelApplication;
 
-// What fits, always with a NUL; the size that the whole needs.
+// Copies as much as fits, always with a NUL. Returns the size that the whole text needs.
 size_t CopyText(const std::map<uint32_t, std::string>& texts, uint32_t kind, char* buffer,
                 size_t buffer_size) {
   const auto found = texts.find(kind);
@@ -58,7 +58,7 @@ uint32_t FillVersion(Version* version, uint32_t size, const Numbers& numbers) {
   return 1;
 }
 
-// The two come without a handle.
+// These two entries have no handle.
 uint32_t GetOSVersion(FlutterOstrelOSVersion* version, uint32_t size) {
   const Engine* engine = FindLatestEngine();
   return engine ? FillVersion(version, size, engine->description.os_version) : 0;
@@ -69,20 +69,20 @@ uint32_t GetEmbedderVersion(FlutterOstrelEmbedderVersion* version, uint32_t size
   return engine ? FillVersion(version, size, engine->description.embedder_version) : 0;
 }
 
-// The engine may be used on its own thread only, so not here: the queue finds it again later.
+// This may be another thread than the engine's, so the task looks the engine up again later.
 void EnqueueTask(Application* application, const FlutterOstrelSlot* slot, uint32_t value) {
   try {
     auto taken = TakeSlot(slot);
     const auto queue = FindQueue(application);
     if (!queue) return;
-    // Moved: the last to hold it is the embedder's thread.
+    // Moved, so that the embedder's thread releases the slot.
     queue->Post([application, taken = std::move(taken), value] {
       With(application, [&](Engine& engine) {
         engine.actions.Record("EnqueueTask", {{"value", ToValue(size_t{value})}});
       });
       taken->Call(&FlutterOstrelSlot::callback);
     });
-  } catch (...) {  // No memory: there is nobody to tell.
+  } catch (...) {  // There is no memory, and no way to report that.
   }
 }
 

@@ -9,8 +9,8 @@ namespace desk {
 
 struct Engine;
 
-// Memory of exactly the declared size (of 4 bytes at least), so that a sanitizer sees every read
-// past it.
+// Memory of exactly the declared size (of 4 bytes at least), so that a sanitizer detects every read
+// beyond it.
 class Context {
  public:
   explicit Context(const Engine& engine);

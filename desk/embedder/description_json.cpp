@@ -25,8 +25,8 @@ Json WriteObject(const T& source);
 
 }  // namespace
 
-// The structures that are parts of others. Not in the namespace without a name: json_fields.h finds
-// them by their arguments.
+// The structures that are parts of others. They are not in the unnamed namespace, because
+// json_fields.h finds them by their arguments.
 static void Read(const Node& node, Answer* target);
 static void Read(const Node& node, Step* target);
 static void Read(const Node& node, Theme* target) { ReadObject(node, target); }
@@ -247,7 +247,7 @@ namespace {
 
 // ---- The whole ----
 
-// "line 3, column 7: syntax error ..." of the library's longer text.
+// The error text is the part "line 3, column 7: syntax error ..." of the library's longer text.
 Json ParseJson(const std::string& text) {
   try {
     return Json::parse(text);

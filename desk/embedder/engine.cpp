@@ -12,7 +12,7 @@ void Report(const char* entry, const char* what) noexcept {
   try {
     ReportError(QStringLiteral("%1: %2").arg(QLatin1String(entry), QString::fromUtf8(what)),
                 "embedder");
-  } catch (...) {  // Without memory nobody can be told.
+  } catch (...) {  // There is no memory for the report.
   }
 }
 
@@ -50,13 +50,13 @@ int Engine::Run() {
   QEventLoop* const outer = std::exchange(loop, &event_loop);
   event_loop.exec();
   loop = outer;
-  return exit_code.value_or(0);  // None: the application itself quits.
+  return exit_code.value_or(0);  // Empty when the application itself quits.
 }
 
 void Engine::Destroy() {
   if (std::exchange(is_ending, true)) return;
   for (size_t i = 0; i < destroyed_callbacks.size(); ++i) destroyed_callbacks[i](handles.engine);
-  RemoveEngine(handles.engine);  // From here on whoever is released finds nothing to call.
+  RemoveEngine(handles.engine);  // Release functions that run from now on find no engine.
   runner.Close();
   messenger.Close();
   window.Close();
@@ -65,7 +65,7 @@ void Engine::Destroy() {
 }
 
 void Engine::FinishWindow(const WindowResult& result, SharedSlot<FlutterOstrelResultSlot> slot) {
-  runner.GetQueue()->Post([&result, slot = std::move(slot)] {  // The description stays.
+  runner.GetQueue()->Post([&result, slot = std::move(slot)] {  // The description lives as long.
     const auto bytes = result.value.Serialize();
     slot->Call(&FlutterOstrelResultSlot::callback, bytes.GetData(), bytes.GetSize(),
                result.text ? result.text->c_str() : nullptr);

@@ -24,7 +24,7 @@ class QEventLoop;
 
 namespace desk {
 
-// What is lent until it is unlocked. Deques: elements stay where they are.
+// Texts and buffers that are lent until they are unlocked. Elements of deques never move.
 struct Chunk {
   std::deque<std::string> texts;
   std::deque<std::vector<uint8_t>> buffers;
@@ -38,19 +38,19 @@ struct Engine {
 
   unsigned int NextId() { return ++last_id; }
 
-  // A plug-in that calls an entry on another thread has made a mistake: a line on standard error
-  // names the entry.
+  // Returns whether this is the embedder's thread. If not, the plug-in has a bug: a line on
+  // standard error names the entry.
   bool IsOnItsThread(const char* entry) const;
 
   void Exit(int code);  // The first one counts.
   int Run();
   void Destroy();
 
-  // Answers a window's slot, later.
+  // Calls a window's slot with the answer, later.
   void FinishWindow(const WindowResult& result, SharedSlot<FlutterOstrelResultSlot> slot);
 
   const Description description;
-  std::vector<const char*> arguments;  // Of the description, with a null at the end.
+  std::vector<const char*> arguments;  // The description's arguments, with a null at the end.
   TaskRunner runner;
   Handles handles;
   Actions actions;
@@ -63,7 +63,7 @@ struct Engine {
   unsigned int last_id = 0;
   bool is_ending = false;
   std::optional<int> exit_code;
-  QEventLoop* loop = nullptr;  // While it runs.
+  QEventLoop* loop = nullptr;  // Null while no loop runs.
 };
 
 // Writes "embedder: ENTRY: WHAT" to standard error.
@@ -72,9 +72,9 @@ void Report(const char* entry, const char* what) noexcept;
 // The same for the exception that is being handled.
 void ReportException(const char* entry) noexcept;
 
-// Calls the function with the handle's engine and returns its result; `otherwise` without an
-// engine, on a wrong thread and when the function throws. `entry` is the table's entry, by default
-// the function that calls this.
+// Calls the function with the handle's engine and returns its result. The result is `otherwise`
+// when there is no engine, on a wrong thread, and when the function throws. `entry` is the name of
+// the table's entry, by default that of the calling function.
 template <typename Handle, typename Result, typename Function>
 Result With(const Handle* handle, Result otherwise, Function function,
             const char* entry = __builtin_FUNCTION()) {

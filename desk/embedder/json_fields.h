@@ -1,9 +1,9 @@
-// Structures as JSON objects and back. Each structure has one list of its keys, a function over an
-// archive, which an ObjectReader goes through to read it and an ObjectWriter to write it:
+// Structures as JSON objects and back. Each structure has one list of its keys: a function over an
+// archive, which is an ObjectReader for reading and an ObjectWriter for writing.
 //
 //   archive("width", view.width, Limits{1, 4096});
 //
-// A structure within another has Read and Write of its own, in its namespace.
+// A structure within another one has its own Read and Write, in its namespace.
 //
 // Errors:  std::runtime_error with the JSON pointer to what is wrong.
 #pragma once
@@ -29,10 +29,10 @@ namespace desk {
 struct Limits {
   double least = 0;
   double most = std::numeric_limits<uint32_t>::max();
-  uint32_t step = 0;  // Non-zero: multiples of it only.
+  uint32_t step = 0;  // Non-zero: only multiples of it are allowed.
 };
 
-// A part of the JSON text, and where it stands.
+// A part of the JSON text, and its JSON pointer.
 struct Node {
   const Json& json;
   std::string pointer;
@@ -158,7 +158,7 @@ void Read(const Node& node, std::map<std::string, T>* target) {
   for (const auto& item : node.json.items()) Read(node.At(item.key()), &(*target)[item.key()]);
 }
 
-// Texts by kind: the keys are numbers.
+// Texts by their kinds; the keys are numbers.
 inline void Read(const Node& node, std::map<uint32_t, std::string>* target, const Limits& kinds) {
   node.Expect(node.json.is_object(), "an object");
   target->clear();

@@ -19,9 +19,9 @@ using Values = std::vector<EncodableValue>;
 
 constexpr uint8_t kHighestTag = 14;  // Of the standard codec.
 
-// The bytes from `begin` on as values, one after the other; none when they are anything else.
-// Admission looks at them as elements of one list, behind as many nulls as leave them where they
-// are by the alignment of eight.
+// Reads the bytes from `begin` on as `count` values. Empty when they are anything else. The
+// admission checks them as the elements of one list. In front of them are as many nulls as keep
+// their position modulo the alignment of eight.
 std::optional<Values> ReadValues(const uint8_t* data, size_t size, size_t begin, uint8_t count) {
   const auto nulls = static_cast<uint8_t>(6 + begin);
   std::vector<uint8_t> list = {12, static_cast<uint8_t>(nulls + count)};
@@ -32,7 +32,7 @@ std::optional<Values> ReadValues(const uint8_t* data, size_t size, size_t begin,
   for (size_t i = 0; i < begin; ++i) reader.ReadByte();
   Values values;
   while (values.size() < count && reader.GetRemaining() > 0) {
-    if (*reader.PeekBytes(1) > kHighestTag) return {};  // The reader would print a line.
+    if (*reader.PeekBytes(1) > kHighestTag) return {};  // The reader would write a line.
     values.push_back(cw::StandardCodecSerializer::GetInstance().ReadValue(&reader));
   }
   if (values.size() < count || reader.GetRemaining() > 0) return {};

@@ -1,4 +1,4 @@
-// Messages of the standard codecs: what they are, for people and for comparisons.
+// Descriptions of messages of the standard codecs, for people and for comparisons.
 //
 // Threads: any.
 #pragma once
@@ -12,7 +12,7 @@
 
 namespace desk {
 
-// What the bytes are, in the first form that takes all of them:
+// Describes the bytes in the first of these forms that covers all of them:
 //
 //   no bytes                   {"message": null}
 //   a value                    {"message": any}
@@ -23,7 +23,7 @@ cw::EncodableMap DescribeMessage(const uint8_t* data, size_t size);
 
 std::string ToBase64(const uint8_t* data, size_t size);
 
-// The bytes of a Base64 text. Throws std::runtime_error for any other text.
+// Returns the bytes of a Base64 text. Throws std::runtime_error for any other text.
 std::vector<uint8_t> FromBase64(const std::string& text);
 
 }  // namespace desk

@@ -11,7 +11,7 @@
 namespace desk {
 namespace {
 
-// The answer that the plug-in waits for. Where nobody gives one, there is an empty one.
+// The answer that the plug-in waits for. If nobody answers, the destructor sends an empty one.
 class PendingReply {
  public:
   PendingReply(const Engine& engine, FlutterOstrelReplyCallback callback, void* user_data)
@@ -65,11 +65,11 @@ void Messenger::Send(const char* channel, const uint8_t* data, size_t size,
 void Messenger::Pass(const std::string& channel, const uint8_t* data, size_t size,
                      const Reply& reply) {
   if (const auto found = listeners_.find(channel); found != listeners_.end()) {
-    const Listener listener = found->second;  // It may cease to listen.
+    const Listener listener = found->second;  // The listener may remove itself.
     return listener(data, size, reply);
   }
   const auto canned = engine_.description.channels.find(channel);
-  if (canned == engine_.description.channels.end()) return;  // The reply goes, and answers.
+  if (canned == engine_.description.channels.end()) return;  // The dropped reply answers.
   const std::vector<uint8_t> answer = Encode(canned->second);
   reply(answer.data(), answer.size());
 }
@@ -93,7 +93,7 @@ bool Messenger::Deliver(const std::string& channel, const uint8_t* data, size_t 
   const auto found = handlers_.find(channel);
   if (found == handlers_.end() || !found->second.callback) return false;
   const Handler handler = found->second;
-  if (++last_response_ == 0) ++last_response_;  // It is a handle, so never null.
+  if (++last_response_ == 0) ++last_response_;  // A handle is never null.
   const uintptr_t number = last_response_;
   responses_.insert_or_assign(number, Response{&found->first, std::move(reply)});
   handler.callback(engine_.handles.engine, channel.c_str(), data, size, SendResponse,

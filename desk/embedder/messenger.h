@@ -32,11 +32,11 @@ class Messenger {
   void Unsubscribe(const char* channel, unsigned int id);
   void Respond(_FlutterOstrelResponse* response, const uint8_t* data, size_t size);
 
-  // The Dart side, as embedder.h tells.
+  // The Dart side; embedder.h has the contracts.
   bool Deliver(const std::string& channel, const uint8_t* data, size_t size, Reply reply);
   void Listen(const std::string& channel, Listener listener);
 
-  // Forgets everybody; records the messages that were not answered.
+  // Drops all handlers and listeners, and records the messages that were not answered.
   void Close();
 
  private:
@@ -45,7 +45,7 @@ class Messenger {
     void* user_data = nullptr;
   };
   struct Response {
-    const std::string* channel;  // A key of handlers_, which keeps its keys.
+    const std::string* channel;  // Points to a key of handlers_, whose keys are never removed.
     Reply reply;
   };
 
@@ -53,10 +53,10 @@ class Messenger {
 
   Engine& engine_;
   std::unordered_map<std::string, Handler> handlers_;
-  std::unordered_map<uintptr_t, Response> responses_;  // By what their handles are.
+  std::unordered_map<uintptr_t, Response> responses_;  // By the numbers of their handles.
   uintptr_t last_response_ = 0;
   std::map<std::string, Listener> listeners_;
-  std::map<std::string, Subscriptions<FlutterOstrelBoolSlot>> updates_;  // Keeps its keys.
+  std::map<std::string, Subscriptions<FlutterOstrelBoolSlot>> updates_;  // Keys are never removed.
 };
 
 }  // namespace desk

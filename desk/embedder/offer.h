@@ -1,4 +1,4 @@
-// What an embedder offers: the entries of the context and of each table.
+// The offer of an embedder: the entries of the context and of each table.
 //
 // Threads: any.
 #pragma once
@@ -8,8 +8,8 @@
 
 namespace desk {
 
-// By structure: its declared "size", and the byte where each of its "entries" ends; those beyond
-// the declared size are "withheld".
+// Describes each structure: its declared "size", and the byte at which each of its "entries" ends.
+// Entries beyond the declared size are "withheld".
 Json DescribeOffer(const Description& description);
 
 }  // namespace desk

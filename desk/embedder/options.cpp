@@ -72,7 +72,7 @@ void AddOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(kMaxSeconds));
 }
 
-// What starts a task appends "--libs-path DIR" to its command, also behind a "--" of its entry.
+// The starter of a task appends "--libs-path DIR" to its command, even behind a "--" of its entry.
 void TakeLibsPath(Options* options) {
   auto& arguments = options->arguments;
   if (arguments.size() < 2 || arguments[arguments.size() - 2] != "--libs-path") return;
@@ -94,7 +94,7 @@ Options ParseOptions(int count, char** words) {
   CLI::App app(kAbout, "tavo-embed");
   app.footer(kFooter);
   AddOptions(app, options);
-  std::reverse(own.begin(), own.end());  // As the parser takes them.
+  std::reverse(own.begin(), own.end());  // In the form that the parser expects.
   try {
     app.parse(own);
   } catch (const CLI::CallForHelp&) {

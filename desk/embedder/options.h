@@ -16,10 +16,10 @@ struct Options {
   std::optional<std::string> report;  // A file; "-": standard error.
   std::optional<uint32_t> timeout;    // In seconds.
   std::vector<std::pair<std::string, uint32_t>> declared;
-  std::vector<std::string> arguments;  // Those behind "--".
+  std::vector<std::string> arguments;  // The arguments behind "--".
   bool offer = false;
   bool render_thread = false;
-  std::string help;  // The text to print instead, when it is asked for.
+  std::string help;  // The text to print instead, if help was asked for.
 };
 
 // Throws std::runtime_error with what is wrong.

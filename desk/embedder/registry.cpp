@@ -8,7 +8,7 @@
 namespace desk {
 namespace {
 
-// What a handle's number leaves as remainder when divided by kKinds.
+// The remainder of a handle's number divided by kKinds.
 enum Kind : uintptr_t { kApplication, kEngine, kView, kKinds };
 
 struct Living {
@@ -23,7 +23,8 @@ struct Registry {
 };
 
 Registry& GetRegistry() {
-  static auto* registry = new Registry;  // Never gone: threads may still hold handles at the end.
+  // Never destroyed, because threads may use handles until the end.
+  static auto* registry = new Registry;
   return *registry;
 }
 

@@ -1,5 +1,5 @@
-// The engines that live, by the handles that plug-ins know them by. A handle is a number, never an
-// address: one that is stale, foreign or of the wrong kind finds nothing.
+// The living engines by the handles that plug-ins have. A handle is a number, never an address: a
+// stale, foreign or wrong handle finds nothing.
 //
 // Threads: any. An engine that was found may be used on its own thread only.
 #pragma once
@@ -22,13 +22,13 @@ struct Handles {
 Handles AddEngine(Engine* engine, std::shared_ptr<TaskQueue> queue);
 void RemoveEngine(const _FlutterOstrelEngine* handle);
 
-// Null where there is none.
+// Null when there is no such engine.
 Engine* FindEngine(const _FlutterOstrelApplication* handle);
 Engine* FindEngine(const _FlutterOstrelEngine* handle);
 Engine* FindEngine(const _FlutterOstrelView* handle);
 std::shared_ptr<TaskQueue> FindQueue(const _FlutterOstrelApplication* handle);
 
-// The engine that began last, for the entries that come without a handle.
+// The engine that was made last, for the entries without a handle.
 Engine* FindLatestEngine();
 
 }  // namespace desk

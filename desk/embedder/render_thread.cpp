@@ -33,7 +33,7 @@ void RenderThread::Run() {
       tasks_.pop_front();
       lock.unlock();
       task();
-    }  // What the task holds goes without the lock.
+    }  // The task is destroyed without the lock.
     lock.lock();
   }
 }

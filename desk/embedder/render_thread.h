@@ -1,6 +1,6 @@
 // A thread that runs tasks in the order in which they are posted.
 //
-// Threads: Post from any, but not once the end has begun.
+// Threads: any for Post, but not after the destruction has begun.
 #pragma once
 
 #include <condition_variable>
@@ -15,7 +15,7 @@ namespace desk {
 class RenderThread {
  public:
   RenderThread();
-  ~RenderThread();  // Waits for the task that runs; the others are dropped.
+  ~RenderThread();  // Waits for the task that runs, and drops the others.
   RenderThread(const RenderThread&) = delete;
   RenderThread& operator=(const RenderThread&) = delete;
 
@@ -26,8 +26,8 @@ class RenderThread {
 
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<TaskQueue::Task> tasks_;  // Guarded by mutex_, as the next.
-  bool is_ending_ = false;
+  std::deque<TaskQueue::Task> tasks_;  // Guarded by mutex_.
+  bool is_ending_ = false;             // Guarded by mutex_.
   std::thread thread_;
 };
 

@@ -1,4 +1,4 @@
-// The slots that a plug-in gives, as far as they are declared.
+// The slots of a plug-in, as far as they are declared.
 //
 // Threads: none of their own; a slot is released on the thread that drops it last.
 #pragma once
@@ -16,14 +16,14 @@ namespace desk {
 template <typename T>
 using SharedSlot = std::shared_ptr<const forge::SlotOwner<T>>;
 
-// To be called first of all: the slot is released whatever becomes of the call. Without memory for
-// it the process ends: no exception may leave the entry.
+// Takes a slot over. An entry calls this first, so that the slot is released whatever the entry
+// does. Without memory for it the process ends, because no exception may leave the entry.
 template <typename T>
 SharedSlot<T> TakeSlot(const T* slot) noexcept {
   return std::make_shared<const forge::SlotOwner<T>>(forge::CopyCovered(slot));
 }
 
-// Slots by their subscriptions' ids. A slot may subscribe, unsubscribe and end the engine.
+// Slots by the ids of their subscriptions. A slot may subscribe, unsubscribe and end the engine.
 template <typename T>
 class Subscriptions {
  public:
@@ -34,7 +34,7 @@ class Subscriptions {
     return id;
   }
 
-  // Both release only once the map is as it will be.
+  // Both release the slots after the map was changed.
   void Remove(unsigned int id) { const auto node = slots_.extract(id); }
   void Clear() { const auto gone = std::exchange(slots_, {}); }
 

@@ -37,7 +37,7 @@ std::string DescribeResult(const uint8_t* data, size_t size) {
   if (!error) return "no envelope: " + DescribeBytes(data, size);
   Json json;
   for (const char* key : {"code", "message", "details"}) json[key] = ToJson(*cw::Find(error, key));
-  if (json["message"].is_null()) json["message"] = "";  // So it is sent.
+  if (json["message"].is_null()) json["message"] = "";  // An empty text is sent as null.
   return "error " + ToText(json);
 }
 
@@ -50,7 +50,7 @@ Bytes EncodeMessage(const Step& step) {
   return Bytes(encoded.GetData(), encoded.GetData() + encoded.GetSize());
 }
 
-// As JSON, where a number is a number, whatever its width.
+// Compares as JSON, so that the width of a number does not matter.
 bool IsExpected(const Step& step, const cw::EncodableMap& message) {
   const auto is = [&message](const char* key, const Json& expected) {
     const auto* actual = cw::Find(message, key);
@@ -135,7 +135,7 @@ void StepRunner::SendMessage(const Step& step) {
 }
 
 void StepRunner::OnAnswer(size_t number, const uint8_t* data, size_t size) {
-  if (waiting_for_ != number) return;  // Too late.
+  if (waiting_for_ != number) return;  // The answer came too late.
   waiting_for_ = 0;
   const Step& step = steps_[number - 1];
   Tell(NameOf(step) + " -> " +
@@ -175,7 +175,7 @@ void StepRunner::OnAction(const EncodableValue& action) {
   if (is_waiting && TakeExpected(steps_[waiting_for_ - 1])) waiting_for_ = 0;
 }
 
-// While the step that is being done waits.
+// Calls `on_timeout` if the current step still waits then.
 void StepRunner::SetTimeout(uint32_t milliseconds, std::function<void()> on_timeout) {
   const auto expire = [this, number = waiting_for_, on_timeout = std::move(on_timeout)] {
     if (waiting_for_ != number) return;

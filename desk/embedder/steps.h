@@ -1,4 +1,4 @@
-// What the Dart side and the user do to the plug-in, one step after the other. Each prints a line.
+// The actions of the Dart side and of the user, one step after the other. Each prints a line.
 //
 // Threads: the embedder's, from its event loop.
 #pragma once
@@ -26,14 +26,14 @@ class StepRunner final : public QObject {
 
   void Start() { Continue(); }
 
-  // What the plug-in did: the messages that it sent are what steps expect.
+  // Receives the plug-in's actions. The messages that it has sent are those that steps expect.
   void OnAction(const cw::EncodableValue& action);
 
-  // What a step expected has not come: the embedder was told to exit, with kStepFailed.
+  // The exit code when the message that a step expects has not come.
   static constexpr int kStepFailed = 4;
 
  private:
-  void Continue();  // With the next step, from the event loop.
+  void Continue();  // Takes the next step, from the event loop.
   void Do(const Step& step);
   void SendMessage(const Step& step);
   void OnAnswer(size_t number, const uint8_t* data, size_t size);
@@ -47,7 +47,7 @@ class StepRunner final : public QObject {
   std::ostream& output_;
   size_t next_ = 0;
   size_t waiting_for_ = 0;             // The number (from 1) of the step that waits; 0: none.
-  std::deque<cw::EncodableMap> sent_;  // By the plug-in, and not expected so far.
+  std::deque<cw::EncodableMap> sent_;  // The plug-in's messages that no step has expected so far.
 };
 
 }  // namespace desk

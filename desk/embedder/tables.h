@@ -1,4 +1,4 @@
-// The tables' entries, whole. Their contracts stand in flutter_ostrel.h.
+// The complete tables. flutter_ostrel.h has the contracts of their entries.
 #pragma once
 
 #include "platform/flutter_ostrel/flutter_ostrel.h"

@@ -8,7 +8,7 @@
 namespace desk {
 
 void TaskQueue::Post(Task task) {
-  const std::lock_guard lock(mutex_);  // The runner cannot go in between.
+  const std::lock_guard lock(mutex_);  // The runner cannot close meanwhile.
   if (!runner_) return;
   tasks_.push_back(std::move(task));
   QCoreApplication::postEvent(runner_, new QEvent(QEvent::User));
@@ -17,7 +17,7 @@ void TaskQueue::Post(Task task) {
 TaskRunner::TaskRunner() { queue_->runner_ = this; }
 
 void TaskRunner::Close() {
-  std::deque<TaskQueue::Task> dropped;  // Goes last: what it holds may call anything.
+  std::deque<TaskQueue::Task> dropped;  // Destroyed last, because the tasks may call anything.
   const std::lock_guard lock(queue_->mutex_);
   queue_->runner_ = nullptr;
   dropped.swap(queue_->tasks_);

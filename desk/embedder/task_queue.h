@@ -1,4 +1,4 @@
-// Work that is to be done on the embedder's thread, from its event loop, in order.
+// Tasks that run on the embedder's thread, from its event loop, in order.
 //
 // Threads: Post from any; everything else on the embedder's.
 #pragma once
@@ -16,15 +16,15 @@ class TaskQueue {
  public:
   using Task = std::function<void()>;
 
-  // Drops the task where the queue is closed.
+  // Drops the task when the queue is closed.
   void Post(Task task);
 
  private:
   friend class TaskRunner;
 
   std::mutex mutex_;
-  std::deque<Task> tasks_;     // Guarded by mutex_, as the next.
-  QObject* runner_ = nullptr;  // Null: closed.
+  std::deque<Task> tasks_;     // Guarded by mutex_.
+  QObject* runner_ = nullptr;  // Guarded by mutex_. Null when the queue is closed.
 };
 
 // Runs a queue's tasks from the event loop of the thread that made it.
@@ -35,7 +35,7 @@ class TaskRunner final : public QObject {
 
   const std::shared_ptr<TaskQueue>& GetQueue() const { return queue_; }
 
-  // Drops the tasks that wait, and all that will be posted.
+  // Drops the tasks that wait, and all tasks that are posted later.
   void Close();
 
   bool event(QEvent* event) override;  // One for each task.

@@ -13,7 +13,7 @@
 namespace desk {
 namespace {
 
-// What goes with a frame or a texture: called when it is dropped.
+// Calls a release function when the last copy is dropped.
 using Release = std::shared_ptr<void>;
 Release MakeRelease(void (*callback)(void* user_data), void* user_data) {
   return {nullptr, [callback, user_data](void*) {
@@ -21,7 +21,7 @@ Release MakeRelease(void (*callback)(void* user_data), void* user_data) {
           }};
 }
 
-// 0 where the buffer holds nothing, or more than there can be.
+// 0 when the buffer has no pixels, or more than can exist.
 size_t CountBytes(const FlutterOstrelPixelBuffer& buffer) {
   size_t pixels = 0;
   size_t bytes = 0;
@@ -82,12 +82,12 @@ int64_t Textures::Register(const FlutterOstrelTextureDescriptor& descriptor) {
 
 bool Textures::Unregister(int64_t id, void (*callback)(void* user_data), void* user_data) {
   if (textures_.erase(id) == 0) return false;
-  // Also called when the engine ends before the tasks come to run: the texture is gone then, too.
+  // Also called when the engine ends before the tasks run: the texture is gone then, too.
   const auto queue = engine_.runner.GetQueue();
   TaskQueue::Task let_go = [release = MakeRelease(callback, user_data)] {};
   if (!render_thread_) {
     queue->Post(std::move(let_go));
-  } else {  // Behind the frames that are still to be fetched.
+  } else {  // After the frames that are still to be fetched.
     render_thread_->Post(
         [queue, let_go = std::move(let_go)]() mutable { queue->Post(std::move(let_go)); });
   }

@@ -1,8 +1,8 @@
-// The textures that the plug-in registered. Nothing shows them: their frames are fetched, read and
-// recorded.
+// The textures that the plug-in has registered. Their frames are not shown: they are fetched, read
+// and recorded.
 //
-// Threads: the embedder's. Frames are fetched there or, as the description says, on a thread of
-//          their own, and recorded on the embedder's.
+// Threads: the embedder's. Frames are fetched there, or on a thread of their own if the description
+//          says so, and are recorded on the embedder's thread.
 #pragma once
 
 #include <cstdint>
@@ -23,10 +23,11 @@ class Textures {
   explicit Textures(Engine& engine);
   ~Textures();
 
-  int64_t Register(const FlutterOstrelTextureDescriptor& descriptor);  // -1: it is of no use.
+  // Returns the id, or -1 when the descriptor has no callback.
+  int64_t Register(const FlutterOstrelTextureDescriptor& descriptor);
   bool Unregister(int64_t id, void (*callback)(void* user_data), void* user_data);
   bool MarkFrameAvailable(int64_t id);
-  void Close();  // A frame that is being fetched is waited for.
+  void Close();  // Waits for a frame that is being fetched.
 
  private:
   struct Texture {

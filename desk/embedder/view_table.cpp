@@ -47,7 +47,7 @@ void MinimizeWindow(Handle* handle) {
 }
 void Fullscreen(Handle* handle) { SetVisibility<kVisibilityFullscreen>(handle, "Fullscreen"); }
 
-// Brings a window back that is not to be seen.
+// Restores a window that is minimized or hidden.
 void Activate(Handle* handle) {
   With(handle, [](Engine& engine) {
     Do(engine, "Activate", {}, [](View& view) {
@@ -104,7 +104,7 @@ void UnlockResources(Handle* handle, uint32_t chunk_id) {
   With(handle, [&](Engine& engine) { engine.chunks.erase(chunk_id); });
 }
 
-// Calls the function with the open chunk; its answer is the entry's.
+// Calls the function with the open chunk; its result is the entry's.
 template <typename Function>
 uint32_t WithChunk(Handle* handle, uint32_t chunk_id, Function function) {
   return With(handle, FORGE_RESULT_WRONG_STATE, [&](Engine& engine) {

@@ -27,7 +27,8 @@ void Window::Change(const std::function<void(View& view)>& change) {
   View changed = view_;
   change(changed);
   std::swap(changed, view_);
-  const View now = view_;  // A subscriber may change it again, and that is told by itself.
+  // A subscriber may change the view again, which calls the subscribers again.
+  const View now = view_;
   for (const Watched& watched : kWatched) {
     if (watched.differs(changed, now)) (this->*watched.subscribers).Emit();
   }

@@ -1,4 +1,4 @@
-// The window: its state, and who is told of its changes.
+// The window: its state and the subscribers of its changes.
 //
 // Threads: the embedder's.
 #pragma once
@@ -24,7 +24,7 @@ class Window {
 
   const View& GetView() const { return view_; }
 
-  // Tells the subscribers of whatever is different then.
+  // Changes the view and calls the subscribers of the values that differ afterwards.
   void Change(const std::function<void(View& view)>& change);
 
   void Close();

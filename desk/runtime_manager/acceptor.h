@@ -15,8 +15,8 @@ class Acceptor : public QObject {
   Q_OBJECT
 
  public:
-  // Takes the listening socket over, which does not block from now on; `accept` is given each
-  // connected one, to own.
+  // Takes the listening socket over and makes it non-blocking. `accept` receives, and owns, each
+  // connected socket.
   Acceptor(int listener, std::function<void(int descriptor)> accept, QObject* parent = nullptr);
   ~Acceptor() override;
 

@@ -61,8 +61,8 @@ struct DesktopEntry {
   bool hidden = false;
 };
 
-// Replaces the field codes of an Exec line: the application's name and its entry are known, files
-// and icons the task does not get.
+// Replaces the field codes of an Exec line: the application's name and its entry are known; a task
+// gets no files and no icons.
 QStringList ExpandFieldCodes(const QStringList& words, const DesktopEntry& entry) {
   QStringList result;
   for (const QString& word : words) {
@@ -121,7 +121,7 @@ std::optional<Application> FromDesktopEntry(const QString& file, QString* error)
 
 std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
   const QString entry_name = name + QStringLiteral(".desktop");
-  QString not_executable;  // Taken when there is nothing better: starting it tells what is wrong.
+  QString not_executable;  // Used when there is nothing better: starting it reports what is wrong.
   const QStringList path =
       QString::fromLocal8Bit(qgetenv("TAVO_DESK_PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts);
   for (const QString& folder : path) {

@@ -1,8 +1,8 @@
-// Finds the application that a task is named after, as desktop users expect.
+// The look-up of the application that a task is named after, as desktop users expect.
 //
-// In each directory of TAVO_DESK_PATH, in order: NAME.desktop, then an executable NAME; after them
-// NAME.desktop in the XDG data directories. TAVO_DESK_WRAPPER, if set, is a command (quoted as for
-// a shell) that is put in front: an emulator, a debugger.
+// It looks in each directory of TAVO_DESK_PATH, in order, for NAME.desktop and then for an
+// executable NAME; after them for NAME.desktop in the XDG data directories. TAVO_DESK_WRAPPER, if
+// set, is a command (quoted as for a shell) that is put in front: an emulator, a debugger.
 #pragma once
 
 #include <optional>
@@ -14,10 +14,10 @@ namespace desk {
 
 struct Application {
   QStringList command;  // The program as an absolute path, and its arguments.
-  QString directory;    // Where it is started; empty: where its starter is.
+  QString directory;    // The directory to start in; empty: that of the starter.
 };
 
-// None, with the cause in `error`, when there is no such application or its entry is unusable.
+// Empty, with the cause in `error`, when there is no such application or its entry is unusable.
 std::optional<Application> FindApplication(const QString& name, QString* error);
 
 }  // namespace desk

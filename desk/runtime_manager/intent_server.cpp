@@ -32,7 +32,7 @@ QByteArray ErrorLine(int code, const QString& message) {
                                                          {QStringLiteral("message"), message}}}});
 }
 
-// Intent names are any text; a file's name has its digest.
+// An intent's name may be any text, so the file's name has its digest.
 QByteArray FileStem(const QString& name) {
   return QCryptographicHash::hash(name.toUtf8(), QCryptographicHash::Sha256).toHex().left(32) + '-';
 }
@@ -50,8 +50,8 @@ int Connect(const QByteArray& path) {
   return -1;
 }
 
-// The files of the intents that this process offers. A process that calls exit may destroy no
-// server; its files are removed all the same. Never destroyed itself.
+// The files of the intents that this process offers. They are removed even if the process calls
+// exit without destroying the server. This object is never destroyed.
 class OfferedFiles {
  public:
   static OfferedFiles& Get() {
@@ -79,17 +79,17 @@ class OfferedFiles {
 
   void RemoveAll() {
     const std::lock_guard lock(mutex_);
-    if (owner_ != getpid()) return;  // A forked process that ends.
+    if (owner_ != getpid()) return;  // A forked process ends.
     for (const QByteArray& path : paths_) unlink(path.constData());
     paths_.clear();
   }
 
   std::mutex mutex_;
-  std::set<QByteArray> paths_;  // Guarded by mutex_, as the next one.
+  std::set<QByteArray> paths_;  // Guarded by mutex_.
   pid_t owner_ = 0;
 };
 
-// A socket of somebody who offers an intent.
+// A socket of an application that offers an intent.
 struct Offer {
   QByteArray path;
   timespec time;
@@ -100,8 +100,8 @@ bool IsNewer(const Offer& one, const Offer& other) {
          std::tie(other.time.tv_sec, other.time.tv_nsec);
 }
 
-// Of the intent, newest first. False, with the cause in `error`, when it is unknown who offers it;
-// where there is no directory, nobody does.
+// Finds the offers of the intent, newest first. False, with the cause in `error`, when they cannot
+// be found out. Without a directory there are none.
 bool FindOffers(const QString& name, std::vector<Offer>* offers, RuntimeManager::Error* error) {
   const QByteArray directory = GetIntentDirectory();
   const auto fail = [&](int fault, const QString& cause) {
@@ -143,7 +143,8 @@ struct IntentServer::Intent {
   Intent& operator=(const Intent&) = delete;
 };
 
-// What an invocation's reply functions share: the first answer counts, and having none is told.
+// The shared state of an invocation's reply functions. Only the first answer counts; if there is
+// none, an error is sent.
 class IntentServer::Answer {
  public:
   Answer(std::shared_ptr<Home> home, MessagePeer* peer) : home_(std::move(home)), peer_(peer) {}
@@ -172,7 +173,7 @@ class IntentServer::Answer {
   }
 
   const std::shared_ptr<Home> home_;
-  const QPointer<MessagePeer> peer_;  // Looked at on the server's thread only.
+  const QPointer<MessagePeer> peer_;  // Used on the server's thread only.
   std::atomic<bool> sent_{false};
 };
 
@@ -183,15 +184,14 @@ IntentServer::~IntentServer() {
     const std::lock_guard lock(home_->mutex);
     home_->server = nullptr;
   }
-  const Intents withdrawn =
-      std::exchange(intents_, {});  // Handlers may have callbacks that come here.
+  const Intents withdrawn = std::exchange(intents_, {});  // Destroyed handlers may call this.
 }
 
 bool IntentServer::Register(const QString& name, Handler handler, QString* error) {
   const auto known = intents_.find(name);
   if (known != intents_.end()) {
-    utimes(known->second.path.constData(), nullptr);  // The last one again.
-    std::swap(known->second.handler, handler);        // The old one dies with the argument.
+    utimes(known->second.path.constData(), nullptr);  // It is the latest one again.
+    std::swap(known->second.handler, handler);        // The old one is destroyed with the argument.
     return true;
   }
   const QByteArray directory = GetIntentDirectory();
@@ -200,7 +200,7 @@ bool IntentServer::Register(const QString& name, Handler handler, QString* error
     return false;
   }
   RemoveDeadIntents(GetSharedDirectory().constData());
-  // Whoever finds the file can connect: it gets its name when the socket listens.
+  // A process that finds the file can connect, so the file gets its name when the socket listens.
   const QByteArray file = FileStem(name) + QByteArray::number(getpid());
   const QByteArray hidden = directory + "/." + file;
   const int listener = ListenAt(hidden, error);
@@ -223,7 +223,7 @@ int IntentServer::ConnectTo(const QString& name, RuntimeManager::Error* error) {
   for (const Offer& offer : offers) {
     const int descriptor = Connect(offer.path);
     if (descriptor >= 0) return descriptor;
-    if (errno == ECONNREFUSED || errno == ENOENT) continue;  // Gone since it was found.
+    if (errno == ECONNREFUSED || errno == ENOENT) continue;  // It has ended since it was found.
     *error = {errno, QStringLiteral("the application that offers \"%1\" cannot be reached: %2")
                          .arg(name, ErrnoText())};
     return -1;
@@ -245,7 +245,7 @@ void IntentServer::Handle(MessagePeer* peer, const QJsonObject& request) {
     return peer->Send(ErrorLine(ENOENT, QStringLiteral("there is no intent \"%1\"").arg(name)));
   }
   const auto answer = std::make_shared<Answer>(home_, peer);
-  const Handler handler = found->second.handler;  // It may register another for its name.
+  const Handler handler = found->second.handler;  // It may replace itself.
   handler(request.value(QStringLiteral("parameters")).toObject(),
           [answer](const QJsonObject& object) {
             answer->Send(MakeLine({{QStringLiteral("answer"), object}}));

@@ -4,10 +4,10 @@
 // the process. An invocation is a connection, open until it is answered: one line {"intent",
 // "options", "parameters"} there, one line {"answer"} or {"error": {"code", "message"}} back. Of
 // several applications that offer an intent, the one that registered it last is invoked, as the
-// times of the files tell. An application that never answers is waited for.
+// times of the files tell. There is no time limit for the answer.
 //
-// A process that calls exit removes its files. What others left is removed by whoever offers or
-// invokes an intent, and by the supervisor of a task that ends.
+// A process that calls exit removes its files. The files of other ended processes are removed by
+// each process that offers or invokes an intent, and by the supervisor of a task that ends.
 //
 // Threads: made, used and deleted on the thread whose event loop runs the handlers; the reply
 //          functions may be called on any.
@@ -39,21 +39,21 @@ class IntentServer : public QObject {
   explicit IntentServer(QObject* parent);
   ~IntentServer() override;
 
-  // The last handler of a name counts. False, with the cause in `error`, when it cannot be offered.
+  // The last handler of a name counts. False, with the cause in `error`, if it cannot be offered.
   bool Register(const QString& name, Handler handler, QString* error);
 
-  // Connects to whoever registered the intent last; -1 when that fails, with the cause in `error`,
-  // or empty when nobody offers the intent.
+  // Connects to the application that has registered the intent last. -1 on failure, with the cause
+  // in `error`, which is empty when no application offers the intent.
   static int ConnectTo(const QString& name, RuntimeManager::Error* error);
 
  private:
   struct Intent;
   using Intents = std::map<QString, Intent>;
 
-  // How an answer finds its way: the server, while it lives.
+  // The way of an answer to the server, as long as that lives.
   struct Home {
     std::mutex mutex;
-    IntentServer* server;  // Guarded by mutex. Null once it is gone.
+    IntentServer* server;  // Guarded by mutex. Null once the server is destroyed.
   };
   class Answer;
 

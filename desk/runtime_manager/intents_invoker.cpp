@@ -57,13 +57,13 @@ struct IntentsInvoker::Private {
     Fail(EMSGSIZE, QStringLiteral("the parameters of \"%1\" are too large").arg(name));
   }
 
-  // One reply an invocation: whatever else comes is not for us.
+  // Each invocation has one reply; everything after it is ignored.
   static void Forget(desk::MessagePeer* peer) {
     peer->disconnect();
     peer->deleteLater();
   }
 
-  // What is not clearly an answer is an error.
+  // A message that is no clear answer is an error.
   void Tell(const QJsonObject& reply) {
     const QJsonValue answer = reply.value(QStringLiteral("answer"));
     if (answer.isObject() && !reply.contains(QStringLiteral("error"))) {
@@ -82,7 +82,7 @@ IntentsInvoker::~IntentsInvoker() = default;
 
 void IntentsInvoker::invoke(const QString& name, const QJsonObject& options,
                             const QJsonObject& parameters) {
-  // Replies never come within the call, whatever thread it is on.
+  // A reply never comes within the call, on any thread.
   QMetaObject::invokeMethod(
       this, [=] { d_->Invoke(name, options, parameters); }, Qt::QueuedConnection);
 }

@@ -13,7 +13,7 @@
 namespace desk {
 namespace {
 
-// Where the closing quote stands, or the end if there is none.
+// Returns the position of the closing quote, or the end if there is none.
 const char* FindEndOfText(const char* at, const char* end) {
   while (at < end) {
     const auto* quote =
@@ -27,7 +27,7 @@ const char* FindEndOfText(const char* at, const char* end) {
   return end;
 }
 
-// The keys of the objects that are open, as they stand in the line but without escapes.
+// The keys of the objects that are open, without escapes.
 class OpenKeys {
  public:
   void Open() { begins_.push_back(keys_.size()); }
@@ -41,9 +41,9 @@ class OpenKeys {
 
   size_t Count() const { return keys_.size(); }
 
-  // Of the innermost object. False when a key came twice.
+  // Ends the innermost object. False when it has a duplicate key.
   bool Close() {
-    if (begins_.empty()) return true;  // No JSON, as the parser will find.
+    if (begins_.empty()) return true;  // The parser will reject it.
     const auto begin = keys_.begin() + static_cast<std::ptrdiff_t>(begins_.back());
     begins_.pop_back();
     std::sort(begin, keys_.end());
@@ -54,15 +54,15 @@ class OpenKeys {
 
  private:
   std::vector<std::string_view> keys_;
-  std::vector<size_t> begins_;  // Where those of each list (none) and object begin.
+  std::vector<size_t> begins_;  // The first key of each object; lists have none.
   std::deque<std::string> unescaped_;
 };
 
-// Why the parser must not see the line; empty when it may. What is no JSON is left to the parser,
-// which takes it in the same order.
+// Returns why the parser must not get the line, or the empty text when it may. Text that is no JSON
+// is left to the parser, which reads it in the same order.
 QString FindFault(const QByteArray& line) {
   OpenKeys keys;
-  size_t values = 0;  // But for the first of the line.
+  size_t values = 0;  // Without the first value of the line.
   std::string_view text;
   const char* const end = line.constData() + line.size();
   for (const char* at = line.constData(); at < end; ++at) {

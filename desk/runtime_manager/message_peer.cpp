@@ -19,7 +19,7 @@ namespace desk {
 namespace {
 
 constexpr int kReadBlock = 1 << 16;
-constexpr int kMostReadAtOnce = 1 << 20;  // Then others have their turn.
+constexpr int kMostReadAtOnce = 1 << 20;  // Then the event loop handles other events.
 constexpr int kConnectRetryMs = 20;
 
 bool IsOwnUser(int descriptor) {
@@ -60,7 +60,7 @@ void MessagePeer::TryConnect(const QByteArray& path) {
   if (closed_) return;
   if (descriptor_ >= 0 && ConnectTo(descriptor_, path)) return OnConnected();
   const int error = errno;
-  if (error == EAGAIN || error == EINTR) {  // Too many wait already.
+  if (error == EAGAIN || error == EINTR) {  // Too many connections wait already.
     QTimer::singleShot(kConnectRetryMs, this, [this, path] { TryConnect(path); });
     return;
   }
@@ -111,15 +111,15 @@ void MessagePeer::WriteQueue() {
     queue_offset_ = 0;
   }
   const bool waits = !queue_.empty() && IsTransient(errno);
-  if (!queue_.empty() && !waits) {  // What the other end sent before it went is still to be read.
+  if (!queue_.empty() && !waits) {  // Its last messages are still to be read.
     write_failed_ = true;
-    shutdown(descriptor_, SHUT_WR);  // It may be there still, and must not wait for more.
+    shutdown(descriptor_, SHUT_WR);  // The other end may wait for more.
     DropQueue();
   }
   writable_->setEnabled(waits);
 }
 
-// What was accepted is never lost in silence.
+// Drops accepted messages; the loss is reported.
 void MessagePeer::DropQueue() {
   if (unsent_bytes_ > 0) {
     ReportError(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
@@ -140,7 +140,7 @@ void MessagePeer::OnReadable() {
   DeliverLines();
 }
 
-// False when there is nothing more to read now.
+// Returns false when there is nothing more to read now.
 bool MessagePeer::ReadSome() {
   const int before = received_.size();
   received_.resize(before + kReadBlock);
@@ -175,7 +175,7 @@ void MessagePeer::DeliverLines() {
   if (closed_) return;
   if (received_.size() > kLargestFrame) {
     Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
-  } else if (ended_ && queue_.empty()) {  // One that only sends no more may still read.
+  } else if (ended_ && queue_.empty()) {  // An end that has stopped sending may still read.
     Close();
   }
 }
@@ -191,7 +191,7 @@ bool MessagePeer::TakeLine(QByteArray* line) {
   return true;
 }
 
-// Makes room for what is read next. The room stays, but for that of an uncommonly large line.
+// Makes room for the next read. The room is kept, except that of an unusually large line.
 void MessagePeer::DropDelivered() {
   received_.remove(0, line_start_);
   line_start_ = 0;

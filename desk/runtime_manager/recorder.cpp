@@ -26,7 +26,7 @@ QByteArray StampedLine(QJsonObject entry) {
   return QJsonDocument(entry).toJson(QJsonDocument::Compact);
 }
 
-// What is wrong with an open file that is to hold what others must not see; empty when nothing is.
+// Returns why an open file cannot keep private data, or the empty text when it can.
 QString FindFault(const struct stat& status, bool opened_as_pipe) {
   if (opened_as_pipe ? !S_ISFIFO(status.st_mode) : !S_ISREG(status.st_mode)) {
     return QStringLiteral("it is neither a file nor a pipe");
@@ -44,12 +44,12 @@ QString OpenFault(int error, bool is_pipe) {
   return ErrnoText(error);
 }
 
-constexpr int kPatienceMs = 1000;  // With the reader of a pipe.
+constexpr int kPatienceMs = 1000;  // For the reader of a pipe.
 
-// The file that lines are appended to, opened for one of them. Several processes may share it.
+// The file that lines are appended to, opened for one line. Several processes may share it.
 class RecordFile {
  public:
-  // Neither follows a link nor waits for a pipe's reader.
+  // Does not follow a link, and does not wait for a pipe's reader.
   RecordFile(const QByteArray& path, QString* fault) {
     struct stat status {};
     is_pipe_ = lstat(path.constData(), &status) == 0 && S_ISFIFO(status.st_mode);
@@ -65,8 +65,8 @@ class RecordFile {
   RecordFile(const RecordFile&) = delete;
   RecordFile& operator=(const RecordFile&) = delete;
 
-  // In one write, if the machine can. What another process could not finish stays a line of its
-  // own.
+  // Appends the line in one write if possible. A line that another process could not finish stays a
+  // separate line.
   void Append(const QByteArray& line, QString* fault) {
     const QByteArray text = (EndsWithinALine() ? "\n" : "") + line + '\n';
     size_t written = 0;
@@ -86,19 +86,19 @@ class RecordFile {
            pread(descriptor_, &last, 1, status.st_size - 1) == 1 && last != '\n';
   }
 
-  // Half a line, unless somebody is seen to have appended another since.
+  // Removes a half-written line, unless another process is known to have appended a line since.
   void TakeBack(off_t size) const {
     struct stat status {};
     const off_t end = lseek(descriptor_, 0, SEEK_CUR);
     if (fstat(descriptor_, &status) != 0 || status.st_size != end) return;
-    if (ftruncate(descriptor_, end - size) != 0) return;  // The next line begins on a new one.
+    if (ftruncate(descriptor_, end - size) != 0) return;  // The next Append begins a new line.
   }
 
   int descriptor_ = -1;
   bool is_pipe_ = false;
 };
 
-// False, with the cause in `error`, when the line could not be appended.
+// Returns false, with the cause in `error`, when the line could not be appended.
 bool AppendLine(const QString& path, const QByteArray& line, QString* error) {
   QString fault;
   RecordFile file(QFile::encodeName(path), &fault);

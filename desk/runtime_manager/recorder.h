@@ -1,6 +1,6 @@
-// The file that TAVO_DESK_RECORD names: what happened on the desk, one JSON object a line.
+// The record of the desk's events in the file TAVO_DESK_RECORD: one JSON object on each line.
 //
-// Threads: any, and any number of processes; a FrameRecorder is its owner's.
+// Threads: any, and any number of processes. A FrameRecorder is for its owner's thread.
 #pragma once
 
 #include <memory>
@@ -10,17 +10,17 @@
 
 namespace desk {
 
-// Appends the entry, with its time, to the file; a line on standard error when none is named.
-// False, with the cause in `error`, when the file cannot be written.
+// Appends the entry, with its time, to the file. False, with the cause in `error`, when the file
+// cannot be written. Without a named file the entry is a line on standard error.
 bool Record(QJsonObject entry, QString* error);
 
-// The same, but nothing without a named file. A failure is a line on standard error.
+// The same, but does nothing without a named file. A failure is a line on standard error.
 void RecordIfNamed(QJsonObject entry);
 
-// Appends what goes over a task's socket, as its starter sees it.
+// Appends the messages on a task's socket, as its starter sees them.
 class FrameRecorder {
  public:
-  // Null when no file is named. The task is that of the socket.
+  // Makes the recorder of the task of this socket. Null when no file is named.
   static std::unique_ptr<FrameRecorder> Create(const QString& socket_path);
 
   void RecordTo(const QJsonObject& message) { Append(QStringLiteral("to"), message); }
@@ -30,7 +30,7 @@ class FrameRecorder {
   FrameRecorder(QString path, QString task);
   void Append(const QString& direction, const QJsonObject& message);
 
-  QString path_;  // Empty once it could not be written, which is told once.
+  QString path_;  // Empty after a failure, which is reported once.
   const QString task_;
 };
 

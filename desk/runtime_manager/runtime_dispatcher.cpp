@@ -18,8 +18,8 @@ namespace {
 
 constexpr int kFirstPassedDescriptor = 3;
 
-// Sockets are passed from descriptor 3 on, announced to one process id. A debugger's server that
-// wraps the task is that process, and forks the task: its children may take the socket, too.
+// Sockets are passed from descriptor 3 on, and announced to one process id. If a debugger's server
+// wraps the task, it is that process and forks the task, so its children may take the socket, too.
 int TakePassedSocket() {
   const pid_t announced = qEnvironmentVariableIntValue("LISTEN_PID");
   const bool passed = qEnvironmentVariableIntValue("LISTEN_FDS") >= 1 && announced > 0 &&
@@ -29,8 +29,8 @@ int TakePassedSocket() {
   return kFirstPassedDescriptor;
 }
 
-// Lives as long as the application object, whose event loop it needs. Null without one, and while
-// it is being destroyed. The pointer itself outlives the statics of others, who may still call.
+// Lives as long as the application object, whose event loop it needs. Null without an application
+// and during its destruction. The pointer outlives static objects, which may still call.
 desk::IntentServer* GetIntentServer() {
   static auto& server = *new QPointer<desk::IntentServer>;
   if (!QCoreApplication::instance()) return nullptr;

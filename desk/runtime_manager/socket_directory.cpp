@@ -13,15 +13,15 @@
 namespace desk {
 namespace {
 
-// True when it fits.
+// Returns whether the path fits.
 template <size_t kSize>
 bool Join(char (&path)[kSize], const char* directory, const char* name) {
   const int length = std::snprintf(path, kSize, "%s/%s", directory, name);
   return length >= 0 && static_cast<size_t>(length) < kSize;
 }
 
-// The errno with which a datagram socket is refused: ECONNREFUSED where no process has the socket
-// bound, EPROTOTYPE where one has. Nobody who listens for streams notices.
+// Returns the errno with which a datagram socket is refused: ECONNREFUSED when no process has bound
+// the socket, EPROTOTYPE when a process has. A listener for streams does not notice the attempt.
 int Probe(const sockaddr_un& address, int* refusal) {
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (descriptor < 0) return errno;

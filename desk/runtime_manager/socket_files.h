@@ -1,4 +1,4 @@
-// Where the desk's sockets lie: in directories that no other user can reach.
+// The places of the desk's sockets: directories that no other user can reach.
 //
 // Errors: the cause in `error`.
 #pragma once
@@ -8,21 +8,21 @@
 
 namespace desk {
 
-// $XDG_RUNTIME_DIR; empty when there is no such directory of this user, or when others may write in
-// it (told once on standard error): another user could exchange what lies there.
+// Returns $XDG_RUNTIME_DIR. Empty when it is no directory of this user, and when other users may
+// write in it (reported once on standard error), because they could replace its files.
 QByteArray GetRuntimeDirectory();
 
-// What CheckPrivateDirectory (socket_directory.h) found wrong with it.
+// Describes a failure of CheckPrivateDirectory (socket_directory.h).
 QString PrivateDirectoryFault(const QByteArray& path, int fault);
 
-// Makes it a directory of this user with mode 0700, or finds it so.
+// Makes a directory of this user with mode 0700, or accepts an existing one.
 bool MakePrivateDirectory(const QByteArray& path, QString* error);
 
-// Where all processes of this user meet: tavo/ in the runtime directory or, without one, a
-// directory of the user's among the temporary files. It need not exist.
+// Returns the directory that all processes of this user share: tavo/ in the runtime directory or,
+// without one, a directory of the user among the temporary files. It need not exist.
 QByteArray GetSharedDirectory();
 
-// A listening socket that blocks and is not inherited; -1 on failure, and no file then.
+// Returns a listening socket that blocks and is not inherited. -1, without a file, on failure.
 int ListenAt(const QByteArray& path, QString* error);
 
 }  // namespace desk

@@ -28,9 +28,9 @@ extern "C" char** environ;
 namespace desk {
 namespace {
 
-// Beside this library. The dynamic loader may know that by a relative path, so it is looked for
-// before anybody changes the directory; empty when its folder cannot be found out. Never destroyed:
-// tasks are also started while a process exits.
+// The supervisor lies beside this library. The dynamic loader may know the library by a relative
+// path, so the path is resolved before the working directory can change. Empty when that fails.
+// Never destroyed, because tasks are also started while a process exits.
 const std::string& kSupervisor = *new std::string([] {
   Dl_info library{};
   dladdr(reinterpret_cast<const void*>(&RemoveDeadIntents), &library);
@@ -47,8 +47,8 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// The starter's environment with the socket's announcement in place of an earlier one, but for the
-// task's process id, which the supervisor adds.
+// Returns the starter's environment with the announcement of this socket in the place of an earlier
+// one, except the task's process id, which the supervisor adds.
 std::vector<std::string> EnvironmentFor(const TaskSocket* socket) {
   std::vector<std::string> entries;
   for (char** entry = environ; entry && *entry; ++entry) {
@@ -126,7 +126,8 @@ class SpawnPlan {
   SpawnPlan(const SpawnPlan&) = delete;
   SpawnPlan& operator=(const SpawnPlan&) = delete;
 
-  // 0, or the errno of what failed, once the program has ended. Its exit code is an errno, too.
+  // Returns 0 or the errno of the failure, after the program has ended. Its exit code is an errno,
+  // too.
   int Run(char* const* command, char* const* environment) const {
     pid_t child = 0;
     const int error =
@@ -137,24 +138,24 @@ class SpawnPlan {
     do {
       reaped = waitpid(child, &status, 0);
     } while (reaped < 0 && errno == EINTR);
-    if (reaped != child || !WIFEXITED(status)) return 0;  // The link tells what there is to tell.
+    if (reaped != child || !WIFEXITED(status)) return 0;  // The link reports the rest.
     return WEXITSTATUS(status) == kNotExecuted ? ENOEXEC : WEXITSTATUS(status);
   }
 
  private:
-  static constexpr int kNotExecuted = 127;  // How an emulated spawn tells that.
+  static constexpr int kNotExecuted = 127;  // An emulated spawn reports it so.
 
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
 };
 
-// 0, or the errno of what failed.
+// Returns 0 or the errno of the failure.
 int StartSupervisor(std::vector<std::string> command, std::vector<std::string> environment,
                     const SpawnPlan& plan) {
-  if (access(kSupervisor.c_str(), X_OK) != 0) return errno;  // An emulated spawn cannot tell.
+  if (access(kSupervisor.c_str(), X_OK) != 0) return errno;  // An emulated spawn cannot report it.
   const std::vector<char*> environment_pointers = Pointers(environment);
   const int error = plan.Run(Pointers(command).data(), environment_pointers.data());
-  // The machine may run programs of this build by an emulator only.
+  // The machine may need an emulator for programs of this build.
   const std::string emulator = TAVO_DESK_EMULATOR;
   if (error != ENOEXEC || emulator.empty()) return error;
   const QStringList words = QString::fromStdString(emulator).split(QLatin1Char(' '));
@@ -218,7 +219,8 @@ SupervisedProcess::News SupervisedProcess::OnReport(const SupervisorReport& repo
     case SupervisorReport::kRunning:
       return News::kRunning;
     case SupervisorReport::kDone:
-      // Where orphans come to this process (the first one of a container), this one does, too.
+      // If orphans are re-parented to this process (the first one of a container), so is the
+      // supervisor.
       waitpid(report.supervisor, nullptr, 0);
       return News::kEnded;
     case SupervisorReport::kDirectoryFailed:
@@ -230,7 +232,7 @@ SupervisedProcess::News SupervisedProcess::OnReport(const SupervisorReport& repo
   }
 }
 
-// The supervisor did not come to its end: what it leaves is ended and removed here.
+// The supervisor was killed: this ends the group and removes the files in its place.
 SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
   if (group_ > 0) kill(-group_, SIGKILL);
   if (!socket_path_.isEmpty()) unlink(socket_path_.constData());
@@ -244,7 +246,7 @@ void SupervisedProcess::Send(Command command) {
   const size_t sent = MoveAll(sizeof command, [&](size_t, size_t left) {
     return send(link_, &command, left, MSG_NOSIGNAL);
   });
-  if (sent < sizeof command) shutdown(link_, SHUT_WR);  // The end says to terminate.
+  if (sent < sizeof command) shutdown(link_, SHUT_WR);  // The end of the stream means kTerminate.
 }
 
 }  // namespace desk

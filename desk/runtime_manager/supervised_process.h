@@ -1,6 +1,6 @@
-// A process group that is started, ended and never left behind.
+// A process group that is started and ended, and of which nothing is left behind.
 //
-// Threads: any; the descriptor is for the event loop of whoever watches it.
+// Threads: any; the descriptor is for the event loop of the owner.
 #pragma once
 
 #include <memory>
@@ -16,15 +16,15 @@ namespace desk {
 
 class SupervisedProcess {
  public:
-  // What a process that ends by itself leaves behind in its group.
+  // What happens to the rest of the group when the process ends by itself.
   enum class Leftovers { kEnded, kSpared };
 
-  // Executes the supervisor, which takes the socket's files over; the socket may be null. Null,
-  // with the cause in `error`, when not even that succeeds.
+  // Executes the supervisor, which takes over the files of the socket (null: none). Null, with the
+  // cause in `error`, when that fails.
   static std::unique_ptr<SupervisedProcess> Start(const Application& application,
                                                   TaskSocket* socket, QString* error,
                                                   Leftovers leftovers = Leftovers::kEnded);
-  // Ends the process group: at once asked to, killed when it does not obey. Does not wait.
+  // Ends the process group: asks it to end, and kills it later if it does not. Does not wait.
   ~SupervisedProcess();
   SupervisedProcess(const SupervisedProcess&) = delete;
   SupervisedProcess& operator=(const SupervisedProcess&) = delete;
@@ -33,9 +33,9 @@ class SupervisedProcess {
   int GetDescriptor() const { return link_; }
 
   enum class News { kNone, kRunning, kFailed, kEnded, kLost };
-  // What happened, one thing a call; the cause of kFailed and kLost is put into `error`. After
-  // kEnded nothing is left of the process group. kLost: the supervisor was killed; the group was
-  // killed, too, but nobody saw it go.
+  // Returns one piece of news at each call; for kFailed and kLost the cause is stored in `error`.
+  // After kEnded nothing is left of the process group. kLost: the supervisor was killed, and the
+  // group was killed then, but its end was not observed.
   News ReadNews(QString* error);
 
   // After kRunning.
@@ -52,8 +52,8 @@ class SupervisedProcess {
   News OnLinkEnd(QString* error);
 
   const int link_;
-  SupervisorReport report_{};  // The one that comes,
-  size_t report_size_ = 0;     // as far as it has come.
+  SupervisorReport report_{};  // The report that is being received.
+  size_t report_size_ = 0;     // The bytes that have arrived.
   const QByteArray socket_path_;
   const QByteArray private_directory_;
   int group_ = 0;  // The task's process group; 0: there is none.

@@ -25,19 +25,19 @@ constexpr char kName[] = "tavo-supervisor";
 constexpr int kHandedOverDescriptor = 3;
 constexpr rlim_t kMostClosed = 1 << 16;  // Limits may be huge, and closing one by one is slow.
 constexpr long kTickMs = 50;
-constexpr int64_t kGiveUpMs = 5000;       // After killing: what is left then cannot be ended.
-constexpr int kFirstFreeDescriptor = 10;  // Above all that dup2 may overwrite in the task.
+constexpr int64_t kGiveUpMs = 5000;       // After killing: nothing else can be done.
+constexpr int kFirstFreeDescriptor = 10;  // Above the descriptors that dup2 may overwrite.
 
 void CloseRange(unsigned first, unsigned last) {
   if (first > last || close_range(first, last, 0) == 0) return;
-  rlimit limit{};  // A kernel without close_range.
+  rlimit limit{};  // The kernel has no close_range.
   getrlimit(RLIMIT_NOFILE, &limit);
   const rlim_t end = limit.rlim_cur < kMostClosed ? limit.rlim_cur : kMostClosed;
   for (unsigned i = first; i <= last && i < end; ++i) close(static_cast<int>(i));
 }
 
-// Some descriptors of the starter may be inherited by every program that it executes. Held open
-// here they would keep its sockets and pipes alive. The standard ones stay.
+// Programs that the starter executes may inherit some of its descriptors. If the supervisor kept
+// them open, it would keep the starter's sockets and pipes alive. The standard ones stay open.
 void CloseAllBut(int one, int other) {
   int next = STDERR_FILENO + 1;
   for (const int kept : {one < other ? one : other, one < other ? other : one}) {
@@ -48,8 +48,8 @@ void CloseAllBut(int one, int other) {
   CloseRange(static_cast<unsigned>(next), ~0u);
 }
 
-// Moves a descriptor out of the way of those that the task gets; -1 stays -1. False, and nothing
-// moved, when the process may not have that many: EMFILE, whatever the call says.
+// Moves a descriptor above those that the task gets; -1 stays -1. False, with nothing moved, when
+// the process may not have so many descriptors; errno is EMFILE then.
 bool MoveUp(int* descriptor) {
   if (*descriptor < 0) return true;
   const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, kFirstFreeDescriptor);
@@ -71,10 +71,10 @@ void FillStandardDescriptors() {
 
 struct Launch {
   int link;
-  int socket;               // -1: none.
-  const char* directory;    // Null: stay.
-  const char* socket_path;  // Null: none, as the next one.
-  const char* private_directory;
+  int socket;                     // -1: none.
+  const char* directory;          // Null: no change.
+  const char* socket_path;        // Null: none.
+  const char* private_directory;  // Null: none.
   const char* shared_directory;
   bool spares_leftovers;
   char** command;  // Ends with a null pointer.
@@ -103,7 +103,7 @@ void ResetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// The starter put the rest of the announcement into the environment.
+// The rest of the announcement is in the environment already.
 void AnnounceSocket(int socket) {
   dup2(socket, kHandedOverDescriptor);
   char process[16];
@@ -111,11 +111,11 @@ void AnnounceSocket(int socket) {
   setenv("LISTEN_PID", process, 1);
 }
 
-// In the task's process, up to the moment when the application takes it over. What fails is told
-// through the pipe, which closes by itself when nothing does.
+// Runs in the task's process until the application takes it over. A failure is reported through the
+// pipe, which closes by itself on success.
 [[noreturn]] void BecomeTask(const Launch& launch, pid_t supervisor, int pipe) {
   setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // Should somebody kill the supervisor.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // In case the supervisor is killed.
   if (getppid() != supervisor) _exit(127);
   ResetSignals();
   const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -133,8 +133,8 @@ void AnnounceSocket(int socket) {
   _exit(127);
 }
 
-// Starts the task and waits until the application took over, or could not. The report's task is 0
-// when there is no process.
+// Starts the task and waits until the application has taken over or has failed to. The report's
+// task is 0 when there is no process.
 SupervisorReport StartTask(const Launch& launch) {
   SupervisorReport report{SupervisorReport::kForkFailed, 0, 0, getpid(), 0};
   int ends[2];
@@ -147,7 +147,7 @@ SupervisorReport StartTask(const Launch& launch) {
   report.error = errno;
   close(ends[1]);
   if (task > 0) {
-    setpgid(task, task);  // Here, too: whoever comes first.
+    setpgid(task, task);  // Both processes call it, in any order.
     report = {SupervisorReport::kRunning, 0, task, report.supervisor, 0};
     SupervisorReport failure{};
     auto* bytes = reinterpret_cast<char*>(&failure);
@@ -175,13 +175,13 @@ int64_t NowMs() {
   return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// Watches over one task's process group until it is gone.
+// Watches one task's process group until it has ended.
 class Watch {
  public:
   Watch(pid_t task, int link, bool spares_leftovers)
       : task_(task), spares_leftovers_(spares_leftovers), link_(link) {}
 
-  // Returns how the task ended.
+  // Returns the status with which the task has ended.
   int Run() {
     while (!IsOver()) {
       WaitForNews();
@@ -191,7 +191,7 @@ class Watch {
   }
 
  private:
-  // Reaps whatever ended (orphans of the group come here: this process is their subreaper).
+  // Reaps ended processes. Orphans of the group come here, because this process is their subreaper.
   bool IsOver() {
     pid_t ended = 0;
     int status = 0;
@@ -204,14 +204,14 @@ class Watch {
     if (spares_leftovers_) return true;
     if (kill(-task_, 0) != 0 && errno == ESRCH) return true;
     if (give_up_at_ms_ >= 0 && NowMs() >= give_up_at_ms_) return true;
-    Terminate();  // Its helpers end with it.
+    Terminate();  // The rest of its group is ended, too.
     return false;
   }
 
   void WaitForNews() {
     pollfd poll_link{link_, POLLIN, 0};
-    // Where this process is no subreaper (an emulator may not know how), nobody tells when the
-    // last of the group is gone.
+    // If this process is no subreaper (an emulator may not support that), no signal tells when the
+    // last process of the group has ended.
     const timespec tick{0, kTickMs * 1000000};
     sigset_t all_but_child;
     sigfillset(&all_but_child);
@@ -223,8 +223,8 @@ class Watch {
     char command = 0;
     const ssize_t size = recv(link_, &command, 1, MSG_DONTWAIT);
     if (size < 0 && IsTransient(errno)) return;
-    if (size <= 0) {  // The starter is gone, or does not want the task any more.
-      link_ = -1;     // ppoll skips it from now on. Others may still hold the other end.
+    if (size <= 0) {  // The starter has ended, or asks to end the task.
+      link_ = -1;     // ppoll skips it from now on. Other processes may hold the other end.
     }
     if (size > 0 && command == static_cast<char>(Command::kKill)) {
       Kill();
@@ -254,13 +254,13 @@ class Watch {
   int status_ = 0;
   bool task_ended_ = false;
   bool terminating_ = false;
-  int64_t kill_at_ms_ = -1;  // When patience ends; -1: not decided, or done.
+  int64_t kill_at_ms_ = -1;  // The time to kill; -1: none.
   int64_t give_up_at_ms_ = -1;
 };
 
 [[noreturn]] void RunSupervisor(Launch launch) {
   setsid();
-  prctl(PR_SET_NAME, kName);  // An emulator's process bears the emulator's.
+  prctl(PR_SET_NAME, kName);  // Under an emulator it is the emulator's.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   struct sigaction wake {};
   wake.sa_handler = [](int) {};  // SIGCHLD only has to end a wait.
@@ -278,7 +278,7 @@ class Watch {
     if (descriptor >= 0) close(descriptor);
   }
   Tell(report, launch.link);
-  if (chdir("/") != 0) {  // Where it stays is nobody's: a file system may be unmounted meanwhile.
+  if (chdir("/") != 0) {  // It must not keep a file system busy.
     report.error = errno;
   }
   if (report.task > 0) {
@@ -296,8 +296,8 @@ class Watch {
 }  // namespace
 }  // namespace desk
 
-// Two processes: the supervisor becomes nobody's child, so that there is nothing to reap for the
-// starter but the first one, which ends at once.
+// This uses two processes: the supervisor becomes an orphan, so the starter only has to reap the
+// first process, which ends at once.
 int main(int count, char** arguments) {
   if (count <= desk::kTaskCommand) {
     std::fprintf(stderr, "%s: it is started by libruntimemanager.so, for each task of the desk\n",

@@ -21,13 +21,13 @@ struct Task::Private {
   const QString name;
   bool ipc_socket = false;
   QStringList arguments;
-  QString listening_path;  // Becomes the socket's path when the application has taken over.
+  QString listening_path;  // The socket's path, once the application has taken over.
   QString socket_path;
 
   std::optional<desk::TaskReport> report;  // Once the task runs.
 
   std::mutex mutex;
-  // Guarded by mutex: stop uses them anywhere.
+  // Guarded by mutex, because stop runs on any thread.
   std::unique_ptr<desk::SupervisedProcess> process;
   bool is_stopped = false;
 
@@ -35,7 +35,8 @@ struct Task::Private {
   bool launched = false;
   Callback on_started;
   std::vector<Callback> on_stopped;
-  QSocketNotifier* notifier = nullptr;  // A child of the task: it moves between threads with it.
+  // A child of the task, so that it moves between threads with it.
+  QSocketNotifier* notifier = nullptr;
 
   Private(Task* owner, const QString& task_name) : task(owner), name(task_name) {}
 
@@ -100,7 +101,7 @@ struct Task::Private {
   // The callbacks may delete the task: nothing of it is touched afterwards.
   void OnEnded(const Error& error) {
     notifier->setEnabled(false);
-    std::exchange(notifier, nullptr)->deleteLater();  // It is the one that is calling.
+    std::exchange(notifier, nullptr)->deleteLater();  // It is calling this function.
     {
       const std::lock_guard lock(mutex);
       process.reset();

@@ -34,17 +34,18 @@ struct TaskMessaging::Private {
 
   // On the owner's thread only.
   std::vector<desk::MessagePeer*> peers;     // Children of the owner.
-  bool waits_for_first_peer = true;          // Until then messages are kept for it.
-  std::unique_ptr<desk::Acceptor> acceptor;  // None: a client.
+  bool waits_for_first_peer = true;          // Messages are kept until then.
+  std::unique_ptr<desk::Acceptor> acceptor;  // Null at the starter's end.
 
-  // None: nothing is recorded. Only the starter's end does, so that each frame is there once.
+  // Null: nothing is recorded. Only the starter's end records, so that each frame is there once.
   std::unique_ptr<desk::FrameRecorder> recorder;
 
   std::mutex mutex;
-  std::vector<QByteArray> outbox;  // Guarded by mutex, as all that follows.
+  // Guarded by mutex.
+  std::vector<QByteArray> outbox;
   qint64 outbox_bytes = 0;
-  bool overflowed = false;  // Something was not put into the outbox.
-  bool useless = false;     // Nobody is there, and nobody can come.
+  bool overflowed = false;  // A message was not put into the outbox.
+  bool useless = false;     // There is no peer, and there cannot be one.
 
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
 
@@ -76,7 +77,7 @@ struct TaskMessaging::Private {
   desk::MessagePeer* Add() {
     auto* peer = new desk::MessagePeer(owner);
     peers.push_back(peer);
-    if (recorder) {  // Before whoever answers.
+    if (recorder) {  // Before any other receiver, which may answer.
       QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
                        [this](const QJsonObject& message) { recorder->RecordFrom(message); });
     }
@@ -89,7 +90,7 @@ struct TaskMessaging::Private {
 
   void Remove(desk::MessagePeer* peer) {
     peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
-    if (!acceptor) GiveUp();  // A client does not connect again.
+    if (!acceptor) GiveUp();  // The starter's end does not connect again.
   }
 
   void GiveUp() {
@@ -99,7 +100,7 @@ struct TaskMessaging::Private {
     outbox_bytes = 0;
   }
 
-  // True when the owner's thread has to be told: it is not, so far.
+  // Returns whether the owner's thread must be woken.
   bool Put(const QByteArray& line) {
     const std::lock_guard lock(mutex);
     if (useless || overflowed) return false;
@@ -110,7 +111,7 @@ struct TaskMessaging::Private {
     return outbox.size() == 1;
   }
 
-  // On the owner's thread: hands what waits to every peer that is there.
+  // Sends the waiting messages to every peer. On the owner's thread.
   void Flush() {
     const bool connected = std::any_of(peers.begin(), peers.end(),
                                        [](desk::MessagePeer* peer) { return peer->IsConnected(); });
@@ -122,7 +123,7 @@ struct TaskMessaging::Private {
     const bool drop = std::exchange(overflowed, false);
     lock.unlock();
     if (recorder) RecordTo(lines);
-    const auto receivers = peers;  // Sending may drop one.
+    const auto receivers = peers;  // Sending may drop a peer.
     for (desk::MessagePeer* peer : receivers) {
       for (const QByteArray& line : lines) peer->Send(line);
     }
@@ -135,7 +136,7 @@ struct TaskMessaging::Private {
     }
   }
 
-  // A message did not even reach the outbox: whoever is there has missed it.
+  // A message did not reach the outbox, so every peer has missed it.
   void DropEverybody() {
     const auto everybody = peers;
     for (desk::MessagePeer* peer : everybody) {

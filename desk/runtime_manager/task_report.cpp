@@ -14,7 +14,7 @@
 namespace desk {
 namespace {
 
-// The sockets of this process's tasks, and whether their tasks have accepted a connection. Never
+// The sockets of this process's tasks, and whether the task has accepted a connection. Never
 // destroyed: tasks may end while the process exits.
 class Answers {
  public:

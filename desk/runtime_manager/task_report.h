@@ -1,7 +1,7 @@
-// What a person is told of a task's life: a line on standard error when it ends in a way that
-// nobody asked for, and entries of the record (recorder.h) for its start and its end.
+// The report of a task's life: a line on standard error when it ends unexpectedly, and entries of
+// the record (recorder.h) for its start and its end.
 //
-// Threads: a report is its task's; NoteAnswer may be called from any.
+// Threads: those of the task; NoteAnswer may be called from any.
 #pragma once
 
 #include <QString>
@@ -16,13 +16,13 @@ class TaskReport {
   TaskReport(const TaskReport&) = delete;
   TaskReport& operator=(const TaskReport&) = delete;
 
-  // The task of this process that has the socket, if any, has accepted a connection.
+  // Notes that the task of this process with this socket, if any, has accepted a connection.
   static void NoteAnswer(const QString& socket_path);
 
   void OnStart(int process);
-  // `status` is that of waitpid; `is_asked_for` when the starter has stopped the task.
+  // `status` is that of waitpid; `is_asked_for` is true when the starter has stopped the task.
   void OnEnd(int status, bool is_asked_for);
-  // Nobody saw the task's end.
+  // The task's end was not observed.
   void OnLoss(const QString& cause);
 
  private:

@@ -20,7 +20,7 @@ std::unique_ptr<TaskSocket> TaskSocket::Listen(const QString& task, QString* err
   if (!socket->PrepareDirectory(&directory, error)) return nullptr;
   const QByteArray stem =
       directory + '/' + QFile::encodeName(task) + '-' + QByteArray::number(getpid()) + '-';
-  do {  // A file may be left of an earlier process with our id that the machine's end cut short.
+  do {  // An earlier process with this id may have left a file when the machine stopped.
     socket->path_ = stem + QByteArray::number(++counter);
   } while (QFile::exists(QFile::decodeName(socket->path_)));
   socket->descriptor_ = ListenAt(socket->path_, error);
@@ -34,7 +34,7 @@ TaskSocket::~TaskSocket() {
   if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
 }
 
-// Behind the name stand the process and a number: see Listen.
+// The process id and a number follow the name, as Listen makes it.
 QString TaskSocket::GetTask(const QString& path) {
   return path.section(QLatin1Char('/'), -1).section(QLatin1Char('-'), 0, -3);
 }

@@ -1,8 +1,8 @@
 // The listening socket that a task is started with.
 //
-// It lies in $XDG_RUNTIME_DIR/tavo (mode 0700), or, where there is no such directory, in a private
-// temporary one of its own. The task's supervisor removes the file and the private directory when
-// the task has ended; until it took over, the destructor does.
+// Its file is in $XDG_RUNTIME_DIR/tavo (mode 0700) or, without that directory, in a private
+// temporary directory. The task's supervisor removes the file and the private directory when the
+// task has ended; until the supervisor has taken over, the destructor does.
 #pragma once
 
 #include <memory>
@@ -20,14 +20,14 @@ class TaskSocket {
   TaskSocket(const TaskSocket&) = delete;
   TaskSocket& operator=(const TaskSocket&) = delete;
 
-  // The task that a socket of that path is named after.
+  // Returns the name of the task that a socket with this path belongs to.
   static QString GetTask(const QString& path);
 
   int GetDescriptor() const { return descriptor_; }  // Closed with this object.
   const QByteArray& GetPath() const { return path_; }
   const QByteArray& GetPrivateDirectory() const { return private_directory_; }  // May be empty.
 
-  // The file and the directory are somebody else's to remove from now on.
+  // The destructor does not remove the file and the directory any more.
   void HandOver() { owns_files_ = false; }
 
  private:

@@ -25,7 +25,7 @@ Error Failure(const QString& uri, const QString& cause) {
   return {EIO, QStringLiteral("\"%1\" was not opened: %2").arg(uri, cause)};
 }
 
-// A text without a scheme might be an option of the opener.
+// A text without a scheme could be taken as an option of the opener.
 bool IsUri(const QString& text) {
   const QUrl url(text, QUrl::StrictMode);
   return url.isValid() && !url.scheme().isEmpty();
@@ -40,8 +40,8 @@ Error RecordUri(const QString& uri) {
   return recorded ? Error() : Failure(uri, cause);
 }
 
-// The desktop's opener, and how it ended. A browser that it leaves behind goes on. Not a QProcess:
-// that complains when it is destroyed first, and does not run under an emulator.
+// A run of the desktop's opener. A browser that it has started goes on when this ends. QProcess is
+// not used: it prints a warning when it is destroyed first, and does not run under an emulator.
 class Opener : public QObject {
  public:
   Opener(QString uri, QObject* context, Done done)
@@ -82,7 +82,7 @@ class Opener : public QObject {
   const QString uri_;
   Done done_;
   std::unique_ptr<SupervisedProcess> process_;
-  std::unique_ptr<QSocketNotifier> notifier_;  // Goes before the descriptor that it watches.
+  std::unique_ptr<QSocketNotifier> notifier_;  // Destroyed before the descriptor that it watches.
 };
 
 }  // namespace
@@ -94,7 +94,7 @@ void OpenUri(const QString& uri, QObject* context, const Done& callback) {
   };
   const QByteArray mode = qgetenv("TAVO_DESK_OPEN_URI");
   const bool opens = mode.isEmpty() || mode == "open";
-  // The outcome is told from the event loop always.
+  // The outcome is always told from the event loop.
   const auto run = [=] {
     if (mode == "record") return done(RecordUri(uri));
     if (opens && IsUri(uri)) return (new Opener(uri, context, done))->Run();

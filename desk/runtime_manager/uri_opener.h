@@ -1,7 +1,7 @@
-// Opens URIs for which no application has registered the intent.
+// The opening of URIs for which no application has registered the intent.
 //
-// TAVO_DESK_OPEN_URI says how: "open", as without it, by the desktop's opener (xdg-open); "record",
-// by writing it down (recorder.h); "fail", not at all.
+// TAVO_DESK_OPEN_URI selects the way: "open" (the default) uses the desktop's opener (xdg-open),
+// "record" writes the URI to the record (recorder.h), "fail" fails.
 #pragma once
 
 #include <functional>
@@ -13,8 +13,8 @@
 
 namespace desk {
 
-// Tells `done` the outcome on the thread's event loop, unless `context` is gone by then; an opener
-// that still runs ends with the context.
+// Calls `done` with the outcome on the thread's event loop, unless `context` is destroyed before.
+// An opener that still runs is ended with the context.
 void OpenUri(const QString& uri, QObject* context,
              const std::function<void(const RuntimeManager::Error&)>& done);
 

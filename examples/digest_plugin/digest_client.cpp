@@ -12,7 +12,7 @@ using cw::EncodableMap;
 using cw::EncodableValue;
 using Error = flrpc::Message::Error;
 
-constexpr size_t kWindow = 16;  // Requests that are on their way at once.
+constexpr size_t kWindow = 16;  // The number of requests in flight.
 
 const EncodableValue* Find(const EncodableMap* map, const char* key) {
   if (!map) return nullptr;
@@ -25,7 +25,7 @@ std::string TextOf(const EncodableValue* value) {
   return text ? *text : std::string();
 }
 
-// -1: there is none.
+// Returns -1 when the value is no integer.
 int64_t NumberOf(const EncodableValue* value) {
   if (!value) return -1;
   if (const auto* number = value->GetIf<int64_t>()) return *number;
@@ -67,7 +67,7 @@ void DigestClient::Run() {
   client_->Run();
 }
 
-// Called within callbacks, which would swallow what is thrown: nothing would follow.
+// Runs within callbacks, where an exception would only be logged and the work would stop.
 void DigestClient::SendMore() {
   try {
     while (!has_ended_ && sent_ < files_.size() && sent_ < answered_ + kWindow) Send(sent_++);
@@ -122,7 +122,7 @@ void DigestClient::HandleProgress(const EncodableValue& params) {
   TellProgress();
 }
 
-// Answers may overtake each other: a small file is done before a large one.
+// Answers may come in another order: a small file is done before a large one.
 void DigestClient::TellAnswers() {
   for (; told_ < files_.size() && answers_[told_].has_come; ++told_) {
     const Answer& answer = answers_[told_];

@@ -1,6 +1,6 @@
-// A complete plug-in: it prints the SHA-256 digests of files, made by the task "digest" that it
-// starts and talks to, and opens a URI. options.cpp tells the command line and the exit codes,
-// digest_client.h what is said; examples/digest_server_plugin is the task.
+// A complete plug-in: it prints the SHA-256 digests of files, which the task "digest" makes, and
+// opens a URI. options.cpp has the command line and the exit codes, digest_client.h the messages;
+// examples/digest_server_plugin is the task.
 //
 // Run it headless: tavo-embed libdigest_plugin.so --libs-path DIR -- DIRECTORY
 #include <cw/plugin_registrar.h>
@@ -39,7 +39,7 @@ std::vector<std::string> GetCommandLine(const cw::ApplicationWrapper& applicatio
   return arguments;
 }
 
-// As sha256sum: a name with a backslash or a line break is escaped.
+// Like sha256sum, escapes a name with a backslash or a line break.
 std::string EscapedName(const std::string& name) {
   std::string escaped;
   for (const char character : name) {
@@ -136,7 +136,7 @@ class DigestPlugin final : public cw::Plugin,
     progress_->Show(files_done, bytes_done);
   }
 
-  // Not at once: whoever calls this goes with the client.
+  // Not at once: the caller is destroyed with the client.
   void OnEnd(const std::string& failure) override {
     application_->EnqueueTask(
         [weak = weak_from_this(), failure] {
@@ -161,7 +161,7 @@ class DigestPlugin final : public cw::Plugin,
 
   // ---- The URI ----
 
-  // A request that is refused is dropped with its callback: the token tells.
+  // A refused request is destroyed with its callback, which the token shows.
   void OpenUri() {
     opening_.start(options_.timeout);
     intents_ = manager_->GetIntentManager();
@@ -178,7 +178,7 @@ class DigestPlugin final : public cw::Plugin,
     if (waiting.expired()) OnOpened(false);
   }
 
-  // The first outcome counts: an answer may come when its time is over.
+  // The first outcome counts: an answer may come after the timeout.
   void OnOpened(bool success) {
     if (std::exchange(has_opened_, true)) return;
     opening_.stop();
@@ -211,7 +211,7 @@ class DigestPlugin final : public cw::Plugin,
 
   void Complain(const std::string& sentence) {
     if (progress_) progress_->Hide();
-    std::fflush(stdout);  // Where both are one terminal the lines stay in order.
+    std::fflush(stdout);  // Keeps the lines in order when both are one terminal.
     std::fprintf(stderr, "digest_plugin: %s\n", sentence.c_str());
   }
 
@@ -224,21 +224,21 @@ class DigestPlugin final : public cw::Plugin,
   }
 
   const std::shared_ptr<cw::ApplicationWrapper> application_;
-  cw::PluginRegistrar* registrar_;  // Owns this; null once this is released.
+  cw::PluginRegistrar* registrar_;  // Owns this object; null after its release.
   digest::Options options_;
   Clock::time_point begin_;
   std::unique_ptr<tavo::ManagerWrapper> manager_;
   std::unique_ptr<tavo::IntentManager> intents_;
   std::optional<digest::Progress> progress_;
   std::optional<digest::DigestClient> client_;
-  QTimer opening_;  // The URI: nothing else tells that nobody answers.
+  QTimer opening_;  // For the URI: the only sign that nobody answers.
 
   size_t file_count_ = 0;
   size_t failed_file_count_ = 0;
   size_t request_count_ = 0;
   int64_t byte_count_ = 0;
   bool has_some_failed_ = false;  // Files, directories, the URI.
-  bool has_opened_ = false;       // Or has failed to.
+  bool has_opened_ = false;       // Or has failed.
 };
 
 }  // namespace

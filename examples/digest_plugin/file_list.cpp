@@ -17,7 +17,7 @@ std::string Encoded(const fs::path& path) {
   return QByteArray::fromStdString(path.native()).toPercentEncoding("/").toStdString();
 }
 
-// Without what does not matter: "a/./b/" is "a/b".
+// The path in its normal form: "a/./b/" becomes "a/b".
 std::string Normal(const fs::path& path) {
   const fs::path normal = path.lexically_normal();
   return (normal.has_filename() ? normal : normal.parent_path()).native();

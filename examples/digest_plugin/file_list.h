@@ -1,4 +1,4 @@
-// The files that digests are wanted of.
+// The files whose digests are wanted.
 //
 // Threads: any.
 #pragma once
@@ -11,20 +11,20 @@
 namespace digest {
 
 struct File {
-  std::string path;     // As it is printed: what was given, and the names below it. Any bytes.
-  std::string encoded;  // As the task is told it: absolute, percent-encoded.
-  int64_t size = 0;     // When it was listed; 0 where that is not known.
+  std::string path;     // The printed path: the given one and the names below it. Any bytes.
+  std::string encoded;  // The path for the task: absolute, percent-encoded.
+  int64_t size = 0;     // The size at the time of listing; 0: unknown.
 };
 
 struct FileList {
   std::vector<File> files;
-  std::vector<std::string> failures;  // Sentences: what could not be listed.
+  std::vector<std::string> failures;  // Sentences about the paths that could not be listed.
   std::set<std::string> unmatched;    // Of `skipped`: nothing has this name.
 };
 
-// The regular files below each directory, sorted by name in each, without the paths that are
-// `skipped`, which may be written differently ("./a/" is "a"). A path that is no directory is in
-// the list as it is, whether or not it is a file.
+// Lists the regular files below each directory, sorted by name in each, without the `skipped`
+// paths, which may be written differently ("./a/" is "a"). A path that is no directory is listed as
+// it is, whether or not it is a file.
 FileList ListFiles(const std::vector<std::string>& paths, const std::set<std::string>& skipped);
 
 }  // namespace digest

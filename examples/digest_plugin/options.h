@@ -15,8 +15,8 @@ extern const char kUsage[];
 
 struct Options {
   bool help = false;
-  std::string uri;                // To be opened at the end; empty: none.
-  std::set<std::string> skipped;  // Paths, as they would be printed.
+  std::string uri;                // The URI to open at the end; empty: none.
+  std::set<std::string> skipped;  // Paths, as they are printed.
   std::chrono::seconds timeout{60};
   std::vector<std::string> paths = {"."};
 };

@@ -14,7 +14,7 @@ namespace {
 constexpr size_t kWidth = 30;
 constexpr auto kRedrawEvery = std::chrono::milliseconds(50);
 
-// Where a line can be drawn again.
+// Returns whether a line can be redrawn.
 bool IsTerminal() {
   const char* const kind = std::getenv("TERM");
   return isatty(STDERR_FILENO) && kind && std::string_view(kind) != "dumb";

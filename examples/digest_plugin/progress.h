@@ -1,5 +1,5 @@
-// How far the work is, on standard error: on a terminal a bar below what is printed, as wide as
-// there is room, elsewhere a line at each quarter of a file that its reader reports on.
+// The progress of the work, on standard error. On a terminal it is a bar below the output, as wide
+// as there is room; elsewhere it is a line at each quarter of a file whose progress is reported.
 //
 // Threads: one.
 #pragma once
@@ -28,7 +28,7 @@ class Progress {
   void Show(size_t files_done, int64_t bytes_done);
   void ShowFile(const std::string& name, int64_t done, int64_t size);
 
-  // Before anything else is written to the terminal; the next Show draws the bar again.
+  // To be called before other output to the terminal; the next Show draws the bar again.
   void Hide();
 
  private:
@@ -38,7 +38,7 @@ class Progress {
   const bool has_colour_;
   bool is_shown_ = false;
   std::chrono::steady_clock::time_point drawn_;
-  std::map<std::string, int64_t> quarters_;  // Told already, by name.
+  std::map<std::string, int64_t> quarters_;  // The quarters that were printed, by name.
 };
 
 }  // namespace digest

@@ -12,7 +12,7 @@ using cw::EncodableValue;
 
 constexpr int kInvalidParams = -32602;
 constexpr int kCannotBeRead = -32000;
-constexpr size_t kMostOpen = 32;                     // Descriptors are few, requests may be many.
+constexpr size_t kMostOpen = 32;  // There are few descriptors, but maybe many requests.
 constexpr int64_t kLargeFile = int64_t{8} << 20;     // From there on progress is told,
 constexpr int64_t kProgressStep = int64_t{4} << 20;  // that often.
 
@@ -59,7 +59,7 @@ void DigestServer::Add(const EncodableValue& params, std::unique_ptr<flrpc::IRep
   if (is_idle) PostTurn();
 }
 
-// Once the answer is on its way. What is not answered by then never is.
+// After the answer was sent. Other requests that wait are never answered.
 void DigestServer::ShutDown(flrpc::IReply& reply) {
   reply.SendResult({});
   application_->EnqueueTask([application = application_] { application->Exit(0); }, 0);

@@ -32,10 +32,10 @@ class DigestServer : public std::enable_shared_from_this<DigestServer> {
 
  private:
   struct Job {
-    std::string path;  // As the request names it.
+    std::string path;  // The path in the request.
     std::unique_ptr<flrpc::IReply> reply;
     std::unique_ptr<FileDigest> file;
-    int64_t told = 0;  // Bytes, by the last notification.
+    int64_t told = 0;  // Bytes, in the last notification.
   };
 
   void Add(const cw::EncodableValue& params, std::unique_ptr<flrpc::IReply> reply);
@@ -50,7 +50,7 @@ class DigestServer : public std::enable_shared_from_this<DigestServer> {
   const std::shared_ptr<cw::ApplicationWrapper> application_;
   const std::shared_ptr<flrpc::IServer> server_;
   std::deque<Job> waiting_;  // Not opened yet.
-  std::deque<Job> open_;     // The first has the next turn.
+  std::deque<Job> open_;     // The first one is read next.
 };
 
 }  // namespace digest

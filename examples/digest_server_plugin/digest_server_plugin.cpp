@@ -1,5 +1,5 @@
-// The task "digest", as a plug-in: an embedder that is started as a task loads it, and whoever
-// started the task asks it for the digests of files. digest_server.h tells what is said.
+// The task "digest" as a plug-in. An embedder that is started as a task loads it, and the starter
+// asks it for the digests of files. digest_server.h has the messages.
 #include <cw/plugin_registrar.h>
 #include <platform/flutter_ostrel/flutter_ostrel.h>
 #include <wrapper/manager_wrapper.h>
@@ -13,7 +13,7 @@ namespace {
 
 class DigestServerPlugin final : public cw::Plugin {
  public:
-  // False, with an error line of the library's, when nobody can be served.
+  // False, with an error line of the library, when there is no server.
   bool Begin(cw::PluginRegistrar* registrar) {
     manager_ = tavo::ManagerWrapper::Create(registrar);
     auto server = manager_ ? manager_->CreateRpcServer() : nullptr;

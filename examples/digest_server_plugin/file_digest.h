@@ -1,4 +1,4 @@
-// The SHA-256 digest of a file, made in slices so that whoever makes it stays responsive.
+// The SHA-256 digest of a file, made in slices so that its thread stays responsive.
 //
 // Threads: one.
 #pragma once
@@ -16,16 +16,16 @@ class FileDigest {
   enum class State { kReading, kDone, kFailed };
 
   // Null, with the cause in `error`, when there is no regular file that can be read. Never waits
-  // for whoever writes a pipe.
+  // for the writer of a pipe.
   static std::unique_ptr<FileDigest> Open(const std::string& path, std::string* error);
   ~FileDigest();
   FileDigest(const FileDigest&) = delete;
   FileDigest& operator=(const FileDigest&) = delete;
 
-  // Reads on, 1 MiB at most; why that failed is in `error`.
+  // Reads the next 1 MiB at most; the cause of a failure is in `error`.
   State ReadSlice(std::string* error);
 
-  int64_t GetSize() const { return size_; }  // When it was opened.
+  int64_t GetSize() const { return size_; }  // The size when the file was opened.
   int64_t GetDone() const { return done_; }
   std::string GetHex() const;
 

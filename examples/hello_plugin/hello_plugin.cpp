@@ -35,7 +35,7 @@ class HelloPlugin final : public cw::Plugin {
     result.Success(answer);
   }
 
-  // Once the answer is on its way.
+  // After the answer was sent.
   void CloseLater() {
     const auto application = registrar_->GetApplication();
     application->EnqueueTask(
@@ -46,7 +46,7 @@ class HelloPlugin final : public cw::Plugin {
         0);
   }
 
-  cw::PluginRegistrar* const registrar_;  // Owns this.
+  cw::PluginRegistrar* const registrar_;  // Owns this object.
   cw::MethodChannel<> channel_;
 };
 

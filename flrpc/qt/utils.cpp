@@ -20,7 +20,7 @@ using cw::EncodableList;
 using cw::EncodableMap;
 using cw::EncodableValue;
 
-constexpr int kDeepest = 1024;  // Qt's parser takes no more, and its containers recurse.
+constexpr int kDeepest = 1024;  // Qt's parser accepts no more levels, and its containers recurse.
 
 bool IsWithinDepth(int depth) {
   if (depth <= kDeepest) return true;
@@ -59,7 +59,8 @@ class JsonMaker {
 
   bool operator()(const std::vector<uint8_t>& bytes) {
     const std::string text = forge::Buffer(bytes).ToBase64();
-    return text.empty() == bytes.empty() && (*this)(text);  // Too large: the buffer has said so.
+    // If the bytes are too large, the buffer has written a line.
+    return text.empty() == bytes.empty() && (*this)(text);
   }
 
   template <typename T>
@@ -119,7 +120,7 @@ class JsonMaker {
 
 bool FromJson(const QJsonValue& json, int depth, EncodableValue& out);
 
-// The number as a T, if T holds it exactly.
+// Returns the number as a T if T can hold it exactly.
 bool Narrow(double number, double& out) {
   out = number;
   return true;

@@ -1,4 +1,4 @@
-// Conversion between values and Qt's JSON values, for those who speak JSON to the platform.
+// Conversion between values and Qt's JSON values, which the platform uses.
 //
 // clang-format off
 //   value                   JSON                  value
@@ -11,10 +11,10 @@
 //   map with string keys -> object             -> map
 // clang-format on
 //
-// So 3.0 comes back as the int32 3, an int64 beyond 2^53 rounded, a float list as doubles or
-// integers, an empty typed list as an empty list. Text that is no UTF-8 has U+FFFD in the wrong
-// places, half a surrogate pair is "?", a byte order mark in front is gone; of keys that become
-// equal by that the last one counts.
+// So 3.0 comes back as the int32 3, an int64 beyond 2^53 comes back rounded, a float list comes
+// back as doubles or integers, and an empty typed list as an empty list. In a text that is no
+// UTF-8, U+FFFD replaces the wrong bytes; half a surrogate pair becomes "?", and a byte order mark
+// at the beginning is dropped. If keys become equal by that, the last one counts.
 //
 // Threads: any.
 // Errors:  false (or a null text) and an error line for each function's own failure; `out` is

@@ -1,4 +1,4 @@
-// What the platform reports of an operation that may fail.
+// The outcome of an operation of the platform that may fail.
 #pragma once
 
 #include <QString>
@@ -10,7 +10,7 @@ class Error {
   Error();                                  // No error.
   Error(int code, const QString& message);  // An error unless `code` is 0.
 
-  explicit operator bool() const;  // Is there an error?
+  explicit operator bool() const;  // Returns whether there is an error.
   int code() const;                // 0: none.
   QString message() const;         // Empty when there is none.
 

@@ -1,4 +1,4 @@
-// Invokes intents that the system or other applications offer.
+// The invocation of intents that the system or other applications offer.
 //
 // Threads: made and deleted on the thread whose event loop delivers the replies; `invoke` may be
 //          called from any.

@@ -1,4 +1,4 @@
-// What the platform hands to the application that runs in this process.
+// The platform's services for the application that runs in this process.
 #pragma once
 
 #include <functional>
@@ -15,12 +15,13 @@ class RuntimeDispatcher {
 
   static RuntimeDispatcher* instance();
 
-  // The listening socket that the application was started with; -1 when it was not started as a
-  // task. The descriptor stays the dispatcher's.
+  // Returns the listening socket that the application was started with, or -1 when it was not
+  // started as a task. The dispatcher owns the descriptor.
   int localServerSocket();
 
-  // Offers an intent to other applications; the handler runs on the event loop's thread, which is
-  // the one that calls this. The reply function may be called from any; the first call counts.
+  // Offers an intent to other applications. The handler runs on the event loop's thread, which must
+  // be the thread that calls this. The reply function may be called from any thread; only the first
+  // call counts.
   void registerIntent(const QString& name, IntentHandler handler);
 };
 

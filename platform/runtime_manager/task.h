@@ -1,4 +1,4 @@
-// Another application, started in the background by its name.
+// Another application that is started in the background by its name.
 //
 // Threads: a Task is made, started and deleted on the thread whose event loop delivers its
 //          callbacks; `stop` may be called from any. Callbacks never run inside start or stop.
@@ -19,7 +19,7 @@ class Task : public QObject {
   Q_OBJECT
 
  public:
-  enum StopFlag { Force = 0x1 };  // Kill at once, without asking the application first.
+  enum StopFlag { Force = 0x1 };  // Kill the application at once, without asking it to end first.
   Q_DECLARE_FLAGS(StopFlags, StopFlag)
 
   using Callback = std::function<void(const Error&)>;
@@ -27,14 +27,15 @@ class Task : public QObject {
   explicit Task(const QString& name, QObject* parent = nullptr);
   ~Task() override;  // Ends the application if it runs.
 
-  // Before start: whether the application gets a socket to talk to us, and its arguments.
+  // To be called before start: whether the application gets a socket for messages, and its
+  // arguments.
   void withIpcSocket(bool enabled);
   void withArguments(const QStringList& arguments);
 
   void start(Callback callback);
   void stop(StopFlags flags, Callback callback);
 
-  // Where TaskMessaging reaches the application; empty until it has started.
+  // The socket's path for TaskMessaging; empty until the application has started.
   QString socketPath() const;
 
  private:

@@ -16,10 +16,10 @@ class TaskMessaging : public QObject {
   Q_OBJECT
 
  public:
-  // The starter's end: connects to a task's socket.
+  // The starter's end, which connects to a task's socket.
   explicit TaskMessaging(const QString& socket_path, QObject* parent = nullptr);
 
-  // The task's end: serves the socket that it was started with. The descriptor stays the caller's.
+  // The task's end, which serves the socket of its start. The caller keeps the descriptor.
   explicit TaskMessaging(int socket_descriptor, QObject* parent = nullptr);
 
   ~TaskMessaging() override;
