@@ -88,7 +88,6 @@ TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {
   EXPECT_EQ(Value(1), Value::Deserialize(buffer));
   EXPECT_EQ(Value(1), Value::Deserialize(&view));
   EXPECT_TRUE(Value::Deserialize(static_cast<ForgeBufferView*>(nullptr)).IsNull());
-  EXPECT_TRUE(Value::Deserialize(nullptr, 5).IsNull());
   EXPECT_TRUE(Value::Deserialize(bytes, 0).IsNull());
 }
 

@@ -5,8 +5,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include <QThread>
-
 #include "cw/byte_streams.h"
 #include "cw/standard_codec_serializer.h"
 #include "tests/support/log_capture.h"
@@ -135,7 +133,6 @@ TEST_F(StandardCodecTest, SizesTakeOneThreeOrFiveBytes) {
   EXPECT_EQ(Encode(kExtended, all), bytes);
   ExpectBothWays(all, bytes);
   ExpectBothWays("abcde", "07 fe 05 00 61 62 63 64 65");
-  ExpectBothWays("ab", "07 ff 02 00 00 00 61 62");
 }
 
 TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
@@ -174,26 +171,21 @@ TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
   EXPECT_THROW(Decode(kPlain, "0c ff 00 00 00 04"), std::length_error);  // On 64 bits, too.
 }
 
-// Recursion overflowed a stack of 256 KiB above some 700 levels. Comparison that was built on the
+// Recursion took 370 bytes of the stack for each level. Comparison that was built on the
 // containers' own `<` compared each key twice: it took 1.7 s for 20 levels of keys.
 TEST_F(StandardCodecTest, DepthNeedsNoStack) {
   for (const char* level : {"0c 01", "0d 01 00", "0c 02 00", "0d 01", "0d 02 00 00 00"}) {
     SCOPED_TRACE(level);
     std::string hex;
-    for (int i = 0; i < 10000; ++i) hex += level;
+    for (int i = 0; i < 30000; ++i) hex += level;
     Bytes bytes = FromHex(hex);
-    bytes.resize(bytes.size() + 10001);  // The values that maps of nested keys map to.
-    const std::unique_ptr<QThread> thread(QThread::create([&bytes] {
-      const Value value = Value::Deserialize(bytes.data(), bytes.size());
-      Value copy = value;
-      EXPECT_TRUE(copy == value && !(copy < value) && !(value < copy));
-      EXPECT_TRUE(Value::Deserialize(value.Serialize()) == value);
-      copy = List{std::move(copy)};
-      EXPECT_TRUE(copy != value && (copy < value || value < copy));
-    }));
-    thread->setStackSize(256 << 10);
-    thread->start();
-    thread->wait();
+    bytes.resize(bytes.size() + 30001);  // The values that maps of nested keys map to.
+    const Value value = Value::Deserialize(bytes.data(), bytes.size());
+    Value copy = value;
+    EXPECT_TRUE(copy == value && !(copy < value) && !(value < copy));
+    EXPECT_TRUE(Value::Deserialize(value.Serialize()) == value);
+    copy = List{std::move(copy)};
+    EXPECT_TRUE(copy != value && (copy < value || value < copy));
   }
 }
 
