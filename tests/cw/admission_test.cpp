@@ -39,12 +39,8 @@ TEST(AdmissionTest, ValueToSendIsMeasuredWithWhatLiesAroundIt) {
     }
   }
   EXPECT_FALSE(needs_bytes);
-  for (const cw::EncodableValue& list :  // The codec aligns empty ones when it reads them.
-       EncodableList{std::vector<int32_t>(), std::vector<int64_t>(), std::vector<double>(),
-                     std::vector<float>()}) {
-    EXPECT_EQ(nullptr, cw::FindInadmissible(list, {}, &needs_bytes));
-    EXPECT_TRUE(std::exchange(needs_bytes, false));
-  }
+  EXPECT_EQ(nullptr, cw::FindInadmissible(std::vector<double>(), {}, &needs_bytes));
+  EXPECT_TRUE(needs_bytes);  // The codec aligns behind an empty list when it reads it.
 }
 
 TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {

@@ -16,7 +16,7 @@ using Value = cw::EncodableValue;
 template <typename T>
 constexpr bool kConverts = std::is_convertible_v<T, Value>;
 static_assert(!kConverts<int*> && !kConverts<const void*> && !kConverts<std::nullptr_t>);
-static_assert(!kConverts<unsigned> && !kConverts<char> && !kConverts<float> && !kConverts<short>);
+static_assert(!kConverts<unsigned> && !kConverts<char> && !kConverts<float>);
 static_assert(std::is_nothrow_move_constructible_v<Value>);
 static_assert(std::is_nothrow_move_assignable_v<Value>);
 

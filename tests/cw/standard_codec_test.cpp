@@ -148,7 +148,6 @@ TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
       {"0c 02 03 01 01", List{0, true}, 1},
       {"07 03 61 62", std::string(3, '\0'), 1},
       {"09 01 00 00 01", std::vector<int32_t>(1), 1},
-      {"0a 02 00 00 00 00 00 00", std::vector<int64_t>(2), 1},
       {"07 fe 05", "", 1},
       {"0d 02 07 01 61 01", Map{{"a", true}, {{}, {}}}, 2},
       // The reader aligns in empty lists though the writer does not. At place 4 there is nothing
@@ -160,14 +159,11 @@ TEST_F(StandardCodecTest, MalformedBytesGiveZerosAndALineEach) {
       {"0d 03 07 01 62 01 07 01 61 02 07 01 62 02", Map{{"a", false}, {"b", true}}},
       {"0c 02 0d 03 00 0c 01 01 00 0d 01 01 02 00 0c 01 02 03 05 00 00 00",
        List{Map{{{}, List{true}}}, 5}},
-      {"0d 02 0c 01 01 02 0c 00 01", Map{{List{true}, false}, {List(), true}}},
   };
   for (const Row& row : rows) {
     ExpectBothWays(row.value, row.bytes, Lines(row.invalid_reads, kInvalidRead));
   }
-  const std::string unknown = "Unknown type in StandardCodecSerializer::ReadValueOfType: ";
-  ExpectBothWays({}, "0f", {unknown + "15"});
-  ExpectBothWays({}, "ff", {unknown + "255"});
+  ExpectBothWays({}, "0f", {"Unknown type in StandardCodecSerializer::ReadValueOfType: 15"});
   EXPECT_THROW(Decode(kPlain, "0c ff 00 00 00 04"), std::length_error);  // On 64 bits, too.
 }
 

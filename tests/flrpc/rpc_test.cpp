@@ -9,6 +9,7 @@
 #include "flrpc/sendable.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"
+#include "tests/support/values.h"
 
 namespace {
 
@@ -190,8 +191,9 @@ TEST_F(RpcTest, WhatThePeerWouldRefuseIsNotLostInSilence) {
   const Text fault = "it nests lists and maps more than 1024 levels deep]";
   const Text refusal = "[answer -32603 The message cannot be sent: " + fault;
   const Text dropped = "[[error] Notification 'news' dropped: " + fault;
-  Value nested = List{};
-  for (int levels = 1; levels < 1022; ++levels) nested = List(1, nested);
+  std::string lists;
+  for (int levels = 0; levels < 1022; ++levels) lists += "0c01";
+  Value nested = Value::Deserialize(forge::Buffer(test::FromHex(lists + "00")));
   for (const bool is_deepest : {true, false}) {  // The message is a map itself, its error another.
     const Value data = nested;
     nested = List(1, nested);

@@ -78,8 +78,6 @@ TEST_F(UtilsTest, OddJsonIsTakenOrRefused) {
   Value value;
   EXPECT_FALSE(JsonToEncodable(QJsonValue(QJsonValue::Undefined), value));
   EXPECT_EQ("[error] The JSON value cannot be represented as a EncodableValue", log_.TakeLine());
-  EXPECT_TRUE(JsonToEncodable(-0.0, value));
-  EXPECT_EQ(Value(0), value);
   Map map{{"old", 1}};
   EXPECT_TRUE(flrpc::qt::JsonObjectToEncodableMap({{QStringLiteral("new"), 2}}, map));
   EXPECT_EQ((Map{{"new", 2}}), map);
