@@ -35,7 +35,7 @@ TEST(EncodableValueTest, IsOrderedByAlternativeAndThenByContent) {
       {Numbers{-1}, Numbers{0, 9}},
       {std::vector<int64_t>{-1, 5}, std::vector<int64_t>{-1, 6}},
       {std::vector<double>{0.5}},
-      {List{}, List{2}, List{2, {}}, List{int64_t{1}}, List{List{}, 1},
+      {List{}, List{2}, List{2, {}}, List{Bytes{1}, 1}, List{Bytes{1, 0}, 0}, List{List{}, 1},
        List{Map{{0, 1}, {1, 0}}, 0}, List{Map{{0, 2}}}},
       {Map{}, Map{{"a", 1}}, Map{{"a", 1}, {"b", 0}}, Map{{"a", 2}}, Map{{"b", 0}},
        Map{{List{1, 0}, 1}}},

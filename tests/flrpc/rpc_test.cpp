@@ -142,7 +142,7 @@ TEST_F(RpcTest, FourRefusalsAreAFailure) {
 }
 
 TEST_F(RpcTest, FifthAttemptIsAFailure) {
-  EXPECT_EQ("[waits 40]", Play("start run run run run ?"));
+  EXPECT_EQ("[waits 40]", Play("start run run run run strange ?"));
   EXPECT_EQ(
       "[connected -32603 Cannot connect to server.]"
       "[[error] The maximum number of requests for the Connect event has been exceeded.][failed "
@@ -151,8 +151,8 @@ TEST_F(RpcTest, FifthAttemptIsAFailure) {
 }
 
 TEST_F(RpcTest, FailureIsToldOnce) {
-  EXPECT_EQ("[answer 9 no start][connected 9 no start][failed 00]",
-            Play("ask:double ask run fail ?"));
+  EXPECT_EQ("[waits 00][answer 9 no start][connected 9 no start][failed 00]",
+            Play("ask:flrpc.connected ask ? run fail ?"));
   EXPECT_EQ("[answer 9 no start][failed 00]", Play("lose run start ask:flrpc.connected ?"));
 }
 
