@@ -6,10 +6,10 @@
 
 namespace {
 
-const char* FaultOf(const test::Bytes& bytes) {
-  return cw::FindInadmissible(bytes.data(), bytes.size());
+bool IsAdmitted(const test::Bytes& bytes) {
+  return !cw::FindInadmissible(bytes.data(), bytes.size());
 }
-bool IsAdmitted(const std::string& hex) { return !FaultOf(test::FromHex(hex)); }
+bool IsAdmitted(const std::string& hex) { return IsAdmitted(test::FromHex(hex)); }
 
 TEST(AdmissionTest, NestingIsLimitedNotDeclared) {
   for (const std::string level : {"0c 01", "0d 01 00", "0c 02 00", "0c ff 01 00 00 00"}) {
@@ -23,9 +23,9 @@ TEST(AdmissionTest, NestingIsLimitedNotDeclared) {
 TEST(AdmissionTest, ValuesAreLimited) {
   test::Bytes list = test::FromHex("0c ff 00 00 40 00");  // 4,194,304 elements.
   list.resize(list.size() + 4194303);                     // The last one is missing.
-  EXPECT_EQ(nullptr, FaultOf(list));
+  EXPECT_TRUE(IsAdmitted(list));
   list.push_back(0);
-  EXPECT_STREQ("it holds more than 4194304 values", FaultOf(list));
+  EXPECT_FALSE(IsAdmitted(list));
 }
 
 TEST(AdmissionTest, ValueToSendIsMeasuredWithWhatLiesAroundIt) {
@@ -39,6 +39,8 @@ TEST(AdmissionTest, ValueToSendIsMeasuredWithWhatLiesAroundIt) {
     }
   }
   EXPECT_FALSE(needs_bytes);
+  EXPECT_EQ(nullptr, cw::FindInadmissible(std::vector<double>(), {}, &needs_bytes));
+  EXPECT_TRUE(needs_bytes);  // The codec aligns behind an empty list when it reads it.
 }
 
 TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
@@ -53,7 +55,6 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
       {"00", "08 ff 01 00 00 04"},
       {"09 ff 00 00 00 01", "0e ff 01 00 00 01"},
       {"0b ff 00 00 80 00", "0a ff 01 00 80 00"},
-      {"03 00", "0b ff ff ff ff ff"},
       // A failed read does not advance: each text of the list misses its 32 MiB anew.
       {"0c 02 07 ff 00 00 00 02 07 ff 00 00 00 02",
        "0c 03 07 ff 00 00 00 02 07 ff 00 00 00 02 07 01"},
@@ -67,7 +68,6 @@ TEST(AdmissionTest, WhatIsDeclaredButMissingIsLimited) {
     EXPECT_TRUE(IsAdmitted(admitted)) << admitted;
     EXPECT_FALSE(IsAdmitted(refused)) << refused;
   }
-  EXPECT_EQ(nullptr, cw::FindInadmissible(nullptr, 5));
 }
 
 }  // namespace

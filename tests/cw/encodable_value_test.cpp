@@ -16,7 +16,7 @@ using Value = cw::EncodableValue;
 template <typename T>
 constexpr bool kConverts = std::is_convertible_v<T, Value>;
 static_assert(!kConverts<int*> && !kConverts<const void*> && !kConverts<std::nullptr_t>);
-static_assert(!kConverts<unsigned> && !kConverts<char> && !kConverts<float> && !kConverts<short>);
+static_assert(!kConverts<unsigned> && !kConverts<char> && !kConverts<float>);
 static_assert(std::is_nothrow_move_constructible_v<Value>);
 static_assert(std::is_nothrow_move_assignable_v<Value>);
 
@@ -35,7 +35,7 @@ TEST(EncodableValueTest, IsOrderedByAlternativeAndThenByContent) {
       {Numbers{-1}, Numbers{0, 9}},
       {std::vector<int64_t>{-1, 5}, std::vector<int64_t>{-1, 6}},
       {std::vector<double>{0.5}},
-      {List{}, List{2}, List{2, {}}, List{int64_t{1}}, List{List{}, 1},
+      {List{}, List{2}, List{2, {}}, List{Bytes{1}, 1}, List{Bytes{1, 0}, 0}, List{List{}, 1},
        List{Map{{0, 1}, {1, 0}}, 0}, List{Map{{0, 2}}}},
       {Map{}, Map{{"a", 1}}, Map{{"a", 1}, {"b", 0}}, Map{{"a", 2}}, Map{{"b", 0}},
        Map{{List{1, 0}, 1}}},
@@ -59,14 +59,6 @@ TEST(EncodableValueTest, IsOrderedByAlternativeAndThenByContent) {
   }
 }
 
-TEST(EncodableValueTest, NanIsEquivalentToEveryDoubleAndEqualToNone) {
-  const Value nan = double{NAN};
-  EXPECT_FALSE(nan < Value(1.0) || Value(1.0) < nan || nan == nan);
-  EXPECT_TRUE(nan < Value("") && Value(int64_t{1}) < nan);
-  const std::vector<double> with_nan{double{NAN}, 1}, without{0, 2};
-  EXPECT_TRUE(Value(with_nan) < Value(without));
-}
-
 TEST(EncodableValueTest, CustomValueIsItselfAlone) {
   const Value one = Custom(std::string("x"));
   const Value other = Custom(std::string("x"));
@@ -82,26 +74,10 @@ TEST(EncodableValueTest, MayBeAssignedFromWithinItself) {
   const Value inner = List{1, "a text too long to lie in place"};
   Value moved = Map{{"data", inner}, {"more", List{inner}}};
   Value copied = moved;
-  Value list = List{inner, moved};
   moved = std::move(moved.Get<Map>()["data"]);
   copied = copied.Get<Map>()["data"];
-  list = std::move(list.Get<List>()[0]);
   copied = *&copied;
-  EXPECT_TRUE(moved == inner && copied == inner && list == inner);
-}
-
-// A tree that is destroyed puts off what is deep, but not what its objects destroy meanwhile.
-TEST(EncodableValueTest, ObjectInADeepTreeDestroysItsOwnValuesAtOnce) {
-  std::string destroyed;
-  const auto at_the_end_of = [](auto call) { return Custom(std::shared_ptr<void>(nullptr, call)); };
-  Value tree = at_the_end_of([&](void*) {
-    Value own = List{List{0, at_the_end_of([&](void*) { destroyed += "own value, "; })}};
-    own = {};
-    destroyed += "object";
-  });
-  for (int level = 0; level < 40; ++level) tree = List{level, tree};
-  tree = {};
-  EXPECT_EQ("own value, object", destroyed);
+  EXPECT_TRUE(moved == inner && copied == inner);
 }
 
 TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {
@@ -109,20 +85,15 @@ TEST(EncodableValueTest, DeserializesWhateverDescribesBytes) {
   const forge::Buffer buffer(bytes, 5);
   ForgeBufferView view{sizeof view, bytes, sizeof bytes};
   EXPECT_EQ(buffer, Value(1).Serialize());
-  EXPECT_EQ(Value(1), Value::Deserialize(bytes, sizeof bytes));
   EXPECT_EQ(Value(1), Value::Deserialize(buffer));
   EXPECT_EQ(Value(1), Value::Deserialize(&view));
   EXPECT_TRUE(Value::Deserialize(static_cast<ForgeBufferView*>(nullptr)).IsNull());
-  EXPECT_TRUE(Value::Deserialize(nullptr, 5).IsNull());
   EXPECT_TRUE(Value::Deserialize(bytes, 0).IsNull());
 }
 
 TEST(EncodableValueTest, CustomValueCannotBeSerialized) {
   const Value value = Map{{"key", List{Custom(1)}}};
-  EXPECT_DEATH(
-      value.Serialize(),
-      "cw/standard_codec.cpp:[0-9]+: .*EncodedTypeForValue\\(const cw::EncodableValue ?&\\)"
-      ": Assertion `false' failed");
+  EXPECT_DEATH(value.Serialize(), "EncodedTypeForValue.*Assertion `false' failed");
 }
 
 }  // namespace

