@@ -1,13 +1,11 @@
 // A desk of its own for each test: directories for applications and sockets, an event loop.
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fstream>
@@ -23,14 +21,6 @@
 #include "tests/support/test_base.h"
 
 namespace test {
-
-// What this process may have of a resource; RLIM_INFINITY: all that the machine allows.
-inline void LimitTo(rlim_t most, decltype(RLIMIT_NOFILE) resource) {
-  rlimit limit{};
-  getrlimit(resource, &limit);
-  limit.rlim_cur = std::min(most, limit.rlim_max);
-  EXPECT_EQ(0, setrlimit(resource, &limit));
-}
 
 inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
 
@@ -80,9 +70,8 @@ class DeskTest : public TestBase {
   void SetUp() override {
     ASSERT_TRUE(QDir().mkpath(apps_));
     qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" TAVO_TEST_TASKS);
-    for (const char* name : {"XDG_RUNTIME_DIR", "XDG_DATA_HOME"}) {
-      qputenv(name, QFile::encodeName(directory_.path()));
-    }
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory_.path()));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(directory_.path()));
     WrapIn("");
     for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
     QCoreApplication::processEvents();
@@ -104,12 +93,11 @@ class DeskTest : public TestBase {
   }
 
   // An application of the test's own; by default a script.
-  QString Write(const QString& name, const QByteArray& content, mode_t mode = 0755) const {
+  void Write(const QString& name, const QByteArray& content, mode_t mode = 0755) const {
     const QString path = apps_ + QLatin1Char('/') + name;
     QDir().mkpath(QFileInfo(path).path());
     EXPECT_TRUE(std::ofstream(path.toStdString()) << content.constData());
     chmod(path.toLocal8Bit(), mode);
-    return path;
   }
 
   QStringList Sockets(const char* folder = "/tavo") const {
