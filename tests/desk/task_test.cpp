@@ -176,11 +176,11 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
 
 TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNoProcess) {
   const Running running;
-  const pid_t pid = running.AskPid();
+  const pid_t child = running.AskPid("fork");
   kill(running.Ask("describe")["parent"].toInt(), SIGKILL);
   const auto stop = [&](const auto& done) { running.task->stop({}, done); };
   EXPECT_EQ(ECHILD, test::Await<RuntimeManager::Error>(stop).code());
-  EXPECT_TRUE(WaitUntil([pid] { return IsGone(-pid); }));
+  EXPECT_TRUE(WaitUntil([child] { return IsGone(child); }));
 }
 
 TEST_F(TaskTest, NothingIsLeftHoweverTheTaskEnds) {
