@@ -29,8 +29,8 @@ class LeaksTest : public test::PluginTest {
     const int descriptors = CountDescriptors();
     const int threads = CountThreads();
     const auto is_idle = [&] {
-      const bool has_tasks = !Sockets().isEmpty() || HasChildren();
-      return !has_tasks && CountDescriptors() == descriptors && CountThreads() == threads;
+      if (!Sockets().isEmpty() || HasChildren()) return false;
+      return CountDescriptors() == descriptors && CountThreads() == threads;
     };
     const auto measure_heap = [&] {
       EXPECT_TRUE(WaitUntil(is_idle));
@@ -55,7 +55,7 @@ TEST_F(LeaksTest, TasksThatAreStoppedOrKilled) {
     EXPECT_NE(0, process);
     if (cycle % 2 == 0) return;
     kill(process, SIGKILL);
-    EXPECT_TRUE(WaitUntil([process] { return test::IsGone(process); }));
+    EXPECT_TRUE(WaitUntil([&] { return test::IsGone(process); }));
     client->SendNotify("poke", 1);
     EXPECT_TRUE(client->IsConnected());  // The desk tells nobody of it.
   });
@@ -65,7 +65,7 @@ TEST_F(LeaksTest, TasksThatAreStoppedOrKilled) {
 TEST_F(LeaksTest, MessagesBothWaysWhileTheIdsWrap) {
   const int32_t requests = 10000 / kEase * test::GetScale();  // Of a client; ten clients.
   Counter::Set(0u - 5 * static_cast<uint32_t>(requests));
-  Repeat(10, [this, requests](int) {
+  Repeat(10, [&](int) {
     const auto client = Connect();
     int32_t sent = 0;
     int32_t answered = 0;

@@ -19,7 +19,7 @@ class PluginTest : public DeskTest {
   Client Connect() {
     Client client = manager_->CreateIpcClient("wrapper_task");
     client->Run();
-    EXPECT_TRUE(WaitUntil([&client] { return client->IsConnected(); }));
+    EXPECT_TRUE(WaitUntil([&] { return client->IsConnected(); }));
     return client;
   }
 
