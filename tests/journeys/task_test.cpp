@@ -1,12 +1,8 @@
 #include "platform/runtime_manager/task.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
-
 #include <functional>
 #include <thread>
 
-#include <QEventLoop>
 #include <QJsonArray>
 
 #include "platform/runtime_manager/task_messaging.h"
@@ -49,24 +45,11 @@ struct Row {
 
 using TaskTest = test::DeskTest;
 
-// The task's standard descriptors and its socket are right also when the starter lacks its own.
 TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
   WrapIn("env 'MARK=a b'");
-  int saved[3];
-  for (const int standard : {0, 1, 2}) {
-    saved[standard] = fcntl(standard, F_DUPFD_CLOEXEC, 10);
-    close(standard);
-  }
   const QStringList arguments{"--libs-path", "/a b", QString::fromUtf8("\xC3\xA9")};
   const Running running(arguments);
   const QJsonObject told = running.Ask("describe");
-  int taken = 0;  // Whoever prints would write to a socket of the desk.
-  for (const int standard : {0, 1, 2}) {
-    taken += fcntl(standard, F_GETFD) >= 0;
-    dup2(saved[standard], standard);
-    close(saved[standard]);
-  }
-  EXPECT_EQ(0, taken);
   const int pid = told["pid"].toInt();
   const QJsonObject expected{{"pid", pid},
                              {"parent", told["parent"]},
@@ -75,7 +58,6 @@ TEST_F(TaskTest, ApplicationGetsItsSocketItsArgumentsAndNothingElse) {
                              {"descriptors", QJsonArray{0, 1, 2, 3}},
                              {"environment", QJsonArray{QString::number(pid), "1", "tavo", "a b"}},
                              {"environment now", QJsonArray{"unset", "unset", "unset", "a b"}},
-                             {"again", 3},
                              {"blocks", true}};
   EXPECT_EQ(expected, told);
   EXPECT_EQ(1, Sockets().size());
@@ -120,8 +102,6 @@ TEST_F(TaskTest, FailedStartNamesTheApplicationAndTheCause) {
   Write("hidden", "#!/bin/sh\n");
   Write("data", "no program", 0644);
   Write("open/tavo/any", "");
-  const QString deep = apps_ + QString(100, 'd');
-  QDir().mkpath(deep);
   const QByteArray entry = "[Desktop Entry]\nExec=";
   const Row rows[] = {
       {"missing", "there is no such application"},
@@ -129,13 +109,8 @@ TEST_F(TaskTest, FailedStartNamesTheApplicationAndTheCause) {
       {"", "this is no name of an application"},
       {"../apps/hidden", "this is no name of an application"},
       {"data", "Permission denied"},
-      {"garbage", "Exec format error", "garbage", "no program"},
-      {"orphan", "No such file or directory", "orphan", "#!/nonexistent/interpreter\n"},
       {"exec", "there is no program \"nowhere\"", "exec.desktop", entry + "nowhere %f"},
-      {"quote", "unusable Exec line", "quote.desktop", entry + "\"unfinished"},
-      {"key", "key.desktop: ", "key.desktop", "no key file"},
       {"lost", "its directory: No such", "lost.desktop", entry + "/bin/true\nPath=/nonexistent"},
-      {"desk_task", "at most 107 are possible", "XDG_RUNTIME_DIR", QFile::encodeName(deep)},
       {"desk_task", "/apps/open/tavo is no directory of this user with mode 0700",
        "XDG_RUNTIME_DIR", QFile::encodeName(apps_ + "/open")},
       {"desk_task", "unusable TAVO_DESK_WRAPPER: there is no program", "TAVO_DESK_WRAPPER", "no"},
@@ -165,27 +140,6 @@ TEST_F(TaskTest, WithoutARuntimeDirectoryThePrivateOneIsRemovedInTheEnd) {
     EXPECT_FALSE(QFileInfo::exists(folder));
   }
   qunsetenv("TMPDIR");
-}
-
-TEST_F(TaskTest, TooFewDescriptorsAreToldAsSuch) {
-  for (rlim_t most = 5; !TAVO_TEST_SANITIZED && most < 14; ++most) {
-    test::LimitTo(most, RLIMIT_NOFILE);
-    Task task("desk_task");
-    task.withIpcSocket(true);
-    const std::string error = test::Start(task);
-    test::LimitTo(RLIM_INFINITY, RLIMIT_NOFILE);
-    EXPECT_TRUE(error.empty() || error.find("Too many open files") != std::string::npos) << error;
-    EXPECT_TRUE(most > 10 || !error.empty());
-  }
-}
-
-// A debugger's server forks the task: the announced process is the task's parent.
-TEST_F(TaskTest, SocketReachesATaskThatItsWrapperForks) {
-  WrapIn(QFile::encodeName(Write("forks", "#!/bin/sh\n\"$@\" &\nwait\n")));
-  const Running running;
-  const pid_t pid = running.AskPid();
-  Stop(*running.task);
-  EXPECT_TRUE(IsGone(pid));
 }
 
 // The leader obeys; its child ignores the request and is killed when patience ends.
@@ -220,6 +174,15 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
   EXPECT_TRUE(WaitUntil([&answers] { return answers == 3; }));
 }
 
+TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNoProcess) {
+  const Running running;
+  const pid_t child = running.AskPid("fork");
+  kill(running.Ask("describe")["parent"].toInt(), SIGKILL);
+  const auto stop = [&](const auto& done) { running.task->stop({}, done); };
+  EXPECT_EQ(ECHILD, test::Await<RuntimeManager::Error>(stop).code());
+  EXPECT_TRUE(WaitUntil([child] { return IsGone(child); }));
+}
+
 TEST_F(TaskTest, NothingIsLeftHoweverTheTaskEnds) {
   pid_t pid = 0;
   const std::function<void(Running&)> ends[] = {
@@ -227,6 +190,9 @@ TEST_F(TaskTest, NothingIsLeftHoweverTheTaskEnds) {
       [](Running& running) {  // No grace is given to the child, which ignores SIGTERM.
         running.Ask("fork");
         Stop(*running.task, Task::Force);
+      },
+      [](Running& running) {
+        running.task->stop({}, [&running](const auto&) { running.task.reset(); });
       },
       [&pid](Running&) { kill(pid, SIGKILL); },
       [&pid](Running& running) {
@@ -246,62 +212,6 @@ TEST_F(TaskTest, NothingIsLeftHoweverTheTaskEnds) {
     const auto took = std::chrono::steady_clock::now() - begin;
     EXPECT_LT(took, std::chrono::seconds(4 * TAVO_TEST_DEADLINE_FACTOR)) << &end - ends;
   }
-}
-
-TEST_F(TaskTest, KilledSupervisorIsReportedAndLeavesNothing) {
-  const Running running;
-  const pid_t supervisor = running.Ask("describe")["parent"].toInt();
-  const pid_t helper = running.AskPid("fork");
-  ASSERT_TRUE(supervisor > 1 && helper > 1);
-  kill(supervisor, SIGSTOP);  // So that the stop is asked for before it is gone.
-  int error = 0;
-  running.task->stop({}, [&error](const auto& told) { error = told.code(); });
-  kill(supervisor, SIGKILL);
-  EXPECT_TRUE(WaitUntil([&] { return error == ECHILD && IsGone(helper); }));
-}
-
-TEST_F(TaskTest, MayBeDeletedInItsOwnCallback) {
-  auto* task = new Task("desk_task");
-  bool started = false;
-  task->start([task, &started](const auto&) {
-    started = true;
-    delete task;
-  });
-  EXPECT_TRUE(WaitUntil([&started] { return started; }));
-}
-
-TEST_F(TaskTest, SupervisorHoldsNothingOfItsStarter) {
-  const std::vector<char> large(256 << 20, 'x');
-  Running running;
-  const int supervisor = running.Ask("describe")["parent"].toInt();
-  const QString process = QString("/proc/%1/").arg(supervisor);
-  EXPECT_EQ("tavo-supervisor\n", test::Read(process + "comm"));
-  const int pages = test::Read(process + "statm").split(' ').value(1).toInt();
-  EXPECT_LT(pages, (128 << 20) / getpagesize());
-  if (*TAVO_TEST_EMULATOR) return;  // An emulator has descriptors of its own.
-  EXPECT_EQ(1, QDir(process + "fd").entryList(QDir::System).size());
-}
-
-TEST_F(TaskTest, EndsWithItsStarterEvenWhenThatIsKilled) {
-  Running starter;
-  const pid_t starter_pid = starter.AskPid();
-  const pid_t inner_pid = starter.AskPid("start");
-  ASSERT_GT(inner_pid, 1);
-  ASSERT_EQ(2, Sockets().size());
-  kill(starter_pid, SIGKILL);
-  EXPECT_TRUE(WaitUntil([inner_pid] { return IsGone(inner_pid); }));
-}
-
-TEST_F(TaskTest, OutlivesTheThreadThatStartedIt) {
-  std::optional<Running> running;
-  std::thread([&running] {
-    const QEventLoop loop;  // The thread has a dispatcher of events as long as it runs.
-    running.emplace();
-    running->task->moveToThread(QCoreApplication::instance()->thread());
-  }).join();
-  const pid_t pid = running->AskPid();
-  Stop(*running->task);
-  EXPECT_TRUE(IsGone(pid));
 }
 
 }  // namespace

@@ -1,26 +1,20 @@
 // A task application for tests of the desk: it does what each message says, and sends it back.
 //   {"do": "describe"}         answers with its arguments, environment, descriptors and processes
 //   {"do": "fork"}             tells the pid of a child that ignores SIGTERM, in its group
-//   {"do": "start"}            starts a task of its own, describes it, and relays the answer
 //   {"do": "offer"}            offers the intent "intent"
 //   {"data": "flood N"}        sends N messages first
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <memory>
-
 #include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonObject>
 
 #include "platform/runtime_manager/runtime_dispatcher.h"
-#include "platform/runtime_manager/task.h"
 #include "platform/runtime_manager/task_messaging.h"
 
 namespace {
-
-using RuntimeManager::TaskMessaging;
 
 QJsonArray OpenDescriptors() {
   QJsonArray open;
@@ -58,32 +52,18 @@ int main(int argc, char** argv) {
   facts["group"] = getpgrp();
   const QCoreApplication app(argc, argv);
   auto* desk = RuntimeManager::RuntimeDispatcher::instance();
-  TaskMessaging starter(desk->localServerSocket());
-  const QStringList arguments = QCoreApplication::arguments().mid(1);
-  facts["arguments"] = QJsonArray::fromStringList(arguments);
+  RuntimeManager::TaskMessaging starter(desk->localServerSocket());
+  facts["arguments"] = QJsonArray::fromStringList(QCoreApplication::arguments().mid(1));
   facts["environment now"] = Environment();
-  facts["again"] = desk->localServerSocket();
-  RuntimeManager::Task task("desk_task");
-  std::unique_ptr<TaskMessaging> inner;
-  const auto relay = [&](const RuntimeManager::Error& error) {
-    if (error) return starter.sendMessage({{"error", error.message()}});
-    inner = std::make_unique<TaskMessaging>(task.socketPath());
-    const auto send = [&](const QJsonObject& told) { starter.sendMessage(told); };
-    QObject::connect(inner.get(), &TaskMessaging::messageReceived, send);
-    inner->sendMessage({{"do", "describe"}});
-  };
   const auto follow = [&](const QJsonObject& message) {
     const QString what = message["do"].toString();
-    const QString text = message["data"].toString();
-    const int flood = text.startsWith("flood ") ? text.mid(6).toInt() : 0;
+    const int flood = message["data"].toString().section(' ', 1).toInt();
     for (int i = 0; i < flood; ++i) starter.sendMessage({{"data", "x"}});
     if (what == "describe") return starter.sendMessage(facts);
     if (what == "fork") return starter.sendMessage({{"pid", Fork()}});
     if (what == "offer") desk->registerIntent("intent", {});
-    if (what != "start") return starter.sendMessage(message);
-    task.withIpcSocket(true);
-    task.start(relay);
+    starter.sendMessage(message);
   };
-  QObject::connect(&starter, &TaskMessaging::messageReceived, follow);
+  QObject::connect(&starter, &RuntimeManager::TaskMessaging::messageReceived, follow);
   return QCoreApplication::exec();
 }

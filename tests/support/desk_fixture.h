@@ -1,13 +1,11 @@
 // A desk of its own for each test: directories for applications and sockets, an event loop.
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fstream>
@@ -24,29 +22,21 @@
 
 namespace test {
 
-// What this process may have of a resource; RLIM_INFINITY: all that the machine allows.
-inline void LimitTo(rlim_t most, decltype(RLIMIT_NOFILE) resource) {
-  rlimit limit{};
-  getrlimit(resource, &limit);
-  limit.rlim_cur = std::min(most, limit.rlim_max);
-  EXPECT_EQ(0, setrlimit(resource, &limit));
-}
-
-inline bool IsGone(pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; }
+inline bool IsGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
 // A local socket that `use` binds or connects to the path.
 inline int OpenSocket(const QString& path, int (*use)(int, const sockaddr*, socklen_t)) {
   sockaddr_un address{AF_UNIX, ""};
   qstrncpy(address.sun_path, QFile::encodeName(path).constData(), sizeof address.sun_path);
-  const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  EXPECT_EQ(0, use(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-  return descriptor;
+  const int end = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(0, use(end, reinterpret_cast<const sockaddr*>(&address), sizeof address));
+  return end;
 }
 
 inline int ListenAt(const QString& path) {
-  const int descriptor = OpenSocket(path, bind);
-  EXPECT_EQ(0, listen(descriptor, 16));
-  return descriptor;
+  const int end = OpenSocket(path, bind);
+  EXPECT_EQ(0, listen(end, 16));
+  return end;
 }
 
 inline QByteArray Read(const QString& path) {
@@ -58,15 +48,15 @@ inline QByteArray Read(const QString& path) {
 template <typename Outcome, typename Call>
 Outcome Await(const Call& call) {
   std::optional<Outcome> outcome;
-  call([&outcome](const Outcome& told) { outcome = told; });
+  call([&](const Outcome& told) { outcome = told; });
   EXPECT_FALSE(outcome) << "The callback came within the call.";
-  EXPECT_TRUE(WaitUntil([&outcome] { return outcome.has_value(); }));
+  EXPECT_TRUE(WaitUntil([&] { return outcome.has_value(); }));
   return outcome.value();
 }
 
 // The error's text; empty when the task started.
 inline std::string Start(RuntimeManager::Task& task) {
-  const auto start = [&task](const auto& done) { task.start(done); };
+  const auto start = [&](const auto& done) { task.start(done); };
   return Await<RuntimeManager::Error>(start).message().toStdString();
 }
 
@@ -80,22 +70,21 @@ class DeskTest : public TestBase {
   void SetUp() override {
     ASSERT_TRUE(QDir().mkpath(apps_));
     qputenv("TAVO_DESK_PATH", QFile::encodeName(apps_) + ":" TAVO_TEST_TASKS);
-    for (const char* name : {"XDG_RUNTIME_DIR", "XDG_DATA_HOME"}) {
-      qputenv(name, QFile::encodeName(directory_.path()));
-    }
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(directory_.path()));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(directory_.path()));
     WrapIn("");
     for (const char* name : {"TAVO_DESK_OPEN_URI", "TAVO_DESK_RECORD"}) qunsetenv(name);
     QCoreApplication::processEvents();
     TestBase::SetUp();
   }
 
-  void TearDown() override {
-    EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); })) << "A socket file was left.";
+  void TearDown() override {  // No file of a socket or an intent may be left.
+    EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     if (!Intents().isEmpty()) app_.reset();  // Withdraws what the test itself has offered.
     TestBase::TearDown();
     app_.reset();
-    EXPECT_EQ(QStringList(), Intents()) << "An intent was left.";
+    EXPECT_EQ(QStringList(), Intents());
   }
 
   // A wrapper in front of the emulator, if there is one.
@@ -104,17 +93,16 @@ class DeskTest : public TestBase {
   }
 
   // An application of the test's own; by default a script.
-  QString Write(const QString& name, const QByteArray& content, mode_t mode = 0755) const {
+  void Write(const QString& name, const QByteArray& content, mode_t mode = 0755) const {
     const QString path = apps_ + QLatin1Char('/') + name;
     QDir().mkpath(QFileInfo(path).path());
     EXPECT_TRUE(std::ofstream(path.toStdString()) << content.constData());
     chmod(path.toLocal8Bit(), mode);
-    return path;
   }
 
   QStringList Sockets(const char* folder = "/tavo") const {
-    const QDir sockets(directory_.path() + QLatin1String(folder));
-    return sockets.entryList(QDir::Files | QDir::System);
+    const QDir files(directory_.path() + QLatin1String(folder));
+    return files.entryList(QDir::Files | QDir::System);
   }
   QStringList Intents() const { return Sockets("/tavo/intents"); }
 

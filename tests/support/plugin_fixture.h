@@ -16,17 +16,10 @@ class PluginTest : public DeskTest {
     DeskTest::TearDown();
   }
 
-  static std::unique_ptr<tavo::ManagerWrapper> Load() {
-    return tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_LIBS);
-  }
-
-  // A client whose connection is known, for better or worse.
-  Client Connect(const char* task = "wrapper_task") {
-    Client client = manager_->CreateIpcClient(task);
-    bool is_known = false;
-    client->OnConnected([&is_known](const auto&) { is_known = true; });
+  Client Connect() {
+    Client client = manager_->CreateIpcClient("wrapper_task");
     client->Run();
-    EXPECT_TRUE(WaitUntil([&is_known] { return is_known; }));
+    EXPECT_TRUE(WaitUntil([&] { return client->IsConnected(); }));
     return client;
   }
 
@@ -38,7 +31,8 @@ class PluginTest : public DeskTest {
     return *answer;
   }
 
-  std::unique_ptr<tavo::ManagerWrapper> manager_ = Load();
+  std::unique_ptr<tavo::ManagerWrapper> manager_ =
+      tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_LIBS);
 };
 
 }  // namespace test
