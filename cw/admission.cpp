@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kTooDeep[] = "it nests lists and maps more than 1024 levels deep";
 constexpr char kTooMany[] = "it holds more than 4194304 values";
-static_assert(kDeepestNesting == 1024 && kMostValues == 4194304);  // As in the texts above.
+static_assert(kDeepestNesting == 1024 && kMaxValues == 4194304);  // As in the texts above.
 constexpr char kTooMuchMissing[] = "it declares more than it holds";
 
 // Reads the bytes in the order of the decoder: a read beyond the end does not advance.
@@ -28,7 +28,7 @@ class Scan {
       } else if (location_ >= size_) {
         return CheckMissingElements();
       } else {
-        if (++values_ > kMostValues) return kTooMany;
+        if (++values_ > kMaxValues) return kTooMany;
         --left_[depth_ - 1];
         if (const char* cause = ScanValue()) return cause;
       }
@@ -73,7 +73,7 @@ class Scan {
     if (width > 1) Align(width);
     if (Skip(bytes)) return nullptr;
     missing_bytes_ += bytes;
-    return missing_bytes_ > kMostMissingBytes ? kTooMuchMissing : nullptr;
+    return missing_bytes_ > kMaxMissingBytes ? kTooMuchMissing : nullptr;
   }
 
   // Begins a container with this many values.
@@ -87,7 +87,7 @@ class Scan {
   const char* CheckMissingElements() const {
     uint64_t missing = 0;
     for (int i = 0; i < depth_; ++i) missing += left_[i];
-    return missing > kMostMissingElements ? kTooMuchMissing : nullptr;
+    return missing > kMaxMissingElements ? kTooMuchMissing : nullptr;
   }
 
   uint32_t ReadSize() {
@@ -143,7 +143,7 @@ const char* FindInadmissible(const EncodableValue& value, Surroundings around, b
   details::Walk(value, [&](const EncodableValue& node, size_t depth) {
     const bool is_container = node.Is<EncodableList>() || node.Is<EncodableMap>();
     if (is_container && around.levels + depth >= kDeepestNesting) fault = kTooDeep;
-    if (++around.values > kMostValues) fault = kTooMany;
+    if (++around.values > kMaxValues) fault = kTooMany;
     if (IsEmptyAligned(node)) *needs_bytes = true;
     return !fault;
   });

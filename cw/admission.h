@@ -25,12 +25,12 @@ constexpr int kDeepestNesting = 1024;  // Lists and maps that lie in each other.
 
 // Values of a message: keys, elements, lists and maps count one each. A value takes one byte at
 // least when it is encoded, and up to 100 bytes of memory when it is decoded.
-constexpr uint64_t kMostValues = 4194304;
+constexpr uint64_t kMaxValues = 4194304;
 
 // What may be declared without being there: elements of lists and maps (a map's entry counts as
 // two), and bytes of texts and typed lists that do not fit into the rest of the data.
-constexpr uint64_t kMostMissingElements = 131072;
-constexpr uint64_t kMostMissingBytes = uint64_t{64} << 20;
+constexpr uint64_t kMaxMissingElements = 131072;
+constexpr uint64_t kMaxMissingBytes = uint64_t{64} << 20;
 
 // Returns why the bytes of one value must not be decoded, or null when they may be. Null data and
 // empty data are admissible. Bytes after the first value are not looked at.

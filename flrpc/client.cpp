@@ -23,7 +23,7 @@ using cw::EncodableValue;
 using OptionalError = std::optional<Message::Error>;
 
 constexpr char kConnect[] = "flrpc.connected";
-constexpr uint32_t kMostConnectRequests = 4;
+constexpr uint32_t kMaxConnectRequests = 4;
 
 // Without memory for the text, the error has an empty one.
 Message::Error MakeUnknownError() noexcept {
@@ -183,7 +183,7 @@ class Client final : public IOwnedClient,
   void Connect(const OptionalError& error) {
     if (state_ != State::kConnecting) return;
     if (error) return Fail(error);
-    if (attempts_++ < kMostConnectRequests) {
+    if (attempts_++ < kMaxConnectRequests) {
       SendRequest(kConnect, {}, [this](const Message::Response& response) {
         OnConnectResponse(response);  // The callback is kept in the client alone.
       });
@@ -197,7 +197,7 @@ class Client final : public IOwnedClient,
   void OnConnectResponse(const Message::Response& response) {
     if (state_ != State::kConnecting) return;  // The answer to another attempt came first.
     if (const auto* error = response.GetError()) {
-      if (attempts_ >= kMostConnectRequests) return Fail(*error);
+      if (attempts_ >= kMaxConnectRequests) return Fail(*error);
       FORGE_LOG(kError) << "Connect error: " << error->message;
       return Connect(std::nullopt);
     }

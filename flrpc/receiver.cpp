@@ -110,13 +110,13 @@ void Receiver::Hold(Kind kind, Message&& message) {
   if (closed_) return;
   if (kind == Kind::kReceive) {
     const size_t bytes = GetMemory(message);
-    if (held_ == kMostHeldMessages) {
+    if (held_ == kMaxHeldMessages) {
       FORGE_LOG(kError) << "RPC message dropped: " << held_ << " messages wait already";
       return;
     }
-    if (held_bytes_ + bytes > kMostHeldBytes) {
+    if (held_bytes_ + bytes > kMaxHeldBytes) {
       FORGE_LOG(kError) << "RPC message dropped: with its " << bytes << " bytes more than "
-                        << kMostHeldBytes << " bytes would wait";
+                        << kMaxHeldBytes << " bytes would wait";
       return;
     }
     ++held_;

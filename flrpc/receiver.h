@@ -27,8 +27,8 @@ namespace flrpc::details {
 
 // The limits of what a peer can make this process hold before the queue is enabled. A few bytes on
 // the wire may be a large message in memory, so both the number and the memory are limited.
-constexpr size_t kMostHeldMessages = 1024;
-constexpr size_t kMostHeldBytes = size_t{16} << 20;
+constexpr size_t kMaxHeldMessages = 1024;
+constexpr size_t kMaxHeldBytes = size_t{16} << 20;
 
 class Receiver {
  public:

@@ -86,8 +86,8 @@ constexpr std::string_view WithoutExtension(std::string_view path) {
 // Makes the location of a source file's path and a line number.
 template <std::size_t kPathSize>
 constexpr auto MakeLocation(const char (&path)[kPathSize], unsigned line) {
-  constexpr std::size_t kMostDigits = 10;
-  Location<kPathSize + kMostDigits + 3> location;
+  constexpr std::size_t kMaxDigits = 10;
+  Location<kPathSize + kMaxDigits + 3> location;
   location.Append(' ');
   for (const char c : WithoutExtension({path, kPathSize - 1})) location.Append(c);
   location.Append(':');

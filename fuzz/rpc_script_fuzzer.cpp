@@ -9,8 +9,8 @@ using forge::Buffer;
 using Texts = test::RpcLink::Texts;
 using Error = std::optional<Message::Error>;
 
-constexpr int kDeepest = 4;        // Callbacks.
-constexpr size_t kMostTexts = 64;  // On their way; more are not repeated or forged.
+constexpr int kDeepest = 4;       // Callbacks.
+constexpr size_t kMaxTexts = 64;  // On their way; more are not repeated or forged.
 
 class Script {
  public:
@@ -70,7 +70,7 @@ class Script {
     if (what < 2 && is_server) link_.DeliverToServer();
     if (what < 2 && !is_server && link_.client) link_.DeliverToClient();
     if (what == 2 && !texts.empty()) Meddle(texts);
-    if (what == 3 && texts.size() < kMostTexts) texts.push_back(Forge().ToBase64());
+    if (what == 3 && texts.size() < kMaxTexts) texts.push_back(Forge().ToBase64());
   }
 
   void RunSides(size_t step) {
@@ -127,7 +127,7 @@ class Script {
     std::string& text = texts.front();
     text.swap(texts[Below(texts.size())]);
     const size_t how = Below(4);
-    if (how == 1 && texts.size() < kMostTexts) texts.push_back(text);
+    if (how == 1 && texts.size() < kMaxTexts) texts.push_back(text);
     if (how == 2) {
       was_forged_ = true;
       Buffer bytes = Buffer::FromBase64(text);

@@ -62,13 +62,13 @@ std::string TextOf(const Json& json, const char* key) {
 
 Json ParseLine(const std::string& line) {
   Json json = Json::parse(line, nullptr, false);
-  if (json.is_discarded()) throw BadInput("it is no JSON");
+  if (json.is_discarded()) throw BadInput("it is not JSON");
   return json;
 }
 
 EncodableValue ValueOf(const std::string& text) {
   const auto bytes = forge::Buffer::FromBase64(text);
-  if (bytes.GetSize() == 0) throw BadInput("it is no Base64 text");
+  if (bytes.GetSize() == 0) throw BadInput("it is not a Base64 text");
   if (const char* cause = cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) {
     throw BadInput(cause);
   }

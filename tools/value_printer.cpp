@@ -11,7 +11,7 @@ using cw::EncodableMap;
 using cw::EncodableValue;
 using flrpc::Message;
 
-constexpr size_t kMostElements = 32;  // The most elements of a typed list on one line.
+constexpr size_t kMaxElements = 32;  // The most elements of a typed list on one line.
 
 std::string Format(const char* format, double number) {
   char text[40];
@@ -80,12 +80,12 @@ class Printer {
   void PrintHeld(const std::vector<T>& list, size_t) {
     Head(NameOf<T>(), list.size());
     const char* separator = ": ";
-    for (size_t i = 0; i < list.size() && i < kMostElements; ++i) {
+    for (size_t i = 0; i < list.size() && i < kMaxElements; ++i) {
       text_ += separator + Show(list[i]);
       separator = sizeof(T) == 1 ? " " : ", ";
     }
-    if (list.size() > kMostElements) {
-      text_ += " ... " + std::to_string(list.size() - kMostElements) + " more";
+    if (list.size() > kMaxElements) {
+      text_ += " ... " + std::to_string(list.size() - kMaxElements) + " more";
     }
   }
 

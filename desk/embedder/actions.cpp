@@ -11,7 +11,7 @@ void Actions::Record(const char* action, cw::EncodableMap details) {
   cw::EncodableValue value(std::move(details));
   const auto observer = observer_;  // The observer may replace itself.
   if (observer) observer(value);
-  if (actions_.size() < kMostKept) actions_.push_back(std::move(value));
+  if (actions_.size() < kMaxKept) actions_.push_back(std::move(value));
 }
 
 void AddDecoded(const char* key, const uint8_t* data, size_t size, cw::EncodableMap* details) {

@@ -18,7 +18,7 @@ class Actions {
   using Observer = std::function<void(const cw::EncodableValue& action)>;
 
   // Keeps the first actions; the observer receives all of them.
-  static constexpr size_t kMostKept = 65536;
+  static constexpr size_t kMaxKept = 65536;
 
   void Record(const char* action, cw::EncodableMap details = {});
   void Observe(Observer observer) { observer_ = std::move(observer); }

@@ -73,7 +73,7 @@ inline void Check(const Node& node, double number, const Limits& limits) {
               NumberText(limits.most));
   }
   if (limits.step != 0 && std::fmod(number, limits.step) != 0) {
-    node.Fail(ToText(node.json) + " is no multiple of " + std::to_string(limits.step));
+    node.Fail(ToText(node.json) + " is not a multiple of " + std::to_string(limits.step));
   }
 }
 

@@ -34,7 +34,7 @@ std::string DescribeResult(const uint8_t* data, size_t size) {
   const cw::EncodableMap message = DescribeMessage(data, size);
   if (const auto* success = cw::Find(message, "success")) return ToText(*success);
   const auto* error = cw::Find(message, "error");
-  if (!error) return "no envelope: " + DescribeBytes(data, size);
+  if (!error) return "not an envelope: " + DescribeBytes(data, size);
   Json json;
   for (const char* key : {"code", "message", "details"}) json[key] = ToJson(*cw::Find(error, key));
   if (json["message"].is_null()) json["message"] = "";  // An empty text is sent as null.

@@ -150,7 +150,7 @@ std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
 
 std::optional<Application> FindApplication(const QString& name, QString* error) {
   if (name.isEmpty() || name.contains(QLatin1Char('/')) || name.contains(QChar(0))) {
-    *error = QStringLiteral("this is no name of an application");
+    *error = QStringLiteral("this is not a valid name of an application");
     return std::nullopt;
   }
   auto application = FindUnwrapped(name, error);

@@ -79,8 +79,8 @@ QString FindFault(const QByteArray& line) {
         keys.Open();
         [[fallthrough]];
       case ',':
-        if (++values > kMostValues) {
-          return QStringLiteral("a line of more than %1 values").arg(kMostValues);
+        if (++values > kMaxLineValues) {
+          return QStringLiteral("a line of more than %1 values").arg(kMaxLineValues);
         }
         break;
       case ':':
@@ -89,7 +89,7 @@ QString FindFault(const QByteArray& line) {
         break;
       case ']':
       case '}':
-        if (!keys.Close()) return QStringLiteral("a line where a key comes again");
+        if (!keys.Close()) return QStringLiteral("an object on the line repeats a key");
         break;
       default:
         break;
@@ -106,7 +106,7 @@ std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
   QJsonParseError error{};
   const QJsonDocument document = QJsonDocument::fromJson(line, &error);
   if (document.isObject()) return document.object();
-  *fault = QStringLiteral("a line is no JSON object: ") +
+  *fault = QStringLiteral("the line is not a JSON object: ") +
            (document.isNull() ? error.errorString() : QStringLiteral("it is an array"));
   return {};
 }

@@ -1,7 +1,7 @@
 // JSON objects on lines, as they go over the desk's sockets.
 //
-// Errors: an empty optional, with the cause in `fault`. A line of more than kMostValues values is
-// refused, because the object takes many times the line's memory. So is a JSON object with a
+// Errors: an empty optional, with the cause in `fault`. A line of more than kMaxLineValues values
+// is refused, because the object takes many times the line's memory. So is a JSON object with a
 // duplicate key, because Qt's parser leaks the first value.
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace desk {
 
-constexpr int kMostValues = 1 << 17;
+constexpr int kMaxLineValues = 1 << 17;
 
 // Returns the object on a line that a peer has sent.
 std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault);

@@ -19,7 +19,7 @@ namespace desk {
 namespace {
 
 constexpr int kReadBlock = 1 << 16;
-constexpr int kMostReadAtOnce = 1 << 20;  // Then the event loop handles other events.
+constexpr int kMaxReadAtOnce = 1 << 20;  // Then the event loop handles other events.
 constexpr int kConnectRetryMs = 20;
 
 bool IsOwnUser(int descriptor) {
@@ -91,7 +91,7 @@ void MessagePeer::Send(const QByteArray& line) {
   queue_.push_back(line);
   unsent_bytes_ += line.size();
   if (queue_.size() == 1) WriteQueue();
-  if (unsent_bytes_ > kMostUnsent) {
+  if (unsent_bytes_ > kMaxUnsent) {
     Drop(QStringLiteral("the other end does not read, %1 bytes are unsent").arg(unsent_bytes_));
   }
 }
@@ -135,7 +135,7 @@ void MessagePeer::Drop(const QString& reason) {
 }
 
 void MessagePeer::OnReadable() {
-  for (int read = 0; read < kMostReadAtOnce && ReadSome(); read += kReadBlock) {
+  for (int read = 0; read < kMaxReadAtOnce && ReadSome(); read += kReadBlock) {
   }
   DeliverLines();
 }
@@ -196,7 +196,7 @@ void MessagePeer::DropDelivered() {
   received_.remove(0, line_start_);
   line_start_ = 0;
   searched_ = received_.size();
-  if (received_.isEmpty() && received_.capacity() > kMostReadAtOnce) received_.clear();
+  if (received_.isEmpty() && received_.capacity() > kMaxReadAtOnce) received_.clear();
   if (received_.capacity() < kReadBlock) received_.reserve(kReadBlock);
 }
 

@@ -1,6 +1,6 @@
 // One connection that carries messages: in each direction, one compact JSON object on each line.
 //
-// A line has at most kLargestFrame bytes, and at most kMostUnsent bytes wait for a peer that does
+// A line has at most kLargestFrame bytes, and at most kMaxUnsent bytes wait for a peer that does
 // not read; a peer that breaks a limit, or that is another user's process, is dropped with a line
 // on standard error. A line that json_line.h refuses is reported there and skipped.
 //
@@ -23,7 +23,7 @@
 namespace desk {
 
 constexpr qint64 kLargestFrame = qint64{32} << 20;
-constexpr qint64 kMostUnsent = qint64{128} << 20;
+constexpr qint64 kMaxUnsent = qint64{128} << 20;
 
 // Returns whether the line, which ends with a newline, may be sent. If not, the dropped `what` is
 // reported on standard error.

@@ -36,7 +36,7 @@ QByteArray GetRuntimeDirectory() {
 QString PrivateDirectoryFault(const QByteArray& path, int fault) {
   const QString shown = QFile::decodeName(path);
   if (fault != EPERM) return QStringLiteral("%1: %2").arg(shown, ErrnoText(fault));
-  return QStringLiteral("%1 is no directory of this user with mode 0700").arg(shown);
+  return QStringLiteral("%1 is not a directory of this user with mode 0700").arg(shown);
 }
 
 bool MakePrivateDirectory(const QByteArray& path, QString* error) {

@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kName[] = "tavo-supervisor";
 constexpr int kHandedOverDescriptor = 3;
-constexpr rlim_t kMostClosed = 1 << 16;  // Limits may be huge, and closing one by one is slow.
+constexpr rlim_t kMaxClosed = 1 << 16;  // Limits may be huge, and closing one by one is slow.
 constexpr long kTickMs = 50;
 constexpr int64_t kGiveUpMs = 5000;       // After killing: nothing else can be done.
 constexpr int kFirstFreeDescriptor = 10;  // Above the descriptors that dup2 may overwrite.
@@ -32,7 +32,7 @@ void CloseRange(unsigned first, unsigned last) {
   if (first > last || close_range(first, last, 0) == 0) return;
   rlimit limit{};  // The kernel has no close_range.
   getrlimit(RLIMIT_NOFILE, &limit);
-  const rlim_t end = limit.rlim_cur < kMostClosed ? limit.rlim_cur : kMostClosed;
+  const rlim_t end = limit.rlim_cur < kMaxClosed ? limit.rlim_cur : kMaxClosed;
   for (unsigned i = first; i <= last && i < end; ++i) close(static_cast<int>(i));
 }
 

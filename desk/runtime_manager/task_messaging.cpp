@@ -60,7 +60,7 @@ struct TaskMessaging::Private {
   void Serve(int descriptor) {
     if (!IsListening(descriptor)) {
       desk::ReportError(
-          QStringLiteral("descriptor %1 is no listening socket: the application was not "
+          QStringLiteral("descriptor %1 is not a listening socket: the application was not "
                          "started as a task")
               .arg(descriptor));
       return GiveUp();
@@ -104,7 +104,7 @@ struct TaskMessaging::Private {
   bool Put(const QByteArray& line) {
     const std::lock_guard lock(mutex);
     if (useless || overflowed) return false;
-    overflowed = outbox_bytes + line.size() > desk::kMostUnsent;
+    overflowed = outbox_bytes + line.size() > desk::kMaxUnsent;
     if (overflowed) return true;
     outbox.push_back(line);
     outbox_bytes += line.size();

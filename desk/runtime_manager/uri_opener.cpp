@@ -98,7 +98,7 @@ void OpenUri(const QString& uri, QObject* context, const Done& callback) {
   const auto run = [=] {
     if (mode == "record") return done(RecordUri(uri));
     if (opens && IsUri(uri)) return (new Opener(uri, context, done))->Run();
-    if (opens) return done(Failure(uri, QStringLiteral("it is no URI")));
+    if (opens) return done(Failure(uri, QStringLiteral("it is not a URI")));
     done(Failure(uri, QStringLiteral("TAVO_DESK_OPEN_URI is \"%1\"").arg(QString::fromUtf8(mode))));
   };
   QMetaObject::invokeMethod(context, run, Qt::QueuedConnection);

@@ -99,7 +99,7 @@ void DigestClient::HandleAnswer(size_t index, const flrpc::Message::Response& re
     answer.cause = response.GetError()->message;
   } else if (!IsDigest(answer.sha256) || size < 0) {
     answer.sha256.clear();
-    answer.cause = "the answer is no digest";
+    answer.cause = "the answer is not a digest";
   } else {
     byte_count_ += size;
   }

@@ -39,7 +39,7 @@ std::chrono::seconds ParseTimeout(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto result = std::from_chars(text.data(), end, seconds);
   if (result.ec != std::errc() || result.ptr != end || seconds < 1 || seconds > kMost) {
-    throw std::runtime_error("--timeout: \"" + text + "\" is no number from 1 to " +
+    throw std::runtime_error("--timeout: \"" + text + "\" is not a number from 1 to " +
                              std::to_string(kMost));
   }
   return std::chrono::seconds(seconds);

@@ -12,7 +12,7 @@ using cw::EncodableValue;
 
 constexpr int kInvalidParams = -32602;
 constexpr int kCannotBeRead = -32000;
-constexpr size_t kMostOpen = 32;  // There are few descriptors, but maybe many requests.
+constexpr size_t kMaxOpen = 32;  // There are few descriptors, but maybe many requests.
 constexpr int64_t kLargeFile = int64_t{8} << 20;     // From there on progress is told,
 constexpr int64_t kProgressStep = int64_t{4} << 20;  // that often.
 
@@ -74,7 +74,7 @@ void DigestServer::PostTurn() {
 }
 
 void DigestServer::TakeTurn() {
-  if (!waiting_.empty() && open_.size() < kMostOpen) OpenNext();
+  if (!waiting_.empty() && open_.size() < kMaxOpen) OpenNext();
   if (!open_.empty()) ReadNext();
   if (!waiting_.empty() || !open_.empty()) PostTurn();
 }

@@ -29,7 +29,7 @@ std::unique_ptr<FileDigest> FileDigest::Open(const std::string& path, std::strin
   if (S_ISREG(status.st_mode)) {
     return std::unique_ptr<FileDigest>(new FileDigest(descriptor, status.st_size));
   }
-  *error = S_ISDIR(status.st_mode) ? TextOf(EISDIR) : "it is no regular file";
+  *error = S_ISDIR(status.st_mode) ? TextOf(EISDIR) : "it is not a regular file";
   close(descriptor);
   return nullptr;
 }

@@ -38,7 +38,7 @@ std::string Process(const std::string& hex) {
   const auto bytes = test::FromHex(hex);
   const bool is_envelope =
       kCodec.DecodeAndProcessResponseEnvelope(bytes.data(), bytes.size(), &result);
-  return is_envelope ? result.told : "no envelope" + result.told;
+  return is_envelope ? result.told : "not an envelope" + result.told;
 }
 
 struct MethodCodecTest : testing::Test {
@@ -76,7 +76,7 @@ TEST_F(MethodCodecTest, ResponseIsToldToTheResult) {
       {"details ", "01070007016d0301000000"},
   };
   for (const auto& [told, envelope] : rows) EXPECT_EQ(told + envelope, Process(envelope));
-  EXPECT_EQ("no envelope", Process("0200"));
+  EXPECT_EQ("not an envelope", Process("0200"));
   EXPECT_THROW(Process("01 070145 01 00"), std::bad_variant_access);
   EXPECT_EQ("no value 0000", Process(""));  // Kept so, deliberately.
   EXPECT_EQ(Lines(2, kInvalidRead), errors_.TakeLines());

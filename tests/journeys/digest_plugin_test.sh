@@ -77,7 +77,7 @@ nothing_is_left
 # What cannot be read is told; the others are done.
 ln -s missing data/dangling
 expect 1 'digest_plugin: data/dangling: No such file or directory' data/dangling data/plain data/pipe
-grep -qF 'digest_plugin: data/pipe: it is no regular file' errors || fail "$(cat errors)"
+grep -qF 'digest_plugin: data/pipe: it is not a regular file' errors || fail "$(cat errors)"
 grep -qF '3 files (2 failed), 1 B, 4 requests,' errors || fail "$(cat errors)"
 sha256sum data/plain | diff - actual || fail "the other file was not done"
 expect 1 'digest_plugin: "": Invalid argument' data/plain ''
@@ -142,7 +142,7 @@ grep -q '^usage: tavo-embed libdigest_plugin.so' actual || fail "no help"
 libs='' expect 2 'digest_plugin: where is libtavo.so? --libs-path' data
 expect 2 '--unknown: there is no such option' --unknown
 expect 2 '--open: its value is missing' --open
-expect 2 '--timeout: "0" is no number from 1 to' --timeout 0
+expect 2 '--timeout: "0" is not a number from 1 to' --timeout 0
 TAVO_DESK_PATH=$work expect 2 'digest_plugin: the task "digest" cannot be used: Application "digest" could not be started' data
 libs=$work expect 2 'digest_plugin: libtavo.so cannot be used' data
 mkdir dumb

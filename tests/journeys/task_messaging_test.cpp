@@ -17,9 +17,9 @@ using test::WaitUntil;
 // As objects, values take many times their bytes; what stands in texts are no values. Qt's parser
 // would lose the memory of what the first of two equal keys holds, also where a fault follows.
 TEST(JsonLineTest, LineWithTooManyValuesOrARepeatedKeyIsRefused) {
-  const QByteArray most(desk::kMostValues - 2, ',');
+  const QByteArray most(desk::kMaxLineValues - 2, ',');
   const QByteArray ones = QByteArray(most).replace(",", "1,");
-  const char* const again = "a line where a key comes again";
+  const char* const again = "an object on the line repeats a key";
   const std::pair<QByteArray, const char*> rows[] = {
       {"{\"n\":[" + ones + "1]}", ""},
       {"{\"n\":[" + ones + "1,1]}", "a line of more than 131072 values"},

@@ -106,12 +106,12 @@ TEST_F(TaskTest, FailedStartNamesTheApplicationAndTheCause) {
   const Row rows[] = {
       {"missing", "there is no such application"},
       {"hidden", "there is no such application", "hidden.desktop", entry + "it\nHidden=true"},
-      {"", "this is no name of an application"},
-      {"../apps/hidden", "this is no name of an application"},
+      {"", "this is not a valid name of an application"},
+      {"../apps/hidden", "this is not a valid name of an application"},
       {"data", "Permission denied"},
       {"exec", "there is no program \"nowhere\"", "exec.desktop", entry + "nowhere %f"},
       {"lost", "its directory: No such", "lost.desktop", entry + "/bin/true\nPath=/nonexistent"},
-      {"desk_task", "/apps/open/tavo is no directory of this user with mode 0700",
+      {"desk_task", "/apps/open/tavo is not a directory of this user with mode 0700",
        "XDG_RUNTIME_DIR", QFile::encodeName(apps_ + "/open")},
       {"desk_task", "unusable TAVO_DESK_WRAPPER: there is no program", "TAVO_DESK_WRAPPER", "no"},
   };

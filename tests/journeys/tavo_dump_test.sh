@@ -78,9 +78,9 @@ dump <"$work/lines" >"$work/out" 2>"$work/errors" || code=$?
 [[ $code -eq 1 ]] || fail "exit code $code"
 [[ "$(cat "$work/out")" == "int32 list (2): 1, -1" ]] || fail "$(cat "$work/out")"
 cat >"$work/expected" <<'ERRORS'
-tavo-dump: line 1: it is no Base64 text
+tavo-dump: line 1: it is not a Base64 text
 tavo-dump: line 2: it has no text "data"
-tavo-dump: line 3: it is no JSON
+tavo-dump: line 3: it is not JSON
 tavo-dump: line 4: it declares more than it holds
 tavo-dump: line 5: it has no text "time"
 tavo-dump: line 6: it has no text "data"

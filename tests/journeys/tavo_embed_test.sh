@@ -75,7 +75,7 @@ done <<'ROWS'
 {"view": {"visibility": 9}}|/view/visibility: 9 is not within 1 to 5
 {"view": {"width": 4294967296}}|/view/width: 4294967296 is not within
 {"view": {"pixel_ratio": 0}}|/view/pixel_ratio: 0 is not within 0.1 to 1000
-{"view": {"orientation": 45}}|/view/orientation: 45 is no multiple of 90
+{"view": {"orientation": 45}}|/view/orientation: 45 is not a multiple of 90
 {"view": {"pixel_ratio": 1e999}}|number overflow
 {"steps": [{"cease": ""}]}|/steps/0/cease: a "channel" is wanted
 {"view": {"theme": {"values": [1]}}}|/view/theme/values: 4 elements are wanted, not 1
@@ -112,7 +112,7 @@ expect 5 '"action":"Exit","exit_code":5' --description "$work/description" --rep
 diff - "$work/out" <<'OUT' || fail "the steps"
 registered
 message echo -> {"a":[1,true]}
-message echo m -> no envelope: {"arguments":5,"method":"m"}
+message echo m -> not an envelope: {"arguments":5,"method":"m"}
 message ask m -> not implemented
 dart answers 5 bytes
 expect dart -> {"arguments":null,"method":"m"}

@@ -196,7 +196,7 @@ TEST_F(FaultsTest, SocketDirectoryOfSomebodyElseIsNotUsed) {
   const QByteArray directory = QFile::encodeName(directory_.filePath(QStringLiteral("tavo")));
   ASSERT_EQ(0, mkdir(directory.constData(), 0700));
   ASSERT_EQ(0, chown(directory.constData(), 65534, 65534));
-  EXPECT_NE(std::string::npos, Start().find("is no directory of this user with mode 0700"));
+  EXPECT_NE(std::string::npos, Start().find("is not a directory of this user with mode 0700"));
 }
 
 TEST_F(FaultsTest, IntentIsOfferedOrTheFailureIsTold) {

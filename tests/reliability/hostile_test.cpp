@@ -265,8 +265,8 @@ TEST_P(HostileTest, ValuesHurtNobody) {
   Attack("maps as keys", Call(Times(1000, "\x0d\x02") + Nulls(2000)));
   // As many values as 64 MiB have room for, and as many as may be: 100 bytes a value.
   Attack("a large map", Ignored(LargeMap(524288)));
-  Attack("the largest map", Ignored(LargeMap(cw::kMostValues)), 400);
-  const int values = cw::kMostValues;
+  Attack("the largest map", Ignored(LargeMap(cw::kMaxValues)), 400);
+  const int values = cw::kMaxValues;
   Attack("too long a list", Call(Declare(0x0c, values) + Nulls(values)));
   for (const char tag : std::string("\x05\x07\x08\x09\x0a\x0b\x0c\x0d\x0e")) {
     Attack("2^32 - 1 of anything", Call(Declare(tag, 0xFFFFFFFF)));
@@ -297,9 +297,9 @@ TEST_P(HostileTest, EarlyFramesHurtNobody) {
   Begin();  // A task shakes hands once.
   Attack("more calls than are held", Times(2000, Call("\x01")));
   Begin();  // As much is missing as may be; each missing element is a line of the log.
-  Attack("phantom elements", Ignored(Declare(0x0c, cw::kMostMissingElements)));
+  Attack("phantom elements", Ignored(Declare(0x0c, cw::kMaxMissingElements)));
   Begin();
-  Attack("phantom texts", Times(2, Ignored(Declare(7, cw::kMostMissingBytes))), kPhantom);
+  Attack("phantom texts", Times(2, Ignored(Declare(7, cw::kMaxMissingBytes))), kPhantom);
   Begin();  // Of few bytes, each of them a node.
   const QByteArray maps = Times(20000, "\x0d\x01" + Nulls(2));
   Attack("small maps", Times(8, Call(Declare(0x0c, 20000) + maps)));
