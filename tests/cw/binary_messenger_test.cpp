@@ -36,30 +36,21 @@ class BinaryMessengerTest : public test::WrapperTest<BinaryMessenger> {
     for (std::string word; words >> word;) steps_.at(word)();
   }
 
-  void Deliver(const char* channel) {
-    message_callback(context.engine, channel, &byte_, 1, Respond,
-                     reinterpret_cast<_FlutterOstrelResponse*>(this), user_data);
-  }
-  static void Respond(_FlutterOstrelEngine* engine, _FlutterOstrelResponse* test,
-                      const uint8_t* data, size_t size) {
-    reinterpret_cast<BinaryMessengerTest*>(test)->Enter("response", engine, data, size);
-  }
-
   test::ErrorCapture error_;
   const uint8_t byte_ = 7;
   std::unique_ptr<BinaryMessenger> other_ = BinaryMessenger::Create(GetContext());
   const std::map<std::string, std::function<void()>> steps_ = {
       {"handle", [this] { wrapper_->SetMessageHandler("c", Watch("handler")); }},
       {"remove", [this] { wrapper_->SetMessageHandler("c", nullptr); }},
-      {"message", [this] { Deliver("c"); }},
-      {"stray", [this] { Deliver("other"); }},
-      {"nameless", [this] { Deliver(nullptr); }},
+      {"message", [this] { Deliver("c", "\7"); }},
+      {"stray", [this] { Deliver("other", ""); }},
+      {"nameless", [this] { Deliver(nullptr, ""); }},
       {"answer", [this] { reply(&byte_, 1); }},
       {"forget", [this] { reply = nullptr; }},
       {"throw", [] { throw std::runtime_error("cause"); }},
       {"send", [this] { wrapper_->Send("c", nullptr, 7, Watch("reply")); }},
       {"refuse", [this] { answers["Send"] = 0; }},
-      {"reply", [this] { reply_callback(&byte_, 1, user_data); }},
+      {"reply", [this] { Reply("\7"); }},
       {"subscribe", [this] { wrapper_->OnChannelUpdateSubscribe("c", Watch("told")); }},
       {"begin", [this] { Call(true); }},
       {"cease", [this] { Call(false); }},

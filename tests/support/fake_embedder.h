@@ -81,6 +81,19 @@ class FakeEmbedder {
   FlutterOstrelTextureDescriptor descriptor{};
   std::function<void(const uint8_t*, size_t)> reply;  // Of a message handler that is watched.
 
+  // A message to the plug-in, whose answer is traced as "response", and the answer to its last one.
+  void Deliver(const char* channel, const std::string& message) {
+    const auto respond = [](_FlutterOstrelEngine* engine, _FlutterOstrelResponse* fake,
+                            const uint8_t* data, size_t size) {
+      reinterpret_cast<FakeEmbedder*>(fake)->Enter("response", engine, data, size);
+    };
+    message_callback(context.engine, channel, BytesOf(message), message.size(), respond,
+                     reinterpret_cast<_FlutterOstrelResponse*>(this), user_data);
+  }
+  void Reply(const std::string& answer) {
+    reply_callback(BytesOf(answer), answer.size(), user_data);
+  }
+
   // The last slot that was taken.
   void Call() { slot_.callback(slot_.user_data); }
   void Call(bool value) { bool_slot_.callback(bool_slot_.user_data, value); }
@@ -174,6 +187,10 @@ class FakeEmbedder {
     const uint8_t* bytes = nullptr;
     std::string text{};
   };
+
+  static const uint8_t* BytesOf(const std::string& text) {
+    return reinterpret_cast<const uint8_t*>(text.data());
+  }
 
   PageEnd context_memory_;
   std::vector<std::string> calls_;
