@@ -12,11 +12,10 @@ using cw::EncodableValue;
 using ChannelsTest = test::WrapperTest<cw::BinaryMessenger>;
 
 TEST_F(ChannelsTest, CallIsAnsweredOnceWhateverItsHandlerDoes) {
-  test::ErrorCapture error;
   cw::MethodChannel<> channel(wrapper_.get(), "c");
   channel.SetHandler([&](const auto& call, auto result) {
     Enter(call.GetMethodName(), *call.GetArguments());
-    if (call.GetMethodName() == "fail") result->Error("e", "m", true);
+    for (int i = 0; i < 2 && call.GetMethodName() == "fail"; ++i) result->Error("e", "m", true);
     if (call.GetMethodName() == "throw") throw std::runtime_error("cause");
   });
   TakeTrace();
@@ -28,12 +27,13 @@ TEST_F(ChannelsTest, CallIsAnsweredOnceWhateverItsHandlerDoes) {
       "drop(1) response(0)",
       TakeTrace());
   EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
-  EXPECT_NE(std::string::npos, error.TakeText().find("method name is not a string"));
+  const std::string errors = error_.TakeText();
+  EXPECT_NE(std::string::npos, errors.find("method name is not a string"));
+  EXPECT_NE(std::string::npos, errors.find("Ignoring duplicate result."));
 }
 
 // The handler passes its call on, so the answer to the one is the answer to the other.
 TEST_F(ChannelsTest, InvokeTellsTheAnswerOnce) {
-  const test::ErrorCapture error;  // A second answer is a line.
   const std::pair<std::string, std::string> rows[] = {
       {{0, 1}, "response(0, 1)"},
       {{1, 7, 1, 'e', 0, 2}, "response(1, 7, 1, 101, 0, 2)"},

@@ -40,19 +40,6 @@ TEST_F(ViewWrapperTest, NumbersOutsideTheSetsAreZero) {
   }
 }
 
-TEST_F(ViewWrapperTest, SubscriberMayUnsubscribeItself) {
-  within["KeyboardVisibilityChangedUnsubscribe"] = [&] { ReleaseSlot(); };
-  within["listener"] = [&] {
-    wrapper_->KeyboardVisibilityChangedUnsubscribe(1);
-    wrapper_->Activate();
-  };
-  wrapper_->KeyboardVisibilityChangedSubscribe(Watch("listener"));
-  TakeTrace();
-  Call();
-  EXPECT_EQ("listener() KeyboardVisibilityChangedUnsubscribe(1) Activate() ~listener()",
-            TakeTrace());
-}
-
 TEST_F(ViewWrapperTest, PopupWindowNeedsAnEntryPoint) {
   wrapper_->CreatePopupWindow("", "text", nullptr, Watch("answer"));
   wrapper_->CreatePopupWindow("", "text", nullptr, nullptr);

@@ -159,8 +159,8 @@ class FakeEmbedder {
     }
     void Take(const FlutterOstrelWindowParameters* parameters) {
       EXPECT_EQ(sizeof *parameters, parameters->size);
-      Take(parameters->first_text);
-      Take(parameters->second_text);
+      Write(parameters->first_text);
+      Write(parameters->second_text);
       Take(parameters->payload);
       Take(parameters->payload_size);
     }
@@ -205,6 +205,7 @@ class FakeEmbedder {
 class EmbedderTest : public TestBase, public FakeEmbedder {
  protected:
   LogCapture log_;
+  ErrorCapture error_;
 };
 
 template <typename Wrapper>
