@@ -26,20 +26,18 @@ TEST_F(ChannelsTest, CallIsAnsweredOnceWhateverItsHandlerDoes) {
       "fail(1) response(1, 7, 1, 101, 7, 1, 109, 1) throw(1) response(0) response(0) "
       "drop(1) response(0)",
       TakeTrace());
-  EXPECT_NE(std::string::npos, log_.TakeLine().find("cause"));
-  const std::string errors = error_.TakeText();
-  EXPECT_NE(std::string::npos, errors.find("method name is not a string"));
-  EXPECT_NE(std::string::npos, errors.find("Ignoring duplicate result."));
+  EXPECT_NE("", log_.TakeLine());
+  EXPECT_NE(std::string::npos, error_.TakeText().find("Ignoring duplicate result."));
 }
 
 // The handler passes its call on, so the answer to the one is the answer to the other.
 TEST_F(ChannelsTest, InvokeTellsTheAnswerOnce) {
-  const std::pair<std::string, std::string> rows[] = {
+  const std::pair<std::vector<uint8_t>, std::string> rows[] = {
       {{0, 1}, "response(0, 1)"},
       {{1, 7, 1, 'e', 0, 2}, "response(1, 7, 1, 101, 0, 2)"},
-      {"", "response(0)"},
-      {"?", "response(1, 7, 18, 109, 97,"},  // The code is "malformed-response".
-      {{0, 12, '\377', '\377', '\377', '\377', '\377'}, "response(1, 7, 18, 109, 97,"},
+      {{}, "response(0)"},
+      {{63}, "response(1, 7, 18, 109, 97,"},  // The code is "malformed-response".
+      {{0, 12, 255, 255, 255, 255, 255}, "response(1, 7, 18, 109, 97,"},
   };
   for (const auto& [answer, told] : rows) {
     cw::MethodChannel<> channel(wrapper_.get(), "c");

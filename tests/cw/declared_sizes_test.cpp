@@ -188,8 +188,8 @@ TEST_F(DeclaredSizesTest, Context) {
     auto* const made = registrars->GetRegistrarImpl(GetContext(declared.size));
     EXPECT_EQ(has("engine("), made != nullptr);
     if (!made) return;
-    EXPECT_EQ(has("EngineDestroyedSubscribe("),
-              std::exchange(engine_destroyed, nullptr) != nullptr);
+    const bool is_told = std::exchange(engine_destroyed, nullptr);
+    EXPECT_EQ(has("EngineDestroyedSubscribe("), is_told);
     EXPECT_EQ(has("application( ApplicationProcTableLoad("), made->GetApplication() != nullptr);
     EXPECT_EQ(has("view( ViewProcTableLoad("), made->GetView() != nullptr);
     EXPECT_EQ(has("TextureProcTableLoad("), made->GetTextures() != nullptr);

@@ -83,15 +83,15 @@ class FakeEmbedder {
 
   // A message to the plug-in, whose answer is traced as "response", and the answer to its last one.
   void Deliver(const char* channel, const std::string& message) {
-    const auto respond = [](_FlutterOstrelEngine* engine, _FlutterOstrelResponse* fake,
-                            const uint8_t* data, size_t size) {
+    const auto respond = [](auto* engine, auto* fake, auto* data, size_t size) {
       reinterpret_cast<FakeEmbedder*>(fake)->Enter("response", engine, data, size);
     };
-    message_callback(context.engine, channel, BytesOf(message), message.size(), respond,
-                     reinterpret_cast<_FlutterOstrelResponse*>(this), user_data);
+    const auto response = reinterpret_cast<_FlutterOstrelResponse*>(this);
+    const auto* data = reinterpret_cast<const uint8_t*>(message.data());
+    message_callback(context.engine, channel, data, message.size(), respond, response, user_data);
   }
-  void Reply(const std::string& answer) {
-    reply_callback(BytesOf(answer), answer.size(), user_data);
+  void Reply(const std::vector<uint8_t>& answer) {
+    reply_callback(answer.data(), answer.size(), user_data);
   }
 
   // The last slot that was taken.
@@ -187,10 +187,6 @@ class FakeEmbedder {
     const uint8_t* bytes = nullptr;
     std::string text{};
   };
-
-  static const uint8_t* BytesOf(const std::string& text) {
-    return reinterpret_cast<const uint8_t*>(text.data());
-  }
 
   PageEnd context_memory_;
   std::vector<std::string> calls_;
