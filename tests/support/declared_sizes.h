@@ -35,7 +35,7 @@ void ForEachDeclaration(const Structure& full, const Check& check) {
     if (testing::Test::HasFailure()) return;
     const size_t null = step > sizeof full ? step - sizeof full : 0;
     const uint32_t size = null > 0 ? sizeof full : step + 1;
-    SCOPED_TRACE("size " + std::to_string(size) + ", null field " + std::to_string(null));
+    SCOPED_TRACE(testing::Message() << size << ", null " << null);
     Structure declared = full;
     std::memset(reinterpret_cast<char*>(&declared) + null * kField, 0, kField);
     std::memcpy(static_cast<void*>(&declared), &size, sizeof size);
