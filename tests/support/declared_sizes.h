@@ -28,18 +28,18 @@ void* FieldOf(const Structure& structure, size_t field) {
   return value;
 }
 
-// Every size up to 16 bytes beyond the whole, and at each size no field (0) or one that is null.
+// Every size up to beyond the whole, and the whole with each field null; `null` is 0 where none is.
 template <typename Structure, typename Check>
 void ForEachDeclaration(const Structure& full, const Check& check) {
-  for (uint32_t size = 0; size <= sizeof full + 16; ++size) {
-    for (size_t null = 0; null < kFields<Structure>; ++null) {
-      if (testing::Test::HasFailure()) return;
-      SCOPED_TRACE("size " + std::to_string(size) + ", null field " + std::to_string(null));
-      Structure declared = full;
-      std::memset(reinterpret_cast<char*>(&declared) + null * kField, 0, kField);
-      std::memcpy(static_cast<void*>(&declared), &size, sizeof size);
-      check(declared, null);
-    }
+  for (uint32_t step = 0; step < sizeof full + kFields<Structure>; ++step) {
+    if (testing::Test::HasFailure()) return;
+    const size_t null = step > sizeof full ? step - sizeof full : 0;
+    const uint32_t size = null > 0 ? sizeof full : step + 1;
+    SCOPED_TRACE(testing::Message() << size << ", null " << null);
+    Structure declared = full;
+    std::memset(reinterpret_cast<char*>(&declared) + null * kField, 0, kField);
+    std::memcpy(static_cast<void*>(&declared), &size, sizeof size);
+    check(declared, null);
   }
 }
 

@@ -81,11 +81,24 @@ class FakeEmbedder {
   FlutterOstrelTextureDescriptor descriptor{};
   std::function<void(const uint8_t*, size_t)> reply;  // Of a message handler that is watched.
 
+  // A message to the plug-in, whose answer is traced as "response", and the answer to its last one.
+  void Deliver(const char* channel, const std::string& message) {
+    const auto respond = [](auto* engine, auto* fake, auto* data, size_t size) {
+      reinterpret_cast<FakeEmbedder*>(fake)->Enter("response", engine, data, size);
+    };
+    const auto response = reinterpret_cast<_FlutterOstrelResponse*>(this);
+    const auto* data = reinterpret_cast<const uint8_t*>(message.data());
+    message_callback(context.engine, channel, data, message.size(), respond, response, user_data);
+  }
+  void Reply(const std::vector<uint8_t>& answer) {
+    reply_callback(answer.data(), answer.size(), user_data);
+  }
+
   // The last slot that was taken.
-  void Call() { slot_.callback(slot_.user_data); }
-  void Call(bool value) { bool_slot_.callback(bool_slot_.user_data, value); }
-  void Call(const std::vector<uint8_t>& result, const char* result_text) {
-    result_slot_.callback(result_slot_.user_data, result.data(), result.size(), result_text);
+  void Call() { Run<FlutterOstrelSlot>(); }
+  void Call(bool value) { Run<FlutterOstrelBoolSlot>(value); }
+  void Call(const std::vector<uint8_t>& result, const char* given) {
+    Run<FlutterOstrelResultSlot>(result.data(), result.size(), given);
   }
   void ReleaseSlot() { slot_owner_.reset(); }
 
@@ -141,19 +154,19 @@ class FakeEmbedder {
       fake.ReleaseSlot();
       if (!slot) return Write("null");
       EXPECT_EQ(sizeof *slot, slot->size);
-      std::get<Slot&>(std::tie(fake.slot_, fake.bool_slot_, fake.result_slot_)) = *slot;
+      std::get<Slot>(fake.slots_) = *slot;
       fake.slot_owner_ = {slot->user_data, slot->release};
     }
-    void Take(const FlutterOstrelWindowParameters* parameters) {
-      EXPECT_EQ(sizeof *parameters, parameters->size);
-      Take(parameters->first_text);
-      Take(parameters->second_text);
-      Take(parameters->payload);
-      Take(parameters->payload_size);
+    void Take(const FlutterOstrelWindowParameters* given) {
+      EXPECT_EQ(sizeof *given, given->size);
+      Take(given->first_text);
+      Take(given->second_text);
+      Take(given->payload);
+      Take(given->payload_size);
     }
-    void Take(const FlutterOstrelTextureDescriptor* descriptor) {
-      fake.descriptor = *descriptor;
-      Take(descriptor->kind);
+    void Take(const FlutterOstrelTextureDescriptor* given) {
+      fake.descriptor = *given;
+      Take(given->kind);
     }
     void Take(FlutterOstrelReplyCallback callback) { fake.reply_callback = callback; }
     void Take(FlutterOstrelMessageCallback callback) {
@@ -175,12 +188,16 @@ class FakeEmbedder {
     std::string text{};
   };
 
+  template <typename Slot, typename... Values>
+  void Run(const Values&... values) {
+    const Slot slot = std::get<Slot>(slots_);
+    slot.callback(slot.user_data, values...);
+  }
+
   PageEnd context_memory_;
   std::vector<std::string> calls_;
   std::string trace_;
-  FlutterOstrelSlot slot_{};
-  FlutterOstrelBoolSlot bool_slot_{};
-  FlutterOstrelResultSlot result_slot_{};
+  std::tuple<FlutterOstrelSlot, FlutterOstrelBoolSlot, FlutterOstrelResultSlot> slots_;
   std::unique_ptr<void, void (*)(void*)> slot_owner_{nullptr, nullptr};
 };
 
@@ -188,6 +205,7 @@ class FakeEmbedder {
 class EmbedderTest : public TestBase, public FakeEmbedder {
  protected:
   LogCapture log_;
+  ErrorCapture error_;
 };
 
 template <typename Wrapper>
