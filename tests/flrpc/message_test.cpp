@@ -58,7 +58,7 @@ TEST_F(MessageTest, EveryKindReadsBack) {
         {Type::kResponse,
          Message::CreateError(ID(1), -7, text, extra),
          {{"id", "1"}, {"error", error}}},
-        {Type::kError, Message::CreateError(Message::Error(-7, text, extra)), {{"error", error}}},
+        {Type::kError, Message::CreateError(-7, text, extra), {{"error", error}}},
     };
     for (const auto& [type, message, members] : rows) {
       const Value map = Frame(members);

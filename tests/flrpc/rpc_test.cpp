@@ -232,4 +232,29 @@ TEST_F(RpcTest, CapturedObjectMayCallAClientThatEnds) {
   link_.client.reset();
 }
 
+TEST_F(RpcTest, LastAnsweredRequestsAreRememberedExactly) {
+  constexpr uint64_t kMost = 65536;
+  flrpc::details::AnsweredRequests every, second;  // Of one client, and of two that alternate.
+  for (uint64_t number = 1; number <= 3 * kMost; ++number) every.Add(number);
+  for (uint64_t number = 2; number <= 6 * kMost; number += 2) second.Add(number);
+  EXPECT_TRUE(every.Contains(2 * kMost + 1) && every.Contains(3 * kMost));
+  EXPECT_FALSE(every.Contains(3 * kMost + 1));
+  EXPECT_TRUE(every.Contains(1) && second.Contains(1));  // Too old to tell.
+  for (uint64_t number = 4 * kMost + 1; number <= 6 * kMost; number += 1001) {
+    ASSERT_EQ(number % 2 == 0, second.Contains(number)) << number;
+  }
+}
+
+// Decoders align behind an empty list of numbers, and read something else than what was written.
+TEST_F(RpcTest, MessageIsCheckedAsItIsRead) {
+  const Value shifted = List{std::vector<int64_t>(),
+                             std::vector<uint8_t>{0, 0, 0, 12, 255, 255, 255, 255, 3, 1, 1, 1, 1}};
+  int refused = 0;
+  for (size_t size = 1; size <= 8; ++size) {
+    const auto message = Message::CreateRequest(Message::ID(1), Text(size, 'm'), shifted);
+    if (flrpc::details::FindUnsendable(message)) ++refused;
+  }
+  EXPECT_EQ(1, refused);
+}
+
 }  // namespace

@@ -163,4 +163,21 @@ TEST_F(TaskMessagingTest, EitherEndMayGoDuringAHandler) {
   close(other);
 }
 
+TEST_F(TaskMessagingTest, ProcessOfAnotherUserIsNotServed) {
+  if (geteuid() != 0) GTEST_SKIP() << "Only root can play another user.";
+  chmod(QFile::encodeName(directory_.path()).constData(), 0755);
+  chmod(QFile::encodeName(path_).constData(), 0777);
+  ASSERT_EQ(0, seteuid(65534));
+  const int stranger = Connect();
+  ASSERT_EQ(0, seteuid(0));
+  char byte = 0;
+  const auto is_dropped = [&] {
+    return recv(stranger, &byte, 1, MSG_DONTWAIT) == 0 || errno != EAGAIN;
+  };
+  EXPECT_TRUE(WaitUntil(is_dropped));
+  close(stranger);
+  EXPECT_EQ(0, server_->values.size());
+  EXPECT_NE(std::string::npos, errors_.TakeText().find("another user's"));
+}
+
 }  // namespace
