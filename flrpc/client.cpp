@@ -34,6 +34,8 @@ Message::Error MakeUnknownError() noexcept {
   }
 }
 
+// Each public operation begins by locking weak_from_this: what it calls may drop the last owner of
+// this, which then lives until the operation returns. The lock is null while this is destroyed.
 class Client final : public IOwnedClient,
                      public forge::details::CounterClient,
                      public std::enable_shared_from_this<Client> {

@@ -17,6 +17,8 @@ using cw::EncodableValue;
 
 constexpr char kConnect[] = "flrpc.connected";
 
+// Each public operation begins by locking weak_from_this: what it calls may drop the last owner of
+// this, which then lives until the operation returns. The lock is null while this is destroyed.
 class Server final : public std::enable_shared_from_this<Server>, public IOwnedServer {
   struct PrivateTag {
     explicit PrivateTag() = default;

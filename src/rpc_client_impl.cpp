@@ -1,8 +1,6 @@
 #include "src/rpc_client_impl.h"
 
 #include <exception>
-#include <iterator>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,62 +25,41 @@ constexpr int kInternalError = -32603;  // The code of JSON-RPC.
 // that are left at the end of the process are never destroyed.
 class StoppingClients {
  public:
-  class Ticket {
-   public:
-    explicit Ticket(uint32_t id) : id_(id) {}
-    ~Ticket() { Get().Abandon(id_); }
-    Ticket(const Ticket&) = delete;
-    Ticket& operator=(const Ticket&) = delete;
-
-    uint32_t GetId() const { return id_; }
-
-   private:
-    const uint32_t id_;
-  };
+  using Ticket = std::shared_ptr<const uint32_t>;  // The client's id.
 
   static StoppingClients& Get() {
     static auto& clients = *new StoppingClients;
     return clients;
   }
 
-  std::shared_ptr<const Ticket> Add(const std::shared_ptr<RpcClientImpl>& client) {
-    auto ticket = std::make_shared<const Ticket>(client->GetId());
-    std::list<std::shared_ptr<RpcClientImpl>> abandoned;  // Destroyed after the lock was released.
+  Ticket Add(const std::shared_ptr<RpcClientImpl>& client) {
+    auto ticket = std::make_shared<const uint32_t>(client->GetId());
+    Entries abandoned;  // Destroyed after the lock was released.
     const std::lock_guard lock(mutex_);
-    for (auto entry = clients_.begin(); entry != clients_.end();) {
-      const auto next = std::next(entry);
-      if (entry->second.is_abandoned) {
-        abandoned.push_back(std::move(entry->second.client));
-        clients_.erase(entry);
-      }
-      entry = next;
+    for (auto entry = entries_.begin(); entry != entries_.end();) {
+      const auto current = entry++;
+      if (current->second.ticket.expired()) abandoned.insert(entries_.extract(current));
     }
-    clients_[client->GetId()] = {client, false};
+    entries_[*ticket] = {ticket, client};
     return ticket;
   }
 
   // Null when it was taken before.
   std::shared_ptr<RpcClientImpl> Take(uint32_t id) {
     const std::lock_guard lock(mutex_);
-    const auto node = clients_.extract(id);
+    const auto node = entries_.extract(id);
     return node ? node.mapped().client : nullptr;
   }
 
  private:
   struct Entry {
+    std::weak_ptr<const uint32_t> ticket;
     std::shared_ptr<RpcClientImpl> client;
-    bool is_abandoned;
   };
-
-  void Abandon(uint32_t id) {
-    const std::lock_guard lock(mutex_);
-    if (const auto found = clients_.find(id); found != clients_.end()) {
-      found->second.is_abandoned = true;
-    }
-  }
+  using Entries = std::map<uint32_t, Entry>;  // By the client's id.
 
   std::mutex mutex_;
-  std::map<uint32_t, Entry> clients_;  // Guarded by mutex_.
+  Entries entries_;  // Guarded by mutex_.
 };
 
 }  // namespace
@@ -267,7 +244,7 @@ void RpcClientImpl::Release() {
   try {
     const auto ticket = StoppingClients::Get().Add(shared_from_this());
     task_->stop({}, [ticket](const RuntimeManager::Error& error) {
-      const auto stopped = StoppingClients::Get().Take(ticket->GetId());
+      const auto stopped = StoppingClients::Get().Take(*ticket);
       if (!stopped) return;
       details::Fence("stop callback", [&error] {
         if (error) FORGE_LOG(kError) << "[ta-vo] stop error: " << error.message().toStdString();

@@ -73,8 +73,8 @@ class DigestPlugin final : public cw::Plugin,
       Complain(std::string(error.what()) + " (--help tells more)");
       return Leave(kCannotRun);
     }
-    if (options_.help) {
-      std::fputs(digest::kUsage, stdout);
+    if (!options_.help.empty()) {
+      std::fputs(options_.help.c_str(), stdout);
       return Leave(kOk);
     }
     if (registrar_->GetLibraryPath().empty()) {

@@ -11,14 +11,12 @@
 
 namespace digest {
 
-extern const char kUsage[];
-
 struct Options {
-  bool help = false;
+  std::string help;               // The text to print instead, when it is asked for.
   std::string uri;                // The URI to open at the end; empty: none.
   std::set<std::string> skipped;  // Paths, as they are printed.
   std::chrono::seconds timeout{60};
-  std::vector<std::string> paths = {"."};
+  std::vector<std::string> paths;  // Never empty.
 };
 
 Options ParseOptions(const std::vector<std::string>& arguments);

@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 
 #include "desk/common/value_json.h"
+#include "tests/support/deadline.h"
 #include "tests/support/test_base.h"
 
 namespace desk {
@@ -83,7 +84,13 @@ class EmbedderTest : public test::TestBase {
 
 TEST_F(EmbedderTest, TasksAndResultsComeOnceLaterAndTheFirstExitCounts) {
   Start(R"({"main_window_result": {"value": 5, "text": "t"}})");
-  std::thread([] { app.EnqueueTask(self, Probe("task"), 7); }).join();
+  testing::internal::CaptureStderr();
+  std::thread([] {
+    app.EnqueueTask(self, Probe("task"), 7);
+    app.Exit(self, 9);
+  }).join();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "embedder: Exit: the call came on another thread than the embedder's and is ignored\n");
   const FlutterOstrelWindowParameters parameters{};
   app.CreateMainWindow(self, &parameters, Probe("main"));
   view.CreatePopupWindow(win, "entry", nullptr, nullptr, 5, Probe("popup"));
@@ -196,6 +203,21 @@ TEST_F(EmbedderTest, FramesAreFetchedUntilTheTextureIsGone) {
   EXPECT_TRUE(texture.UnregisterTexture(eng, 1, Probe::Call, gone));
   EXPECT_FALSE(texture.UnregisterTexture(eng, 1, Probe::Call, gone));
   EXPECT_EQ(Settle(), "gone;");
+}
+
+TEST_F(EmbedderTest, RendererMayHaveAThreadOfItsOwn) {
+  Start(R"({"render_thread": true})");
+  static std::thread::id renderer;
+  FlutterOstrelTextureDescriptor descriptor{};
+  descriptor.source.pixel_buffer.callback = [](size_t, size_t, void*) {
+    renderer = std::this_thread::get_id();
+    return static_cast<const FlutterOstrelPixelBuffer*>(nullptr);
+  };
+  texture.RegisterTexture(eng, &descriptor);
+  texture.MarkTextureFrameAvailable(eng, 1);
+  EXPECT_TRUE(test::WaitUntil([] { return LastAction().find("NoFrame") != std::string::npos; }));
+  EXPECT_NE(renderer, std::this_thread::get_id());
+  embedder.reset();
 }
 
 TEST_F(EmbedderTest, EngineMayEndWithinTheCallOfASubscriber) {

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "flrpc/request_ids.h"
 #include "flrpc/sendable.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/rpc_link.h"

@@ -138,10 +138,10 @@ grep -qF $'\r\e[K['"$(printf '#%.0s' {1..18})"$'\r' screen || fail "not cut to t
 
 # Command lines, and what ends it.
 expect 0 '' --help
-grep -q '^usage: tavo-embed libdigest_plugin.so' actual || fail "no help"
+grep -q 'tavo-embed libdigest_plugin.so -- ' actual || fail "no help"
 libs='' expect 2 'digest_plugin: where is libtavo.so? --libs-path' data
-expect 2 '--unknown: there is no such option' --unknown
-expect 2 '--open: its value is missing' --open
+expect 2 "Unknown option 'unknown'" --unknown
+expect 2 "Missing value after '--open'" --open
 expect 2 '--timeout: "0" is not a number from 1 to' --timeout 0
 TAVO_DESK_PATH=$work expect 2 'digest_plugin: the task "digest" cannot be used: Application "digest" could not be started' data
 libs=$work expect 2 'digest_plugin: libtavo.so cannot be used' data

@@ -160,9 +160,14 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
   Task never_started("desk_task");
   Stop(never_started);
   const Running running;
-  kill(running.AskPid(), SIGKILL);
+  const pid_t pid = running.AskPid();
+  testing::internal::CaptureStderr();
+  kill(pid, SIGKILL);
   EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
   Stop(*running.task);
+  EXPECT_EQ(
+      "tavo-desk: task \"desk_task\" (pid " + std::to_string(pid) + ") was killed by signal 9\n",
+      testing::internal::GetCapturedStderr());
   EXPECT_NE("", test::Start(*running.task)) << "A task starts once.";
   // While it starts, from other threads, several times.
   Task task("desk_task");

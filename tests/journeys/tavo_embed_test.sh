@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # The program tavo-embed: what it says of errors, its exit codes, what it offers, steps, signals.
-# Usage: tavo_embed_test.sh PROGRAM PLUGIN LIBRARY [EMULATOR...]
-# LIBRARY is one that is no plug-in.
+# Usage: tavo_embed_test.sh PROGRAM PLUGIN LIBRARY THROWING [EMULATOR...]
+# LIBRARY is not a plug-in; the registration of THROWING throws.
 set -euo pipefail
 
 program=$1
 plugin=$2
 without=$3
-shift 3
+throwing=$4
+shift 4
 emulator=("$@")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -39,6 +40,7 @@ expect 255 "exit code 256 is not within 0 to 255" "$plugin" -- exit 256
 expect 3 "$work/none.so: No such file or directory" "$work/none.so"
 expect 3 'text.so cannot be loaded' "$work/text.so"
 expect 3 'its registration answered 0' "$plugin" -- refuse
+expect 3 'its registration threw an exception: on purpose' "$throwing"
 expect 124 'the plug-in has not exited in time' "$plugin" --timeout 1 -- stay
 expect 0 '' "$plugin" -- exit 0
 expect 77 '' "$plugin" -- exit 77
@@ -131,7 +133,7 @@ view {"width":5,"theme":{"flag":true}}
 message bye x -> error {"code":"E","message":"","details":9}
 destroyed
 OUT
-embed --offer --description "$work/description" --libs-path /libs --declare texture=4 -- more >"$work/offer"
+embed --offer --description "$work/description" --declare texture=4 -- more --libs-path /libs >"$work/offer"
 embed --offer --description - <"$work/offer" | diff "$work/offer" - || fail "the offer is read differently"
 python3 - "$work/offer" <<'PYTHON' || fail "the offer"
 import json, sys

@@ -247,6 +247,11 @@ TEST_F(WrapperTest, RefusalsOfTheServiceGiveNull) {
   service.result = FORGE_RESULT_OK;
   auto client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
   EXPECT_FALSE(tavo::RpcClient::Create(nullptr, "", std::move(client), nullptr));
+  client = tavo::RpcClient::Table::Create(library_, Load<client_table>);
+  service.result = FORGE_RESULT_INVALID_ARGUMENT;
+  const auto ref = reinterpret_cast<_TAVORpcClientRef*>(7);
+  EXPECT_TRUE(tavo::RpcClient::Create(nullptr, "name", std::move(client), ref));
+  EXPECT_EQ("[error] Task \"name\" could not be started: StartTask returned 2.", log_.TakeLine());
 }
 
 TEST_F(WrapperTest, PluginsAreServedByTheirApplicationsDirectory) {
