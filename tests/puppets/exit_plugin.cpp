@@ -44,6 +44,8 @@ struct Held {
     stopping->Run();
     test::WaitUntil([&] { return stopping->IsConnected() && client->IsConnected(); });
     stopping.reset();
+    // Its channel is deleted by the loop, which does not run again in every shape.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     StartTask(folder);
     // The last of all: a process that does not clean up closes it first, and the tasks' supervisors
     // remove its file when they see their own connections end.
