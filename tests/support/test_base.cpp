@@ -17,6 +17,14 @@ static int CountEntries(const char* folder) {
   return static_cast<int>(std::distance(entries, {}));
 }
 
+// A sanitizer's or an emulator's own thread starts with the first one. One that was joined may be
+// listed a moment longer.
+static void StartAndJoinAThread() {
+  pid_t id = 0;
+  std::thread([&id] { id = gettid(); }).join();
+  WaitUntil([id] { return !std::filesystem::exists("/proc/self/task/" + std::to_string(id)); });
+}
+
 static void EndLateTest(int) {
   constexpr char kText[] = "The test takes too long.\n";
   _exit(write(fileno(stdout), kText, sizeof kText - 1) > 0 ? 1 : 2);
@@ -25,8 +33,7 @@ static void EndLateTest(int) {
 void TestBase::SetUp() {
   std::signal(SIGALRM, EndLateTest);
   alarm(unsigned(5 * kDeadline.count() * GetScale()));
-  // A sanitizer's or an emulator's own thread starts with the first one.
-  std::thread([] {}).join();
+  StartAndJoinAThread();
   descriptors_ = CountDescriptors();
   threads_ = CountThreads();
 }
