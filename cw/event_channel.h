@@ -81,13 +81,15 @@ class EventSink {
   // calls OnCancel. A second call does nothing.
   void End() {
     if (!IsOpen()) return;
-    auto* const messenger = std::exchange(stream_->messenger, nullptr);
-    messenger->Send(stream_->channel, nullptr, 0, nullptr);
+    const auto stream = stream_;  // The embedder may drop this sink within the call.
+    auto* const messenger = std::exchange(stream->messenger, nullptr);
+    messenger->Send(stream->channel, nullptr, 0, nullptr);
   }
 
  private:
   void Send(const forge::Buffer& envelope) {
-    stream_->messenger->Send(stream_->channel, envelope.GetData(), envelope.GetSize(), nullptr);
+    const auto stream = stream_;  // The embedder may drop this sink within the call.
+    stream->messenger->Send(stream->channel, envelope.GetData(), envelope.GetSize(), nullptr);
   }
 
   std::shared_ptr<details::Stream<T>> stream_;
@@ -114,15 +116,21 @@ class StreamCalls {
     result->NotImplemented();
   }
 
-  // Closes the stream without calling OnCancel; its sinks do nothing afterwards.
+  // Closes the stream for good, without calling OnCancel; its sinks do nothing afterwards.
+  void End() {
+    has_ended_ = true;
+    Close();
+  }
+
+ private:
   void Close() {
     if (stream_) std::exchange(stream_, nullptr)->messenger = nullptr;
   }
 
- private:
   // Opens a stream. An open one is closed first, as by "cancel" without arguments.
   void Listen(const T* arguments, MethodResult<T>* result) {
     if (stream_) TellCancel(nullptr);
+    if (has_ended_) return result->NotImplemented();  // Cancelling ended the channel.
     const auto stream = std::make_shared<Stream<T>>(initial_);
     stream_ = stream;
     std::optional<StreamError<T>> error;
@@ -159,6 +167,7 @@ class StreamCalls {
   const OnListen on_listen_;
   const OnCancel on_cancel_;
   std::shared_ptr<Stream<T>> stream_;  // From "listen" to "cancel", even when the stream has ended.
+  bool has_ended_ = false;
 };
 
 }  // namespace details
@@ -202,7 +211,7 @@ class EventChannel {
 
  private:
   void Close() {
-    if (streams_) streams_->Close();
+    if (streams_) streams_->End();
   }
 
   BinaryMessenger* const messenger_;

@@ -61,7 +61,12 @@ std::string TextOf(const Json& json, const char* key) {
 }
 
 Json ParseLine(const std::string& line) {
-  Json json = Json::parse(line, nullptr, false);
+  bool is_deep = false;
+  const auto is_shallow = [&is_deep](int depth, Json::parse_event_t, Json&) {
+    return !(is_deep = is_deep || depth > desk::kDeepestJson);
+  };
+  Json json = Json::parse(line, is_shallow, false);
+  if (is_deep) throw BadInput("it is nested too deeply");
   if (json.is_discarded()) throw BadInput("it is not JSON");
   return json;
 }

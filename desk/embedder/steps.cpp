@@ -127,7 +127,7 @@ void StepRunner::SendMessage(const Step& step) {
     Tell(NameOf(step) + " -> no handler");
     return Continue();
   }
-  if (!step.timeout) return;
+  if (!step.timeout || waiting_for_ != number) return;  // It may be answered already.
   SetTimeout(*step.timeout, [this, &step] {
     Tell(NameOf(step) + " -> no answer within " + std::to_string(*step.timeout) + " ms");
     Continue();
@@ -168,6 +168,9 @@ bool StepRunner::TakeExpected(const Step& step) {
 
 void StepRunner::OnAction(const EncodableValue& action) {
   constexpr size_t kMaxSent = 65536;
+  const auto is_expect = [](const Step& step) { return step.kind == Step::kExpect; };
+  const auto rest = steps_.begin() + static_cast<std::ptrdiff_t>(next_ > 0 ? next_ - 1 : 0);
+  if (std::none_of(rest, steps_.end(), is_expect)) return;
   const auto& details = action.Get<cw::EncodableMap>();
   if (cw::Get<std::string>(details, "action") != "Send" || sent_.size() == kMaxSent) return;
   sent_.push_back(details);

@@ -80,7 +80,7 @@ void TaskReport::OnEnd(int status, bool is_asked_for) {
   const QString end = is_killed ? QStringLiteral("was killed by signal %1")
                                 : QStringLiteral("ended with status %1");
   Tell(end.arg(number) +
-       (is_mute ? QStringLiteral(" before it accepted a connection") : QString()));
+       (is_mute ? QStringLiteral(" before it answered a connection") : QString()));
 }
 
 void TaskReport::OnLoss(const QString& cause) {

@@ -54,8 +54,9 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
       QStringLiteral("SECONDS"), QStringLiteral("60"));
   QCommandLineParser parser;
   parser.setApplicationDescription(QString::fromLatin1(kAbout));
-  const QCommandLineOption help = parser.addHelpOption();
-  parser.addOptions({open, skip, timeout});
+  const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                QStringLiteral("Print this."));
+  parser.addOptions({open, skip, timeout, help});
   parser.addPositionalArgument(QStringLiteral("DIRECTORY"),
                                QStringLiteral("A directory, or a file."),
                                QStringLiteral("[DIRECTORY...]"));
@@ -64,7 +65,10 @@ Options ParseOptions(const std::vector<std::string>& arguments) {
   for (const std::string& argument : arguments) words << FromBytes(argument);
   if (!parser.parse(words)) throw std::runtime_error(ToBytes(parser.errorText()));
   Options options;
-  if (parser.isSet(help)) options.help = ToBytes(parser.helpText());
+  if (parser.isSet(help)) {  // Without the first line, which names the embedder's program.
+    const QString text = parser.helpText();
+    options.help = ToBytes(text.mid(text.indexOf(QLatin1Char('\n')) + 1));
+  }
   options.uri = ToBytes(parser.value(open));
   if (parser.isSet(open) && options.uri.empty())
     throw std::runtime_error("--open: the URI is empty");

@@ -22,7 +22,7 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   if (!plugin->digest) return 0;
   const auto on_answer = [application = registrar->GetApplication()](const auto& response) {
     const auto sum = cw::Get<std::string>(response.GetResult(), "sha256");
-    std::puts(sum ? sum->c_str() : response.GetError()->message.c_str());
+    std::puts(sum ? sum->c_str() : "There is no digest.");
     application->Exit(sum ? 0 : 1);
   };
   const auto path = std::filesystem::absolute(".editorconfig").string();

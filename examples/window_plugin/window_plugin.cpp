@@ -55,10 +55,11 @@ class IntentService {
   std::unique_ptr<forge::LibraryApi<TAVOIntentManagerProcTable>> intents_;
 };
 
-// Two pixels by two, all red.
-struct RedFrame {
+// Two pixels by two, all red. The renderer may ask for the frame until the texture is gone.
+struct RedTexture {
   std::array<uint8_t, 16> bytes{255, 0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 255};
   FlutterOstrelPixelBuffer buffer{sizeof buffer, bytes.data(), 2, 2, nullptr, nullptr};
+  cw::Texture texture = cw::PixelBufferTexture([this](size_t, size_t) { return &buffer; });
 };
 
 class WindowPlugin final : public cw::Plugin {
@@ -67,7 +68,7 @@ class WindowPlugin final : public cw::Plugin {
       : registrar_(registrar), intents_(registrar->GetLibraryPath()) {}
 
   bool Start() {
-    texture_id_ = registrar_->GetTextures()->RegisterTexture(&texture_);
+    texture_id_ = registrar_->GetTextures()->RegisterTexture(&texture_->texture);
     orientation_ = View().WindowOrientationChangedSubscribe([this] { OnTurned(); });
     return intents_.Offer("OpenURI", [] {
       std::puts("a URI is opened");
@@ -77,7 +78,7 @@ class WindowPlugin final : public cw::Plugin {
 
   void Release() override {
     View().WindowOrientationChangedUnsubscribe(orientation_);
-    registrar_->GetTextures()->UnregisterTexture(texture_id_, nullptr);
+    registrar_->GetTextures()->UnregisterTexture(texture_id_, [kept = texture_] {});
   }
 
  private:
@@ -95,8 +96,7 @@ class WindowPlugin final : public cw::Plugin {
 
   cw::PluginRegistrar* const registrar_;  // Owns this.
   IntentService intents_;
-  RedFrame frame_;
-  cw::Texture texture_ = cw::PixelBufferTexture([this](size_t, size_t) { return &frame_.buffer; });
+  const std::shared_ptr<RedTexture> texture_ = std::make_shared<RedTexture>();
   int64_t texture_id_ = -1;
   unsigned int orientation_ = 0;
 };
@@ -108,7 +108,6 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   if (!registrar || !registrar->GetApplication() || !registrar->GetView()) return 0;
   if (!registrar->GetTextures()) return 0;
   const auto plugin = std::make_shared<WindowPlugin>(registrar);
-  if (!plugin->Start()) return 0;
-  registrar->AddPlugin(plugin);
-  return 1;
+  registrar->AddPlugin(plugin);  // Its Release undoes what Start began.
+  return plugin->Start() ? 1 : 0;
 }
