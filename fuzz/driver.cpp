@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 
 #include "fuzz/input.h"
 
@@ -29,12 +30,14 @@ struct LineCounter final : std::streambuf {
 // Never destroyed: the streams are flushed once more after the last static object is gone.
 static LineCounter& lines = *new LineCounter;
 
-// The forms for arrays call these, or come in pairs of their own.
+// The forms for arrays call these, or come in pairs of their own. The form without exceptions is
+// libFuzzer's.
 void* operator new(size_t size) {
   void* block = size <= limit ? std::malloc(size) : nullptr;
   if (!block) Refuse();
   return block;
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return std::malloc(size); }
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, size_t) noexcept { std::free(block); }
 
