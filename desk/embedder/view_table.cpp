@@ -6,6 +6,7 @@ namespace desk {
 namespace {
 
 using Handle = _FlutterOstrelView;
+using Subscribers = Window::Subscribers;
 
 // There is no graphics stack.
 void GetNoGraphics(Handle*, void** result) {
@@ -14,11 +15,27 @@ void GetNoGraphics(Handle*, void** result) {
 
 // ---- State ----
 
-template <auto kMember>
-auto Get(Handle* handle) {
-  using Value = std::decay_t<decltype(std::declval<View>().*kMember)>;
-  const auto get = [](Engine& engine) { return engine.window.GetView().*kMember; };
-  return With(handle, Value{}, get, __PRETTY_FUNCTION__);
+// The functions below take the entry's name from their callers.
+
+template <typename Value>
+Value Get(Handle* handle, Value View::*member, const char* entry = __builtin_FUNCTION()) {
+  const auto get = [&](Engine& engine) { return engine.window.GetView().*member; };
+  return With(handle, Value{}, get, entry);
+}
+
+uint32_t GetWindowVisibility(Handle* handle) { return Get(handle, &View::visibility); }
+uint32_t GetWindowOrientation(Handle* handle) { return Get(handle, &View::orientation); }
+uint32_t GetWindowWidth(Handle* handle) { return Get(handle, &View::width); }
+uint32_t GetWindowHeight(Handle* handle) { return Get(handle, &View::height); }
+uint32_t GetDeviceOrientation(Handle* handle) { return Get(handle, &View::device_orientation); }
+bool IsKeyboardVisible(Handle* handle) { return Get(handle, &View::keyboard); }
+uint32_t GetStatusbarVisibility(Handle* handle) { return Get(handle, &View::statusbar); }
+bool IsStatusbarVisible(Handle* handle) { return Get(handle, &View::statusbar_visible); }
+bool IsBackgroundVisible(Handle* handle) { return Get(handle, &View::background_visible); }
+uint32_t GetWindowType(Handle* handle) { return Get(handle, &View::type); }
+
+float GetDevicePixelRatio(Handle* handle) {
+  return static_cast<float>(Get(handle, &View::pixel_ratio));
 }
 
 // Records the action and changes the window.
@@ -28,24 +45,17 @@ void Do(Engine& engine, const char* action, cw::EncodableMap details, Change cha
   engine.window.Change(change);
 }
 
-template <uint32_t kVisibility>
-void SetVisibility(Handle* handle, const char* action) {
-  With(handle, [&](Engine& engine) {
-    Do(engine, action, {}, [](View& view) { view.visibility = kVisibility; });
-  });
+// The action's name is that of the entry.
+void SetVisibility(Handle* handle, uint32_t visibility, const char* entry = __builtin_FUNCTION()) {
+  const auto set = [&](Engine& engine) {
+    Do(engine, entry, {}, [&](View& view) { view.visibility = visibility; });
+  };
+  With(handle, set, entry);
 }
 
-float GetDevicePixelRatio(Handle* handle) {
-  return static_cast<float>(Get<&View::pixel_ratio>(handle));
-}
-
-void MaximizeWindow(Handle* handle) {
-  SetVisibility<kVisibilityMaximized>(handle, "MaximizeWindow");
-}
-void MinimizeWindow(Handle* handle) {
-  SetVisibility<kVisibilityMinimized>(handle, "MinimizeWindow");
-}
-void Fullscreen(Handle* handle) { SetVisibility<kVisibilityFullscreen>(handle, "Fullscreen"); }
+void MaximizeWindow(Handle* handle) { SetVisibility(handle, kVisibilityMaximized); }
+void MinimizeWindow(Handle* handle) { SetVisibility(handle, kVisibilityMinimized); }
+void Fullscreen(Handle* handle) { SetVisibility(handle, kVisibilityFullscreen); }
 
 // Restores a window that is minimized or hidden.
 void Activate(Handle* handle) {
@@ -76,18 +86,53 @@ void SetBackgroundVisible(Handle* handle, bool visible) {
 
 // ---- Subscriptions ----
 
-template <auto kSubscribers>
-unsigned int Subscribe(Handle* handle, const FlutterOstrelSlot* slot) {
-  const auto subscribe = [taken = TakeSlot(slot)](Engine& engine) {
-    return (engine.window.*kSubscribers).Add(engine.NextId(), taken);
+unsigned int Subscribe(Handle* handle, Subscribers Window::*subscribers,
+                       const FlutterOstrelSlot* slot, const char* entry = __builtin_FUNCTION()) {
+  const auto subscribe = [&, taken = TakeSlot(slot)](Engine& engine) {
+    return (engine.window.*subscribers).Add(engine.NextId(), taken);
   };
-  return With(handle, 0U, subscribe, __PRETTY_FUNCTION__);
+  return With(handle, 0U, subscribe, entry);
 }
 
-template <auto kSubscribers>
-void Unsubscribe(Handle* handle, unsigned int id) {
-  const auto unsubscribe = [&](Engine& engine) { (engine.window.*kSubscribers).Remove(id); };
-  With(handle, unsubscribe, __PRETTY_FUNCTION__);
+void Unsubscribe(Handle* handle, Subscribers Window::*subscribers, unsigned int id,
+                 const char* entry = __builtin_FUNCTION()) {
+  const auto unsubscribe = [&](Engine& engine) { (engine.window.*subscribers).Remove(id); };
+  With(handle, unsubscribe, entry);
+}
+
+unsigned int WindowVisibilityChangedSubscribe(Handle* handle, const FlutterOstrelSlot* slot) {
+  return Subscribe(handle, &Window::visibility_subscribers, slot);
+}
+void WindowVisibilityChangedUnsubscribe(Handle* handle, unsigned int id) {
+  Unsubscribe(handle, &Window::visibility_subscribers, id);
+}
+
+unsigned int WindowOrientationChangedSubscribe(Handle* handle, const FlutterOstrelSlot* slot) {
+  return Subscribe(handle, &Window::orientation_subscribers, slot);
+}
+void WindowOrientationChangedUnsubscribe(Handle* handle, unsigned int id) {
+  Unsubscribe(handle, &Window::orientation_subscribers, id);
+}
+
+unsigned int DeviceOrientationChangedSubscribe(Handle* handle, const FlutterOstrelSlot* slot) {
+  return Subscribe(handle, &Window::device_orientation_subscribers, slot);
+}
+void DeviceOrientationChangedUnsubscribe(Handle* handle, unsigned int id) {
+  Unsubscribe(handle, &Window::device_orientation_subscribers, id);
+}
+
+unsigned int KeyboardVisibilityChangedSubscribe(Handle* handle, const FlutterOstrelSlot* slot) {
+  return Subscribe(handle, &Window::keyboard_subscribers, slot);
+}
+void KeyboardVisibilityChangedUnsubscribe(Handle* handle, unsigned int id) {
+  Unsubscribe(handle, &Window::keyboard_subscribers, id);
+}
+
+unsigned int ThemeChangedSubscribe(Handle* handle, const FlutterOstrelSlot* slot) {
+  return Subscribe(handle, &Window::theme_subscribers, slot);
+}
+void ThemeChangedUnsubscribe(Handle* handle, unsigned int id) {
+  Unsubscribe(handle, &Window::theme_subscribers, id);
 }
 
 // ---- What is lent ----
@@ -106,12 +151,14 @@ void UnlockResources(Handle* handle, uint32_t chunk_id) {
 
 // Calls the function with the open chunk; its result is the entry's.
 template <typename Function>
-uint32_t WithChunk(Handle* handle, uint32_t chunk_id, Function function) {
-  return With(handle, FORGE_RESULT_WRONG_STATE, [&](Engine& engine) {
+uint32_t WithChunk(Handle* handle, uint32_t chunk_id, Function function,
+                   const char* entry = __builtin_FUNCTION()) {
+  const auto call = [&](Engine& engine) {
     const auto found = engine.chunks.find(chunk_id);
     return found == engine.chunks.end() ? FORGE_RESULT_WRONG_STATE
                                         : function(engine, found->second);
-  });
+  };
+  return With(handle, FORGE_RESULT_WRONG_STATE, call, entry);
 }
 
 void FillTheme(const Theme& source, Chunk& chunk, FlutterOstrelTheme* theme, uint32_t size) {
@@ -180,35 +227,35 @@ const FlutterOstrelViewProcTable kViewTable = {
     GetNoGraphics,
     GetNoGraphics,
     GetDevicePixelRatio,
-    Get<&View::visibility>,
-    Subscribe<&Window::visibility_subscribers>,
-    Unsubscribe<&Window::visibility_subscribers>,
+    GetWindowVisibility,
+    WindowVisibilityChangedSubscribe,
+    WindowVisibilityChangedUnsubscribe,
     MaximizeWindow,
     MinimizeWindow,
-    Get<&View::orientation>,
-    Subscribe<&Window::orientation_subscribers>,
-    Unsubscribe<&Window::orientation_subscribers>,
-    Get<&View::width>,
-    Get<&View::height>,
-    Get<&View::device_orientation>,
-    Subscribe<&Window::device_orientation_subscribers>,
-    Unsubscribe<&Window::device_orientation_subscribers>,
-    Get<&View::keyboard>,
-    Subscribe<&Window::keyboard_subscribers>,
-    Unsubscribe<&Window::keyboard_subscribers>,
+    GetWindowOrientation,
+    WindowOrientationChangedSubscribe,
+    WindowOrientationChangedUnsubscribe,
+    GetWindowWidth,
+    GetWindowHeight,
+    GetDeviceOrientation,
+    DeviceOrientationChangedSubscribe,
+    DeviceOrientationChangedUnsubscribe,
+    IsKeyboardVisible,
+    KeyboardVisibilityChangedSubscribe,
+    KeyboardVisibilityChangedUnsubscribe,
     SetStatusbarVisibility,
-    Get<&View::statusbar>,
-    Get<&View::statusbar_visible>,
+    GetStatusbarVisibility,
+    IsStatusbarVisible,
     Fullscreen,
     Activate,
-    Get<&View::background_visible>,
+    IsBackgroundVisible,
     SetBackgroundVisible,
-    Get<&View::type>,
+    GetWindowType,
     LockResources,
     UnlockResources,
     GetTheme,
-    Subscribe<&Window::theme_subscribers>,
-    Unsubscribe<&Window::theme_subscribers>,
+    ThemeChangedSubscribe,
+    ThemeChangedUnsubscribe,
     GetWindowPayload,
     CreatePopupWindow,
     CloseWindow,
