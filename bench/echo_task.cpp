@@ -1,10 +1,10 @@
 // The other process of process_bench: sends back what it gets. What it serves is told by its first
 // argument:
 //   --libs-path DIR    a task on the desk, by way of the libtavo.so in the directory: "echo"
-//   returns
-//                      its parameters, "bytes" as many bytes as asked for, "peak" what memory the
-//                      process has occupied at most
+//                      returns its parameters, "bytes" as many bytes as asked for, "memory" what
+//                      the process has of it, "process" its number
 //   --json-lines       the socket on descriptor 3, lines with Qt's JSON and Base64
+//   --lines            the socket on descriptor 3, lines as they are
 //   --raw              the socket on descriptor 3, texts that end with a newline
 //   --dbus ADDRESS     the message bus there; descriptor 3 is told when the name is taken
 #include <sys/socket.h>
@@ -19,12 +19,13 @@
 
 #include <QCoreApplication>
 
-#include "bench/json_lines.h"
+#include "bench/lines.h"
 #include "bench/memory.h"
 #include "wrapper/manager_wrapper.h"
 
 namespace {
 
+using cw::EncodableMap;
 using cw::EncodableValue;
 using Reply = std::unique_ptr<flrpc::IReply>;
 
@@ -40,24 +41,36 @@ int ServeTask(int argc, char** argv) {
     reply->SendResult(params);
   });
   server->OnRequest("bytes", [](const std::string&, const EncodableValue& params, Reply&& reply) {
-    const auto* size = params.GetIf<int32_t>();
-    reply->SendResult(std::vector<uint8_t>(size ? static_cast<size_t>(*size) : 0));
+    reply->SendResult(std::vector<uint8_t>(static_cast<size_t>(params.Get<int64_t>())));
   });
-  server->OnRequest("peak", [](const std::string&, const EncodableValue&, Reply&& reply) {
-    reply->SendResult(bench::GetPeakMemory());
+  server->OnRequest("memory", [](const std::string&, const EncodableValue&, Reply&& reply) {
+    const bench::Memory memory = bench::GetMemory();
+    reply->SendResult(EncodableMap{{"peak", memory.peak},
+                                   {"private", memory.private_memory},
+                                   {"heap", memory.heap},
+                                   {"allocations", memory.allocations}});
+  });
+  server->OnRequest("process", [](const std::string&, const EncodableValue&, Reply&& reply) {
+    reply->SendResult(static_cast<int64_t>(getpid()));
   });
   server->Run();
   return QCoreApplication::exec();
 }
 
-int ServeJsonLines(int argc, char** argv) {
+int ServeLines(int argc, char** argv, QByteArray (*answer)(const QByteArray& line)) {
   const QCoreApplication application(argc, argv);
-  std::unique_ptr<bench::JsonLines> lines;
-  lines = std::make_unique<bench::JsonLines>(
-      kSocket, [&lines](const QByteArray& payload) { lines->Send(payload); });
+  std::unique_ptr<bench::Lines> lines;
+  lines = std::make_unique<bench::Lines>(
+      kSocket, [&lines, answer](const QByteArray& line) { lines->Send(answer(line)); });
   lines->OnEnd(QCoreApplication::quit);
   return QCoreApplication::exec();
 }
+
+QByteArray AnswerJson(const QByteArray& line) {
+  return bench::ToJsonLine(bench::FromJsonLine(line));
+}
+
+QByteArray AnswerSame(const QByteArray& line) { return line; }
 
 bool WriteAll(const std::string& text) {
   size_t written = 0;
@@ -120,7 +133,8 @@ int ServeDBus(const char* address) {
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "--libs-path") return ServeTask(argc, argv);
-  if (mode == "--json-lines") return ServeJsonLines(argc, argv);
+  if (mode == "--json-lines") return ServeLines(argc, argv, AnswerJson);
+  if (mode == "--lines") return ServeLines(argc, argv, AnswerSame);
   if (mode == "--raw") return ServeRaw();
   if (mode == "--dbus" && argc > 2) return ServeDBus(argv[2]);
   std::fprintf(stderr, "echo_task: started by process_bench alone\n");

@@ -1,23 +1,18 @@
-// What a process has occupied of memory so far.
+// What a process has of memory. The program that links this counts its allocations: those of its
+// libraries as well, because malloc, calloc and realloc are replaced in the whole process.
 #pragma once
 
 #include <cstdint>
-#include <fstream>
-#include <sstream>
-#include <string>
 
 namespace bench {
 
-// This process's peak, VmHWM, in bytes.
-inline int64_t GetPeakMemory() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    std::istringstream words(line);
-    std::string name;
-    int64_t kib = 0;
-    if (words >> name >> kib && name == "VmHWM:") return kib * 1024;
-  }
-  return 0;
-}
+struct Memory {
+  int64_t peak = 0;            // VmHWM, in bytes.
+  int64_t private_memory = 0;  // The pages that no other process shares, in bytes.
+  int64_t heap = 0;            // What is allocated, in bytes.
+  int64_t allocations = 0;     // How often it was allocated, so far.
+};
+
+Memory GetMemory();
 
 }  // namespace bench

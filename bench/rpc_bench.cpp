@@ -103,7 +103,10 @@ int main(int argc, char** argv) {
     const char* name;
     int64_t methods;
     int already_answered;
-  } rows[] = {{"10 methods", 10, 0}, {"1000 methods", 1000, 0}, {"after 200000 calls", 10, 200000}};
+  } rows[] = {{"10 methods", 10, 0},
+              {"100 methods", 100, 0},
+              {"1000 methods", 1000, 0},
+              {"after 200000 calls", 10, 200000}};
   for (const auto& row : rows) {
     const std::string name = row.name;
     Register("round trip/tavo/" + name, [row](benchmark::State& state) {

@@ -1,0 +1,66 @@
+#include "bench/memory.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
+#include <fstream>
+#include <limits>
+#include <string>
+
+// The allocator of the C library under the names by which it stays available.
+extern "C" {
+void* __libc_malloc(std::size_t size);                 // NOLINT(bugprone-reserved-identifier)
+void* __libc_calloc(std::size_t n, std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+void* __libc_realloc(void* block, std::size_t size);   // NOLINT(bugprone-reserved-identifier)
+}
+
+namespace {
+
+std::atomic<int64_t> allocations{0};
+
+void CountAllocation() { allocations.fetch_add(1, std::memory_order_relaxed); }
+
+// The sum of the file's lines "NAME: NUMBER kB" whose name begins with this, in bytes.
+int64_t SumKilobytes(const char* path, const std::string& name) {
+  std::ifstream file(path);
+  int64_t kib = 0;
+  for (std::string word; file >> word;) {
+    int64_t number = 0;
+    if (word.compare(0, name.size(), name) == 0 && file >> number) kib += number;
+    file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+  }
+  return kib * 1024;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+  CountAllocation();
+  return __libc_malloc(size);
+}
+
+void* calloc(std::size_t n, std::size_t size) {
+  CountAllocation();
+  return __libc_calloc(n, size);
+}
+
+void* realloc(void* block, std::size_t size) {
+  CountAllocation();
+  return __libc_realloc(block, size);
+}
+
+}  // extern "C"
+
+namespace bench {
+
+Memory GetMemory() {
+  const auto heap = mallinfo2();
+  return {SumKilobytes("/proc/self/status", "VmHWM:"),
+          SumKilobytes("/proc/self/smaps_rollup", "Private_"),
+          static_cast<int64_t>(heap.uordblks + heap.hblkhd), allocations.load()};
+}
+
+}  // namespace bench
