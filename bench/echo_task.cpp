@@ -25,8 +25,10 @@
 
 namespace {
 
+using bench::Lines;
 using cw::EncodableMap;
 using cw::EncodableValue;
+using Framing = Lines::Framing;
 using Reply = std::unique_ptr<flrpc::IReply>;
 
 constexpr int kSocket = 3;  // To process_bench.
@@ -57,11 +59,12 @@ int ServeTask(int argc, char** argv) {
   return QCoreApplication::exec();
 }
 
-int ServeLines(int argc, char** argv, QByteArray (*answer)(const QByteArray& line)) {
+int ServeLines(int argc, char** argv, Framing framing,
+               QByteArray (*answer)(const QByteArray& line)) {
   const QCoreApplication application(argc, argv);
-  std::unique_ptr<bench::Lines> lines;
-  lines = std::make_unique<bench::Lines>(
-      kSocket, [&lines, answer](const QByteArray& line) { lines->Send(answer(line)); });
+  std::unique_ptr<Lines> lines;
+  lines = std::make_unique<Lines>(
+      kSocket, framing, [&lines, answer](const QByteArray& line) { lines->Send(answer(line)); });
   lines->OnEnd(QCoreApplication::quit);
   return QCoreApplication::exec();
 }
@@ -133,8 +136,8 @@ int ServeDBus(const char* address) {
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "--libs-path") return ServeTask(argc, argv);
-  if (mode == "--json-lines") return ServeLines(argc, argv, AnswerJson);
-  if (mode == "--lines") return ServeLines(argc, argv, AnswerSame);
+  if (mode == "--json-lines") return ServeLines(argc, argv, Framing::kCanReadLine, AnswerJson);
+  if (mode == "--lines") return ServeLines(argc, argv, Framing::kBuffer, AnswerSame);
   if (mode == "--raw") return ServeRaw();
   if (mode == "--dbus" && argc > 2) return ServeDBus(argv[2]);
   std::fprintf(stderr, "echo_task: started by process_bench alone\n");

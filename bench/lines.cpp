@@ -7,11 +7,25 @@
 
 namespace bench {
 
-Lines::Lines(int descriptor, std::function<void(const QByteArray&)> receive) {
-  QObject::connect(&socket_, &QLocalSocket::readyRead, [this, receive = std::move(receive)] {
-    while (socket_.canReadLine()) receive(socket_.readLine());
-  });
+Lines::Lines(int descriptor, Framing framing, Receive receive) : receive_(std::move(receive)) {
+  const auto read = framing == Framing::kCanReadLine ? &Lines::ReadLines : &Lines::ReadIntoBuffer;
+  QObject::connect(&socket_, &QLocalSocket::readyRead, [this, read] { (this->*read)(); });
   socket_.setSocketDescriptor(descriptor);
+}
+
+void Lines::ReadLines() {
+  while (socket_.canReadLine()) receive_(socket_.readLine());
+}
+
+void Lines::ReadIntoBuffer() {
+  const int known = buffer_.size();
+  buffer_ += socket_.readAll();
+  int begin = 0;
+  for (int end = buffer_.indexOf('\n', known); end >= 0; end = buffer_.indexOf('\n', begin)) {
+    receive_(buffer_.mid(begin, end + 1 - begin));
+    begin = end + 1;
+  }
+  buffer_.remove(0, begin);
 }
 
 void Lines::Send(const QByteArray& line) {

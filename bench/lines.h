@@ -11,8 +11,15 @@ namespace bench {
 
 class Lines {
  public:
-  // Takes a connected socket over; `receive` is called with each line, its newline included.
-  Lines(int descriptor, std::function<void(const QByteArray&)> receive);
+  using Receive = std::function<void(const QByteArray& line)>;  // The newline is part of the line.
+
+  enum class Framing {
+    kCanReadLine,  // As a plain Qt program does; a long line is looked at again with each part.
+    kBuffer        // Each byte is looked at once.
+  };
+
+  // Takes a connected socket over.
+  Lines(int descriptor, Framing framing, Receive receive);
 
   void Send(const QByteArray& line);
 
@@ -20,7 +27,12 @@ class Lines {
   void OnEnd(std::function<void()> action);
 
  private:
+  void ReadLines();
+  void ReadIntoBuffer();
+
+  const Receive receive_;
   QLocalSocket socket_;
+  QByteArray buffer_;  // With kBuffer: the begin of a line.
 };
 
 QByteArray ToJsonLine(const QByteArray& payload);

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <QByteArray>
@@ -38,15 +39,18 @@ QByteArray RequestOf(size_t size) {
 // A connection to a process that sends back the lines that it gets.
 class LineEcho {
  public:
-  explicit LineEcho(const char* mode) : child_({EchoTask(), mode}) {}
+  LineEcho(const char* mode, Lines::Framing framing)
+      : child_({EchoTask(), mode}),
+        lines_(dup(child_.GetSocket()), framing,
+               [this](const QByteArray& line) { receive_(line); }) {}
 
   void Send(const QByteArray& line) { lines_.Send(line); }
-  void OnLine(std::function<void(const QByteArray&)> receive) { receive_ = std::move(receive); }
+  void OnLine(Lines::Receive receive) { receive_ = std::move(receive); }
 
  private:
   const Child child_;
-  std::function<void(const QByteArray&)> receive_;
-  Lines lines_{dup(child_.GetSocket()), [this](const QByteArray& line) { receive_(line); }};
+  Lines::Receive receive_;
+  Lines lines_;
 };
 
 // ---- D-Bus ----
@@ -154,7 +158,7 @@ bool ExchangeRaw(int socket, const QByteArray& line, char* answer) {
 }  // namespace
 
 void CallJsonLines(const KeepRunning& keep_running, size_t size, int in_flight) {
-  static LineEcho echo("--json-lines");
+  static LineEcho echo("--json-lines", Lines::Framing::kCanReadLine);
   const QByteArray request = RequestOf(size);
   Window window(keep_running, in_flight, [&] { echo.Send(ToJsonLine(request)); });
   echo.OnLine([&](const QByteArray& line) {
@@ -164,7 +168,7 @@ void CallJsonLines(const KeepRunning& keep_running, size_t size, int in_flight) 
 }
 
 void CallLines(const KeepRunning& keep_running, size_t size, int in_flight) {
-  static LineEcho echo("--lines");
+  static LineEcho echo("--lines", Lines::Framing::kBuffer);
   const QByteArray line = ToJsonLine(RequestOf(size));
   Window window(keep_running, in_flight, [&] { echo.Send(line); });
   echo.OnLine([&](const QByteArray& answer) { window.OnAnswer(answer.size() == line.size()); });

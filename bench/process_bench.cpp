@@ -8,7 +8,6 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -81,11 +80,14 @@ void CallWarm(benchmark::State& state, const Way& way, size_t size, int in_fligh
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
 }
 
+// So many make the same traffic of each size.
+int64_t FirstCallsOf(size_t size) { return static_cast<int64_t>(kLargest / size); }
+
 // Prints the time of the first calls of the size, in seconds a call, to descriptor 3. The
 // connection is there: a small call has passed.
 int PrintFirstCalls(const Way& way, size_t size) {
   using Clock = std::chrono::steady_clock;
-  const auto calls = static_cast<int64_t>(kLargest / size);
+  const auto calls = FirstCallsOf(size);
   way.call(bench::Times(1), kSmall, 1);
   std::optional<Clock::time_point> begin;
   Clock::time_point end;
@@ -100,7 +102,7 @@ int PrintFirstCalls(const Way& way, size_t size) {
   return 0;
 }
 
-// The first 16 MiB of payload each way, between two processes that are started for them.
+// The first calls between two processes that are started for them.
 void CallCold(benchmark::State& state, const Way& way, size_t size) {
   for ([[maybe_unused]] auto _ : state) {
     const bench::Child child(
@@ -111,27 +113,27 @@ void CallCold(benchmark::State& state, const Way& way, size_t size) {
   }
 }
 
-void RegisterPayloads() {
-  for (const int in_flight : {1, 64}) {
-    const std::string operation = std::to_string(in_flight) + " in flight";
-    for (const auto& [name, size] : kPayloads) {
-      if (in_flight > 1 && size > kLarge) continue;
-      for (const Way& way : kWays) {
-        if (in_flight > 1 && way.call == bench::CallRawSocket) continue;
-        Register(
-            operation + "/" + way.who + "/" + name,
-            [way, size = size, in_flight](auto& state) { CallWarm(state, way, size, in_flight); });
-      }
+void RegisterWarm(int in_flight, size_t max_size) {
+  for (const auto& [name, size] : kPayloads) {
+    for (const Way& way : kWays) {
+      if (size > max_size || (in_flight > 1 && way.call == bench::CallRawSocket)) continue;
+      Register(
+          std::to_string(in_flight) + " in flight/" + way.who + "/" + name,
+          [&way, size = size, in_flight](auto& state) { CallWarm(state, way, size, in_flight); });
     }
   }
+}
+
+void RegisterCold() {
   for (const auto& [name, size] : kPayloads) {
     if (size < kLarge) continue;
+    const int64_t calls = FirstCallsOf(size);
+    const std::string operation =
+        "cold, first " + (calls == 1 ? "call" : std::to_string(calls) + " calls");
     for (const Way& way : kWays) {
-      const std::string row = std::string("first 16 MiB/") + way.who + "/" + name;
-      benchmark::RegisterBenchmark(row.c_str(),
-                                   [&way, size = size](auto& state) { CallCold(state, way, size); })
-          ->UseManualTime()
-          ->Iterations(1);
+      const std::string row = operation + "/" + way.who + "/" + name;
+      const auto call = [&way, size = size](auto& state) { CallCold(state, way, size); };
+      benchmark::RegisterBenchmark(row.c_str(), call)->UseManualTime()->Iterations(1);
     }
   }
 }
@@ -176,7 +178,8 @@ void RegisterClients() {
   }
 }
 
-// The rows of messages come first, in this order: each goes on where the last one has ended.
+// In this order: each row of messages goes on where the last one has ended, and many in flight
+// leave memory behind that is used again.
 void RegisterGrowth(int64_t messages) {
   for (int64_t before = 0, total = 100; total <= messages; before = total, total *= 10) {
     Register("after messages/tavo/" + std::to_string(total) + " messages",
@@ -184,11 +187,12 @@ void RegisterGrowth(int64_t messages) {
         ->Iterations((total - before) / kRepetitions)
         ->Repetitions(kRepetitions);
   }
+  RegisterClients();
   for (const int in_flight : {1, 10, 100, 1000, 10'000}) {
-    Register("many in flight/tavo/" + std::to_string(in_flight) + " in flight",
-             [in_flight](auto& state) { CallSoMany(state, in_flight); })
-        ->Iterations(20'000)
-        ->Repetitions(kRepetitions);
+    Register("many in flight/tavo/" + std::to_string(in_flight) + " in flight", [in_flight](
+                                                                                    auto& state) {
+      CallSoMany(state, in_flight);
+    })->Iterations(20'000);
   }
 }
 
@@ -235,21 +239,20 @@ int main(int argc, char** argv) {
   qputenv(
       "TAVO_DESK_PATH",
       (QCoreApplication::applicationDirPath() + QStringLiteral("/../bench_tasks")).toLocal8Bit());
+  benchmark::Initialize(&argc, argv);  // Takes what is meant for it out of the arguments.
   const std::string mode = argc > 1 ? argv[1] : "";
   if (mode == "--memory") return PrintMemory();
   if (mode == kFirstCalls && argc == 4) {
     return PrintFirstCalls(kWays[std::atoi(argv[2])], std::strtoull(argv[3], nullptr, 10));
   }
-  if (mode == "--growth" && argc > 2) {
+  if (mode == "--growth" && argc == 3) {
     RegisterGrowth(std::atoll(argv[2]));
-    RegisterClients();
-    std::rotate(argv + 1, argv + 3, argv + argc);  // The library looks at all but these two.
-    argc -= 2;
   } else {
-    RegisterPayloads();
+    RegisterWarm(1, kLargest);
+    RegisterWarm(64, kLarge);
+    RegisterCold();
     RegisterClients();
   }
-  benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
 }

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Prints Google Benchmark's JSON results as a table, each peer's median with our ratio to it.
 
-Usage: table.py [--markdown] RESULTS.json...
+Usage: table.py [--markdown] [--growth | --data] RESULTS.json...
+--growth    one table of our own rows: a call's time, its ratio to the operation's first row, and memory
+--data      the same as numbers (microseconds, KiB), a block for each operation, for growth.gnuplot
 
 Benchmarks are named operation/who/what. The peers are whoever but us ran the same operation. Those
 that count bytes are compared by their rates (a ratio above 1: we are faster), the others by their
@@ -12,6 +14,7 @@ import json
 import sys
 
 US = "tavo"
+MEMORY = ["client private", "client heap", "task private", "task heap"]
 
 
 def medians(path):
@@ -67,6 +70,27 @@ def rows(table):
         yield [operation, shown] + [cell(by, who) for who in everybody]
 
 
+def growth_rows(table):
+    """The heading and a row for each number that an operation was done with, all cells as text."""
+    yield ["operation", "of", "a call", "to the first"] + MEMORY
+    first = {}
+    for (operation, what), by in table.items():
+        run = by[US]
+        value, shown = measure(run)
+        yield [operation, what, shown, f"{value / first.setdefault(operation, value):.2f}"] + [
+            scaled(run[name], ("B", "KiB", "MiB"), 1024) if name in run else "-" for name in MEMORY]
+
+
+def print_data(table):
+    shown = None
+    for (operation, what), by in table.items():
+        if operation != shown:
+            print(f"\n\n# {operation}")
+            shown = operation
+        run = by[US]
+        print(what.split()[0], run["real_time"] / 1000, *[run.get(name, 0) / 1024 for name in MEMORY])
+
+
 def print_table(table, markdown):
     widths = [max(map(len, column)) for column in zip(*table)]
     if markdown:
@@ -79,10 +103,17 @@ def print_table(table, markdown):
 
 
 def main(arguments):
-    markdown = arguments[:1] == ["--markdown"]
-    for path in arguments[markdown:]:
-        print_table(list(rows(medians(path))), markdown)
-        print()
+    options = {argument for argument in arguments if argument.startswith("--")}
+    tables = [medians(path) for path in arguments if path not in options]
+    if options & {"--growth", "--data"}:
+        tables = [{row: by for table in tables for row, by in table.items()}]
+    for table in tables:
+        if "--data" in options:
+            print_data(table)
+        else:
+            print_table(list((growth_rows if "--growth" in options else rows)(table)),
+                        "--markdown" in options)
+            print()
 
 
 main(sys.argv[1:])
