@@ -24,16 +24,15 @@ void CountAllocation() {
   allocations.store(allocations.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
-// The sum of the file's lines "NAME: NUMBER kB" whose name begins with this, in bytes.
-int64_t SumKilobytes(const char* path, const std::string& name) {
+// The number in the file's line "NAME: NUMBER kB", in bytes; 0 if there is none.
+int64_t ReadKilobytes(const char* path, const std::string& name) {
   std::ifstream file(path);
-  int64_t kib = 0;
   for (std::string word; file >> word;) {
-    int64_t number = 0;
-    if (word.compare(0, name.size(), name) == 0 && file >> number) kib += number;
+    int64_t kib = 0;
+    if (word == name + ":" && file >> kib) return kib * 1024;
     file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
   }
-  return kib * 1024;
+  return 0;
 }
 
 }  // namespace
@@ -61,8 +60,8 @@ namespace bench {
 
 Memory GetMemory() {
   const auto heap = mallinfo2();
-  return {SumKilobytes("/proc/self/status", "VmHWM:"),
-          SumKilobytes("/proc/self/smaps_rollup", "Private_"),
+  return {ReadKilobytes("/proc/self/status", "VmHWM"),
+          ReadKilobytes("/proc/self/smaps_rollup", "Private_Dirty"),
           static_cast<int64_t>(heap.uordblks + heap.hblkhd), allocations.load()};
 }
 

@@ -8,7 +8,7 @@ namespace bench {
 
 struct Memory {
   int64_t peak = 0;            // VmHWM, in bytes.
-  int64_t private_memory = 0;  // The pages that no other process shares, in bytes.
+  int64_t private_memory = 0;  // The pages that this process alone has written, in bytes.
   int64_t heap = 0;            // What is allocated, in bytes.
   int64_t allocations = 0;     // How often it was allocated, so far.
 };

@@ -171,7 +171,7 @@ void RegisterClients() {
     const auto add = [&what](const std::string& who, int there) {
       Register("one of many/" + who + "/" + what, [there](auto& state) {
         CallByOneOf(state, there);
-      })->Iterations(2000);
+      })->Iterations(5000);
     };
     add("tavo", clients);
     add("one client", 1);

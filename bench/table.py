@@ -2,7 +2,8 @@
 """Prints Google Benchmark's JSON results as a table, each peer's median with our ratio to it.
 
 Usage: table.py [--markdown] [--growth | --data] RESULTS.json...
---growth    one table of our own rows: a call's time, its ratio to the operation's first row, and memory
+--growth    one table of our own rows: a call's time, its ratio to the peer of the row, or else to the
+            operation's first row, and memory
 --data      the same as numbers (microseconds, KiB), a block for each operation, for growth.gnuplot
 
 Benchmarks are named operation/who/what. The peers are whoever but us ran the same operation. Those
@@ -72,12 +73,13 @@ def rows(table):
 
 def growth_rows(table):
     """The heading and a row for each number that an operation was done with, all cells as text."""
-    yield ["operation", "of", "a call", "to the first"] + MEMORY
+    yield ["operation", "of", "a call", "ratio"] + MEMORY
     first = {}
     for (operation, what), by in table.items():
         run = by[US]
-        value, shown = measure(run)
-        yield [operation, what, shown, f"{value / first.setdefault(operation, value):.2f}"] + [
+        peers = [peer for who, peer in by.items() if who != US]
+        base = peers[0] if peers else first.setdefault(operation, run)
+        yield [operation, what, measure(run)[1], f"{run['real_time'] / base['real_time']:.2f}"] + [
             scaled(run[name], ("B", "KiB", "MiB"), 1024) if name in run else "-" for name in MEMORY]
 
 
