@@ -10,6 +10,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include "desk/runtime_manager/plain_line.h"
+
 namespace desk {
 namespace {
 
@@ -101,6 +103,8 @@ QString FindFault(const QByteArray& line) {
 }  // namespace
 
 std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
+  fault->clear();
+  if (auto object = ParsePlainLine(line)) return object;
   *fault = FindFault(line);
   if (!fault->isEmpty()) return {};
   QJsonParseError error{};
@@ -112,6 +116,8 @@ std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
 }
 
 QByteArray MakeLine(const QJsonObject& object) {
+  const QByteArray line = MakePlainLine(object);
+  if (!line.isEmpty()) return line;
   return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
 }
 

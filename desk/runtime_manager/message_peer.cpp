@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <utility>
 
 #include <QFile>
@@ -20,7 +22,11 @@ namespace {
 
 constexpr int kReadBlock = 1 << 16;
 constexpr int kMaxReadAtOnce = 1 << 20;  // Then the event loop handles other events.
+constexpr int kMaxJoined = 1 << 16;      // Bytes of lines that are joined for one write.
+constexpr auto kMaxHold = std::chrono::milliseconds(1);
 constexpr int kConnectRetryMs = 20;
+
+using Clock = std::chrono::steady_clock;
 
 bool IsOwnUser(int descriptor) {
   ucred peer{};
@@ -41,9 +47,11 @@ bool IsSendable(const QByteArray& line, const QString& what) {
   return false;
 }
 
-MessagePeer::MessagePeer(QObject* parent) : QObject(parent) {}
+MessagePeer::MessagePeer(QObject* parent) : QObject(parent), owner_(getpid()) {}
 
 MessagePeer::~MessagePeer() {
+  // In a forked process the held lines are the parent's to write.
+  if (getpid() == owner_) WriteHeld();
   delete readable_;  // Before the descriptor that they watch is closed.
   delete writable_;
   if (descriptor_ >= 0) ::close(descriptor_);
@@ -88,12 +96,35 @@ void MessagePeer::OnConnected() {
 
 void MessagePeer::Send(const QByteArray& line) {
   if (!ready_ || write_failed_) return;
-  queue_.push_back(line);
+  Enqueue(line);
+  WriteEnqueued();
+}
+
+void MessagePeer::Send(const std::vector<QByteArray>& lines) {
+  if (!ready_ || write_failed_) return;
+  for (const QByteArray& line : lines) Enqueue(line);
+  WriteEnqueued();
+}
+
+void MessagePeer::Enqueue(const QByteArray& line) {
+  if (!queue_.empty() && queue_.back().size() + line.size() <= kMaxJoined) {
+    queue_.back() += line;
+  } else {
+    queue_.push_back(line);
+  }
   unsent_bytes_ += line.size();
-  if (queue_.size() == 1) WriteQueue();
+}
+
+void MessagePeer::WriteEnqueued() {
+  if (!holds_ || unsent_bytes_ > kMaxJoined) WriteHeld();
   if (unsent_bytes_ > kMaxUnsent) {
     Drop(QStringLiteral("the other end does not read, %1 bytes are unsent").arg(unsent_bytes_));
   }
+}
+
+// Writes what does not wait for the other end to read.
+void MessagePeer::WriteHeld() {
+  if (!queue_.empty() && !writable_->isEnabled()) WriteQueue();
 }
 
 void MessagePeer::WriteQueue() {
@@ -160,18 +191,25 @@ bool MessagePeer::ReadSome() {
 
 void MessagePeer::DeliverLines() {
   const QPointer<MessagePeer> self(this);
+  WriteHeld();  // A handler may be running an event loop.
+  auto begin = Clock::now();
+  auto held_since = begin;
   for (QByteArray line; !closed_ && TakeLine(&line);) {
-    if (!delivery_posted_ && line_start_ < received_.size()) {
-      delivery_posted_ = true;
-      const auto resume = [this] {
-        delivery_posted_ = false;
-        DeliverLines();
-      };
-      QMetaObject::invokeMethod(this, resume, Qt::QueuedConnection);
-    }
+    const bool has_next = FindNewline();
+    if (has_next) PostDelivery();
+    holds_ = has_next && last_handler_was_quick_;
     Deliver(line);
     if (!self) return;
+    const auto end = Clock::now();
+    last_handler_was_quick_ = end - begin < kMaxHold;
+    if (end - held_since >= kMaxHold) {
+      WriteHeld();
+      held_since = end;
+    }
+    begin = end;
   }
+  holds_ = false;
+  WriteHeld();
   if (closed_) return;
   if (received_.size() > kLargestFrame) {
     Drop(QStringLiteral("a line of more than %1 bytes").arg(kLargestFrame));
@@ -180,14 +218,33 @@ void MessagePeer::DeliverLines() {
   }
 }
 
+// The next lines are delivered even if a handler runs an event loop.
+void MessagePeer::PostDelivery() {
+  if (std::exchange(delivery_posted_, true)) return;
+  const auto resume = [this] {
+    delivery_posted_ = false;
+    DeliverLines();
+  };
+  QMetaObject::invokeMethod(this, resume, Qt::QueuedConnection);
+}
+
+// Returns whether a whole line is there.
+bool MessagePeer::FindNewline() {
+  if (newline_ >= 0) return true;
+  const auto size = static_cast<size_t>(received_.size() - searched_);
+  const void* found = std::memchr(received_.constData() + searched_, '\n', size);
+  searched_ = received_.size();
+  if (found) newline_ = static_cast<int>(static_cast<const char*>(found) - received_.constData());
+  return found != nullptr;
+}
+
 bool MessagePeer::TakeLine(QByteArray* line) {
-  const int newline = received_.indexOf('\n', searched_);
-  if (newline < 0) {
+  if (!FindNewline()) {
     DropDelivered();
     return false;
   }
-  *line = QByteArray::fromRawData(received_.constData() + line_start_, newline - line_start_);
-  line_start_ = searched_ = newline + 1;
+  *line = QByteArray::fromRawData(received_.constData() + line_start_, newline_ - line_start_);
+  line_start_ = searched_ = std::exchange(newline_, -1) + 1;
   return true;
 }
 
@@ -211,6 +268,7 @@ void MessagePeer::Deliver(const QByteArray& line) {
 }
 
 void MessagePeer::Close() {
+  WriteHeld();
   closed_ = true;
   ready_ = false;
   DropQueue();

@@ -7,12 +7,19 @@
 // A handler may send, run an event loop (the next messages come within it), drop the peer or
 // delete it. Messages that a peer has sent before it closed are still delivered.
 //
+// Lines are written when they are sent. Only while more received lines wait for their handlers, the
+// answers are held, so that they leave in one write: for a millisecond at most, unless a handler
+// takes longer, and not after such a handler. They leave before an event loop that a handler runs.
+//
 // The class uses plain socket calls, not QLocalSocket. That one ignores SIGPIPE for the whole
 // process (and does not notice when the host restores it), drops received data when a write fails,
 // delivers nothing within a handler's event loop, and does not survive being deleted there.
 #pragma once
 
+#include <sys/types.h>
+
 #include <deque>
+#include <vector>
 
 #include <QByteArray>
 #include <QJsonObject>
@@ -42,8 +49,9 @@ class MessagePeer : public QObject {
 
   bool IsConnected() const { return ready_; }
 
-  // Sends a line, which ends with a newline and is sendable. Does nothing unless connected.
+  // Sends lines, each of which ends with a newline and is sendable. Does nothing unless connected.
   void Send(const QByteArray& line);
+  void Send(const std::vector<QByteArray>& lines);
 
   void Drop(const QString& reason);
 
@@ -58,16 +66,22 @@ class MessagePeer : public QObject {
  private:
   void TryConnect(const QByteArray& path);
   void OnConnected();
+  void Enqueue(const QByteArray& line);
+  void WriteEnqueued();
+  void WriteHeld();
   void WriteQueue();
   void DropQueue();
   void OnReadable();
   bool ReadSome();
   void DeliverLines();
+  void PostDelivery();
+  bool FindNewline();
   bool TakeLine(QByteArray* line);  // The line points into received_.
   void DropDelivered();
   void Deliver(const QByteArray& line);
   void Close();
 
+  const pid_t owner_;  // The process that made the peer.
   int descriptor_ = -1;
   QSocketNotifier* readable_ = nullptr;  // Children of the peer.
   QSocketNotifier* writable_ = nullptr;
@@ -78,13 +92,16 @@ class MessagePeer : public QObject {
   bool write_failed_ = false;     // The other end has stopped reading.
   bool delivery_posted_ = false;  // The event loop will call DeliverLines.
 
-  std::deque<QByteArray> queue_;
-  int queue_offset_ = 0;  // Sent bytes of the first line.
+  std::deque<QByteArray> queue_;  // Lines; short ones are joined.
+  int queue_offset_ = 0;          // Sent bytes of the first element.
   qint64 unsent_bytes_ = 0;
+  bool holds_ = false;  // What is sent is held.
+  bool last_handler_was_quick_ = true;
 
-  QByteArray received_;  // Lines from line_start_ on; has no newline before searched_.
+  QByteArray received_;  // Lines from line_start_ on.
   int line_start_ = 0;
-  int searched_ = 0;
+  int searched_ = 0;  // The first newline is newline_ or not before searched_.
+  int newline_ = -1;  // Negative: not found yet.
 };
 
 }  // namespace desk

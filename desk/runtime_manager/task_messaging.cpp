@@ -124,9 +124,7 @@ struct TaskMessaging::Private {
     lock.unlock();
     if (recorder) RecordTo(lines);
     const auto receivers = peers;  // Sending may drop a peer.
-    for (desk::MessagePeer* peer : receivers) {
-      for (const QByteArray& line : lines) peer->Send(line);
-    }
+    for (desk::MessagePeer* peer : receivers) peer->Send(lines);
     if (drop) DropEverybody();
   }
 

@@ -148,6 +148,27 @@ TEST_F(TaskMessagingTest, HandlerMaySendRunALoopAndDeleteItsEnd) {
   EXPECT_EQ(QJsonArray({1, 2, 3}), server_->values);
 }
 
+// While more lines of one read wait, answers are held; no longer than until then.
+TEST_F(TaskMessagingTest, AnswerLeavesBeforeAnEventLoopAndWhenItsEndIsDeleted) {
+  const int launcher = Connect();
+  ASSERT_TRUE(server_->Holds(1));
+  const QByteArray lines = QByteArray("{\"n\":1}\n").repeated(4);
+  QByteArray answers(2 * 8, '\0');
+  const auto receive = [&](int flags) {
+    return recv(launcher, answers.data(), answers.size(), flags);
+  };
+  QObject::connect(server_.get(), &End::messageReceived, [&] {
+    server_->Send(server_->values.size());
+    if (server_->values.size() == 3) return server_.reset();
+    EXPECT_TRUE(WaitUntil([&] { return receive(MSG_DONTWAIT | MSG_PEEK) >= 8; }));
+  });
+  send(launcher, lines.constData(), lines.size(), 0);
+  EXPECT_TRUE(WaitUntil([this] { return !server_; }));
+  EXPECT_EQ(answers.size(), receive(MSG_WAITALL));
+  EXPECT_EQ("{\"n\":2}\n{\"n\":3}\n", answers.toStdString());
+  close(launcher);
+}
+
 // The other end goes away while a handler runs an event loop, then this end does.
 TEST_F(TaskMessagingTest, EitherEndMayGoDuringAHandler) {
   const int launcher = Connect();

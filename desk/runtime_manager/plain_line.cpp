@@ -1,0 +1,96 @@
+#include "desk/runtime_manager/plain_line.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include <QCborMap>
+#include <QCborValue>
+#include <QJsonDocument>
+
+namespace desk {
+namespace {
+
+// Beyond this size it is cheaper to copy the text into an object than to let Qt's parser find its
+// end byte by byte.
+constexpr int kLongLine = 2048;
+
+// Sixteen characters. The compiler makes vector instructions of what is done to them.
+using Block = int8_t __attribute__((vector_size(16)));
+
+// Marks control characters, characters beyond ASCII, which are negative, and those with an escape.
+// A question mark is what Qt's CBOR writer makes of a lone surrogate, so it is marked, too.
+Block MarkUnplain(Block block) {
+  return (block < 0x20) | (block == '"') | (block == '\\') | (block == '?');
+}
+
+bool IsPlain(std::string_view text) {
+  Block marks{};
+  for (; text.size() >= sizeof(Block); text.remove_prefix(sizeof(Block))) {
+    Block block;
+    std::memcpy(&block, text.data(), sizeof block);
+    marks |= MarkUnplain(block);
+  }
+  Block last;
+  std::memset(&last, ' ', sizeof last);
+  std::memcpy(&last, text.data(), text.size());
+  marks |= MarkUnplain(last);
+  uint64_t halves[2];
+  std::memcpy(halves, &marks, sizeof halves);
+  return (halves[0] | halves[1]) == 0;
+}
+
+// Takes a text from well-formed CBOR. Its size is in the low bits of the first byte if it is small;
+// otherwise these tell how many bytes follow that hold the size.
+std::string_view TakeCborText(const char** at) {
+  const auto next = [at] { return static_cast<uint8_t>(*(*at)++); };
+  size_t size = next() & 0x1F;
+  if (size >= 24) {
+    int bytes = 1 << (size - 24);
+    for (size = 0; bytes > 0; --bytes) size = size << 8 | next();
+  }
+  return {std::exchange(*at, *at + size), size};
+}
+
+QLatin1String ToLatin1(std::string_view text) {
+  return QLatin1String(text.data(), static_cast<int>(text.size()));
+}
+
+}  // namespace
+
+std::optional<QJsonObject> ParsePlainLine(const QByteArray& line) {
+  constexpr std::string_view kBegin = "{\"", kMiddle = "\":\"", kEnd = "\"}";
+  std::string_view rest(line.constData(), static_cast<size_t>(line.size()));
+  if (rest.substr(0, kBegin.size()) != kBegin) return {};
+  rest.remove_prefix(kBegin.size());
+  const std::string_view key = rest.substr(0, rest.find('"'));
+  rest.remove_prefix(key.size());
+  if (rest.size() < kMiddle.size() + kEnd.size()) return {};
+  const std::string_view text =
+      rest.substr(kMiddle.size(), rest.size() - kMiddle.size() - kEnd.size());
+  if (rest.substr(0, kMiddle.size()) != kMiddle || rest.substr(rest.size() - kEnd.size()) != kEnd ||
+      !IsPlain(key) || !IsPlain(text)) {
+    return {};
+  }
+  if (line.size() < kLongLine) return QJsonDocument::fromJson(line).object();
+  QJsonObject object;
+  object.insert(ToLatin1(key), QJsonValue(ToLatin1(text)));
+  return object;
+}
+
+QByteArray MakePlainLine(const QJsonObject& object) {
+  if (object.size() != 1 || !object.constBegin().value().isString()) return {};
+  // The map shares the object's texts, and writes those in ASCII without a conversion.
+  const QByteArray cbor = QCborMap::fromJsonObject(object).toCborValue().toCbor();
+  const char* at = cbor.constData() + 1;  // Behind the head of a map with one member.
+  const std::string_view key = TakeCborText(&at);
+  const std::string_view text = TakeCborText(&at);
+  if (!IsPlain(key) || !IsPlain(text)) return {};
+  QByteArray line;
+  line.reserve(static_cast<int>(key.size() + text.size()) + 8);
+  line.append("{\"").append(key.data(), static_cast<int>(key.size())).append("\":\"");
+  return line.append(text.data(), static_cast<int>(text.size())).append("\"}\n");
+}
+
+}  // namespace desk
