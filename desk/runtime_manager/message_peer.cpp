@@ -15,6 +15,7 @@
 #include "desk/common/diagnostics.h"
 #include "desk/common/transfer.h"
 #include "desk/common/unix_socket.h"
+#include "desk/runtime_manager/heap.h"
 #include "desk/runtime_manager/json_line.h"
 
 namespace desk {
@@ -47,7 +48,7 @@ bool IsSendable(const QByteArray& line, const QString& what) {
   return false;
 }
 
-MessagePeer::MessagePeer(QObject* parent) : QObject(parent), owner_(getpid()) {}
+MessagePeer::MessagePeer(QObject* parent) : QObject(parent), owner_(getpid()) { PrimeHeap(); }
 
 MessagePeer::~MessagePeer() {
   // In a forked process the held lines are the parent's to write.
@@ -82,8 +83,8 @@ void MessagePeer::TakeOver(int descriptor) {
 
 void MessagePeer::OnConnected() {
   if (!IsOwnUser(descriptor_)) return Drop(QStringLiteral("the other end is another user's"));
-  readable_ = new QSocketNotifier(descriptor_, QSocketNotifier::Read, this);
-  connect(readable_, &QSocketNotifier::activated, this, [this] { OnReadable(); });
+  readable_ = new ReadNotifier(descriptor_, this);
+  connect(readable_, &ReadNotifier::activated, this, [this] { OnReadable(); });
   writable_ = new QSocketNotifier(descriptor_, QSocketNotifier::Write, this);
   writable_->setEnabled(false);
   connect(writable_, &QSocketNotifier::activated, this, [this] {
@@ -184,7 +185,7 @@ bool MessagePeer::ReadSome() {
   received_.resize(before + (size > 0 ? static_cast<int>(size) : 0));
   if (size <= 0 && !waits) {
     ended_ = true;
-    readable_->setEnabled(false);
+    readable_->SetEnabled(false);
   }
   return size == kReadBlock;
 }
@@ -272,9 +273,8 @@ void MessagePeer::Close() {
   closed_ = true;
   ready_ = false;
   DropQueue();
-  for (QSocketNotifier* notifier : {readable_, writable_}) {
-    if (notifier) notifier->setEnabled(false);
-  }
+  if (readable_) readable_->SetEnabled(false);
+  if (writable_) writable_->setEnabled(false);
   if (descriptor_ >= 0) shutdown(descriptor_, SHUT_RDWR);
   Q_EMIT closed();
   deleteLater();

@@ -27,6 +27,8 @@
 #include <QSocketNotifier>
 #include <QString>
 
+#include "desk/runtime_manager/read_notifier.h"
+
 namespace desk {
 
 constexpr qint64 kLargestFrame = qint64{32} << 20;
@@ -83,7 +85,7 @@ class MessagePeer : public QObject {
 
   const pid_t owner_;  // The process that made the peer.
   int descriptor_ = -1;
-  QSocketNotifier* readable_ = nullptr;  // Children of the peer.
+  ReadNotifier* readable_ = nullptr;  // Children of the peer.
   QSocketNotifier* writable_ = nullptr;
   bool ready_ = false;
   bool closed_ = false;

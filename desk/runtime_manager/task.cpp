@@ -7,9 +7,9 @@
 #include <vector>
 
 #include <QFile>
-#include <QSocketNotifier>
 
 #include "desk/runtime_manager/application.h"
+#include "desk/runtime_manager/read_notifier.h"
 #include "desk/runtime_manager/supervised_process.h"
 #include "desk/runtime_manager/task_report.h"
 #include "desk/runtime_manager/task_socket.h"
@@ -36,7 +36,7 @@ struct Task::Private {
   Callback on_started;
   std::vector<Callback> on_stopped;
   // A child of the task, so that it moves between threads with it.
-  QSocketNotifier* notifier = nullptr;
+  desk::ReadNotifier* notifier = nullptr;
 
   Private(Task* owner, const QString& task_name) : task(owner), name(task_name) {}
 
@@ -67,8 +67,8 @@ struct Task::Private {
   }
 
   void Watch(std::unique_ptr<desk::SupervisedProcess> started) {
-    notifier = new QSocketNotifier(started->GetDescriptor(), QSocketNotifier::Read, task);
-    QObject::connect(notifier, &QSocketNotifier::activated, task, [this] { OnNews(); });
+    notifier = new desk::ReadNotifier(started->GetDescriptor(), task);
+    QObject::connect(notifier, &desk::ReadNotifier::activated, task, [this] { OnNews(); });
     const std::lock_guard lock(mutex);
     process = std::move(started);
   }
@@ -100,7 +100,7 @@ struct Task::Private {
 
   // The callbacks may delete the task: nothing of it is touched afterwards.
   void OnEnded(const Error& error) {
-    notifier->setEnabled(false);
+    notifier->SetEnabled(false);
     std::exchange(notifier, nullptr)->deleteLater();  // It is calling this function.
     {
       const std::lock_guard lock(mutex);

@@ -1,9 +1,11 @@
 #include "platform/runtime_manager/task_messaging.h"
 
+#include <atomic>
 #include <thread>
 
 #include <QJsonArray>
 #include <QPointer>
+#include <QThread>
 
 #include "desk/runtime_manager/json_line.h"
 #include "tests/support/desk_fixture.h"
@@ -91,6 +93,52 @@ TEST_F(TaskMessagingTest, EveryLauncherIsServed) {
   EXPECT_EQ(QJsonArray({text, 2}), one.values);
   EXPECT_EQ(QJsonArray({2}), two.values);
   EXPECT_EQ(QJsonArray({text}), server_->values);
+}
+
+// More than the event loop polls one by one. Whoever is told first deletes all others but one, to
+// whom the same wake-up has come.
+TEST_F(TaskMessagingTest, ManyLaunchersAreServedAlsoByANextApplication) {
+  for (int round = 0; round < 2; ++round) {
+    std::vector<std::unique_ptr<End>> launchers(20);
+    for (auto& launcher : launchers) {
+      launcher = std::make_unique<End>(path_);
+      launcher->Send(1);
+      QObject::connect(launcher.get(), &End::messageReceived, [&launchers, told = &launcher] {
+        for (auto& other : launchers) {
+          if (&other != told && &other != &launchers.back()) other.reset();
+        }
+      });
+    }
+    ASSERT_TRUE(server_->Holds(20));
+    server_->Send(2);
+    EXPECT_TRUE(launchers.back()->Holds(1));
+    launchers.clear();
+    server_.reset();
+    app_.reset();
+    app_.emplace(argc_, argv_);
+    server_ = std::make_unique<End>(listener_);
+  }
+}
+
+TEST_F(TaskMessagingTest, EndMayMoveToAnotherThread) {
+  std::vector<std::unique_ptr<End>> others(10);
+  for (auto& other : others) other = std::make_unique<End>(path_);
+  auto* launcher = new End(path_);
+  launcher->Send(1);
+  ASSERT_TRUE(server_->Holds(1));
+  QThread thread;
+  std::atomic<QThread*> receiver{nullptr};
+  QObject::connect(
+      launcher, &End::messageReceived, launcher,
+      [&receiver] { receiver = QThread::currentThread(); }, Qt::DirectConnection);
+  QObject::connect(&thread, &QThread::finished, launcher, &QObject::deleteLater);
+  launcher->moveToThread(&thread);
+  thread.start();
+  server_->Send(2);
+  EXPECT_TRUE(WaitUntil([&] { return receiver != nullptr; }));
+  EXPECT_EQ(&thread, receiver);
+  thread.quit();
+  thread.wait();
 }
 
 TEST_F(TaskMessagingTest, LinesAreReadAlsoOfALauncherThatIsGone) {
