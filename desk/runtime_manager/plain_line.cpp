@@ -12,15 +12,14 @@
 namespace desk {
 namespace {
 
-// Beyond this size it is cheaper to copy the text into an object than to let Qt's parser find its
-// end byte by byte.
-constexpr int kLongLine = 2048;
+// Up to this size Qt's parser, and its conversions from UTF-16, cost less than the ways without.
+constexpr int kShort = 2048;
 
 // Sixteen characters. The compiler makes vector instructions of what is done to them.
 using Block = int8_t __attribute__((vector_size(16)));
 
 // Marks control characters, characters beyond ASCII, which are negative, and those with an escape.
-// A question mark is what Qt's CBOR writer makes of a lone surrogate, so it is marked, too.
+// A question mark may stand for what could not be converted to 8-bit text, so it is marked, too.
 Block MarkUnplain(Block block) {
   return (block < 0x20) | (block == '"') | (block == '\\') | (block == '?');
 }
@@ -57,11 +56,29 @@ QLatin1String ToLatin1(std::string_view text) {
   return QLatin1String(text.data(), static_cast<int>(text.size()));
 }
 
+std::string_view View(const QByteArray& text) {
+  return {text.constData(), static_cast<size_t>(text.size())};
+}
+
+// Needs no conversion of the text: in CBOR's order shorter texts come first.
+bool IsLong(const QCborValue& text) {
+  static const auto& short_text = *new QCborValue(QString(kShort, QLatin1Char('x')));
+  return short_text < text;
+}
+
+QByteArray JoinIfPlain(std::string_view key, std::string_view text) {
+  if (!IsPlain(key) || !IsPlain(text)) return {};
+  QByteArray line;
+  line.reserve(static_cast<int>(key.size() + text.size()) + 8);
+  line.append("{\"").append(key.data(), static_cast<int>(key.size())).append("\":\"");
+  return line.append(text.data(), static_cast<int>(text.size())).append("\"}\n");
+}
+
 }  // namespace
 
 std::optional<QJsonObject> ParsePlainLine(const QByteArray& line) {
   constexpr std::string_view kBegin = "{\"", kMiddle = "\":\"", kEnd = "\"}";
-  std::string_view rest(line.constData(), static_cast<size_t>(line.size()));
+  std::string_view rest = View(line);
   if (rest.substr(0, kBegin.size()) != kBegin) return {};
   rest.remove_prefix(kBegin.size());
   const std::string_view key = rest.substr(0, rest.find('"'));
@@ -73,24 +90,25 @@ std::optional<QJsonObject> ParsePlainLine(const QByteArray& line) {
       !IsPlain(key) || !IsPlain(text)) {
     return {};
   }
-  if (line.size() < kLongLine) return QJsonDocument::fromJson(line).object();
+  if (line.size() <= kShort) return QJsonDocument::fromJson(line).object();
   QJsonObject object;
   object.insert(ToLatin1(key), QJsonValue(ToLatin1(text)));
   return object;
 }
 
 QByteArray MakePlainLine(const QJsonObject& object) {
-  if (object.size() != 1 || !object.constBegin().value().isString()) return {};
-  // The map shares the object's texts, and writes those in ASCII without a conversion.
-  const QByteArray cbor = QCborMap::fromJsonObject(object).toCborValue().toCbor();
+  if (object.size() != 1) return {};
+  const QCborMap map = QCborMap::fromJsonObject(object);  // Shares the object's texts.
+  const QCborValue text = map.constBegin().value();
+  if (!text.isString()) return {};
+  if (!IsLong(text)) {
+    const QByteArray key = object.constBegin().key().toLatin1();
+    return JoinIfPlain(View(key), View(text.toString().toLatin1()));
+  }
+  const QByteArray cbor = map.toCborValue().toCbor();
   const char* at = cbor.constData() + 1;  // Behind the head of a map with one member.
-  const std::string_view key = TakeCborText(&at);
-  const std::string_view text = TakeCborText(&at);
-  if (!IsPlain(key) || !IsPlain(text)) return {};
-  QByteArray line;
-  line.reserve(static_cast<int>(key.size() + text.size()) + 8);
-  line.append("{\"").append(key.data(), static_cast<int>(key.size())).append("\":\"");
-  return line.append(text.data(), static_cast<int>(text.size())).append("\"}\n");
+  const std::string_view cbor_key = TakeCborText(&at);
+  return JoinIfPlain(cbor_key, TakeCborText(&at));
 }
 
 }  // namespace desk
