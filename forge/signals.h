@@ -102,25 +102,15 @@ class FORGE_EXPORT CppStyleListener final : public IListener<Args...> {
   void Invoke(Args... args) const override;
   void InvokeOnce(Args... args) override;
 
+  // Invoke without the lock, for an owner of the listener that lets nobody call InvokeOnce.
+  void InvokeUnlocked(Args... args) const;
+
  private:
   std::function<void(Args...)> Take();
 
   mutable std::shared_mutex mutex_;
   std::function<void(Args...)> callback_;  // Guarded by mutex_.
 };
-
-namespace details {
-
-template <typename... Args>
-struct Subscription {
-  uint32_t id;
-  std::shared_ptr<IListener<Args...>> listener;
-};
-
-template <typename... Args>
-using Subscriptions = std::vector<Subscription<Args...>>;
-
-}  // namespace details
 
 // An event that may happen again and again. Each emission calls those that are subscribed when it
 // begins.
@@ -141,8 +131,21 @@ class FORGE_EXPORT Signal : public details::CounterClient {
   void EmitImpl(Args... args) const;
 
  private:
-  mutable std::shared_mutex mutex_;
-  details::Subscriptions<Args...> subscriptions_;  // Guarded by mutex_.
+  using Listener = CppStyleListener<Args...>;
+  using Snapshot = std::vector<std::weak_ptr<const Listener>>;
+
+  struct Subscription {
+    uint32_t id;
+    std::shared_ptr<const Listener> listener;
+  };
+
+  std::shared_ptr<const Snapshot> TakeSnapshot() const;
+
+  mutable std::mutex mutex_;
+  std::vector<Subscription> subscriptions_;  // Guarded by mutex_.
+  // Guarded by mutex_. The listeners of subscriptions_ for the emissions, which share it; it is
+  // never edited. Null: the next emission makes it.
+  mutable std::shared_ptr<const Snapshot> snapshot_;
 };
 
 // An event that happens at most once. Whoever subscribes after it did is called at once, on the
@@ -167,7 +170,11 @@ class FORGE_EXPORT RunOnceSignal : public details::CounterClient {
   void EmitImpl(Args... args);
 
  private:
-  using SubscriptionList = details::Subscriptions<Args...>;
+  struct Subscription {
+    uint32_t id;
+    std::shared_ptr<IListener<Args...>> listener;
+  };
+  using SubscriptionList = std::vector<Subscription>;
   using AttachedList = std::vector<std::weak_ptr<IListener<Args...>>>;
 
   template <typename List, typename Item>

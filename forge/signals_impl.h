@@ -46,6 +46,12 @@ void CppStyleListener<Args...>::Invoke(Args... args) const {
 }
 
 template <typename... Args>
+void CppStyleListener<Args...>::InvokeUnlocked(Args... args) const {
+  const auto callback = callback_;
+  if (callback) callback(std::forward<Args>(args)...);
+}
+
+template <typename... Args>
 void CppStyleListener<Args...>::InvokeOnce(Args... args) {
   const auto callback = Take();
   if (callback) callback(std::forward<Args>(args)...);
@@ -59,34 +65,45 @@ std::function<void(Args...)> CppStyleListener<Args...>::Take() {
 
 template <typename... Args>
 uint32_t Signal<Args...>::Subscribe(std::function<void(Args...)> callback) {
-  auto listener = std::make_shared<CppStyleListener<Args...>>(std::move(callback));
+  auto listener = std::make_shared<const Listener>(std::move(callback));
   const uint32_t id = this->DrawId();
-  const std::unique_lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   subscriptions_.push_back({id, std::move(listener)});
+  snapshot_.reset();
   return id;
 }
 
 template <typename... Args>
 bool Signal<Args...>::Unsubscribe(uint32_t id) {
-  std::shared_ptr<IListener<Args...>> removed;  // Dies after the lock: its callback is foreign.
-  const std::unique_lock lock(mutex_);
+  std::shared_ptr<const Listener> removed;  // Dies after the lock: its callback is foreign.
+  const std::lock_guard lock(mutex_);
   const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                   [id](const auto& subscription) { return subscription.id == id; });
   if (found == subscriptions_.end()) return false;
   removed = std::move(found->listener);
   subscriptions_.erase(found);
+  snapshot_.reset();
   return true;
 }
 
 template <typename... Args>
-void Signal<Args...>::EmitImpl(Args... args) const {
-  std::vector<std::weak_ptr<IListener<Args...>>> snapshot;
-  {
-    const std::shared_lock lock(mutex_);
-    for (const auto& subscription : subscriptions_) snapshot.push_back(subscription.listener);
+auto Signal<Args...>::TakeSnapshot() const -> std::shared_ptr<const Snapshot> {
+  const std::lock_guard lock(mutex_);
+  if (!snapshot_ && !subscriptions_.empty()) {
+    auto snapshot = std::make_shared<Snapshot>();
+    snapshot->reserve(subscriptions_.size());
+    for (const auto& subscription : subscriptions_) snapshot->push_back(subscription.listener);
+    snapshot_ = std::move(snapshot);
   }
-  for (const auto& entry : snapshot) {
-    if (const auto listener = entry.lock()) listener->Invoke(args...);
+  return snapshot_;
+}
+
+template <typename... Args>
+void Signal<Args...>::EmitImpl(Args... args) const {
+  const auto snapshot = TakeSnapshot();
+  if (!snapshot) return;
+  for (const auto& entry : *snapshot) {
+    if (const auto listener = entry.lock()) listener->InvokeUnlocked(args...);
   }
 }
 
@@ -104,7 +121,7 @@ uint32_t RunOnceSignal<Args...>::Subscribe(std::function<void(Args...)> callback
   const uint32_t id = this->DrawId();
   std::unique_lock lock(mutex_);
   if (!emitted_) {
-    Append(subscriptions_, details::Subscription<Args...>{id, std::move(listener)});
+    Append(subscriptions_, Subscription{id, std::move(listener)});
     return id;
   }
   lock.unlock();

@@ -1,5 +1,8 @@
 #include "forge/signals.h"
 
+#include <atomic>
+#include <thread>
+
 #include "src/tavo_capi.h"
 #include "tests/support/test_base.h"
 
@@ -90,6 +93,37 @@ TEST_F(SignalTest, ListenerMaySubscribeUnsubscribeAndEmitAgain) {
   signal_.Emit(1);
   // The inner emission meets the new listener; the outer one meets neither it nor the dead one.
   EXPECT_EQ("first1 first2 new2 ", calls_);
+}
+
+TEST_F(SignalTest, CallbackMayThrowAndMayDestroyItsSignal) {
+  auto signal = std::make_unique<forge::OwnedSignal<int>>();
+  const auto probe = std::make_shared<int>();
+  signal->Subscribe([&, probe, called = false](int value) mutable {
+    EXPECT_FALSE(std::exchange(called, true));  // Each call is made on a copy of the callback.
+    if (value == 1) throw std::runtime_error("act");
+    if (value == 2) signal.reset();
+    EXPECT_LT(1, probe.use_count());
+  });
+  signal->Subscribe(Note("later"));
+  EXPECT_THROW(signal->Emit(1), std::runtime_error);
+  signal->Emit(0);
+  signal->Emit(2);
+  EXPECT_EQ(1, probe.use_count());
+  EXPECT_EQ("later0 ", calls_);
+}
+
+TEST_F(SignalTest, ThreadsMaySubscribeWhileOthersEmit) {
+  std::atomic<int> calls{0};
+  std::thread emitter([this] {
+    for (int i = 0; i < 1000; ++i) signal_.Emit(i);
+  });
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_TRUE(signal_.Unsubscribe(signal_.Subscribe([&](int) { ++calls; })));
+  }
+  emitter.join();
+  const int before = calls;
+  signal_.Emit(0);
+  EXPECT_EQ(before, calls);
 }
 
 TEST_F(SignalTest, RunOnceSignalKeepsItsFirstEmission) {
