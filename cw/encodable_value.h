@@ -32,8 +32,10 @@
 //            (standard_codec_serializer.h). Serialize of a custom value ends the process.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -259,6 +261,38 @@ class FORGE_EXPORT EncodableValue {
 
 // ------------------------------------------------------------------------------------------------
 
+namespace details {
+
+// Compares the first `size` bytes, which are one to two words: their first and their last word.
+template <typename Word>
+inline int CompareWords(const char* a, const char* b, size_t size) {
+  for (const size_t at : {size_t{0}, size - sizeof(Word)}) {
+    Word left = 0;
+    Word right = 0;
+    std::memcpy(&left, a + at, sizeof left);
+    std::memcpy(&right, b + at, sizeof right);
+    if (left == right) continue;
+    constexpr int kUnused = 64 - 8 * sizeof(Word);
+    return __builtin_bswap64(left) >> kUnused < __builtin_bswap64(right) >> kUnused ? -1 : 1;
+  }
+  return 0;
+}
+
+// The same as a < b. Texts of the length of most keys are compared without a call.
+inline bool IsTextLess(const std::string& a, const std::string& b) {
+  const size_t size = std::min(a.size(), b.size());
+  int order = 0;
+  if (size > 2 * sizeof(uint64_t) || size < sizeof(uint32_t)) return a < b;
+  if (size >= sizeof(uint64_t)) {
+    order = CompareWords<uint64_t>(a.data(), b.data(), size);
+  } else {
+    order = CompareWords<uint32_t>(a.data(), b.data(), size);
+  }
+  return order != 0 ? order < 0 : a.size() < b.size();
+}
+
+}  // namespace details
+
 // Inline for maps, whose keys are nearly always texts. The first byte tells most texts apart. An
 // empty text has a zero at that place, which is smaller than any other byte.
 inline bool operator<(const EncodableValue& a, const EncodableValue& b) {
@@ -267,7 +301,7 @@ inline bool operator<(const EncodableValue& a, const EncodableValue& b) {
   if (!left || !right) return EncodableValue::Compare(a, b) < 0;
   const auto first = static_cast<uint8_t>((*left)[0]);
   const auto other = static_cast<uint8_t>((*right)[0]);
-  return first != other ? first < other : *left < *right;
+  return first != other ? first < other : details::IsTextLess(*left, *right);
 }
 
 }  // namespace cw

@@ -308,11 +308,15 @@ T ReadNumber(Reader& reader) {
 }
 
 template <typename Reader>
+[[gnu::noinline]] uint32_t ReadLongSize(uint8_t marker, Reader& reader) {
+  if (marker == kSize16Marker) return ReadNumber<uint16_t>(reader);
+  return ReadNumber<uint32_t>(reader);
+}
+
+template <typename Reader>
 uint32_t ReadSizeFrom(Reader& reader) {
   const uint8_t size = reader.ReadByte();
-  if (size == kSize16Marker) return ReadNumber<uint16_t>(reader);
-  if (size == kSize32Marker) return ReadNumber<uint32_t>(reader);
-  return size;
+  return size < kFirstLongSize ? size : ReadLongSize(size, reader);
 }
 
 // The largest number of elements that a stream can hold; 0 if that is unknown.
@@ -544,6 +548,8 @@ class TreeReader {
 EncodableValue ReadTree(uint8_t type, ByteBufferStreamReader& reader, size_t depth = 0) {
   return ReadNesting(type, reader, [&reader, depth] {
     const uint8_t nested = reader.ReadByte();
+    // Texts are the most frequent values, and nearly all keys.
+    if (nested == static_cast<uint8_t>(EncodedType::kString)) return ReadBlock<std::string>(reader);
     if (depth < details::kNearLevels) return ReadTree(nested, reader, depth + 1);
     return TreeReader(reader).Read(nested);
   });

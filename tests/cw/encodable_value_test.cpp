@@ -20,6 +20,24 @@ static_assert(!kConverts<unsigned> && !kConverts<char> && !kConverts<float>);
 static_assert(std::is_nothrow_move_constructible_v<Value>);
 static_assert(std::is_nothrow_move_assignable_v<Value>);
 
+TEST(EncodableValueTest, TextsAreOrderedAsTheirBytes) {
+  std::vector<std::string> texts;
+  for (const size_t size : {0, 1, 3, 4, 5, 7, 8, 9, 15, 16, 17}) {
+    for (size_t at = 0; at <= size; ++at) {  // Beyond the end, nothing is changed.
+      texts.emplace_back(size, 'a');
+      for (const char other : {'\0', '\xff'}) {
+        if (at < size) texts.emplace_back(size, 'a')[at] = other;
+      }
+    }
+  }
+  const List values(texts.begin(), texts.end());
+  for (size_t i = 0; i < texts.size() * texts.size(); ++i) {
+    const size_t a = i / texts.size();
+    const size_t b = i % texts.size();
+    ASSERT_EQ(texts[a] < texts[b], values[a] < values[b]) << texts[a] << " and " << texts[b];
+  }
+}
+
 TEST(EncodableValueTest, IsOrderedByAlternativeAndThenByContent) {
   using Bytes = std::vector<uint8_t>;
   using Numbers = std::vector<int32_t>;
