@@ -1,5 +1,6 @@
 // Base64 beside libmodpbase64, Qt's QByteArray and, as the ceiling, memcpy of the text into memory
-// that is there already. Every codec allocates its result, as callers get it. A benchmark's name is
+// that is there already. Every codec allocates its result, as callers get it; each variant of ours
+// that the processor supports writes to memory that is there already, too. A benchmark's name is
 // operation/who/bytes of data; rates are bytes of text a second.
 #include <benchmark/benchmark.h>
 #include <modp_b64.h>
@@ -10,7 +11,11 @@
 
 #include <QByteArray>
 
+#include "forge/base64.h"
+#include "forge/base64_variants.h"
 #include "forge/buffer.h"
+
+namespace base64 = forge::base64;
 
 namespace {
 
@@ -39,6 +44,17 @@ void EncodeTavo(benchmark::State& state) {
   CountText(state, buffer.ToBase64().size());
 }
 
+void EncodeVariant(benchmark::State& state, const base64::Variant& variant) {
+  const auto bytes = BytesOf(state);
+  std::string text(base64::EncodedSize(bytes.size()), '\0');
+  for ([[maybe_unused]] auto _ : state) {
+    base64::Encode(variant, bytes.data(), bytes.size(), text.data());
+    benchmark::DoNotOptimize(text.data());
+    benchmark::ClobberMemory();
+  }
+  CountText(state, text.size());
+}
+
 void EncodeModp(benchmark::State& state) {
   const auto bytes = BytesOf(state);
   const char* data = reinterpret_cast<const char*>(bytes.data());
@@ -63,6 +79,17 @@ void EncodeQt(benchmark::State& state) {
 void DecodeTavo(benchmark::State& state) {
   const std::string text = TextOf(state);
   for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(forge::Buffer::FromBase64(text));
+  CountText(state, text.size());
+}
+
+void DecodeVariant(benchmark::State& state, const base64::Variant& variant) {
+  const std::string text = TextOf(state);
+  auto bytes = BytesOf(state);
+  for ([[maybe_unused]] auto _ : state) {
+    benchmark::DoNotOptimize(base64::Decode(variant, text.data(), text.size(), bytes.data()));
+    benchmark::DoNotOptimize(bytes.data());
+    benchmark::ClobberMemory();
+  }
   CountText(state, text.size());
 }
 
@@ -99,6 +126,16 @@ void Sizes(benchmark::internal::Benchmark* bench) {
   for (const int64_t size : {48, 1 << 10, 64 << 10, 16 << 20}) bench->Arg(size);
 }
 
+using VariantBenchmark = void(benchmark::State&, const base64::Variant&);
+
+void RegisterVariants(const std::string& operation, VariantBenchmark* function) {
+  for (const auto& variant : base64::kVariants) {
+    if (!variant.is_supported()) continue;
+    const std::string name = operation + "/" + variant.name;
+    benchmark::RegisterBenchmark(name.c_str(), function, variant)->Apply(Sizes);
+  }
+}
+
 BENCHMARK(EncodeTavo)->Name("base64_encode/tavo")->Apply(Sizes);
 BENCHMARK(EncodeModp)->Name("base64_encode/libmodpbase64")->Apply(Sizes);
 BENCHMARK(EncodeQt)->Name("base64_encode/QByteArray")->Apply(Sizes);
@@ -110,4 +147,10 @@ BENCHMARK(Copy)->Name("base64_decode/memcpy")->Apply(Sizes);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  RegisterVariants("base64_encode", EncodeVariant);
+  RegisterVariants("base64_decode", DecodeVariant);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+}

@@ -2,12 +2,16 @@
 
 #include <endian.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+
+#include "forge/base64_alphabet.h"
+#include "forge/base64_variants.h"
 
 namespace forge::base64 {
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char kPadding = '=';
 
 // Both characters of each 12-bit number: two look-ups encode a group of three bytes.
@@ -108,9 +112,7 @@ bool DecodeGroup(const char* text, std::size_t padding, uint8_t* data) {
   return true;
 }
 
-}  // namespace
-
-void Encode(const uint8_t* data, std::size_t size, char* text) {
+void EncodePlain(const uint8_t* data, std::size_t size, char* text) {
   // Each round encodes two words. Both are loaded before text is stored, because the compiler has
   // to assume that the text overlaps the data.
   for (; size >= 2 * kWordBytes + 2; size -= 2 * kWordBytes) {
@@ -125,13 +127,7 @@ void Encode(const uint8_t* data, std::size_t size, char* text) {
   if (size > 0) EncodeGroup(data, size, text);
 }
 
-std::size_t DecodedSize(const char* text, std::size_t length) {
-  if (length < 4 || length % 4 != 0) return 0;
-  return length / 4 * 3 - PaddingOf(text, length);
-}
-
-bool Decode(const char* text, std::size_t length, uint8_t* data) {
-  if (length < 4 || length % 4 != 0) return false;
+bool DecodePlain(const char* text, std::size_t length, uint8_t* data) {
   for (; length > kWordText + 4; length -= kWordText) {
     const uint32_t first = DigitsOf(text);
     const uint32_t second = DigitsOf(text + 4);
@@ -144,6 +140,39 @@ bool Decode(const char* text, std::size_t length, uint8_t* data) {
     if (!DecodeGroup(text, 0, data)) return false;
   }
   return DecodeGroup(text, PaddingOf(text, length), data);
+}
+
+const Variant& Fastest() {
+  static const Variant& fastest =
+      *std::find_if(std::begin(kVariants), std::end(kVariants),
+                    [](auto& variant) { return variant.is_supported(); });
+  return fastest;
+}
+
+}  // namespace
+
+void Encode(const Variant& variant, const uint8_t* data, std::size_t size, char* text) {
+  const std::size_t done = variant.encode ? variant.encode(data, size, text) : 0;
+  EncodePlain(data + done, size - done, text + done / 3 * 4);
+}
+
+void Encode(const uint8_t* data, std::size_t size, char* text) {
+  Encode(Fastest(), data, size, text);
+}
+
+std::size_t DecodedSize(const char* text, std::size_t length) {
+  if (length < 4 || length % 4 != 0) return 0;
+  return length / 4 * 3 - PaddingOf(text, length);
+}
+
+bool Decode(const Variant& variant, const char* text, std::size_t length, uint8_t* data) {
+  if (length < 4 || length % 4 != 0) return false;
+  const std::size_t done = variant.decode ? variant.decode(text, length, data) : 0;
+  return DecodePlain(text + done, length - done, data + done / 4 * 3);
+}
+
+bool Decode(const char* text, std::size_t length, uint8_t* data) {
+  return Decode(Fastest(), text, length, data);
 }
 
 }  // namespace forge::base64
