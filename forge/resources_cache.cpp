@@ -23,7 +23,13 @@ uint32_t ResourcesCache::CreateChunk() {
 const char* ResourcesCache::AppendStr(uint32_t chunk_id, std::string_view text) {
   const std::lock_guard lock(mutex_);
   Chunk* chunk = GetChunkUnsafe(chunk_id);
-  return chunk ? AppendUnsafe(*chunk, text) : nullptr;
+  return chunk ? chunk->texts.emplace_back(text).c_str() : nullptr;
+}
+
+const char* ResourcesCache::TakeStr(uint32_t chunk_id, std::string&& text) {
+  const std::lock_guard lock(mutex_);
+  Chunk* chunk = GetChunkUnsafe(chunk_id);
+  return chunk ? chunk->texts.emplace_back(std::move(text)).c_str() : nullptr;
 }
 
 std::pair<const char*, const char*> ResourcesCache::AppendStr(uint32_t chunk_id,
@@ -32,8 +38,8 @@ std::pair<const char*, const char*> ResourcesCache::AppendStr(uint32_t chunk_id,
   const std::lock_guard lock(mutex_);
   Chunk* chunk = GetChunkUnsafe(chunk_id);
   if (!chunk) return {nullptr, nullptr};
-  const char* first_copy = AppendUnsafe(*chunk, first);
-  return {first_copy, AppendUnsafe(*chunk, second)};
+  const char* first_copy = chunk->texts.emplace_back(first).c_str();
+  return {first_copy, chunk->texts.emplace_back(second).c_str()};
 }
 
 bool ResourcesCache::AppendBuffer(uint32_t chunk_id, Buffer&& buffer, ForgeBufferView* view,
@@ -71,10 +77,6 @@ ResourcesCache::Chunk* ResourcesCache::GetChunkUnsafe(uint32_t chunk_id) {
   Chunk* chunk = chunk_id == 0 ? nullptr : FindChunkUnsafe(chunk_id);
   if (!chunk) FORGE_LOG(kError) << "Invalid chunk ID <" << chunk_id << ">";
   return chunk;
-}
-
-const char* ResourcesCache::AppendUnsafe(Chunk& chunk, std::string_view text) {
-  return chunk.texts.emplace_back(text).c_str();
 }
 
 void ResourcesCache::RemoveUnsafe(Chunk* chunk) {

@@ -47,6 +47,9 @@ class FORGE_EXPORT ResourcesCache : public details::CounterClient {
   std::pair<const char*, const char*> AppendStr(uint32_t chunk_id, std::string_view first,
                                                 std::string_view second);
 
+  // Moves the text into the chunk; the same result. A text that is moved is not copied.
+  const char* TakeStr(uint32_t chunk_id, std::string&& text);
+
   // Moves the buffer into the chunk and describes it in a view of `size` declared bytes. False, and
   // one error line, when the chunk is not open or the view is null; the buffer keeps its content
   // then.
@@ -70,7 +73,6 @@ class FORGE_EXPORT ResourcesCache : public details::CounterClient {
   // The caller holds mutex_.
   Chunk* FindChunkUnsafe(uint32_t chunk_id);  // Also finds free slots, by id 0.
   Chunk* GetChunkUnsafe(uint32_t chunk_id);   // Null and one error line when it is not open.
-  static const char* AppendUnsafe(Chunk& chunk, std::string_view text);
   static void RemoveUnsafe(Chunk* chunk);
 
   std::mutex mutex_;

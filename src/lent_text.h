@@ -7,26 +7,23 @@
 // Threads: any.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string_view>
-
-#include <QJsonObject>
+#include <string>
+#include <utility>
 
 #include "forge/resources_cache.h"
-#include "src/message_channel.h"
 
 namespace tavo::details {
 
-// Calls callback(text, chunk id) with a copy. False, without a call, when no chunk can be opened.
+// Calls callback(text, chunk id). False, without a call, when no chunk can be opened.
 template <typename Callback, typename Reachable>
-bool LendText(forge::ResourcesCache& cache, std::string_view text, Callback&& callback,
+bool LendText(forge::ResourcesCache& cache, std::string&& text, Callback&& callback,
               Reachable&& reachable) {
   const uint32_t chunk_id = cache.CreateChunk();
   if (chunk_id == 0) return false;
   try {
-    callback(cache.AppendStr(chunk_id, text), chunk_id);
+    callback(cache.TakeStr(chunk_id, std::move(text)), chunk_id);
   } catch (...) {
     cache.RemoveChunkIfOpen(chunk_id);
     throw;
@@ -35,15 +32,14 @@ bool LendText(forge::ResourcesCache& cache, std::string_view text, Callback&& ca
   return true;
 }
 
-// Delivers the text of a message, if it has one, to the slots' OnMessage, if they have one.
+// Delivers the text of a message to the slots' OnMessage, if they have one.
 template <typename Slots, typename Reachable>
-void DeliverMessage(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& slots,
-                    const QJsonObject& message, Reachable&& reachable) {
-  const auto text = MessageChannel::TextOf(message);
-  if (!text || !slots || !slots->HasOnMessage()) return;
+void DeliverText(forge::ResourcesCache& cache, const std::shared_ptr<Slots>& slots,
+                 std::string&& text, Reachable&& reachable) {
+  if (!slots || !slots->HasOnMessage()) return;
   LendText(
-      cache, {text->constData(), static_cast<std::size_t>(text->size())},
-      [&slots](const char* copy, uint32_t chunk_id) { slots->OnMessage(copy, chunk_id); },
+      cache, std::move(text),
+      [&slots](const char* lent, uint32_t chunk_id) { slots->OnMessage(lent, chunk_id); },
       reachable);
 }
 

@@ -2,16 +2,15 @@
 //
 // Threads: made on the thread whose event loop reads the messages, where the handler runs too; Send
 //          and Close may be called from any. The messaging object is destroyed on its own thread.
-// Errors:  an exception of the handler ends here as an error line.
+// Errors:  an exception of the handler ends here as an error line. A message whose "data" is no
+//          string is dropped.
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <optional>
+#include <string>
 #include <string_view>
 
-#include <QByteArray>
-#include <QJsonObject>
 #include <QObject>
 
 #include "platform/runtime_manager/task_messaging.h"
@@ -20,7 +19,7 @@ namespace tavo::details {
 
 class MessageChannel {
  public:
-  using Handler = std::function<void(const QJsonObject& message)>;
+  using Handler = std::function<void(std::string&& text)>;  // In UTF-8.
 
   MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> messaging, Handler handler);
   ~MessageChannel();
@@ -31,9 +30,6 @@ class MessageChannel {
 
   // Disconnects: messages that arrive later do not reach the handler.
   void Close();
-
-  // Returns the text of a message in UTF-8, or nothing if "data" is no string.
-  static std::optional<QByteArray> TextOf(const QJsonObject& message);
 
  private:
   const std::shared_ptr<RuntimeManager::TaskMessaging> messaging_;

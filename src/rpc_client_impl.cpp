@@ -216,8 +216,8 @@ void RpcClientImpl::OpenChannel() {
   const auto slots = slots_;
   const auto channel = std::make_shared<details::MessageChannel>(
       details::MakeQtShared<RuntimeManager::TaskMessaging>(task_->socketPath(), nullptr),
-      [weak = weak_from_this()](const QJsonObject& message) {
-        if (const auto client = weak.lock()) client->OnMessageReceived(message);
+      [weak = weak_from_this()](std::string&& text) {
+        if (const auto client = weak.lock()) client->OnMessageReceived(std::move(text));
       });
   std::atomic_store(&channel_, channel);
   // Release may have come from another thread before there was a channel to take down.
@@ -232,9 +232,9 @@ bool RpcClientImpl::SendMessage(std::string_view text) {
   return true;
 }
 
-void RpcClientImpl::OnMessageReceived(const QJsonObject& message) {
+void RpcClientImpl::OnMessageReceived(std::string&& text) {
   const auto slots = slots_;  // Keeps the slots alive until the callback returns.
-  details::DeliverMessage(cache_, slots, message, [this] { return IsReachable(); });
+  details::DeliverText(cache_, slots, std::move(text), [this] { return IsReachable(); });
 }
 
 void RpcClientImpl::Release() {

@@ -15,8 +15,6 @@
 #include <string>
 #include <string_view>
 
-#include <QJsonObject>
-
 #include "forge/object.h"
 #include "forge/resources_cache.h"
 #include "forge/signals.h"
@@ -68,7 +66,7 @@ class RpcClientImpl final : public forge::Object<RpcClientImpl, _TAVORpcClientRe
   void OpenChannel();
 
   bool SendMessage(std::string_view text);
-  void OnMessageReceived(const QJsonObject& message);
+  void OnMessageReceived(std::string&& text);
 
   void Release();
   void OnStop();

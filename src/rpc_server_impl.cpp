@@ -1,5 +1,7 @@
 #include "src/rpc_server_impl.h"
 
+#include <utility>
+
 #include "forge/logger.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "src/border.h"
@@ -77,15 +79,15 @@ void RpcServerImpl::OpenChannel() {
   const auto channel = std::make_shared<details::MessageChannel>(
       details::MakeQtShared<RuntimeManager::TaskMessaging>(
           RuntimeManager::RuntimeDispatcher::instance()->localServerSocket(), nullptr),
-      [ref = GetRef()](const QJsonObject& message) {
-        if (const auto server = FromRef(ref)) server->OnMessageReceived(message);
+      [ref = GetRef()](std::string&& text) {
+        if (const auto server = FromRef(ref)) server->OnMessageReceived(std::move(text));
       });
   std::atomic_store(&channel_, channel);
 }
 
-void RpcServerImpl::OnMessageReceived(const QJsonObject& message) {
+void RpcServerImpl::OnMessageReceived(std::string&& text) {
   const auto slots = slots_;  // Keeps the slots alive until the callback returns.
-  details::DeliverMessage(cache_, slots, message, [this] { return IsReachable(); });
+  details::DeliverText(cache_, slots, std::move(text), [this] { return IsReachable(); });
 }
 
 }  // namespace tavo

@@ -8,8 +8,6 @@
 #include <memory>
 #include <string>
 
-#include <QJsonObject>
-
 #include "forge/object.h"
 #include "forge/resources_cache.h"
 #include "src/lent_text.h"
@@ -42,7 +40,7 @@ class RpcServerImpl final : public forge::Object<RpcServerImpl, _TAVORpcServerRe
   bool IsReachable() const;  // Returns whether the handle still resolves to this object.
   void Run(const TAVORpcServerSlots* slots);
   void OpenChannel();
-  void OnMessageReceived(const QJsonObject& message);
+  void OnMessageReceived(std::string&& text);
 
   forge::ResourcesCache cache_;
   std::shared_ptr<RpcServerListener> slots_;

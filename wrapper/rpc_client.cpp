@@ -3,9 +3,10 @@
 #include <optional>
 #include <utility>
 
-#include "flrpc/message.h"
+#include "flrpc/message_text.h"
 #include "forge/fence.h"
 #include "forge/logger.h"
+#include "src/border.h"
 
 namespace tavo {
 namespace {
@@ -22,8 +23,7 @@ void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* 
           Message&& message) {
   const auto table = weak_table.lock();
   if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
-  // The message is destroyed before its text is sent: a large payload is not held twice.
-  const std::string text = Message(std::move(message)).ToBase64();
+  const std::string text = flrpc::details::ToText(std::move(message));
   if (!text.empty()) table->Get().SendMessage(client, text.c_str());
 }
 
@@ -96,8 +96,8 @@ void RpcClient::HandleOnMessage(void* context, const char* text, unsigned int ch
   const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
   if (!self) return;
   forge::Fence("OnMessage", [&] {
-    std::string owned(text);  // A null text throws.
-    if (!owned.empty()) self->inner_->ReceiveMessage(Message::FromBase64(std::move(owned)));
+    const std::string_view lent = details::RequireText(text);
+    if (!lent.empty()) self->inner_->ReceiveMessage(flrpc::details::FromText(lent));
   });
   self->Unlock(chunk_id);
 }

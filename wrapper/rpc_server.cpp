@@ -2,8 +2,9 @@
 
 #include <utility>
 
-#include "flrpc/message.h"
+#include "flrpc/message_text.h"
 #include "forge/fence.h"
+#include "src/border.h"
 
 namespace tavo {
 namespace {
@@ -27,8 +28,7 @@ RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
           [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
             const auto living = weak_table.lock();
             if (!living) return;
-            // The message is destroyed before its text is sent: a large payload is not held twice.
-            const std::string text = Message(std::move(message)).ToBase64();
+            const std::string text = flrpc::details::ToText(std::move(message));
             if (!text.empty()) living->Get().SendMessage(server, text.c_str());
           })) {}
 
@@ -62,8 +62,8 @@ void RpcServer::HandleOnMessage(void* context, const char* text, unsigned int ch
   const auto self = FromRef(static_cast<_RpcServerWrapperRef*>(context));
   if (!self) return;
   forge::Fence("OnMessage", [&] {
-    std::string owned(text);  // A null text throws.
-    if (!owned.empty()) self->inner_->ReceiveMessage(Message::FromBase64(std::move(owned)));
+    const std::string_view lent = details::RequireText(text);
+    if (!lent.empty()) self->inner_->ReceiveMessage(flrpc::details::FromText(lent));
   });
   self->UnlockIfAny(chunk_id);
 }

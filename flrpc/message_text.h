@@ -1,0 +1,21 @@
+// The conversions between a message and its Base64 text that a transport needs: without the copies
+// that the public ones make (flrpc/message.h), with the same results.
+//
+// Threads: any.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "flrpc/message.h"
+
+namespace flrpc::details {
+
+// Same contract as Message::ToBase64. The message is destroyed before its text is made, so a large
+// payload is not held in both.
+std::string ToText(Message&& message);
+
+// Same contract as Message::FromBase64. The text is borrowed until the call returns.
+Message FromText(std::string_view text);
+
+}  // namespace flrpc::details
