@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <exception>
-#include <memory>
 #include <utility>
+#include <vector>
 
 #include "cw/admission.h"
 #include "cw/byte_streams.h"
@@ -11,6 +11,7 @@
 #include "forge/base64.h"
 #include "forge/buffer.h"
 #include "forge/logger.h"
+#include "forge/spare_blocks.h"
 
 namespace flrpc {
 namespace {
@@ -32,6 +33,7 @@ constexpr std::string_view kDataKey = "\7\4data";
 constexpr std::string_view kMessageKey = "\7\7message";
 
 constexpr size_t kUsualSize = 256;
+constexpr size_t kMinKept = forge::SpareBlocks<std::vector<uint8_t>>::kMinKept;
 
 // Writes the members of a map without making the map. They must come in the order of their keys.
 class MapWriter {
@@ -114,7 +116,9 @@ forge::Buffer Serialize(const Message& message) {
   if (message.IsEmpty() || (response && response->body.valueless_by_exception())) {
     return message.ToEncodable().Serialize();
   }
-  forge::Buffer buffer;
+  auto room = forge::SpareBytes().Take(kMinKept);  // The size is not known yet.
+  room.clear();
+  forge::Buffer buffer(std::move(room));
   MapWriter map(&buffer);
   if (response) {
     Encode(*response, map);
@@ -135,11 +139,15 @@ forge::Buffer Serialize(const Message& message) {
 class DecodedText {
  public:
   explicit DecodedText(std::string_view text)
-      : size_(forge::base64::DecodedSize(text.data(), text.size())),
-        large_(size_ > sizeof small_ ? new uint8_t[size_] : nullptr),
-        data_(large_ ? large_.get() : small_) {
+      : size_(forge::base64::DecodedSize(text.data(), text.size())), data_(small_) {
+    if (size_ > sizeof small_) {
+      large_ = forge::SpareBytes().Take(size_);
+      large_.resize(size_);
+      data_ = large_.data();
+    }
     if (!forge::base64::Decode(text.data(), text.size(), data_)) size_ = 0;
   }
+  ~DecodedText() { forge::SpareBytes().Keep(std::move(large_)); }
   DecodedText(const DecodedText&) = delete;
   DecodedText& operator=(const DecodedText&) = delete;
 
@@ -148,9 +156,9 @@ class DecodedText {
 
  private:
   uint8_t small_[512];
+  std::vector<uint8_t> large_;
   size_t size_;
-  const std::unique_ptr<uint8_t[]> large_;
-  uint8_t* const data_;
+  uint8_t* data_;
 };
 
 Message Decode(const DecodedText& bytes) {
@@ -189,10 +197,20 @@ Message Message::FromBase64(std::string&& text) {
 
 namespace details {
 
-std::string ToText(Message&& message) {
-  const forge::Buffer bytes = Serialize(Message(std::move(message)));
-  return bytes.ToBase64();
+MessageText::MessageText(Message&& message) {
+  forge::Buffer bytes = Serialize(Message(std::move(message)));
+  const size_t size = forge::base64::EncodedSize(bytes.GetSize());
+  text_ = forge::SpareTexts().Take(size);
+  if (text_.empty()) {
+    text_ = bytes.ToBase64();
+  } else {
+    text_.resize(size);
+    forge::base64::Encode(bytes.GetData(), bytes.GetSize(), text_.data());
+  }
+  if (bytes.GetCapacity() >= kMinKept) forge::SpareBytes().Keep(std::move(*bytes.Extract()));
 }
+
+MessageText::~MessageText() { forge::SpareTexts().Keep(std::move(text_)); }
 
 Message FromText(std::string_view text) {
   return OrEmpty([text] { return Decode(DecodedText(text)); });

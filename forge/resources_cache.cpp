@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "forge/logger.h"
+#include "forge/spare_blocks.h"
 
 namespace forge {
 
@@ -80,7 +81,9 @@ ResourcesCache::Chunk* ResourcesCache::GetChunkUnsafe(uint32_t chunk_id) {
 }
 
 void ResourcesCache::RemoveUnsafe(Chunk* chunk) {
-  if (chunk) *chunk = Chunk{};  // The slot stays for reuse.
+  if (!chunk) return;
+  for (std::string& text : chunk->texts) SpareTexts().Keep(std::move(text));
+  *chunk = Chunk{};  // The slot stays for reuse.
 }
 
 ResourcesCacheGuard::ResourcesCacheGuard(ResourcesCache& cache)

@@ -12,6 +12,8 @@
 #include <QJsonDocument>
 #include <QString>
 
+#include "forge/spare_blocks.h"
+
 namespace tavo::details {
 namespace {
 
@@ -34,6 +36,10 @@ bool IsPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return IsPlain(c); });
 }
 
+// The parser makes few and small blocks, but it looks at each byte. The insertion converts the text
+// to UTF-16 and back.
+bool IsParsedFaster(int size) { return size < 700 || size > 1 << 20; }
+
 QJsonObject ParsePlain(std::string_view text) {
   QByteArray line;
   line.reserve(static_cast<int>(kHead.size() + text.size() + kTail.size()));
@@ -43,23 +49,23 @@ QJsonObject ParsePlain(std::string_view text) {
   return QJsonDocument::fromJson(line).object();
 }
 
-QJsonObject Insert(std::string_view text) {
+QJsonObject Insert(const QJsonValue& text) {
   QJsonObject message;
-  message.insert(QLatin1String(kKey),
-                 QString::fromUtf8(text.data(), static_cast<int>(text.size())));
+  message.insert(QLatin1String(kKey), text);
   return message;
 }
 
 }  // namespace
 
 QJsonObject ToJson(std::string_view text) {
-  constexpr size_t kMaxLine = std::numeric_limits<int>::max();
-  if (text.size() > kMaxLine) throw std::length_error("text is too long");
-  if (text.size() <= kMaxLine - kHead.size() - kTail.size() && IsPlain(text)) {
+  if (text.size() > std::numeric_limits<int>::max()) throw std::length_error("text is too long");
+  const auto size = static_cast<int>(text.size());
+  if (!IsPlain(text)) return Insert(QString::fromUtf8(text.data(), size));
+  if (IsParsedFaster(size)) {
     QJsonObject message = ParsePlain(text);
     if (!message.isEmpty()) return message;  // Empty: the parser takes no text of this size.
   }
-  return Insert(text);
+  return Insert(QLatin1String(text.data(), size));
 }
 
 std::optional<std::string> JsonTextReader::Read(const QJsonObject& message) {
@@ -91,7 +97,12 @@ qint64 JsonTextReader::Sink::writeData(const char* data, qint64 size) try {
     head_left_ = info < 24 ? 1 : 1 + (1 << (info - 24));
   }
   const qint64 skipped = std::min(size, head_left_.value_or(0));
-  text_.append(data + skipped, static_cast<size_t>(size - skipped));
+  const auto text_size = static_cast<size_t>(size - skipped);
+  if (text_.empty()) {
+    text_ = forge::SpareTexts().Take(text_size);
+    text_.clear();
+  }
+  text_.append(data + skipped, text_size);
   if (head_left_) *head_left_ -= skipped;
   return size;
 } catch (const std::bad_alloc&) {

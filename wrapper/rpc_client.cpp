@@ -23,8 +23,8 @@ void Send(const std::weak_ptr<RpcClient::Table>& weak_table, _TAVORpcClientRef* 
           Message&& message) {
   const auto table = weak_table.lock();
   if (!table || !FORGE_COVERED_OR_LOG(table->Get(), SendMessage)) return;
-  const std::string text = flrpc::details::ToText(std::move(message));
-  if (!text.empty()) table->Get().SendMessage(client, text.c_str());
+  const flrpc::details::MessageText text(std::move(message));
+  if (!text.Get().empty()) table->Get().SendMessage(client, text.Get().c_str());
 }
 
 // Code 0 is no error.

@@ -28,8 +28,8 @@ RpcServer::RpcServer(const std::shared_ptr<forge::IDispatcher>& dispatcher,
           [weak_table = std::weak_ptr<Table>(table_), server](Message&& message) {
             const auto living = weak_table.lock();
             if (!living) return;
-            const std::string text = flrpc::details::ToText(std::move(message));
-            if (!text.empty()) living->Get().SendMessage(server, text.c_str());
+            const flrpc::details::MessageText text(std::move(message));
+            if (!text.Get().empty()) living->Get().SendMessage(server, text.Get().c_str());
           })) {}
 
 std::shared_ptr<flrpc::IServer> RpcServer::Create(
