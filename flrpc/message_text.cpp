@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <exception>
 #include <utility>
-#include <vector>
 
 #include "cw/admission.h"
 #include "cw/byte_streams.h"
@@ -11,7 +10,7 @@
 #include "forge/base64.h"
 #include "forge/buffer.h"
 #include "forge/logger.h"
-#include "forge/spare_blocks.h"
+#include "forge/spare_texts.h"
 
 namespace flrpc {
 namespace {
@@ -33,7 +32,6 @@ constexpr std::string_view kDataKey = "\7\4data";
 constexpr std::string_view kMessageKey = "\7\7message";
 
 constexpr size_t kUsualSize = 256;
-constexpr size_t kMinKept = forge::SpareBlocks<std::vector<uint8_t>>::kMinKept;
 
 // Writes the members of a map without making the map. They must come in the order of their keys.
 class MapWriter {
@@ -116,9 +114,7 @@ forge::Buffer Serialize(const Message& message) {
   if (message.IsEmpty() || (response && response->body.valueless_by_exception())) {
     return message.ToEncodable().Serialize();
   }
-  auto room = forge::SpareBytes().Take(kMinKept);  // The size is not known yet.
-  room.clear();
-  forge::Buffer buffer(std::move(room));
+  forge::Buffer buffer;
   MapWriter map(&buffer);
   if (response) {
     Encode(*response, map);
@@ -139,15 +135,15 @@ forge::Buffer Serialize(const Message& message) {
 class DecodedText {
  public:
   explicit DecodedText(std::string_view text)
-      : size_(forge::base64::DecodedSize(text.data(), text.size())), data_(small_) {
+      : size_(forge::base64::DecodedSize(text.data(), text.size())) {
     if (size_ > sizeof small_) {
-      large_ = forge::SpareBytes().Take(size_);
+      large_ = forge::SpareTexts::Get().Take(size_);
       large_.resize(size_);
-      data_ = large_.data();
+      data_ = reinterpret_cast<uint8_t*>(large_.data());
     }
     if (!forge::base64::Decode(text.data(), text.size(), data_)) size_ = 0;
   }
-  ~DecodedText() { forge::SpareBytes().Keep(std::move(large_)); }
+  ~DecodedText() { forge::SpareTexts::Get().Keep(std::move(large_)); }
   DecodedText(const DecodedText&) = delete;
   DecodedText& operator=(const DecodedText&) = delete;
 
@@ -155,10 +151,10 @@ class DecodedText {
   size_t GetSize() const { return size_; }
 
  private:
-  uint8_t small_[512];
-  std::vector<uint8_t> large_;
   size_t size_;
-  uint8_t* data_;
+  uint8_t small_[512];
+  std::string large_;
+  uint8_t* data_ = small_;
 };
 
 Message Decode(const DecodedText& bytes) {
@@ -198,19 +194,18 @@ Message Message::FromBase64(std::string&& text) {
 namespace details {
 
 MessageText::MessageText(Message&& message) {
-  forge::Buffer bytes = Serialize(Message(std::move(message)));
+  const forge::Buffer bytes = Serialize(Message(std::move(message)));
   const size_t size = forge::base64::EncodedSize(bytes.GetSize());
-  text_ = forge::SpareTexts().Take(size);
-  if (text_.empty()) {
+  if (size > forge::SpareTexts::kMaxKept) {
     text_ = bytes.ToBase64();
   } else {
+    text_ = forge::SpareTexts::Get().Take(size);
     text_.resize(size);
     forge::base64::Encode(bytes.GetData(), bytes.GetSize(), text_.data());
   }
-  if (bytes.GetCapacity() >= kMinKept) forge::SpareBytes().Keep(std::move(*bytes.Extract()));
 }
 
-MessageText::~MessageText() { forge::SpareTexts().Keep(std::move(text_)); }
+MessageText::~MessageText() { forge::SpareTexts::Get().Keep(std::move(text_)); }
 
 Message FromText(std::string_view text) {
   return OrEmpty([text] { return Decode(DecodedText(text)); });

@@ -13,7 +13,7 @@ namespace flrpc::details {
 
 // The text of Message::ToBase64. The message is destroyed before its text is made, so a large
 // payload is not held in both. The memory of the text is kept for the next message
-// (forge/spare_blocks.h).
+// (forge/spare_texts.h).
 class MessageText {
  public:
   explicit MessageText(Message&& message);

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "forge/logger.h"
-#include "forge/spare_blocks.h"
+#include "forge/spare_texts.h"
 
 namespace forge {
 
@@ -82,7 +82,7 @@ ResourcesCache::Chunk* ResourcesCache::GetChunkUnsafe(uint32_t chunk_id) {
 
 void ResourcesCache::RemoveUnsafe(Chunk* chunk) {
   if (!chunk) return;
-  for (std::string& text : chunk->texts) SpareTexts().Keep(std::move(text));
+  for (std::string& text : chunk->texts) SpareTexts::Get().Keep(std::move(text));
   *chunk = Chunk{};  // The slot stays for reuse.
 }
 

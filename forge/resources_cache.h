@@ -56,7 +56,7 @@ class FORGE_EXPORT ResourcesCache : public details::CounterClient {
   bool AppendBuffer(uint32_t chunk_id, Buffer&& buffer, ForgeBufferView* view, uint32_t size);
 
   // Frees all copies of the chunk, and with it the id; every pointer into the chunk dangles
-  // afterwards.
+  // afterwards. The memory of a large text may be kept for the next one (forge/spare_texts.h).
   void RemoveChunk(uint32_t chunk_id);
 
   // The same, but a chunk that is not open is only a false result, without a line. For a producer

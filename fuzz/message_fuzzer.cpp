@@ -1,6 +1,6 @@
 // Messages, from Base64 text and from values. The first byte chooses: the rest is the text, or the
 // bytes that it encodes.
-#include "flrpc/message.h"
+#include "flrpc/message_text.h"
 #include "flrpc/sendable.h"
 #include "fuzz/input.h"
 
@@ -14,6 +14,7 @@ static void Check(const Message& message) {
   const std::string text = message.ToBase64();
   const Buffer bytes = value.Serialize();
   assert(bytes.ToBase64() == text);
+  assert(flrpc::details::MessageText(Message(message)).Get() == text);
   const bool is_sent = !flrpc::details::FindUnsendable(message);
   assert(is_sent == fuzz::IsAdmissible(bytes));
   if (!is_sent || !fuzz::ReadsBack(value)) return;
@@ -32,6 +33,8 @@ void fuzz::Run(const Buffer& input) {
   Check(Message::FromBase64(text));
   if (!IsAdmissible(bytes)) return;
   const auto value = cw::EncodableValue::Deserialize(bytes);
+  const Message message = value.IsNull() ? Message() : Message::FromEncodable(value);
+  assert(Message::FromBase64(text).ToBase64() == message.ToBase64());
   if (!ReadsBack(value)) return;
   // What is put into a message survives in it.
   const Message::ID id("id");

@@ -1,6 +1,8 @@
 #include "src/json_text.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -12,7 +14,7 @@
 #include <QJsonDocument>
 #include <QString>
 
-#include "forge/spare_blocks.h"
+#include "forge/spare_texts.h"
 
 namespace tavo::details {
 namespace {
@@ -22,25 +24,30 @@ constexpr std::string_view kHead = "{\"data\":\"";
 constexpr std::string_view kTail = "\"}";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-constexpr bool IsPlain(char c) { return c >= ' ' && c < 0x7F && c != '"' && c != '\\'; }
-
-// Returns whether the text stands for itself in a line of JSON, as Base64 does. The inner loop has
-// a fixed length and no exit, so that the compiler uses vectors.
-bool IsPlain(std::string_view text) {
-  constexpr size_t kBlock = 64;
-  for (; text.size() >= kBlock; text.remove_prefix(kBlock)) {
-    unsigned char odd = 0;
-    for (size_t i = 0; i < kBlock; ++i) odd |= static_cast<unsigned char>(!IsPlain(text[i]));
-    if (odd != 0) return false;
+bool IsAscii(std::string_view text) {
+  uint64_t bits = 0;
+  for (uint64_t word; text.size() >= sizeof word; text.remove_prefix(sizeof word)) {
+    std::memcpy(&word, text.data(), sizeof word);
+    bits |= word;
   }
-  return std::all_of(text.begin(), text.end(), [](char c) { return IsPlain(c); });
+  for (const char c : text) bits |= static_cast<unsigned char>(c);
+  return (bits & 0x8080808080808080) == 0;
 }
 
-// The parser makes few and small blocks, but it looks at each byte. The insertion converts the text
-// to UTF-16 and back.
-bool IsParsedFaster(int size) { return size < 700 || size > 1 << 20; }
+// The parser makes fewer and smaller blocks than an insertion, which converts the text to UTF-16
+// and back. But it looks at each byte, so in between the insertion is faster.
+bool IsParsedFaster(size_t size) {
+  constexpr size_t kFew = 700;
+  constexpr size_t kMany = size_t{1} << 20;
+  constexpr size_t kMost = size_t{1} << 30;  // Qt's sizes are of the type int.
+  return size < kFew || (size > kMany && size < kMost);
+}
 
-QJsonObject ParsePlain(std::string_view text) {
+bool IsUnescaped(std::string_view text) {
+  return text.find('"') == text.npos && text.find('\\') == text.npos;
+}
+
+QJsonObject ParseUnescaped(std::string_view text) {
   QByteArray line;
   line.reserve(static_cast<int>(kHead.size() + text.size() + kTail.size()));
   for (const std::string_view part : {kHead, text, kTail}) {
@@ -60,10 +67,10 @@ QJsonObject Insert(const QJsonValue& text) {
 QJsonObject ToJson(std::string_view text) {
   if (text.size() > std::numeric_limits<int>::max()) throw std::length_error("text is too long");
   const auto size = static_cast<int>(text.size());
-  if (!IsPlain(text)) return Insert(QString::fromUtf8(text.data(), size));
-  if (IsParsedFaster(size)) {
-    QJsonObject message = ParsePlain(text);
-    if (!message.isEmpty()) return message;  // Empty: the parser takes no text of this size.
+  if (!IsAscii(text)) return Insert(QString::fromUtf8(text.data(), size));
+  if (IsParsedFaster(text.size()) && IsUnescaped(text)) {
+    QJsonObject message = ParseUnescaped(text);
+    if (!message.isEmpty()) return message;  // Empty: the parser refuses the text.
   }
   return Insert(QLatin1String(text.data(), size));
 }
@@ -99,7 +106,7 @@ qint64 JsonTextReader::Sink::writeData(const char* data, qint64 size) try {
   const qint64 skipped = std::min(size, head_left_.value_or(0));
   const auto text_size = static_cast<size_t>(size - skipped);
   if (text_.empty()) {
-    text_ = forge::SpareTexts().Take(text_size);
+    text_ = forge::SpareTexts::Get().Take(text_size);
     text_.clear();
   }
   text_.append(data + skipped, text_size);

@@ -1,8 +1,8 @@
 // The JSON object that carries a text: {"data": text}.
 //
-// Qt's insertion and conversion of a text go by way of UTF-16, which costs several copies of it.
-// Here Qt's parser makes the object, and Qt's CBOR view of the object gives the text, because both
-// keep its 8-bit form. The results are the same: what differs by that way takes the usual one.
+// Qt's usual conversions of a text go by way of UTF-16, which costs several copies of it. So the
+// object of an ASCII text is made from its bytes, and Qt's CBOR view of an object gives the text in
+// UTF-8. The results are those of the usual conversions.
 #pragma once
 
 #include <optional>

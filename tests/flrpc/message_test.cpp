@@ -1,7 +1,6 @@
-#include "flrpc/message.h"
-
 #include <gtest/gtest.h>
 
+#include "flrpc/message_text.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/values.h"
 
@@ -124,6 +123,15 @@ TEST_F(MessageTest, HostileTextIsEmpty) {
   }
   EXPECT_TRUE(Message::FromBase64("Df//////").IsEmpty());  // A map that says it is huge.
   EXPECT_EQ("[error] RPC message refused: it declares more than it holds", log_.TakeLine());
+}
+
+TEST_F(MessageTest, TextIsTheSameWhateverMemoryWasKept) {
+  for (const size_t size : {100, 60000, 40000, 300000, 900000, 50, 60000}) {
+    const auto message = Message::CreateNotification("m", std::string(size, char('a' + size % 23)));
+    const flrpc::details::MessageText text{Message(message)};
+    EXPECT_EQ(message.ToEncodable().Serialize().ToBase64(), text.Get());
+    EXPECT_EQ(message.ToEncodable(), flrpc::details::FromText(text.Get()).ToEncodable());
+  }
 }
 
 }  // namespace
