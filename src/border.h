@@ -7,28 +7,18 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <stdexcept>
-#include <string_view>
 #include <type_traits>
 
 #include "forge/fence.h"
 #include "forge/forge_capi.h"
+#include "forge/null_text.h"
 #include "forge/proc_table.h"
 
 namespace tavo::details {
 
-// The exception for a null text, for the entries whose contract says that they throw.
-class NullTextError : public std::logic_error {
- public:
-  NullTextError() : std::logic_error("basic_string: construction from null is not valid") {}
-};
-
-inline std::string_view RequireText(const char* text) {
-  if (!text) throw NullTextError();
-  return text;
-}
-
 using forge::Fence;
+using forge::NullTextError;
+using forge::RequireText;
 
 // The fence of an entry that returns a result, which is `failure` after a stray exception.
 template <typename Body>

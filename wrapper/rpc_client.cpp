@@ -6,7 +6,7 @@
 #include "flrpc/message_text.h"
 #include "forge/fence.h"
 #include "forge/logger.h"
-#include "src/border.h"
+#include "forge/null_text.h"
 
 namespace tavo {
 namespace {
@@ -96,7 +96,7 @@ void RpcClient::HandleOnMessage(void* context, const char* text, unsigned int ch
   const auto self = FromRef(static_cast<_RpcClientWrapperRef*>(context));
   if (!self) return;
   forge::Fence("OnMessage", [&] {
-    const std::string_view lent = details::RequireText(text);
+    const std::string_view lent = forge::RequireText(text);
     if (!lent.empty()) self->inner_->ReceiveMessage(flrpc::details::FromText(lent));
   });
   self->Unlock(chunk_id);

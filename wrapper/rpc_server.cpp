@@ -4,7 +4,7 @@
 
 #include "flrpc/message_text.h"
 #include "forge/fence.h"
-#include "src/border.h"
+#include "forge/null_text.h"
 
 namespace tavo {
 namespace {
@@ -62,7 +62,7 @@ void RpcServer::HandleOnMessage(void* context, const char* text, unsigned int ch
   const auto self = FromRef(static_cast<_RpcServerWrapperRef*>(context));
   if (!self) return;
   forge::Fence("OnMessage", [&] {
-    const std::string_view lent = details::RequireText(text);
+    const std::string_view lent = forge::RequireText(text);
     if (!lent.empty()) self->inner_->ReceiveMessage(flrpc::details::FromText(lent));
   });
   self->UnlockIfAny(chunk_id);
