@@ -6,7 +6,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "forge/base64_alphabet.h"
+#include "forge/base64_tables.h"
 #include "forge/base64_variants.h"
 
 namespace forge::base64 {

@@ -4,7 +4,7 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 
-#include "forge/base64_alphabet.h"
+#include "forge/base64_tables.h"
 
 #define TAVO_AVX2 [[gnu::target("avx2")]]
 
@@ -19,61 +19,32 @@ constexpr std::size_t kBlockText = 32;
 constexpr std::size_t kBytesBeyond = 4;
 constexpr std::size_t kTextBeyond = 16;
 
-// What a byte shuffle looks up: it works on each half of a vector, with the same table.
-struct Table {
-  int8_t at[16] = {};
-};
-
 // Each group of three bytes b0 b1 b2 becomes the four bytes b1 b0 b2 b1.
-constexpr Table kSpreadGroups = {{1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10}};
+constexpr Table16 kSpreadGroups = {{1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10}};
 
 // The reverse, from groups in four bytes each, lowest byte first. -1 gives a zero.
-constexpr Table kJoinGroups = {{2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1}};
+constexpr Table16 kJoinGroups = {{2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1}};
 
-// A character minus its digit: of capital letters, small letters, the ten numerals, "+" and "/".
-constexpr Table kToCharacter = {
-    {'A', 'a' - 26, -4, -4, -4, -4, -4, -4, -4, -4, -4, -4, '+' - 62, '/' - 63, 0, 0}};
-
-// A digit minus its character, by the row of the character: rows have 16 characters each. "/" is
-// counted as of row 1, which has no other digits, because "+" is in the same row.
-constexpr Table kToDigit = {
-    {0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0}};
-
-// A bit for each row that has digits, and one for all other rows.
-constexpr uint8_t BitOfRow(std::size_t row) {
-  return static_cast<uint8_t>(row >= 2 && row < 8 ? 1 << (row - 2) : 1 << 6);
-}
-
-constexpr Table RowBits() {
-  Table table;
-  for (std::size_t row = 0; row < 16; ++row) table.at[row] = static_cast<int8_t>(BitOfRow(row));
+// The bit of each row, as in kDigitRows. Rows beyond ASCII share that of row 0, which has no
+// digits.
+constexpr Table16 RowBits() {
+  Table16 table;
+  for (std::size_t row = 0; row < 16; ++row)
+    table.at[row] = static_cast<int8_t>(row < 8 ? 1 << row : 1);
   return table;
 }
-constexpr Table kRowBits = RowBits();
-
-// The bits of the rows that have no digit in this column.
-constexpr Table WrongRows() {
-  Table table;
-  for (std::size_t column = 0; column < 16; ++column) {
-    unsigned wrong = 0;
-    for (std::size_t row = 0; row < 16; ++row) {
-      if (row >= 8 || kAsciiDigits.of[row * 16 + column] == kNoDigit) wrong |= BitOfRow(row);
-    }
-    table.at[column] = static_cast<int8_t>(wrong);
-  }
-  return table;
-}
-constexpr Table kWrongRows = WrongRows();
+constexpr Table16 kRowBits = RowBits();
 
 TAVO_AVX2 inline __m128i LoadHalf(const void* memory) {
   return _mm_loadu_si128(static_cast<const __m128i*>(memory));
 }
 
-TAVO_AVX2 inline __m256i Load(const Table& table) {
+// A byte shuffle works on each half of a vector, here with the same table.
+TAVO_AVX2 inline __m256i Load(const Table16& table) {
   return _mm256_broadcastsi128_si256(LoadHalf(table.at));
 }
 
-TAVO_AVX2 inline __m256i LookUp(const Table& table, __m256i index) {
+TAVO_AVX2 inline __m256i LookUp(const Table16& table, __m256i index) {
   return _mm256_shuffle_epi8(Load(table), index);
 }
 
@@ -104,7 +75,7 @@ TAVO_AVX2 inline __m256i RowsOf(__m256i characters) {
 
 TAVO_AVX2 inline bool AreDigits(__m256i characters, __m256i rows) {
   const __m256i columns = _mm256_and_si256(characters, _mm256_set1_epi8(0x0F));
-  return _mm256_testz_si256(LookUp(kRowBits, rows), LookUp(kWrongRows, columns)) != 0;
+  return _mm256_testc_si256(LookUp(kDigitRows, columns), LookUp(kRowBits, rows)) != 0;
 }
 
 TAVO_AVX2 inline __m256i DigitsOf(__m256i characters, __m256i rows) {

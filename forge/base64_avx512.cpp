@@ -4,7 +4,7 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 
-#include "forge/base64_alphabet.h"
+#include "forge/base64_tables.h"
 
 #define TAVO_AVX512 [[gnu::target("avx512f,avx512bw,avx512vbmi")]]
 

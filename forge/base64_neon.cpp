@@ -6,7 +6,7 @@
 #include <asm/hwcap.h>
 #include <sys/auxv.h>
 
-#include "forge/base64_alphabet.h"
+#include "forge/base64_tables.h"
 
 // Only these functions use NEON: the processors that the library is built for may lack it.
 #define TAVO_NEON [[gnu::target("fpu=neon")]]
@@ -17,43 +17,41 @@ namespace {
 constexpr std::size_t kBlockBytes = 48;
 constexpr std::size_t kBlockText = 64;
 
-// All digits are among the 80 characters from "+" to "z".
-constexpr uint8_t kFirstCharacter = '+';
-
-TAVO_NEON inline uint8x8x4_t LoadTable(const void* memory) {
-  const auto* bytes = static_cast<const uint8_t*>(memory);
-  return {{vld1_u8(bytes), vld1_u8(bytes + 8), vld1_u8(bytes + 16), vld1_u8(bytes + 24)}};
+TAVO_NEON inline uint8x8_t LoadHalf(const Table16& table, std::size_t half) {
+  return vreinterpret_u8_s8(vld1_s8(table.at + 8 * half));
 }
 
-// A look-up leaves the elements alone whose index is beyond its table.
-TAVO_NEON inline uint8x8_t CharactersOf(uint8x8_t digits) {
-  const uint8x8_t low = vtbl4_u8(LoadTable(kAlphabet), digits);
-  return vtbx4_u8(low, LoadTable(kAlphabet + 32), vsub_u8(digits, vdup_n_u8(32)));
+// Two look-ups by three bits: GCC copies the pair of registers, which one by four bits takes, to
+// the stack and back each time. The second one leaves alone what has no index in its half.
+TAVO_NEON inline uint8x8_t LookUp(const Table16& table, uint8x8_t index) {
+  const uint8x8_t low = vtbl1_u8(LoadHalf(table, 0), index);
+  return vtbx1_u8(low, LoadHalf(table, 1), vsub_u8(index, vdup_n_u8(8)));
+}
+
+TAVO_NEON inline uint8x16_t LookUp(const Table16& table, uint8x16_t index) {
+  return vcombine_u8(LookUp(table, vget_low_u8(index)), LookUp(table, vget_high_u8(index)));
 }
 
 TAVO_NEON inline uint8x16_t CharactersOf(uint8x16_t digits) {
-  return vcombine_u8(CharactersOf(vget_low_u8(digits)), CharactersOf(vget_high_u8(digits)));
+  const uint8x16_t beyond_letters = vqsubq_u8(digits, vdupq_n_u8(51));
+  const uint8x16_t is_beyond_capitals = vcgtq_u8(digits, vdupq_n_u8(25));  // True: -1.
+  const uint8x16_t kind = vsubq_u8(beyond_letters, is_beyond_capitals);
+  return vaddq_u8(digits, LookUp(kToCharacter, kind));
 }
 
-TAVO_NEON inline uint8x8_t DigitsOf(uint8x8_t characters) {
-  const uint8_t* table = kAsciiDigits.of + kFirstCharacter;
-  const uint8x8_t index = vsub_u8(characters, vdup_n_u8(kFirstCharacter));
-  uint8x8_t digits = vtbx4_u8(vdup_n_u8(kNoDigit), LoadTable(table), index);
-  digits = vtbx4_u8(digits, LoadTable(table + 32), vsub_u8(index, vdup_n_u8(32)));
-  const uint8x8x2_t last = {{vld1_u8(table + 64), vld1_u8(table + 72)}};
-  return vtbx2_u8(digits, last, vsub_u8(index, vdup_n_u8(64)));
+// Clears bits of `good` for a wrong character. Rows beyond ASCII have no bit.
+TAVO_NEON inline uint8x16_t DigitsOf(uint8x16_t characters, uint8x16_t& good) {
+  const uint8x16_t rows = vshrq_n_u8(characters, 4);
+  const uint8x16_t columns = vandq_u8(characters, vdupq_n_u8(0x0F));
+  const uint8x16_t row_bits = vshlq_u8(vdupq_n_u8(1), vreinterpretq_s8_u8(rows));
+  good = vandq_u8(good, vtstq_u8(row_bits, LookUp(kDigitRows, columns)));
+  const uint8x16_t is_slash = vceqq_u8(characters, vdupq_n_u8('/'));  // True: -1.
+  return vaddq_u8(characters, LookUp(kToDigit, vaddq_u8(rows, is_slash)));
 }
 
-TAVO_NEON inline uint8x16_t DigitsOf(uint8x16_t characters) {
-  return vcombine_u8(DigitsOf(vget_low_u8(characters)), DigitsOf(vget_high_u8(characters)));
-}
-
-// Whether one of the digits is kNoDigit.
-TAVO_NEON inline bool IsDamaged(const uint8x16x4_t& digits) {
-  const uint8x16_t all =
-      vorrq_u8(vorrq_u8(digits.val[0], digits.val[1]), vorrq_u8(digits.val[2], digits.val[3]));
-  const uint8x8_t folded = vorr_u8(vget_low_u8(all), vget_high_u8(all));
-  return (vget_lane_u64(vreinterpret_u64_u8(folded), 0) & 0x8080808080808080) != 0;
+TAVO_NEON inline bool IsAllOnes(uint8x16_t vector) {
+  const uint8x8_t folded = vand_u8(vget_low_u8(vector), vget_high_u8(vector));
+  return vget_lane_s64(vreinterpret_s64_u8(folded), 0) == -1;
 }
 
 }  // namespace
@@ -79,12 +77,15 @@ TAVO_NEON std::size_t DecodeNeon(const char* text, std::size_t length, uint8_t* 
   std::size_t done = 0;
   for (; length - done > kBlockText; done += kBlockText, data += kBlockBytes) {
     const uint8x16x4_t block = vld4q_u8(reinterpret_cast<const uint8_t*>(text + done));
-    const uint8x16x4_t digits = {{DigitsOf(block.val[0]), DigitsOf(block.val[1]),
-                                  DigitsOf(block.val[2]), DigitsOf(block.val[3])}};
-    if (IsDamaged(digits)) break;
-    const uint8x16x3_t bytes = {{vsliq_n_u8(vshrq_n_u8(digits.val[1], 4), digits.val[0], 2),
-                                 vsliq_n_u8(vshrq_n_u8(digits.val[2], 2), digits.val[1], 4),
-                                 vsliq_n_u8(digits.val[3], digits.val[2], 6)}};
+    uint8x16_t good = vdupq_n_u8(0xFF);
+    const uint8x16_t first = DigitsOf(block.val[0], good);
+    const uint8x16_t second = DigitsOf(block.val[1], good);
+    const uint8x16_t third = DigitsOf(block.val[2], good);
+    const uint8x16_t fourth = DigitsOf(block.val[3], good);
+    if (!IsAllOnes(good)) break;
+    const uint8x16x3_t bytes = {{vsliq_n_u8(vshrq_n_u8(second, 4), first, 2),
+                                 vsliq_n_u8(vshrq_n_u8(third, 2), second, 4),
+                                 vsliq_n_u8(fourth, third, 6)}};
     vst3q_u8(data, bytes);
   }
   return done;
