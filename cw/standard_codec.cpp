@@ -383,6 +383,18 @@ constexpr bool IsContainer(uint8_t type) {
          type == static_cast<uint8_t>(EncodedType::kMap);
 }
 
+// The rare cases are calls: otherwise ReadPayload saves registers for them with every number.
+template <typename Sequence, typename Reader>
+[[gnu::noinline]] EncodableValue ReadTypedList(Reader& reader) {
+  return ReadBlock<Sequence>(reader);
+}
+
+[[gnu::noinline]] void ReportUnknownType(uint8_t type) {
+  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: " + std::to_string(type) +
+                   "\n"
+            << std::flush;
+}
+
 // `read_container` reads lists and maps.
 template <typename Reader, typename ReadContainer>
 EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadContainer& read_container) {
@@ -404,24 +416,22 @@ EncodableValue ReadPayload(uint8_t type, Reader& reader, const ReadContainer& re
     case EncodedType::kString:
       return ReadBlock<std::string>(reader);
     case EncodedType::kUInt8List:
-      return ReadBlock<std::vector<uint8_t>>(reader);
+      return ReadTypedList<std::vector<uint8_t>>(reader);
     case EncodedType::kInt32List:
-      return ReadBlock<std::vector<int32_t>>(reader);
+      return ReadTypedList<std::vector<int32_t>>(reader);
     case EncodedType::kInt64List:
-      return ReadBlock<std::vector<int64_t>>(reader);
+      return ReadTypedList<std::vector<int64_t>>(reader);
     case EncodedType::kFloat64List:
-      return ReadBlock<std::vector<double>>(reader);
+      return ReadTypedList<std::vector<double>>(reader);
     case EncodedType::kList:
     case EncodedType::kMap:
       return read_container(static_cast<EncodedType>(type));
     case EncodedType::kFloat32List:
-      return ReadBlock<std::vector<float>>(reader);
+      return ReadTypedList<std::vector<float>>(reader);
     case EncodedType::kCustom:
       break;
   }
-  std::cerr << "Unknown type in StandardCodecSerializer::ReadValueOfType: " + std::to_string(type) +
-                   "\n"
-            << std::flush;
+  ReportUnknownType(type);
   return {};
 }
 
