@@ -10,13 +10,13 @@ namespace bench {
 // The same JSON lines over a QLocalSocket, with Qt's JSON and Base64.
 void CallJsonLines(const KeepRunning& keep_running, size_t size, int in_flight);
 
-// The same lines over a QLocalSocket, unread.
+// The same lines over a QLocalSocket, without a look at their JSON.
 void CallLines(const KeepRunning& keep_running, size_t size, int in_flight);
 
 // The payload in a D-Bus call through a daemon of its own.
 void CallDBus(const KeepRunning& keep_running, size_t size, int in_flight);
 
-// The same lines over a blocking socket, unread; one in flight only.
+// The same lines over a blocking socket, without a look at their JSON; one in flight only.
 void CallRawSocket(const KeepRunning& keep_running, size_t size, int in_flight);
 
 }  // namespace bench

@@ -48,7 +48,7 @@ def measure(run):
     rate = run.get("bytes_per_second")
     if rate:
         return rate, f"{rate / 1e9:.2f} GB/s"
-    return run["real_time"], scaled(run["real_time"], ("ns", "us", "ms"), 1000)
+    return run["real_time"], scaled(run["real_time"], ("ns", "us", "ms", "s"), 1000)
 
 
 def cell(by, who):

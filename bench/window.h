@@ -12,11 +12,11 @@ namespace bench {
 // Runs the event loop until `quit` was called, which `begin` is given.
 void RunLoop(const std::function<void(const std::function<void()>& quit)>& begin);
 
-// Returns whether another call is to be timed. The first question starts the clock; nobody asks
-// again after a no.
+// Returns whether another call is to be timed. The first call of the function starts the clock; it
+// is not called again after it has returned false.
 using KeepRunning = std::function<bool()>;
 
-// Says yes so many times.
+// Returns true that many times, then false.
 KeepRunning Times(int64_t calls);
 
 // Keeps `size` calls in flight until as many answers as wanted are timed. The first answers are not
