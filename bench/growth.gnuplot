@@ -18,10 +18,12 @@ unset mxtics
 # From 0 to above the largest value of the columns, by four or five round steps.
 step(max) = 10 ** floor(log10(max)) * (max < 2 * 10 ** floor(log10(max)) ? 0.5 : \
                                        max < 5 * 10 ** floor(log10(max)) ? 1 : 2)
-fit(max) = sprintf("set ytics %g; set yrange [0:%g]", step(max), step(max) * ceil(1.05 * max / step(max)))
+fit(max) = sprintf("set ytics %g; set yrange [0:%g]", \
+                   step(max), step(max) * ceil(1.05 * max / step(max)))
 
 operations = "'after messages' 'many in flight' 'round trip' 'one of many'"
-titles = "'Messages, one in flight' 'Calls in flight' 'Methods, in one process' 'Clients, all but one idle'"
+titles = "'Messages, one in flight' 'Calls in flight' 'Methods, in one process' \
+          'Clients, all but one idle'"
 counts = "'messages so far' 'calls in flight' 'methods of the server' 'clients, each with a task'"
 set ylabel "a call [µs]"
 do for [i = 1:4] {

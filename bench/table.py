@@ -2,8 +2,8 @@
 """Prints Google Benchmark's JSON results as a table, each peer's median with our ratio to it.
 
 Usage: table.py [--markdown] [--growth | --data] RESULTS.json...
---growth    one table of our own rows: a call's time, its ratio to the peer of the row, or else to the
-            operation's first row, and memory
+--growth    one table of our own rows: a call's time, its ratio to the peer of the row, or else to
+            the operation's first row, and memory
 --data      the same as numbers (microseconds, KiB), a block for each operation, for growth.gnuplot
 
 Benchmarks are named operation/who/what. The peers are whoever but us ran the same operation. Those
@@ -90,7 +90,8 @@ def print_data(table):
             print(f"\n\n# {operation}")
             shown = operation
         run = by[US]
-        print(what.split()[0], run["real_time"] / 1000, *[run.get(name, 0) / 1024 for name in MEMORY])
+        memory = [run.get(name, 0) / 1024 for name in MEMORY]
+        print(what.split()[0], run["real_time"] / 1000, *memory)
 
 
 def print_table(table, markdown):
