@@ -19,12 +19,12 @@ static void CheckLine(const QByteArray& line) {
   if (!object) return;
   assert(Written(*object) == Written(*expected));
   assert(desk::MakeLine(*object) == Written(*object));
-  QJsonObject wide;  // Its texts are UTF-16; the parser keeps them in ASCII if it can.
+  QJsonObject inserted;  // As the library makes its messages; the order of odd keys may differ.
   for (auto member = object->begin(); member != object->end(); ++member) {
     const QJsonValue value = member.value();
-    wide.insert(member.key(), value.isString() ? QJsonValue(value.toString()) : value);
+    inserted.insert(member.key(), value.isString() ? QJsonValue(value.toString()) : value);
   }
-  assert(desk::MakeLine(wide) == Written(*object));
+  assert(desk::MakeLine(inserted) == Written(inserted));
 }
 
 void fuzz::Run(const forge::Buffer& input) {
