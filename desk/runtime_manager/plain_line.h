@@ -1,6 +1,6 @@
 // Plain lines: an object whose one member is a text of printable ASCII without escapes, which is
-// what the messages of libtavo.so are. They are read and written without Qt's parser and writer,
-// which convert long texts several times.
+// what the messages of libtavo.so are. They need no search for what the parser must not get. Long
+// ones do without Qt's parser and writer, which go through a text character by character.
 //
 // The results are those of Qt's parser and writer.
 #pragma once
