@@ -12,14 +12,14 @@ namespace tavo::details {
 MessageChannel::MessageChannel(std::shared_ptr<RuntimeManager::TaskMessaging> messaging,
                                Handler handler)
     : messaging_(std::move(messaging)) {
+  auto receive = [reader = std::make_shared<JsonTextReader>(),
+                  handler = std::move(handler)](const QJsonObject& message) {
+    Fence("message handler", [&] {
+      if (auto text = reader->Read(message)) handler(std::move(*text));
+    });
+  };
   connection_ = QObject::connect(messaging_.get(), &RuntimeManager::TaskMessaging::messageReceived,
-                                 [reader = std::make_shared<JsonTextReader>(),
-                                  handler = std::move(handler)](const QJsonObject& message) {
-                                   Fence("message handler", [&] {
-                                     if (auto text = reader->Read(message))
-                                       handler(std::move(*text));
-                                   });
-                                 });
+                                 std::move(receive));
 }
 
 MessageChannel::~MessageChannel() { Close(); }
