@@ -29,8 +29,9 @@ constexpr Table16 kJoinGroups = {{2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1
 // digits.
 constexpr Table16 RowBits() {
   Table16 table;
-  for (std::size_t row = 0; row < 16; ++row)
+  for (std::size_t row = 0; row < 16; ++row) {
     table.at[row] = static_cast<int8_t>(row < 8 ? 1 << row : 1);
+  }
   return table;
 }
 constexpr Table16 kRowBits = RowBits();
@@ -85,8 +86,8 @@ TAVO_AVX2 inline __m256i DigitsOf(__m256i characters, __m256i rows) {
 
 // Writes 24 bytes, and 8 zeroes behind them.
 TAVO_AVX2 inline void StoreDigits(__m256i digits, uint8_t* data) {
-  const __m256i pairs = _mm256_maddubs_epi16(digits, _mm256_set1_epi32(0x01400140));
-  const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
+  const __m256i pairs = _mm256_maddubs_epi16(digits, _mm256_set1_epi32(kJoinDigits));
+  const __m256i groups = _mm256_madd_epi16(pairs, _mm256_set1_epi32(kJoinPairs));
   const __m256i halves = _mm256_shuffle_epi8(groups, Load(kJoinGroups));
   const __m256i bytes =
       _mm256_permutevar8x32_epi32(halves, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));

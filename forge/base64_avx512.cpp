@@ -34,8 +34,8 @@ constexpr Order kSpreadGroups = SpreadGroups();
 // The first bit of each digit in the eight bytes of two spread groups, lowest byte first.
 constexpr int64_t kFirstBits = 0x3036242A1016040A;
 
-// Four blocks are decoded to groups in four bytes each, lowest byte first, and these 256 bytes fill
-// three vectors. A vector takes its bytes from the block of the same number and the next one.
+// Four blocks decode to groups in four bytes each, lowest byte first. Their 192 bytes fill three
+// vectors; each takes its bytes from the block of the same number and the next one.
 constexpr Order JoinGroups(std::size_t vector) {
   Order order;
   for (std::size_t i = 0; i < 64; ++i) {
@@ -55,13 +55,13 @@ TAVO_AVX512 inline __m512i DecodeBlock(const char* text, __m512i& damage) {
   const __m512i digits =
       _mm512_permutex2var_epi8(Load(kAsciiDigits.of), block, Load(kAsciiDigits.of + 64));
   damage = _mm512_or_si512(damage, _mm512_or_si512(digits, block));
-  const __m512i pairs = _mm512_maddubs_epi16(digits, _mm512_set1_epi32(0x01400140));
-  return _mm512_madd_epi16(pairs, _mm512_set1_epi32(0x00011000));
+  const __m512i pairs = _mm512_maddubs_epi16(digits, _mm512_set1_epi32(kJoinDigits));
+  return _mm512_madd_epi16(pairs, _mm512_set1_epi32(kJoinPairs));
 }
 
 TAVO_AVX512 inline bool IsDamaged(__m512i damage) { return _mm512_movepi8_mask(damage) != 0; }
 
-TAVO_AVX512 inline void StoreGroups(uint8_t* data, int vector, __m512i low, __m512i high) {
+TAVO_AVX512 inline void StoreGroups(uint8_t* data, std::size_t vector, __m512i low, __m512i high) {
   const __m512i order = Load(kJoinGroups[vector].from);
   _mm512_storeu_si512(data + 64 * vector, _mm512_permutex2var_epi8(low, order, high));
 }
@@ -80,7 +80,7 @@ TAVO_AVX512 inline bool DecodeFourBlocks(const char* text, uint8_t* data) {
   return true;
 }
 
-// As above, for one block.
+// As above, for one block, which gives the first 48 bytes of the first vector.
 TAVO_AVX512 inline bool DecodeOneBlock(const char* text, uint8_t* data) {
   __m512i damage = _mm512_setzero_si512();
   const __m512i groups = DecodeBlock(text, damage);

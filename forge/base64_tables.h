@@ -22,6 +22,11 @@ struct AsciiDigits {
 };
 inline constexpr AsciiDigits kAsciiDigits;
 
+// The factors of multiplications that add neighbours and so join them: two digits to 12 bits, two
+// such numbers to a group of 24 bits.
+inline constexpr int32_t kJoinDigits = 0x01400140;
+inline constexpr int32_t kJoinPairs = 0x00011000;
+
 // What vector instructions look up by four bits.
 struct Table16 {
   int8_t at[16] = {};
