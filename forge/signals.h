@@ -112,6 +112,19 @@ class FORGE_EXPORT CppStyleListener final : public IListener<Args...> {
   std::function<void(Args...)> callback_;  // Guarded by mutex_.
 };
 
+namespace details {
+
+template <typename... Args>
+struct Subscription {
+  uint32_t id;
+  std::shared_ptr<IListener<Args...>> listener;
+};
+
+template <typename... Args>
+using Subscriptions = std::vector<Subscription<Args...>>;
+
+}  // namespace details
+
 // An event that may happen again and again. Each emission calls those that are subscribed when it
 // begins.
 template <typename... Args>
@@ -170,11 +183,7 @@ class FORGE_EXPORT RunOnceSignal : public details::CounterClient {
   void EmitImpl(Args... args);
 
  private:
-  struct Subscription {
-    uint32_t id;
-    std::shared_ptr<IListener<Args...>> listener;
-  };
-  using SubscriptionList = std::vector<Subscription>;
+  using SubscriptionList = details::Subscriptions<Args...>;
   using AttachedList = std::vector<std::weak_ptr<IListener<Args...>>>;
 
   template <typename List, typename Item>

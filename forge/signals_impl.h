@@ -121,7 +121,7 @@ uint32_t RunOnceSignal<Args...>::Subscribe(std::function<void(Args...)> callback
   const uint32_t id = this->DrawId();
   std::unique_lock lock(mutex_);
   if (!emitted_) {
-    Append(subscriptions_, Subscription{id, std::move(listener)});
+    Append(subscriptions_, details::Subscription<Args...>{id, std::move(listener)});
     return id;
   }
   lock.unlock();
