@@ -265,6 +265,7 @@ void MessagePeer::Deliver(const QByteArray& line) {
   QString fault;
   const std::optional<QJsonObject> message = ParseLine(line, &fault);
   if (!message) return ReportError(fault);
+  if (newline_ < 0) DropDelivered();  // A large line is not held beside its message.
   Q_EMIT messageReceived(*message);
 }
 

@@ -66,12 +66,34 @@ bool IsLong(const QCborValue& text) {
   return short_text < text;
 }
 
-QByteArray JoinIfPlain(std::string_view key, std::string_view text) {
-  if (!IsPlain(key) || !IsPlain(text)) return {};
+// What stands before the text on a line; there is room for the text behind it.
+QByteArray MakeBegin(std::string_view key, int text_size) {
   QByteArray line;
-  line.reserve(static_cast<int>(key.size() + text.size()) + 8);
-  line.append("{\"").append(key.data(), static_cast<int>(key.size())).append("\":\"");
-  return line.append(text.data(), static_cast<int>(text.size())).append("\"}\n");
+  line.reserve(static_cast<int>(key.size()) + text_size + 8);
+  return line.append("{\"").append(key.data(), static_cast<int>(key.size())).append("\":\"");
+}
+
+constexpr char kEndOfLine[] = "\"}\n";
+
+QByteArray MakeShortLine(const QString& key, const QCborValue& text) {
+  const QByteArray key_bytes = key.toLatin1();
+  const QByteArray text_bytes = text.toString().toLatin1();
+  if (!IsPlain(View(key_bytes)) || !IsPlain(View(text_bytes))) return {};
+  return MakeBegin(View(key_bytes), text_bytes.size()).append(text_bytes).append(kEndOfLine);
+}
+
+// The line is made in place, so that a large text is not held twice.
+QByteArray MakeLongLine(const QCborMap& map) {
+  QByteArray line = map.toCborValue().toCbor();
+  const char* at = line.constData() + 1;  // Behind the head of a map with one member.
+  const std::string_view key = TakeCborText(&at);
+  const std::string_view text = TakeCborText(&at);
+  if (!IsPlain(key) || !IsPlain(text)) return {};
+  const QByteArray begin = MakeBegin(key, 0);
+  // The heads of a map, a key and a long text are never shorter than what stands there in JSON.
+  line.remove(0, static_cast<int>(text.data() - line.constData()) - begin.size());
+  std::memcpy(line.data(), begin.constData(), static_cast<size_t>(begin.size()));
+  return line.append(kEndOfLine);
 }
 
 }  // namespace
@@ -101,14 +123,7 @@ QByteArray MakePlainLine(const QJsonObject& object) {
   const QCborMap map = QCborMap::fromJsonObject(object);  // Shares the object's texts.
   const QCborValue text = map.constBegin().value();
   if (!text.isString()) return {};
-  if (!IsLong(text)) {
-    const QByteArray key = object.constBegin().key().toLatin1();
-    return JoinIfPlain(View(key), View(text.toString().toLatin1()));
-  }
-  const QByteArray cbor = map.toCborValue().toCbor();
-  const char* at = cbor.constData() + 1;  // Behind the head of a map with one member.
-  const std::string_view cbor_key = TakeCborText(&at);
-  return JoinIfPlain(cbor_key, TakeCborText(&at));
+  return IsLong(text) ? MakeLongLine(map) : MakeShortLine(object.constBegin().key(), text);
 }
 
 }  // namespace desk
