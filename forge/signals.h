@@ -154,7 +154,7 @@ class FORGE_EXPORT Signal : public details::CounterClient {
 
   std::shared_ptr<const Snapshot> TakeSnapshot() const;
 
-  mutable std::mutex mutex_;
+  mutable std::shared_mutex mutex_;
   std::vector<Subscription> subscriptions_;  // Guarded by mutex_.
   // Guarded by mutex_. The listeners of subscriptions_ for the emissions, which share it; it is
   // never edited. Null: the next emission makes it.
