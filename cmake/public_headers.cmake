@@ -38,6 +38,8 @@ set(TAVO_PUBLIC_HEADERS
   forge/signals_impl.h
   forge/slot_owner.h
   forge/strings.h
+  kit/clock.h
+  kit/failure.h
   platform/flutter_ostrel/flutter_ostrel.h
   src/tavo_capi.h
   wrapper/intent_manager.h
