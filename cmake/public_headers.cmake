@@ -39,7 +39,10 @@ set(TAVO_PUBLIC_HEADERS
   forge/slot_owner.h
   forge/strings.h
   kit/clock.h
+  kit/describe.h
   kit/failure.h
+  kit/values.h
+  kit/values_inl.h
   platform/flutter_ostrel/flutter_ostrel.h
   src/tavo_capi.h
   wrapper/intent_manager.h
