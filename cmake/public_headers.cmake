@@ -43,6 +43,7 @@ set(TAVO_PUBLIC_HEADERS
   kit/call_options.h
   kit/caller.h
   kit/clock.h
+  kit/describe.h
   kit/failure.h
   kit/manual_clock.h
   kit/notify_hub.h
@@ -51,6 +52,8 @@ set(TAVO_PUBLIC_HEADERS
   kit/subscription.h
   kit/thread_clock.h
   kit/timer_queue.h
+  kit/values.h
+  kit/values_inl.h
   platform/flutter_ostrel/flutter_ostrel.h
   src/tavo_capi.h
   wrapper/intent_manager.h

@@ -227,12 +227,15 @@ void CallCore::OnWritable(std::function<void()> callback) {
 bool CallCore::HasRoom() const {
   const bool has_room_for_calls =
       calls_.size() < limits_.in_flight || calls_.size() - limits_.in_flight < limits_.waiting;
-  const bool has_room_for_notifications = held_.empty() || held_.size() < limits_.waiting;
-  return has_room_for_calls && has_room_for_notifications && abandoned_.size() < limits_.abandoned;
+  return has_room_for_calls && abandoned_.size() < limits_.abandoned;
+}
+
+bool CallCore::IsWritable() const {
+  return HasRoom() && (held_.empty() || held_.size() < limits_.waiting);
 }
 
 void CallCore::NoteRoom() {
-  if (!writable_waiters_.empty() && HasRoom()) ArmLater();
+  if (!writable_waiters_.empty() && IsWritable()) ArmLater();
 }
 
 // Puts the call into the table. Returns whether the caller of this function must send it. Whoever
@@ -508,7 +511,7 @@ void CallCore::RunLater() {
     const std::lock_guard lock(mutex_);
     later_timer_ = 0;
     call = TakeLater();
-    if (HasRoom()) writable_waiters.swap(writable_waiters_);
+    if (IsWritable()) writable_waiters.swap(writable_waiters_);
   }
   while (call) {
     CallPtr next = std::move(call->next_);

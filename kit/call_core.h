@@ -156,8 +156,9 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   void SetFeatures(Features features);
   static Features ReadFeatures(const flrpc::Message::Response& response);
 
-  // What waits. The first three need mutex_.
+  // What waits. The first four need mutex_.
   bool HasRoom() const;
+  bool IsWritable() const;
   bool HasRoomInFlight() const { return calls_.size() - waiting_.size() < limits_.in_flight; }
   void NoteRoom();
   bool Enter(std::string_view method, Argument& params, const CallPtr& call);

@@ -11,13 +11,24 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "cw/encodable_value.h"
 #include "forge/dispatcher.h"
 #include "kit/clock.h"
+#include "kit/values.h"
 
 namespace tavo::kit {
+
+namespace details {
+
+// A warning line: what has come is ignored for this reason.
+void ReportBadValue(std::string_view what, const std::string& fault);
+
+}  // namespace details
 
 // The limits of a caller. More than in_flight calls wait, in order, and more than waiting calls
 // beyond these fail with kOverloaded. Abandoned calls have ended here, but the peer has not
@@ -46,9 +57,16 @@ class CallOptions {
     return *this;
   }
 
-  // The function is called with each progress that the peer tells before it answers.
-  CallOptions& OnProgress(ProgressFunction function) {
-    on_progress_ = std::move(function);
+  // The function is called with each progress, a T, that the peer tells before it answers. Progress
+  // of another type is a warning line.
+  template <typename T = cw::EncodableValue, typename Function>
+  CallOptions& OnProgress(Function&& function) {
+    on_progress_ = [typed = std::decay_t<Function>(std::forward<Function>(function))](
+                       const cw::EncodableValue& value) mutable {
+      auto part = To<T>(value, "value");
+      if (!part) return details::ReportBadValue("Progress", part.GetFailure().error.message);
+      typed(*std::move(part));
+    };
     return *this;
   }
 

@@ -4,8 +4,8 @@
 
 namespace tavo::kit {
 
-void details::ReportBadNotification(std::string_view method, const std::string& fault) {
-  FORGE_LOG(kWarn) << "Notification '" << method << "' ignored: " << fault;
+void details::ReportBadValue(std::string_view what, const std::string& fault) {
+  FORGE_LOG(kWarn) << what << " ignored: " << fault;
 }
 
 void CallHandle::Cancel() const {

@@ -213,9 +213,6 @@ class Promise {
   std::unique_ptr<std::promise<Result<R>>> promise_ = std::make_unique<std::promise<Result<R>>>();
 };
 
-// A warning line.
-void ReportBadNotification(std::string_view method, const std::string& fault);
-
 }  // namespace details
 
 template <typename R, typename Params, typename Callback>
@@ -241,11 +238,11 @@ std::future<Result<R>> Caller::CallFuture(std::string_view method, const Params&
 
 template <typename T, typename Handler>
 Subscription Caller::OnNotify(std::string_view method, Handler&& handler) {
-  return core_->OnNotify(method, [name = std::string(method),
+  return core_->OnNotify(method, [name = "Notification '" + std::string(method) + "'",
                                   function = std::decay_t<Handler>(std::forward<Handler>(handler))](
                                      const cw::EncodableValue& params) mutable {
     auto value = To<T>(params, "params");
-    if (!value) return details::ReportBadNotification(name, value.GetFailure().error.message);
+    if (!value) return details::ReportBadValue(name, value.GetFailure().error.message);
     function(*std::move(value));
   });
 }
