@@ -65,7 +65,11 @@ class CallerTest : public testing::Test {
 TEST_F(CallerTest, LocalCausesNeverPoseAsThePeer) {
   Start(true);
   EncodableValue deep;
-  for (int i = 0; i < cw::kDeepestNesting; ++i) deep = EncodableList(1, std::move(deep));
+  for (int i = 0; i < cw::kDeepestNesting; ++i) {
+    EncodableList list;
+    list.push_back(std::move(deep));
+    deep = std::move(list);
+  }
   const struct {
     const char* expected;
     std::function<void()> act;
