@@ -47,7 +47,9 @@ set(TAVO_PUBLIC_HEADERS
   kit/failure.h
   kit/manual_clock.h
   kit/notify_hub.h
+  kit/peer_features.h
   kit/peer_watch.h
+  kit/pending_call.h
   kit/qt/qt_clock.h
   kit/subscription.h
   kit/thread_clock.h

@@ -21,7 +21,6 @@ constexpr char kProgress[] = "$/progress";
 constexpr char kCancel[] = "$/cancel";
 constexpr char kToken[] = "$call";
 constexpr char kParams[] = "$params";
-constexpr size_t kMaxMethods = 4096;  // A longer list of a peer's methods is not read.
 
 // A message is a map. Its four or three keys and its texts are values beside the user's own.
 constexpr cw::Surroundings kInRequest{1, 8};
@@ -52,22 +51,6 @@ bool IsSame(const Message::Error& a, const Message::Error& b) {
 }
 
 }  // namespace
-
-// ---- PendingCall ----
-
-void PendingCall::Run() noexcept {
-  if (has_ended_.exchange(true)) return;
-  forge::Fence("callback of a call", [this] { CallBack(); });
-}
-
-void PendingCall::Discard() noexcept {
-  if (!has_ended_.exchange(true)) DropCallback();
-}
-
-void PendingCall::RunProgress(const EncodableValue& value) const noexcept {
-  if (has_ended_) return;
-  forge::Fence("progress of a call", [this, &value] { options_.GetProgressFunction()(value); });
-}
 
 // ---- The beginning and the end ----
 
@@ -125,39 +108,23 @@ void CallCore::HandleConnected(bool is_connected) {
   bool is_sent = false;
   forge::Fence(kFeatures, [this, &is_sent] {
     client_->SendRequest(kFeatures, {}, [weak = weak_from_this()](const auto& response) {
-      if (const auto core = weak.lock()) core->SetFeatures(ReadFeatures(response));
+      const auto core = weak.lock();
+      PeerFeatures features;
+      forge::Fence(kFeatures, [&] { features = PeerFeatures::Read(response); });
+      if (core) core->SetFeatures(std::move(features));
     });
     is_sent = true;
   });
   if (!is_sent) SetFeatures({});  // What waits finds out itself whether it can be sent.
 }
 
-void CallCore::SetFeatures(Features features) {
+void CallCore::SetFeatures(PeerFeatures features) {
   {
     const std::lock_guard lock(mutex_);
     if (features_) return;
     features_.emplace(std::move(features));
   }
   SendWaiting();
-}
-
-CallCore::Features CallCore::ReadFeatures(const Message::Response& response) {
-  Features features;
-  const auto* const map = response.GetMapResult();
-  if (!map) return features;
-  features.has_cancel = cw::Get<bool>(*map, "cancel").value_or(false);
-  const auto* const methods = cw::Find(*map, "methods");
-  const auto* const list = methods ? methods->GetIf<cw::EncodableList>() : nullptr;
-  if (!list) return features;
-  if (list->size() > kMaxMethods) {
-    FORGE_LOG(kWarn) << "The list of the peer's methods is ignored: it has " << list->size()
-                     << " elements, more than " << kMaxMethods;
-    return features;
-  }
-  for (const EncodableValue& method : *list) {
-    if (const auto* name = method.GetIf<std::string>()) features.methods.insert(*name);
-  }
-  return features;
 }
 
 // ---- The user's operations ----

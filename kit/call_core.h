@@ -24,7 +24,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -38,7 +37,9 @@
 #include "kit/clock.h"
 #include "kit/failure.h"
 #include "kit/notify_hub.h"
+#include "kit/peer_features.h"
 #include "kit/peer_watch.h"
+#include "kit/pending_call.h"
 #include "kit/subscription.h"
 #include "kit/timer_queue.h"
 
@@ -56,54 +57,6 @@ class Argument {
  private:
   const cw::EncodableValue* borrowed_ = nullptr;
   cw::EncodableValue own_;
-};
-
-// A call with its callback and, once it has ended, its outcome. The class template in caller.h
-// knows the types.
-class PendingCall {
- public:
-  explicit PendingCall(CallOptions options) : options_(std::move(options)) {}
-  virtual ~PendingCall() = default;
-  PendingCall(const PendingCall&) = delete;
-  PendingCall& operator=(const PendingCall&) = delete;
-
-  // Keep the outcome. Whoever has taken the call out of the core's table calls one of them, once.
-  virtual void SetValue(const cw::EncodableValue& value) = 0;
-  virtual void SetFailure(Failure failure) = 0;
-
-  // Calls the callback with the outcome, or destroys it uncalled. Only the first call of either
-  // function has an effect.
-  void Run() noexcept;
-  void Discard() noexcept;
-
-  // Calls the progress function, unless the callback was called or destroyed.
-  void RunProgress(const cw::EncodableValue& value) const noexcept;
-
-  const CallOptions& GetOptions() const { return options_; }
-
- private:
-  friend class CallCore;
-
-  // The state of a request that is handed to the client.
-  enum class Sending { kNo, kNow, kAbandoned };
-
-  virtual void CallBack() = 0;
-  virtual void DropCallback() noexcept = 0;
-
-  const CallOptions options_;
-  std::atomic<bool> has_ended_{false};  // The callback was called or destroyed, or is being so.
-  std::atomic<Sending> sending_{Sending::kNo};
-
-  // Constant once the call is in the core's table.
-  uint64_t token_ = 0;
-
-  // The client may find the message too large, which only it can tell. Constant once it is sent.
-  bool may_be_refused_ = false;
-
-  // Guarded by the core's mutex.
-  Millis deadline_{0};
-  bool has_token_on_wire_ = false;
-  std::shared_ptr<PendingCall> next_;  // In the chain of what the clock runs next.
 };
 
 class CallCore final : public std::enable_shared_from_this<CallCore> {
@@ -144,17 +97,11 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
     std::string method;
     cw::EncodableValue params;
   };
-  // What the peer has told about itself. An old peer tells nothing.
-  struct Features {
-    bool has_cancel = false;
-    std::set<std::string, std::less<>> methods;
-  };
 
   // Getting to know the peer.
   void Begin();
   void HandleConnected(bool is_connected);
-  void SetFeatures(Features features);
-  static Features ReadFeatures(const flrpc::Message::Response& response);
+  void SetFeatures(PeerFeatures features);
 
   // What waits. The first four need mutex_.
   bool HasRoom() const;
@@ -205,7 +152,7 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   std::map<uint64_t, Outgoing> waiting_;         // The calls of calls_ that wait, in order.
   std::map<uint64_t, Outgoing> held_;            // The notifications that wait, in order.
   std::unordered_set<uint64_t> abandoned_;       // The tokens of the abandoned calls.
-  std::optional<Features> features_;             // Empty until the peer has told.
+  std::optional<PeerFeatures> features_;         // Empty until the peer has told.
   bool is_sending_ = false;                      // A thread sends what waits.
 
   // What the clock runs next: calls that have ended within Call, a chain that needs no memory of
