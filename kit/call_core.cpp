@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <thread>
 
 #include "cw/admission.h"
 #include "cw/map_access.h"
@@ -130,7 +131,6 @@ void CallCore::SetFeatures(PeerFeatures features) {
 // ---- The user's operations ----
 
 void CallCore::Start(std::string_view method, Argument params, const CallPtr& call) {
-  const auto self = shared_from_this();  // The client may run code that drops the caller.
   try {
     if (Enter(method, params, call)) SendCall(call, method, std::move(params));
   } catch (...) {
@@ -238,11 +238,10 @@ void CallCore::SendWaiting() {
     is_sending_ = true;
   }
   while (auto next = TakeWaiting()) {
-    if (next->call) {
+    forge::Fence("message that has waited", [this, &next] {
+      if (!next->call) return void(SendNotification(next->method, next->params));
       SendCall(next->call, next->method, Argument(std::move(next->params)));
-    } else {
-      SendNotification(next->method, next->params);
-    }
+    });
   }
 }
 
@@ -294,9 +293,8 @@ void CallCore::SendCall(const CallPtr& call, std::string_view method, Argument p
 
 void CallCore::SendRequest(const CallPtr& call, std::string_view method,
                            const EncodableValue& params) {
-  if (const char* fault = cw::FindInadmissible(params, kInRequest, &call->may_be_refused_)) {
-    return EndUnsent(call, MakeFailure(Cause::kTooLarge, kRefusal, fault));
-  }
+  call->sent_params_ = &params;
+  call->sender_ = std::this_thread::get_id();
   client_->SendRequest(method, params,
                        [weak = weak_from_this(), token = call->token_](const auto& response) {
                          if (const auto core = weak.lock()) core->HandleResponse(token, response);
@@ -326,15 +324,19 @@ void CallCore::SendCancel(PendingCall& call) {
   }
   auto sending = PendingCall::Sending::kNow;
   if (call.sending_.compare_exchange_strong(sending, PendingCall::Sending::kAbandoned)) return;
-  SendNotification(kCancel, EncodableMap{{kToken, ToValue(call.token_)}});
+  forge::Fence("cancel of a call", [this, &call] {
+    SendNotification(kCancel, EncodableMap{{kToken, ToValue(call.token_)}});
+  });
 }
 
 // ---- What comes in ----
 
 void CallCore::HandleResponse(uint64_t token, const Message::Response& response) {
   CallPtr call;
+  bool has_waiting = false;
   {
     const std::lock_guard lock(mutex_);
+    has_waiting = !waiting_.empty();
     const auto found = calls_.find(token);
     if (found == calls_.end()) {
       abandoned_.erase(token);
@@ -354,7 +356,7 @@ void CallCore::HandleResponse(uint64_t token, const Message::Response& response)
   } catch (const std::exception& error) {
     call->SetFailure(MakeFailure(Cause::kBadValue, "The answer cannot be read: ", error.what()));
   }
-  SendWaiting();
+  if (has_waiting) SendWaiting();
   call->sending_ == PendingCall::Sending::kNow ? DeliverLater(call) : Deliver(call);
 }
 
@@ -383,15 +385,21 @@ void CallCore::HandleProgress(const EncodableValue& params) {
   forge::Fence("executor of a call", [&] { executor->Invoke(run, 0); });
 }
 
-// The code of the peer's own errors is the same as that of the client's: where an error comes from
-// shows in what the client knows.
+// The client's own errors have the code and the texts that a peer's error may have as well. What
+// the client knows tells them apart.
 Failure CallCore::ToFailure(const PendingCall& call, const Message::Error& error) const {
-  const bool is_refused = call.may_be_refused_ && error.code == flrpc::kInternalError &&
-                          call.sending_ == PendingCall::Sending::kNow &&
-                          error.message.compare(0, kRefusal.size(), kRefusal) == 0;
-  if (is_refused) return MakeFailure(Cause::kTooLarge, error.message);
+  if (IsRefusal(call, error)) return MakeFailure(Cause::kTooLarge, error.message);
   if (IsErrorOfLoss(error)) return MakeFailure(Cause::kDisconnected, error.message);
   return {Cause::kPeer, error};
+}
+
+// A client refuses a message that exceeds the limits of a frame while it is handed to the client.
+bool CallCore::IsRefusal(const PendingCall& call, const Message::Error& error) {
+  if (error.code != flrpc::kInternalError || error.message.rfind(kRefusal, 0) != 0) return false;
+  const bool is_being_sent = call.sending_ != PendingCall::Sending::kNo;
+  if (!is_being_sent || call.sender_ != std::this_thread::get_id()) return false;
+  bool needs_bytes = false;  // Only the client can tell then: it is believed.
+  return cw::FindInadmissible(*call.sent_params_, kInRequest, &needs_bytes) || needs_bytes;
 }
 
 // A client that has failed answers every request at once with the error of its failure. An error

@@ -76,7 +76,8 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   // Destroys all callbacks and handlers uncalled.
   void Close();
 
-  // Makes the call. Its callback is not called within.
+  // Makes the call. Its callback is not called within. Whoever calls this holds a share of the
+  // core, since the client may run code that drops the caller.
   void Start(std::string_view method, Argument params, const CallPtr& call);
 
   // Ends the call with kCancelled, unless it has ended.
@@ -123,6 +124,7 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   void HandleResponse(uint64_t token, const flrpc::Message::Response& response);
   void HandleProgress(const cw::EncodableValue& params);
   Failure ToFailure(const PendingCall& call, const flrpc::Message::Error& error) const;
+  static bool IsRefusal(const PendingCall& call, const flrpc::Message::Error& error);
   bool IsErrorOfLoss(const flrpc::Message::Error& error) const;
 
   // How a call ends. Abandon needs mutex_.

@@ -1,5 +1,6 @@
 #include "kit/caller.h"
 
+#include "forge/fence.h"
 #include "forge/logger.h"
 
 namespace tavo::kit {
@@ -17,7 +18,7 @@ void CallHandle::Cancel() const {
 void CallHandle::Drop() const {
   const auto core = core_.lock();
   const auto call = call_.lock();
-  if (core && call) core->Drop(call);
+  if (core && call) forge::Fence("end of a call", [&] { core->Drop(call); });
 }
 
 ScopedCall& ScopedCall::operator=(ScopedCall&& other) noexcept {

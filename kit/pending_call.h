@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <thread>
 #include <utility>
 
 #include "cw/encodable_value.h"
@@ -56,8 +57,9 @@ class PendingCall {
   // Constant once the call is in the core's table.
   uint64_t token_ = 0;
 
-  // The client may find the message too large, which only it can tell. Constant once it is sent.
-  bool may_be_refused_ = false;
+  // What is handed to the client, by whom. Set before; the pointer is valid while sending_ is kNow.
+  const cw::EncodableValue* sent_params_ = nullptr;
+  std::thread::id sender_;
 
   // Guarded by the core's mutex.
   Millis deadline_{0};
