@@ -6,9 +6,12 @@
 #include <memory>
 #include <msgpack.hpp>
 #include <string>
+#include <utility>
 
 #include "flrpc/client.h"
 #include "flrpc/server.h"
+#include "kit/caller.h"
+#include "kit/thread_clock.h"
 
 namespace {
 
@@ -59,6 +62,25 @@ void RoundTrip(benchmark::State& state, int64_t methods, int already_answered) {
   Pair pair(methods);
   for (int i = 0; i < already_answered; ++i) pair.Call();
   for ([[maybe_unused]] auto _ : state) pair.Call();
+}
+
+// The same request as a typed call with a time limit. The answer comes when the call has returned,
+// as from another process.
+void CallTyped(benchmark::State& state) {
+  Pair pair(10);
+  std::unique_ptr<flrpc::IReply> open;
+  pair.server->OnRequest("camera.open", [&open](const std::string&, const EncodableValue& params,
+                                                std::unique_ptr<flrpc::IReply>&& reply) {
+    benchmark::DoNotOptimize(params);
+    open = std::move(reply);
+  });
+  using tavo::kit::Caller;
+  const auto caller = Caller::Create(pair.client, std::make_shared<tavo::kit::ThreadClock>());
+  for ([[maybe_unused]] auto _ : state) {
+    caller->Call<bool>("camera.open", kParams,
+                       [](const auto& is_open) { benchmark::DoNotOptimize(is_open); });
+    std::exchange(open, nullptr)->SendResult(true);
+  }
 }
 
 void ToBase64(benchmark::State& state) {
@@ -114,6 +136,7 @@ int main(int argc, char** argv) {
     });
     Register("round trip/msgpack-cxx decoding/" + name, DecodeMsgpack);
   }
+  Register("round trip/typed call/10 methods", CallTyped);
   Register("message to text/tavo/small request", ToBase64);
   Register("message to text/by way of the map/small request", ToEncodable);
   Register("text to message/tavo/small request", FromBase64);
