@@ -97,7 +97,7 @@ void OpenRequest::SendProgress(EncodableValue value) {
 
 bool OpenRequest::IsCancelled() const {
   const std::lock_guard lock(mutex_);
-  return is_cancelled_;
+  return is_cancelled_ || responder_.expired();
 }
 
 void OpenRequest::OnCancel(std::function<void()> function) {

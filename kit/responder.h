@@ -122,7 +122,8 @@ class Request {
   template <typename T>
   void Progress(const T& value) const;
 
-  // The caller does not want the answer any more. An answer does no harm, and ends at the caller.
+  // Nobody waits for the answer any more: the caller has cancelled the request, or the responder has
+  // ended. An answer does no harm, and ends at the caller.
   bool IsCancelled() const { return open_->IsCancelled(); }
 
   // Calls the function once, when the caller cancels the request; at once if it has already.

@@ -147,6 +147,7 @@ TEST_F(ResponderTest, RequestsMayOutliveResponderAndServer) {
   EXPECT_EQ("", Cancel(Map{{"$call", 1}}));
   link_.server.reset();
   for (const auto& request : kept_) {
+    EXPECT_TRUE(request.IsCancelled());
     request.Progress(1);
     request.Finish(1);
   }
