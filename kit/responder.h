@@ -122,8 +122,8 @@ class Request {
   template <typename T>
   void Progress(const T& value) const;
 
-  // Nobody waits for the answer any more: the caller has cancelled the request, or the responder has
-  // ended. An answer does no harm, and ends at the caller.
+  // Nobody waits for the answer any more: the caller has cancelled the request, or the responder
+  // has ended. An answer does no harm.
   bool IsCancelled() const { return open_->IsCancelled(); }
 
   // Calls the function once, when the caller cancels the request; at once if it has already.
