@@ -51,6 +51,7 @@ set(TAVO_PUBLIC_HEADERS
   kit/peer_watch.h
   kit/pending_call.h
   kit/qt/qt_clock.h
+  kit/responder.h
   kit/subscription.h
   kit/thread_clock.h
   kit/timer_queue.h

@@ -4,6 +4,7 @@
 //
 // Run it headless: tavo-embed libdigest_plugin.so --libs-path DIR -- DIRECTORY
 #include <cw/plugin_registrar.h>
+#include <kit/qt/qt_clock.h>
 #include <platform/flutter_ostrel/flutter_ostrel.h>
 #include <wrapper/manager_wrapper.h>
 
@@ -16,8 +17,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <QTimer>
 
 #include "digest_client.h"
 #include "file_list.h"
@@ -61,10 +60,7 @@ class DigestPlugin final : public cw::Plugin,
                            public std::enable_shared_from_this<DigestPlugin> {
  public:
   explicit DigestPlugin(cw::PluginRegistrar* registrar)
-      : application_(registrar->GetApplication()), registrar_(registrar) {
-    opening_.setSingleShot(true);
-    QObject::connect(&opening_, &QTimer::timeout, &opening_, [this] { OnOpened(false); });
-  }
+      : application_(registrar->GetApplication()), registrar_(registrar) {}
 
   void Begin() {
     try {
@@ -88,12 +84,12 @@ class DigestPlugin final : public cw::Plugin,
  private:
   // The engine is about to end.
   void Release() override {
-    opening_.stop();
-    progress_.reset();
-    client_.reset();
-    intents_.reset();
-    manager_.reset();
     registrar_ = nullptr;
+    intents_.reset();
+    caller_.reset();
+    clock_.reset();
+    progress_.reset();
+    manager_.reset();
   }
 
   void Start(digest::FileList list) {
@@ -111,32 +107,34 @@ class DigestPlugin final : public cw::Plugin,
     int64_t bytes = 0;
     for (const digest::File& file : list.files) bytes += file.size;
     progress_.emplace(file_count_, bytes);
-    client_.emplace(std::move(client), std::move(list.files), options_.timeout, *this);
-    client_->Run();
+    clock_ = std::make_shared<tavo::kit::QtClock>();
+    caller_ = tavo::kit::Caller::Create(std::move(client), clock_);
+    digest::AskForDigests(caller_, std::move(list.files), options_.timeout, *this);
   }
 
   // ---- The conversation ----
 
-  void OnDigest(const digest::File& file, const std::string& sha256) override {
-    progress_->Hide();
+  void OnAnswer(const digest::File& file,
+                const tavo::kit::Result<digest::Digest>& answer) override {
     const std::string name = EscapedName(file.path);
-    std::printf("%s%s  %s\n", name == file.path ? "" : "\\", sha256.c_str(), name.c_str());
+    if (!answer) {
+      ++failed_file_count_;
+      return OnSomeFailed(name + ": " + answer.GetFailure().error.message);
+    }
+    byte_count_ += answer->size;
+    progress_->Hide();
+    std::printf("%s%s  %s\n", name == file.path ? "" : "\\", answer->sha256.c_str(), name.c_str());
   }
 
-  void OnFailure(const digest::File& file, const std::string& cause) override {
-    ++failed_file_count_;
-    OnSomeFailed(EscapedName(file.path) + ": " + cause);
-  }
-
-  void OnPart(const digest::File& file, int64_t done, int64_t size) override {
-    progress_->ShowFile(EscapedName(file.path), done, size);
+  void OnPart(const digest::File& file, int64_t done) override {
+    progress_->ShowFile(EscapedName(file.path), done, file.size);
   }
 
   void OnProgress(size_t files_done, int64_t bytes_done) override {
     progress_->Show(files_done, bytes_done);
   }
 
-  // Not at once: the caller is destroyed with the client.
+  // Not at once: this is called by the caller, which ends here.
   void OnEnd(const std::string& failure) override {
     application_->EnqueueTask(
         [weak = weak_from_this(), failure] {
@@ -148,9 +146,7 @@ class DigestPlugin final : public cw::Plugin,
 
   void Finish(const std::string& failure) {
     progress_->Hide();
-    request_count_ = client_->GetRequestCount();
-    byte_count_ = client_->GetByteCount();
-    client_.reset();
+    caller_.reset();
     if (!failure.empty()) {
       Complain(failure);
       return Leave(kCannotRun);
@@ -163,14 +159,15 @@ class DigestPlugin final : public cw::Plugin,
 
   // A refused request is destroyed with its callback, which the token shows.
   void OpenUri() {
-    opening_.start(options_.timeout);
+    opening_ = clock_->After(options_.timeout, [this] { OnOpened(false); });
     intents_ = manager_->GetIntentManager();
     auto token = std::make_shared<char>();
     const std::weak_ptr<char> waiting = token;
     if (intents_) {
       intents_->OpenUri(options_.uri,
                         [weak = weak_from_this(), token = std::move(token)](bool success) {
-                          if (const auto self = weak.lock()) self->OnOpened(success);
+                          const auto self = weak.lock();
+                          if (self && self->registrar_) self->OnOpened(success);
                         });
     } else {
       token.reset();
@@ -181,7 +178,7 @@ class DigestPlugin final : public cw::Plugin,
   // The first outcome counts: an answer may come after the timeout.
   void OnOpened(bool success) {
     if (std::exchange(has_opened_, true)) return;
-    opening_.stop();
+    clock_->Cancel(opening_);
     if (success) {
       Complain("opened " + options_.uri);
     } else {
@@ -200,7 +197,7 @@ class DigestPlugin final : public cw::Plugin,
         failed_file_count_ > 0 ? " (" + std::to_string(failed_file_count_) + " failed)" : "";
     Complain(digest::FormatCount(file_count_, "file") + failed + ", " +
              digest::FormatSize(byte_count_) + ", " +
-             digest::FormatCount(request_count_, "request") + ", " + time + " s");
+             digest::FormatCount(file_count_ + 1, "request") + ", " + time + " s");
     Leave(has_some_failed_ ? kSomeFailed : kOk);
   }
 
@@ -230,12 +227,12 @@ class DigestPlugin final : public cw::Plugin,
   std::unique_ptr<tavo::ManagerWrapper> manager_;
   std::unique_ptr<tavo::IntentManager> intents_;
   std::optional<digest::Progress> progress_;
-  std::optional<digest::DigestClient> client_;
-  QTimer opening_;  // For the URI: the only sign that nobody answers.
+  std::shared_ptr<tavo::kit::IClock> clock_;
+  std::shared_ptr<tavo::kit::Caller> caller_;
+  uint64_t opening_ = 0;  // The timer for the URI: the only sign that nobody answers.
 
   size_t file_count_ = 0;
   size_t failed_file_count_ = 0;
-  size_t request_count_ = 0;
   int64_t byte_count_ = 0;
   bool has_some_failed_ = false;  // Files, directories, the URI.
   bool has_opened_ = false;       // Or has failed.

@@ -5,7 +5,6 @@
 #include <wrapper/manager_wrapper.h>
 
 #include <memory>
-#include <utility>
 
 #include "digest_server.h"
 
@@ -18,8 +17,7 @@ class DigestServerPlugin final : public cw::Plugin {
     manager_ = tavo::ManagerWrapper::Create(registrar);
     auto server = manager_ ? manager_->CreateRpcServer() : nullptr;
     if (!server) return false;
-    server_ = std::make_shared<digest::DigestServer>(registrar->GetApplication(), server);
-    server_->Run();
+    server_ = std::make_unique<digest::DigestServer>(registrar->GetApplication(), server);
     return true;
   }
 
@@ -31,7 +29,7 @@ class DigestServerPlugin final : public cw::Plugin {
   }
 
   std::unique_ptr<tavo::ManagerWrapper> manager_;
-  std::shared_ptr<digest::DigestServer> server_;
+  std::unique_ptr<digest::DigestServer> server_;
 };
 
 }  // namespace
