@@ -41,6 +41,8 @@ set(TAVO_PUBLIC_HEADERS
   kit/clock.h
   kit/describe.h
   kit/failure.h
+  kit/responder.h
+  kit/subscription.h
   kit/values.h
   kit/values_inl.h
   platform/flutter_ostrel/flutter_ostrel.h
