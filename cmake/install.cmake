@@ -12,7 +12,7 @@ function(tavo_install_headers)
 endfunction()
 
 tavo_install_headers(${TAVO_PUBLIC_HEADERS})
-set(installed tavo flutter_ostrel tavo_kit)
+set(installed tavo flutter_ostrel tavo_kit tavo_kit_qt)
 if(TAVO_DESK)
   tavo_install_headers(${TAVO_DESK_HEADERS})
   install(TARGETS tavo-supervisor RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR})

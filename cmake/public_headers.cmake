@@ -38,11 +38,21 @@ set(TAVO_PUBLIC_HEADERS
   forge/signals_impl.h
   forge/slot_owner.h
   forge/strings.h
+  kit/await.h
+  kit/call_core.h
+  kit/call_options.h
+  kit/caller.h
   kit/clock.h
   kit/describe.h
   kit/failure.h
+  kit/manual_clock.h
+  kit/notify_hub.h
+  kit/peer_watch.h
+  kit/qt/qt_clock.h
   kit/responder.h
   kit/subscription.h
+  kit/thread_clock.h
+  kit/timer_queue.h
   kit/values.h
   kit/values_inl.h
   platform/flutter_ostrel/flutter_ostrel.h
