@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <memory>
 
 #include "tools/tavo_bind_writers.h"
@@ -34,7 +33,8 @@ struct Options {
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) FailOnFile(path);
-  std::string text(std::istreambuf_iterator<char>(file), {});
+  std::string text;
+  std::getline(file, text, '\0');  // A description has no NUL.
   if (file.bad()) FailOnFile(path);
   return text;
 }

@@ -16,114 +16,17 @@ using desk::Node;
 constexpr size_t kMaxMembers = 32;  // What TAVO_DESCRIBE takes.
 constexpr size_t kMaxAround = 4;
 
-// Words of C++, and macros of the C library, of compilers and of Qt.
-constexpr std::string_view kTakenNames[] = {
-    "alignas",
-    "alignof",
-    "and",
-    "and_eq",
-    "arm",
-    "asm",
-    "assert",
-    "auto",
-    "bitand",
-    "bitor",
-    "bool",
-    "break",
-    "case",
-    "catch",
-    "char",
-    "char16_t",
-    "char32_t",
-    "char8_t",
-    "class",
-    "co_await",
-    "co_return",
-    "co_yield",
-    "compl",
-    "concept",
-    "const",
-    "const_cast",
-    "consteval",
-    "constexpr",
-    "constinit",
-    "continue",
-    "decltype",
-    "default",
-    "delete",
-    "do",
-    "double",
-    "dynamic_cast",
-    "else",
-    "emit",
-    "enum",
-    "errno",
-    "explicit",
-    "export",
-    "extern",
-    "false",
-    "float",
-    "for",
-    "foreach",
-    "forever",
-    "friend",
-    "goto",
-    "if",
-    "inline",
-    "int",
-    "linux",
-    "long",
-    "mutable",
-    "namespace",
-    "new",
-    "noexcept",
-    "not",
-    "not_eq",
-    "nullptr",
-    "operator",
-    "or",
-    "or_eq",
-    "private",
-    "protected",
-    "public",
-    "register",
-    "reinterpret_cast",
-    "requires",
-    "return",
-    "short",
-    "signals",
-    "signed",
-    "sizeof",
-    "slots",
-    "static",
-    "static_assert",
-    "static_cast",
-    "stderr",
-    "stdin",
-    "stdout",
-    "struct",
-    "switch",
-    "template",
-    "this",
-    "thread_local",
-    "throw",
-    "true",
-    "try",
-    "typedef",
-    "typeid",
-    "typename",
-    "union",
-    "unix",
-    "unsigned",
-    "using",
-    "virtual",
-    "void",
-    "volatile",
-    "wchar_t",
-    "while",
-    "xor",
-    "xor_eq",
-};
+// Words of C++, and macros of the C library, of compilers and of Qt, between blanks.
+constexpr std::string_view kTakenNames =
+    " alignas alignof and and_eq arm asm assert auto bitand bitor bool break case catch char "
+    "char16_t char32_t char8_t class co_await co_return co_yield compl concept const "
+    "const_cast consteval constexpr constinit continue decltype default delete do double "
+    "dynamic_cast else emit enum errno explicit export extern false float for foreach "
+    "forever friend goto if inline int linux long mutable namespace new noexcept not not_eq "
+    "nullptr operator or or_eq private protected public register reinterpret_cast requires "
+    "return short signals signed sizeof slots static static_assert static_cast stderr stdin "
+    "stdout struct switch template this thread_local throw true try typedef typeid typename "
+    "union unix unsigned using virtual void volatile wchar_t while xor xor_eq ";
 
 bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
 bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
@@ -423,7 +326,7 @@ bool IsUsableName(std::string_view name) {
   return !name.empty() && (IsLower(name[0]) || IsUpper(name[0])) &&
          std::all_of(name.begin(), name.end(), is_part) &&
          name.find("__") == std::string_view::npos &&
-         std::find(std::begin(kTakenNames), std::end(kTakenNames), name) == std::end(kTakenNames);
+         kTakenNames.find(' ' + std::string(name) + ' ') == std::string_view::npos;
 }
 
 }  // namespace tools

@@ -58,4 +58,5 @@ code=0
 [[ $code == 2 && $(<out) == "tavo bind: bad.json: parse error at line 1, column 10: "* ]] || fail "$(<out)"
 
 expect 1 "tavo bind: none.json: No such file or directory" none.json
+expect 1 "tavo bind: .: Is a directory" .
 expect 1 "tavo bind: no/page.md: No such file or directory" "$source/tests/tools/notes.json" --page no/page.md
