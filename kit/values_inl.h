@@ -284,6 +284,14 @@ std::enable_if_t<IsStruct<T>::value, bool> ReadValue(const EncodableValue& value
   });
 }
 
+template <typename T, typename = void>
+struct IsReadable : std::false_type {};
+template <typename T>
+struct IsReadable<
+    T, std::void_t<decltype(ReadValue(std::declval<const EncodableValue&>(),
+                                      std::declval<const Place&>(), std::declval<T&>()))>>
+    : std::true_type {};
+
 // ---- Writing ----
 
 // A part of an object: to be moved if the object is a temporary.
@@ -370,6 +378,7 @@ namespace tavo::kit {
 
 template <typename T>
 Result<T> To(const cw::EncodableValue& value, std::string_view root) {
+  static_assert(details::IsReadable<T>::value, "The type needs TAVO_DESCRIBE (kit/describe.h).");
   std::string mismatch;
   T result{};
   const bool fits = details::ReadValue(value, details::Place(root, &mismatch), result);

@@ -111,15 +111,18 @@ def only(direction, kind): return [x for x in lines if x.get("direction") == dir
 assert all(x["time"] for x in lines) and all(x["task"] == "digest" for x in lines if "task" in x)
 asked = only("to", "request")
 assert len({x["id"] for x in asked}) == len(asked), "a frame twice"
-assert [x["method"] for x in asked] == ["flrpc.connected"] + 3 * ["digest"] + ["shutdown"], asked
-paths = [plain(x["params"])["path"] for x in asked[1:4]]
+assert [x["method"] for x in asked] == ["flrpc.connected", "$/features"] + 3 * ["digest"] + ["shutdown"], asked
+files = asked[2:5]
+calls = [{k["value"]: v for k, v in x["params"]["value"]} for x in files]
+paths = [plain(x["$params"])["path"] for x in calls]
 assert paths[0] == sys.argv[2] + "/data/a%20large%20one" and paths[1].endswith("not-utf8-%FF%FE"), paths
 answers = {x["id"]: x for x in only("from", "response")}
 assert set(answers) == {x["id"] for x in asked} and len(only("from", "response")) == len(asked)
-assert plain(answers[asked[1]["id"]]["result"])["size"] == 20000000
-assert answers[asked[3]["id"]]["error"]["message"] == "No such file or directory"
-done = [plain(x["params"]) for x in only("from", "notification") if x["method"] == "progress"]
-assert [x["done"] >> 20 for x in done] == [4, 8, 12, 16, 19] and {x["path"] for x in done} == {paths[0]}, done
+assert plain(answers[files[0]["id"]]["result"])["size"] == 20000000
+assert answers[files[2]["id"]]["error"]["message"] == "No such file or directory"
+done = [plain(x["params"]) for x in only("from", "notification") if x["method"] == "$/progress"]
+assert [x["value"] >> 20 for x in done] == [4, 8, 12, 16, 19], done
+assert {x["$call"] for x in done} == {calls[0]["$call"]["value"]}, done
 assert lines[-1]["kind"] == "intent" and lines[-1]["parameters"]["uri"] == "https://example.org/?q=a b"
 PYTHON
 

@@ -154,7 +154,7 @@ TEST(ValuesTest, AMismatchNamesItsPlace) {
 
 TEST(ValuesTest, DeepValuesAreRefusedShortly) {
   EncodableValue value;
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 20000; ++i) {
     EncodableList children;
     children.push_back(std::move(value));
     EncodableMap node;

@@ -1,0 +1,30 @@
+// The subcommands of the program `tavo`, one source file each: tools/tavo_NAME.cpp.
+//
+// Errors: a subcommand that fails throws CommandError. The program prints its text behind the name
+//         of the subcommand, and ends with its code.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace tools {
+
+constexpr int kFailed = 1;  // A wrong command line, or a file that cannot be read or written.
+constexpr int kBadDescription = 2;  // A description that makes no sense.
+
+class CommandError : public std::runtime_error {
+ public:
+  CommandError(int exit_code, const std::string& text)
+      : std::runtime_error(text), exit_code_(exit_code) {}
+
+  int GetExitCode() const { return exit_code_; }
+
+ private:
+  int exit_code_;
+};
+
+// Adds the subcommand, which runs while the application parses the command line.
+void AddBind(CLI::App& app);
+
+}  // namespace tools
