@@ -5,7 +5,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "desk/embedder/json_fields.h"
+#include "desk/common/json_fields.h"
 
 namespace tools {
 namespace {

@@ -187,4 +187,14 @@ std::string ToText(const Json& json) {
 
 std::string ToText(const EncodableValue& value) { return ToText(ToJson(value)); }
 
+std::string ToBase64(const uint8_t* data, size_t size) {
+  return forge::Buffer(data, size).ToBase64();
+}
+
+std::vector<uint8_t> FromBase64(const std::string& text) {
+  const auto bytes = forge::Buffer::FromBase64(text);
+  if (bytes.GetSize() == 0 && !text.empty()) throw std::runtime_error("a Base64 text is wanted");
+  return {bytes.GetData(), bytes.GetData() + bytes.GetSize()};
+}
+
 }  // namespace desk

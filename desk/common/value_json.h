@@ -6,8 +6,11 @@
 // Threads: any.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <vector>
 
 #include "cw/encodable_value.h"
 
@@ -32,5 +35,9 @@ cw::EncodableValue FromJson(const Json& json);
 // The text is one line; bytes that are no UTF-8 are replaced.
 std::string ToText(const Json& json);
 std::string ToText(const cw::EncodableValue& value);
+
+// Bytes as a Base64 text, and back. FromBase64 throws std::runtime_error for any other text.
+std::string ToBase64(const uint8_t* data, size_t size);
+std::vector<uint8_t> FromBase64(const std::string& text);
 
 }  // namespace desk

@@ -4,9 +4,9 @@
 #include <type_traits>
 #include <utility>
 
+#include "desk/common/json_fields.h"
 #include "desk/common/value_json.h"
 #include "desk/embedder/description.h"
-#include "desk/embedder/json_fields.h"
 #include "desk/embedder/offer.h"
 
 namespace desk {

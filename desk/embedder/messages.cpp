@@ -1,14 +1,13 @@
 #include "desk/embedder/messages.h"
 
 #include <optional>
-#include <stdexcept>
 #include <utility>
-
-#include <QByteArray>
+#include <vector>
 
 #include "cw/admission.h"
 #include "cw/byte_streams.h"
 #include "cw/standard_codec_serializer.h"
+#include "desk/common/value_json.h"
 
 namespace desk {
 namespace {
@@ -56,18 +55,6 @@ EncodableMap DescribeMessage(const uint8_t* data, size_t size) {
                                    {"details", std::move((*error)[2])}}}};
   }
   return {{"bytes", ToBase64(data, size)}};
-}
-
-std::string ToBase64(const uint8_t* data, size_t size) {
-  const auto* bytes = reinterpret_cast<const char*>(data);
-  return QByteArray::fromRawData(bytes, static_cast<int>(size)).toBase64().toStdString();
-}
-
-std::vector<uint8_t> FromBase64(const std::string& text) {
-  const auto result = QByteArray::fromBase64Encoding(QByteArray::fromStdString(text),
-                                                     QByteArray::AbortOnBase64DecodingErrors);
-  if (!result) throw std::runtime_error("a Base64 text is wanted");
-  return {result.decoded.begin(), result.decoded.end()};
 }
 
 }  // namespace desk

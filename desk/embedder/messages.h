@@ -5,8 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "cw/encodable_value.h"
 
@@ -20,10 +18,5 @@ namespace desk {
 //   a result envelope          {"success": any}, or {"error": {"code", "message", "details"}}
 //   anything else              {"bytes": Base64}
 cw::EncodableMap DescribeMessage(const uint8_t* data, size_t size);
-
-std::string ToBase64(const uint8_t* data, size_t size);
-
-// Returns the bytes of a Base64 text. Throws std::runtime_error for any other text.
-std::vector<uint8_t> FromBase64(const std::string& text);
 
 }  // namespace desk

@@ -22,7 +22,6 @@
 
 #include "cw/encodable_value.h"
 #include "desk/common/value_json.h"
-#include "desk/embedder/messages.h"
 
 namespace desk {
 
