@@ -364,6 +364,7 @@ void CallCore::HandleProgress(const EncodableValue& params) {
   const auto token = cw::Get<int64_t>(&params, kToken);
   if (!token) return;
   CallPtr call;
+  std::shared_ptr<forge::IDispatcher> executor;
   {
     const std::lock_guard lock(mutex_);
     const auto found = calls_.find(static_cast<uint64_t>(*token));
@@ -374,13 +375,15 @@ void CallCore::HandleProgress(const EncodableValue& params) {
     }
     if (!options.GetProgressFunction()) return;
     call = found->second;
+    executor = options.GetExecutor();
   }
   const auto* const value = cw::Find(&params, "value");
-  const auto& executor = call->GetOptions().GetExecutor();
   if (!executor) return call->RunProgress(value ? *value : EncodableValue());
-  const auto run = [weak = weak_from_this(), call, value = value ? *value : EncodableValue()] {
+  const auto run = [weak = weak_from_this(), weak_call = std::weak_ptr(call),
+                    value = value ? *value : EncodableValue()] {
     const auto core = weak.lock();
-    if (core && !core->is_closed_) call->RunProgress(value);
+    const auto told = weak_call.lock();
+    if (core && told && !core->is_closed_) told->RunProgress(value);
   };
   forge::Fence("executor of a call", [&] { executor->Invoke(run, 0); });
 }
@@ -446,7 +449,7 @@ void CallCore::EndUnsent(const CallPtr& call, Failure failure) {
 }
 
 void CallCore::Deliver(const CallPtr& call) {
-  const auto& executor = call->GetOptions().GetExecutor();
+  const auto executor = call->TakeExecutor();
   if (is_closed_) return call->Discard();
   if (!executor) return call->Run();
   const auto run = [weak = weak_from_this(), call] {

@@ -18,4 +18,10 @@ void PendingCall::RunProgress(const cw::EncodableValue& value) const noexcept {
   forge::Fence("progress of a call", [this, &value] { options_.GetProgressFunction()(value); });
 }
 
+std::shared_ptr<forge::IDispatcher> PendingCall::TakeExecutor() {
+  auto executor = options_.GetExecutor();
+  options_.Executor(nullptr);
+  return executor;
+}
+
 }  // namespace tavo::kit::details

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "cw/encodable_value.h"
+#include "forge/dispatcher.h"
 #include "kit/call_options.h"
 #include "kit/clock.h"
 #include "kit/failure.h"
@@ -41,6 +42,10 @@ class PendingCall {
 
   const CallOptions& GetOptions() const { return options_; }
 
+  // For whoever has taken the call out of the core's table. The executor may keep a task that owns
+  // the call, so the call must not own the executor then.
+  std::shared_ptr<forge::IDispatcher> TakeExecutor();
+
  private:
   friend class CallCore;
 
@@ -50,7 +55,7 @@ class PendingCall {
   virtual void CallBack() = 0;
   virtual void DropCallback() noexcept = 0;
 
-  const CallOptions options_;
+  CallOptions options_;
   std::atomic<bool> has_ended_{false};  // The callback was called or destroyed, or is being so.
   std::atomic<Sending> sending_{Sending::kNo};
 
