@@ -52,7 +52,10 @@ class Argument {
   explicit Argument(cw::EncodableValue&& own) : own_(std::move(own)) {}
 
   const cw::EncodableValue& Get() const { return borrowed_ ? *borrowed_ : own_; }
-  cw::EncodableValue Take() { return borrowed_ ? *borrowed_ : std::move(own_); }
+  cw::EncodableValue Take() {
+    if (borrowed_) return *borrowed_;
+    return std::move(own_);
+  }
 
  private:
   const cw::EncodableValue* borrowed_ = nullptr;

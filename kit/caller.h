@@ -197,7 +197,7 @@ template <typename R>
 class Promise {
  public:
   Promise() = default;
-  Promise(Promise&& other) = default;
+  Promise(Promise&& other) noexcept = default;
   ~Promise() {
     if (!promise_) return;
     promise_->set_value(Failure{

@@ -198,8 +198,7 @@ void Responder::Serve(std::string_view method, RequestHandler&& handler) {
 Responder::OpenRequestPtr Responder::Open(const std::string& method,
                                           std::unique_ptr<flrpc::IReply>&& reply,
                                           std::optional<int64_t> token) {
-  const auto open =
-      std::make_shared<details::OpenRequest>(method, std::move(reply), weak_from_this());
+  auto open = std::make_shared<details::OpenRequest>(method, std::move(reply), weak_from_this());
   if (!token) return open;
   {
     const std::lock_guard lock(mutex_);

@@ -151,7 +151,7 @@ bool RefuseName(const Place& place, const std::vector<std::string>& expected,
   return false;
 }
 
-Failure MakeBadValue(std::string mismatch) {
+Failure MakeBadValue(const std::string& mismatch) {
   return {Cause::kBadValue, flrpc::Message::Error(flrpc::kInternalError, mismatch)};
 }
 

@@ -125,7 +125,7 @@ bool RefuseName(const Place& place, const std::vector<std::string>& expected,
                 const EncodableValue& found);
 
 // The failure of To.
-Failure MakeBadValue(std::string mismatch);
+Failure MakeBadValue(const std::string& mismatch);
 
 // The text that an enumerator travels as.
 std::string GetWireName(std::string_view enumerator);
@@ -382,7 +382,7 @@ Result<T> To(const cw::EncodableValue& value, std::string_view root) {
   std::string mismatch;
   T result{};
   const bool fits = details::ReadValue(value, details::Place(root, &mismatch), result);
-  if (!fits) return details::MakeBadValue(std::move(mismatch));
+  if (!fits) return details::MakeBadValue(mismatch);
   return result;
 }
 

@@ -80,7 +80,7 @@ std::string ToCppType(const Type& type) {
     const char* begin = kind == '['   ? "std::vector<"
                         : kind == '{' ? "std::map<std::string, "
                                       : "std::optional<";
-    cpp = begin + cpp + '>';
+    cpp.insert(0, begin).append(1, '>');
   }
   return cpp;
 }
@@ -116,7 +116,7 @@ class HeaderWriter {
         out_ << line << '\n';
         line.clear();
       }
-      line += (line.empty() ? indent + "// " : " ") + word;
+      line.append(line.empty() ? indent + "// " : " ").append(word);
     }
     if (!line.empty()) out_ << line << '\n';
   }

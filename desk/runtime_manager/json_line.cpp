@@ -116,7 +116,7 @@ std::optional<QJsonObject> ParseLine(const QByteArray& line, QString* fault) {
 }
 
 QByteArray MakeLine(const QJsonObject& object) {
-  const QByteArray line = MakePlainLine(object);
+  QByteArray line = MakePlainLine(object);
   if (!line.isEmpty()) return line;
   return QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n';
 }

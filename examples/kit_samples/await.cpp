@@ -31,7 +31,7 @@ Task ShowSizes(kit::Caller& caller, Link& link) {
 
 bool Await() {
   Link link;
-  link.responder->Handle("measure", [](Area area, kit::Request<Size> request) {
+  link.responder->Handle("measure", [](Area area, const kit::Request<Size>& request) {
     request.Finish({1920 * area.zoom.value_or(1), 1080});
   });
   link.Connect();

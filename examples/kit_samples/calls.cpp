@@ -16,7 +16,7 @@ bool CallWithTimeout() {
   const auto say = [&link](const std::string& word) { link.Say(word); };
   std::vector<kit::Request<Size>> asleep;
   link.responder->Handle(
-      "measure", [&asleep](Area, kit::Request<Size> request) { asleep.push_back(request); });
+      "measure", [&asleep](Area, const kit::Request<Size>& request) { asleep.push_back(request); });
   link.Connect();
 
   caller->Call<Size>(
@@ -34,7 +34,7 @@ bool CallWithTimeout() {
 
 // Answers every measure at once.
 void ServeSizes(Link& link) {
-  link.responder->Handle("measure", [](Area area, kit::Request<Size> request) {
+  link.responder->Handle("measure", [](Area area, const kit::Request<Size>& request) {
     request.Finish({1920 * area.zoom.value_or(1), 1080});
   });
   link.Connect();
@@ -66,8 +66,8 @@ bool StreamOfProgress() {
     link.Say(std::to_string(static_cast<int>(part * 100)));
   };
   std::vector<kit::Request<Size>> slow;
-  link.responder->Handle("scan",
-                         [&slow](Area, kit::Request<Size> request) { slow.push_back(request); });
+  link.responder->Handle(
+      "scan", [&slow](Area, const kit::Request<Size>& request) { slow.push_back(request); });
   link.Connect();
 
   caller->Call<Size>(
@@ -89,7 +89,7 @@ bool Cancel() {
   Link link;
   auto& caller = link.caller;
   std::vector<kit::Request<Size>> slow;
-  link.responder->Handle("scan", [&](Area, kit::Request<Size> request) {
+  link.responder->Handle("scan", [&](Area, const kit::Request<Size>& request) {
     request.OnCancel([&link] { link.Say("stop"); });
     slow.push_back(request);
   });
@@ -143,8 +143,8 @@ bool Notifications() {
 bool BackPressure() {
   Link link;
   std::vector<kit::Request<Size>> slow;
-  link.responder->Handle("scan",
-                         [&slow](Area, kit::Request<Size> request) { slow.push_back(request); });
+  link.responder->Handle(
+      "scan", [&slow](Area, const kit::Request<Size>& request) { slow.push_back(request); });
   link.Connect();
   auto& client = link.client;
   auto& clock = link.clock;
@@ -169,8 +169,8 @@ bool HandMovedClock() {
   Link link;
   auto& client = link.client;
   std::vector<kit::Request<Size>> slow;
-  link.responder->Handle("scan",
-                         [&slow](Area, kit::Request<Size> request) { slow.push_back(request); });
+  link.responder->Handle(
+      "scan", [&slow](Area, const kit::Request<Size>& request) { slow.push_back(request); });
   link.Connect();
   const auto on_size = [&link](const kit::Result<Size>& size) {
     link.Say(size ? "size" : size.GetFailure().error.message);
