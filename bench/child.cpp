@@ -18,6 +18,7 @@ Child::Child(const std::vector<std::string>& command) {
   int sockets[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) GiveUp("no socket pair");
   process_ = fork();
+  if (process_ < 0) GiveUp("no process can be started");
   if (process_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     dup2(sockets[1], 3);

@@ -89,7 +89,9 @@ Memory EchoClient::GetTaskMemory() {
 
 pid_t EchoClient::GetTaskProcess() {
   const EncodableValue result = Call("process", {});
-  return static_cast<pid_t>(cw::details::As<int64_t>(&result).value_or(0));
+  const auto process = cw::details::As<int64_t>(&result);
+  if (!process || *process <= 0) GiveUp("the task does not tell its process");
+  return static_cast<pid_t>(*process);
 }
 
 EncodableValue EchoClient::Call(const char* method, const EncodableValue& params) {

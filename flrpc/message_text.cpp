@@ -152,7 +152,7 @@ class DecodedText {
 
  private:
   size_t size_;
-  uint8_t small_[512];
+  alignas(8) uint8_t small_[512];  // Lists of doubles are read in place where they are aligned.
   std::string large_;
   uint8_t* data_ = small_;
 };

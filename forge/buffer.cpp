@@ -73,13 +73,10 @@ std::string Buffer::ToBase64() const {
   return text;
 }
 
-Buffer Buffer::FromBase64(const std::string& text) { return FromBase64(text.data(), text.size()); }
-
-Buffer Buffer::FromBase64(const char* text, size_t length) {
-  if (!text) return {};
+Buffer Buffer::FromBase64(const std::string& text) {
   Buffer buffer;
-  buffer.bytes_.resize(base64::DecodedSize(text, length));
-  if (!base64::Decode(text, length, buffer.bytes_.data())) return {};
+  buffer.bytes_.resize(base64::DecodedSize(text.data(), text.size()));
+  if (!base64::Decode(text.data(), text.size(), buffer.bytes_.data())) return {};
   return buffer;
 }
 

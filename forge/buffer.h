@@ -64,10 +64,9 @@ class FORGE_EXPORT Buffer {
   std::string ToBase64() const;
 
   // Decodes a text strictly: its length is a multiple of four, it has characters of the standard
-  // alphabet only and padding at its end only, and unused bits are zero. Any other text, and
-  // null, gives an empty buffer.
+  // alphabet only and padding at its end only, and unused bits are zero. Any other text gives
+  // an empty buffer.
   static Buffer FromBase64(const std::string& text);
-  static Buffer FromBase64(const char* text, size_t length);
 
   friend bool operator==(const Buffer& a, const Buffer& b) {
     return &a == &b || a.bytes_ == b.bytes_;

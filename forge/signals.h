@@ -87,6 +87,9 @@ class FORGE_EXPORT CStyleListener final : public IListener<Args...> {
   SlotOwner<Slot> owner_;
 };
 
+template <typename... Args>
+class Signal;
+
 // A listener over a function object; an empty one is skipped silently.
 //
 // Threads: any. Of two concurrent InvokeOnce only one finds the callback. The callback is destroyed
@@ -102,14 +105,15 @@ class FORGE_EXPORT CppStyleListener final : public IListener<Args...> {
   void Invoke(Args... args) const override;
   void InvokeOnce(Args... args) override;
 
-  // Invoke without the lock, for an owner of the listener that lets nobody call InvokeOnce.
-  void InvokeUnlocked(Args... args) const;
-
  private:
+  friend class Signal<Args...>;
+
+  // Invoke without the lock. A signal never changes the callbacks of its listeners.
+  void InvokeUnlocked(Args... args) const;
   std::function<void(Args...)> Take();
 
   mutable std::shared_mutex mutex_;
-  std::function<void(Args...)> callback_;  // Guarded by mutex_.
+  std::function<void(Args...)> callback_;  // Guarded by mutex_, but for InvokeUnlocked.
 };
 
 namespace details {

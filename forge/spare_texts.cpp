@@ -14,7 +14,7 @@ std::string SpareTexts::Take(std::size_t size) {
   if (size < kMinKept || size > kMaxKept) return {};
   const std::lock_guard lock(mutex_);
   const auto found = std::find_if(kept_.begin(), kept_.end(), [size](const std::string& text) {
-    return text.capacity() >= size;
+    return text.capacity() >= size && text.capacity() / kMaxSurplus <= size;
   });
   return found == kept_.end() ? std::string() : std::exchange(*found, {});
 }

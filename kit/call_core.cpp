@@ -23,6 +23,8 @@ constexpr char kCancel[] = "$/cancel";
 constexpr char kToken[] = "$call";
 constexpr char kParams[] = "$params";
 
+constexpr Millis kFeaturesTimeout{5000};
+
 // A message is a map. Its four or three keys and its texts are values beside the user's own.
 constexpr cw::Surroundings kInRequest{1, 8};
 constexpr cw::Surroundings kInNotification{1, 6};
@@ -47,6 +49,23 @@ Failure MakeFailure(Cause cause, std::string_view text, std::string_view more = 
   }
 }
 
+// While an object lives, its thread hands a message to a client. A transport within the process may
+// then answer this or another call, whose callback must not run within the caller's operation.
+class SendingOnThisThread {
+ public:
+  SendingOnThisThread() { ++depth_; }
+  ~SendingOnThisThread() { --depth_; }
+  SendingOnThisThread(const SendingOnThisThread&) = delete;
+  SendingOnThisThread& operator=(const SendingOnThisThread&) = delete;
+
+  static bool Is() { return depth_ > 0; }
+
+ private:
+  static thread_local int depth_;
+};
+
+thread_local int SendingOnThisThread::depth_ = 0;
+
 bool IsSame(const Message::Error& a, const Message::Error& b) {
   return a.code == b.code && a.message == b.message && a.data == b.data;
 }
@@ -66,7 +85,8 @@ CallCore::CallCore(std::shared_ptr<flrpc::IClient> client, std::shared_ptr<ICloc
                    const Limits& limits, PrivateTag)
     : client_(std::move(client)),
       clock_(std::move(clock)),
-      limits_{std::max<size_t>(1, limits.in_flight), limits.waiting, limits.abandoned},
+      limits_{std::max<size_t>(1, limits.in_flight), limits.waiting,
+              std::max<size_t>(1, limits.abandoned)},
       hub_(std::make_shared<NotifyHub>(client_)),
       watch_(std::make_shared<PeerWatch>(client_, clock_)) {}
 
@@ -88,6 +108,7 @@ void CallCore::Close() {
     writable_waiters.swap(writable_waiters_);
     clock_->Cancel(later_timer_);
     clock_->Cancel(timeout_timer_);
+    clock_->Cancel(features_timer_);
   }
   for (const auto& entry : calls) entry.second->Discard();
   for (; later; later = std::move(later->next_)) later->Discard();
@@ -106,6 +127,7 @@ void CallCore::Begin() {
 
 void CallCore::HandleConnected(bool is_connected) {
   if (!is_connected) return SetFeatures({});
+  ArmFeaturesTimer();
   bool is_sent = false;
   forge::Fence(kFeatures, [this, &is_sent] {
     client_->SendRequest(kFeatures, {}, [weak = weak_from_this()](const auto& response) {
@@ -119,11 +141,22 @@ void CallCore::HandleConnected(bool is_connected) {
   if (!is_sent) SetFeatures({});  // What waits finds out itself whether it can be sent.
 }
 
+// A peer that does not answer counts as one that does not know the question.
+void CallCore::ArmFeaturesTimer() {
+  forge::Fence("clock of a caller", [this] {
+    const std::lock_guard lock(mutex_);
+    features_timer_ = clock_->After(kFeaturesTimeout, [weak = weak_from_this()] {
+      if (const auto core = weak.lock()) core->SetFeatures({});
+    });
+  });
+}
+
 void CallCore::SetFeatures(PeerFeatures features) {
   {
     const std::lock_guard lock(mutex_);
     if (features_) return;
     features_.emplace(std::move(features));
+    clock_->Cancel(features_timer_);
   }
   SendWaiting();
 }
@@ -166,7 +199,7 @@ void CallCore::Drop(const CallPtr& call) {
 
 bool CallCore::Notify(std::string_view method, Argument value) {
   const auto self = shared_from_this();
-  if (client_->HasConnectionFailed()) return false;
+  if (client_->HasConnectionFailed() || !IsSendable(method, value.Get())) return false;
   {
     const std::lock_guard lock(mutex_);
     if (!features_ || is_sending_ || !held_.empty()) {
@@ -175,7 +208,7 @@ bool CallCore::Notify(std::string_view method, Argument value) {
       return true;
     }
   }
-  return SendNotification(method, value.Get());
+  return PassOn(method, value.Get());
 }
 
 Subscription CallCore::OnNotify(std::string_view method, NotifyHub::Function handler) {
@@ -239,7 +272,7 @@ void CallCore::SendWaiting() {
   }
   while (auto next = TakeWaiting()) {
     forge::Fence("message that has waited", [this, &next] {
-      if (!next->call) return void(SendNotification(next->method, next->params));
+      if (!next->call) return void(PassOn(next->method, next->params));
       SendCall(next->call, next->method, Argument(std::move(next->params)));
     });
   }
@@ -293,6 +326,7 @@ void CallCore::SendCall(const CallPtr& call, std::string_view method, Argument p
 
 void CallCore::SendRequest(const CallPtr& call, std::string_view method,
                            const EncodableValue& params) {
+  const SendingOnThisThread sending;
   call->sent_params_ = &params;
   call->sender_ = std::this_thread::get_id();
   client_->SendRequest(method, params,
@@ -301,14 +335,17 @@ void CallCore::SendRequest(const CallPtr& call, std::string_view method,
                        });
 }
 
-bool CallCore::SendNotification(std::string_view method, const EncodableValue& value) {
-  bool needs_bytes = false;
+bool CallCore::IsSendable(std::string_view method, const EncodableValue& value) {
+  bool needs_bytes = false;  // Only the client can tell then.
+  const char* const fault = cw::FindInadmissible(value, kInNotification, &needs_bytes);
+  if (fault) FORGE_LOG(kError) << "Notification '" << method << "' dropped: " << fault;
+  return !fault;
+}
+
+bool CallCore::PassOn(std::string_view method, const EncodableValue& value) {
   if (client_->HasConnectionFailed()) return false;
-  if (const char* fault = cw::FindInadmissible(value, kInNotification, &needs_bytes)) {
-    FORGE_LOG(kError) << "Notification '" << method << "' dropped: " << fault;
-    return false;
-  }
   bool is_sent = false;
+  const SendingOnThisThread sending;
   forge::Fence("notification", [&] {
     client_->SendNotify(method, value);
     is_sent = true;
@@ -325,7 +362,7 @@ void CallCore::SendCancel(PendingCall& call) {
   auto sending = PendingCall::Sending::kNow;
   if (call.sending_.compare_exchange_strong(sending, PendingCall::Sending::kAbandoned)) return;
   forge::Fence("cancel of a call", [this, &call] {
-    SendNotification(kCancel, EncodableMap{{kToken, ToValue(call.token_)}});
+    PassOn(kCancel, EncodableMap{{kToken, ToValue(call.token_)}});
   });
 }
 
@@ -355,9 +392,13 @@ void CallCore::HandleResponse(uint64_t token, const Message::Response& response)
     }
   } catch (const std::exception& error) {
     call->SetFailure(MakeFailure(Cause::kBadValue, "The answer cannot be read: ", error.what()));
+  } catch (...) {
+    call->SetFailure(MakeFailure(Cause::kBadValue, "The answer cannot be read."));
   }
   if (has_waiting) SendWaiting();
-  call->sending_ == PendingCall::Sending::kNow ? DeliverLater(call) : Deliver(call);
+  const bool is_within_call =
+      SendingOnThisThread::Is() || call->sending_ == PendingCall::Sending::kNow;
+  is_within_call ? DeliverLater(call) : Deliver(call);
 }
 
 void CallCore::HandleProgress(const EncodableValue& params) {
@@ -504,6 +545,7 @@ void CallCore::RunLater() {
 void CallCore::ArmTimeout(Millis deadline) {
   if (deadline >= timeout_at_) return;
   clock_->Cancel(timeout_timer_);
+  timeout_at_ = Millis::max();  // Until there is a timer: the next lines may throw.
   timeout_timer_ =
       clock_->After(deadline - clock_->Now(), [weak = weak_from_this(), round = ++timeout_round_] {
         if (const auto core = weak.lock()) core->HandleTimeout(round);

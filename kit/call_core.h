@@ -105,6 +105,7 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   // Getting to know the peer.
   void Begin();
   void HandleConnected(bool is_connected);
+  void ArmFeaturesTimer();
   void SetFeatures(PeerFeatures features);
 
   // What waits. The first four need mutex_.
@@ -120,7 +121,8 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   void MarkSending(PendingCall& call, std::string_view method) const;
   void SendCall(const CallPtr& call, std::string_view method, Argument params);
   void SendRequest(const CallPtr& call, std::string_view method, const cw::EncodableValue& params);
-  bool SendNotification(std::string_view method, const cw::EncodableValue& value);
+  static bool IsSendable(std::string_view method, const cw::EncodableValue& value);
+  bool PassOn(std::string_view method, const cw::EncodableValue& value);
   void SendCancel(PendingCall& call);
 
   // What comes in.
@@ -158,7 +160,8 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   std::map<uint64_t, Outgoing> held_;            // The notifications that wait, in order.
   std::unordered_set<uint64_t> abandoned_;       // The tokens of the abandoned calls.
   std::optional<PeerFeatures> features_;         // Empty until the peer has told.
-  bool is_sending_ = false;                      // A thread sends what waits.
+  uint64_t features_timer_ = 0;
+  bool is_sending_ = false;  // A thread sends what waits.
 
   // What the clock runs next: calls that have ended within Call, a chain that needs no memory of
   // its own, and the callbacks of OnWritable if there is room.

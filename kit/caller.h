@@ -22,11 +22,14 @@
 //            lock of the kit is held. Handlers of notifications run on the thread that brings them.
 // Ownership: the caller shares the client and the clock. When it ends, callbacks and handlers are
 //            not called any more; one that runs on another thread at that time ends after that. Use
-//            an executor, and end the caller there, where this matters. A callback that waits for
-//            its executor is destroyed by that; all others are destroyed at once.
+//            an executor, and end the caller there, where this matters: without one a callback that
+//            another thread is about to call may even begin shortly after the caller has ended. A
+//            callback that waits for its executor is destroyed by that; all others are destroyed at
+//            once.
 // Errors:    the callback of every call is called exactly once, unless the caller, the executor or
 //            a ScopedCall ends first. An exception of a callback is an error line. A call throws
-//            nothing but std::bad_alloc; its callback is not called then.
+//            nothing but std::bad_alloc and what From throws (kit/values.h); its callback is not
+//            called then. An executor that throws drops the callback, with an error line.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,6 @@
 #include "kit/responder.h"
 
+#include <atomic>
 #include <exception>
 
 #include "cw/map_access.h"
@@ -250,16 +251,21 @@ Subscription Responder::Subscribe(std::string_view method, NotifyHandler&& handl
   }
   // Behind a pointer: an emission copies what is subscribed, and a handler may have a state.
   const auto shared = std::make_shared<const NotifyHandler>(std::move(handler));
-  const uint32_t id = signal->Subscribe([shared](const EncodableValue& params) {
+  // An emission that runs calls who has unsubscribed meanwhile, too.
+  const auto is_removed = std::make_shared<std::atomic<bool>>(false);
+  const auto call = [shared, is_removed, self = weak_from_this()](const EncodableValue& params) {
+    if (*is_removed || self.expired()) return;
     forge::Fence("a handler of a notification", [&] { (*shared)(params); });
-  });
+  };
+  const uint32_t id = signal->Subscribe(call);
   const std::weak_ptr<NotifySignal> weak = signal;
   if (is_new) {  // The server keeps its handler for ever; the signal ends with the responder.
     server_->OnNotify(method, [weak](const flrpc::Message::Notification& notification) {
       if (const auto live = weak.lock()) live->Emit(notification.params);
     });
   }
-  return Subscription([weak, id] {
+  return Subscription([weak, id, is_removed] {
+    *is_removed = true;
     if (const auto live = weak.lock()) live->Unsubscribe(id);
   });
 }

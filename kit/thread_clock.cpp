@@ -18,7 +18,7 @@ namespace {
 
 using Steady = std::chrono::steady_clock;
 
-constexpr Millis kRetry{100};  // The pause after a failure of the dispatcher.
+constexpr Millis kRetry{500};  // The pause after the dispatcher has dropped a task.
 constexpr Millis kLongestWait = std::chrono::hours(1);
 
 // Blocks all signals of this thread, so that a thread which it starts handles none.
@@ -73,9 +73,10 @@ class ThreadClock::State : public std::enable_shared_from_this<State> {
     while (Wait()) {
       if (!dispatcher_) {
         RunDueTasks();
-      } else if (!Post()) {
-        Pause();
+        continue;
       }
+      if (TakeDropped()) Pause();
+      Post();
     }
   }
 
@@ -93,30 +94,53 @@ class ThreadClock::State : public std::enable_shared_from_this<State> {
     }
   }
 
-  // Has the dispatcher run the tasks that are due. One such task is on its way at a time.
-  bool Post() {
-    {
-      const std::lock_guard lock(mutex_);
-      is_posted_ = true;
+  // The dispatcher's task. A dispatcher may drop it, by an exception or without a word.
+  class Posted {
+   public:
+    explicit Posted(std::shared_ptr<State> state) : state_(std::move(state)) {}
+    ~Posted() {
+      if (!has_run_) state_->ForgetPosted(true);
     }
-    bool is_taken = false;
-    forge::Fence("dispatcher of a clock", [this, &is_taken] {
-      dispatcher_->Invoke([self = shared_from_this()] { self->RunPosted(); }, 0);
-      is_taken = true;
+    Posted(const Posted&) = delete;
+    Posted& operator=(const Posted&) = delete;
+
+    void Run() {
+      has_run_ = true;
+      state_->RunDueTasks();
+      state_->ForgetPosted(false);
+    }
+
+   private:
+    const std::shared_ptr<State> state_;
+    bool has_run_ = false;
+  };
+
+  // Has the dispatcher run the tasks that are due. One such task is on its way at a time.
+  void Post() {
+    std::shared_ptr<Posted> posted;
+    forge::Fence("dispatcher of a clock", [&] {
+      posted = std::make_shared<Posted>(shared_from_this());
+      MarkPosted();
+      dispatcher_->Invoke([posted] { posted->Run(); }, 0);
     });
-    if (!is_taken) ForgetPosted();
-    return is_taken;
+    if (!posted) ForgetPosted(true);
   }
 
-  void RunPosted() {
-    RunDueTasks();
-    ForgetPosted();
+  void MarkPosted() {
+    const std::lock_guard lock(mutex_);
+    is_posted_ = true;
   }
 
-  void ForgetPosted() {
+  void ForgetPosted(bool is_dropped) {
     const std::lock_guard lock(mutex_);
     is_posted_ = false;
+    was_dropped_ = is_dropped;
     wake_.notify_all();
+  }
+
+  bool TakeDropped() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(was_dropped_, false);
   }
 
   void RunDueTasks() {
@@ -138,6 +162,7 @@ class ThreadClock::State : public std::enable_shared_from_this<State> {
   std::condition_variable wake_;
   Millis wakes_at_ = Millis::max();  // Guarded by mutex_. When the thread looks at the timers.
   bool is_posted_ = false;           // Guarded by mutex_. The dispatcher has a task of the clock.
+  bool was_dropped_ = false;         // Guarded by mutex_. The dispatcher has dropped a task.
   bool is_closed_ = false;           // Guarded by mutex_.
 };
 
@@ -148,12 +173,13 @@ ThreadClock::ThreadClock(std::shared_ptr<forge::IDispatcher> dispatcher)
 }
 
 ThreadClock::~ThreadClock() {
+  Stop();
+  if (thread_.joinable()) thread_.detach();  // The thread uses only its own share of the state.
+}
+
+void ThreadClock::Stop() {
   state_->Close();
-  if (thread_.get_id() == std::this_thread::get_id()) {
-    thread_.detach();  // A task drops the clock. The thread uses only its own share of the state.
-  } else {
-    thread_.join();
-  }
+  if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
 }
 
 Millis ThreadClock::Now() const { return state_->Now(); }

@@ -112,7 +112,7 @@ qint64 JsonTextReader::Sink::writeData(const char* data, qint64 size) try {
   text_.append(data + skipped, text_size);
   if (head_left_) *head_left_ -= skipped;
   return size;
-} catch (const std::bad_alloc&) {
+} catch (...) {
   has_failed_ = true;
   return -1;
 }

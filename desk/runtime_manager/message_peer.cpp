@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QFile>
 #include <QPointer>
 #include <QTimer>
@@ -25,6 +27,7 @@ constexpr int kReadBlock = 1 << 16;
 constexpr int kMaxReadAtOnce = 1 << 20;  // Then the event loop handles other events.
 constexpr int kMaxJoined = 1 << 16;      // Bytes of lines that are joined for one write.
 constexpr auto kMaxHold = std::chrono::milliseconds(1);
+constexpr int kManyQuick = 8;  // So many quick handlers in a row make answers wait for the next.
 constexpr int kConnectRetryMs = 20;
 
 using Clock = std::chrono::steady_clock;
@@ -48,11 +51,35 @@ bool IsSendable(const QByteArray& line, const QString& what) {
   return false;
 }
 
+// Handlers of a peer run on this thread. If one of them calls exit(), what belongs to the thread is
+// destroyed, the peers are not, and what these hold is written.
+class MessagePeer::Delivery {
+ public:
+  explicit Delivery(MessagePeer* peer) { running_.peers.emplace_back(peer); }
+  ~Delivery() { running_.peers.pop_back(); }
+  Delivery(const Delivery&) = delete;
+  Delivery& operator=(const Delivery&) = delete;
+
+ private:
+  struct Running {
+    std::vector<QPointer<MessagePeer>> peers;
+
+    ~Running() {
+      for (const auto& peer : peers) {
+        if (peer) peer->WriteHeld();
+      }
+    }
+  };
+
+  static thread_local Running running_;
+};
+
+thread_local MessagePeer::Delivery::Running MessagePeer::Delivery::running_;
+
 MessagePeer::MessagePeer(QObject* parent) : QObject(parent), owner_(getpid()) { PrimeHeap(); }
 
 MessagePeer::~MessagePeer() {
-  // In a forked process the held lines are the parent's to write.
-  if (getpid() == owner_) WriteHeld();
+  WriteHeld();
   delete readable_;  // Before the descriptor that they watch is closed.
   delete writable_;
   if (descriptor_ >= 0) ::close(descriptor_);
@@ -96,12 +123,14 @@ void MessagePeer::OnConnected() {
 }
 
 void MessagePeer::Send(const QByteArray& line) {
+  LeaveQueueToParent();
   if (!ready_ || write_failed_) return;
   Enqueue(line);
   WriteEnqueued();
 }
 
 void MessagePeer::Send(const std::vector<QByteArray>& lines) {
+  LeaveQueueToParent();
   if (!ready_ || write_failed_) return;
   for (const QByteArray& line : lines) Enqueue(line);
   WriteEnqueued();
@@ -125,6 +154,7 @@ void MessagePeer::WriteEnqueued() {
 
 // Writes what does not wait for the other end to read.
 void MessagePeer::WriteHeld() {
+  LeaveQueueToParent();
   if (!queue_.empty() && !writable_->isEnabled()) WriteQueue();
 }
 
@@ -153,11 +183,22 @@ void MessagePeer::WriteQueue() {
 
 // Drops accepted messages; the loss is reported.
 void MessagePeer::DropQueue() {
+  LeaveQueueToParent();
   if (unsent_bytes_ > 0) {
     ReportError(QStringLiteral("connection closed with %1 bytes unsent").arg(unsent_bytes_));
   }
   queue_.clear();
   unsent_bytes_ = 0;
+}
+
+// In a forked process the lines that were sent before are the parent's to write.
+void MessagePeer::LeaveQueueToParent() {
+  const pid_t process = getpid();
+  if (std::exchange(owner_, process) == process) return;
+  queue_.clear();
+  queue_offset_ = 0;
+  unsent_bytes_ = 0;
+  holds_ = false;
 }
 
 void MessagePeer::Drop(const QString& reason) {
@@ -192,17 +233,18 @@ bool MessagePeer::ReadSome() {
 
 void MessagePeer::DeliverLines() {
   const QPointer<MessagePeer> self(this);
+  const Delivery delivery(this);
   WriteHeld();  // A handler may be running an event loop.
   auto begin = Clock::now();
   auto held_since = begin;
   for (QByteArray line; !closed_ && TakeLine(&line);) {
     const bool has_next = FindNewline();
     if (has_next) PostDelivery();
-    holds_ = has_next && last_handler_was_quick_;
+    holds_ = has_next && quick_handlers_ >= kManyQuick;
     Deliver(line);
     if (!self) return;
     const auto end = Clock::now();
-    last_handler_was_quick_ = end - begin < kMaxHold;
+    quick_handlers_ = end - begin < kMaxHold ? quick_handlers_ + 1 : 0;
     if (end - held_since >= kMaxHold) {
       WriteHeld();
       held_since = end;
@@ -222,11 +264,12 @@ void MessagePeer::DeliverLines() {
 // The next lines are delivered even if a handler runs an event loop.
 void MessagePeer::PostDelivery() {
   if (std::exchange(delivery_posted_, true)) return;
-  const auto resume = [this] {
-    delivery_posted_ = false;
-    DeliverLines();
-  };
-  QMetaObject::invokeMethod(this, resume, Qt::QueuedConnection);
+  QCoreApplication::postEvent(this, new QEvent(QEvent::User), Qt::HighEventPriority);
+}
+
+void MessagePeer::customEvent(QEvent*) {
+  delivery_posted_ = false;
+  DeliverLines();
 }
 
 // Returns whether a whole line is there.

@@ -7,9 +7,10 @@
 // A handler may send, run an event loop (the next messages come within it), drop the peer or
 // delete it. Messages that a peer has sent before it closed are still delivered.
 //
-// Lines are written when they are sent. Only while more received lines wait for their handlers, the
-// answers are held, so that they leave in one write: for a millisecond at most, unless a handler
-// takes longer, and not after such a handler. They leave before an event loop that a handler runs.
+// Lines are written when they are sent. Only while more received lines wait for their handlers, and
+// the last eight handlers took less than a millisecond each, the answers are held, so that they
+// leave in one write. They leave after a millisecond, or as soon as the handler that runs then
+// returns, runs an event loop, or calls exit().
 //
 // The class uses plain socket calls, not QLocalSocket. That one ignores SIGPIPE for the whole
 // process (and does not notice when the host restores it), drops received data when a write fails,
@@ -66,6 +67,8 @@ class MessagePeer : public QObject {
   void closed();  // Emitted once; the peer deletes itself afterwards.
 
  private:
+  class Delivery;
+
   void TryConnect(const QByteArray& path);
   void OnConnected();
   void Enqueue(const QByteArray& line);
@@ -73,17 +76,19 @@ class MessagePeer : public QObject {
   void WriteHeld();
   void WriteQueue();
   void DropQueue();
+  void LeaveQueueToParent();
   void OnReadable();
   bool ReadSome();
   void DeliverLines();
   void PostDelivery();
+  void customEvent(QEvent* event) override;
   bool FindNewline();
   bool TakeLine(QByteArray* line);  // The line points into received_.
   void DropDelivered();
   void Deliver(const QByteArray& line);
   void Close();
 
-  const pid_t owner_;  // The process that made the peer.
+  pid_t owner_;  // The process whose lines are in the queue.
   int descriptor_ = -1;
   ReadNotifier* readable_ = nullptr;  // Children of the peer.
   QSocketNotifier* writable_ = nullptr;
@@ -97,8 +102,8 @@ class MessagePeer : public QObject {
   std::deque<QByteArray> queue_;  // Lines; short ones are joined.
   int queue_offset_ = 0;          // Sent bytes of the first element.
   qint64 unsent_bytes_ = 0;
-  bool holds_ = false;  // What is sent is held.
-  bool last_handler_was_quick_ = true;
+  bool holds_ = false;      // What is sent is held.
+  int quick_handlers_ = 0;  // The number of quick handlers since a slow one.
 
   QByteArray received_;  // Lines from line_start_ on.
   int line_start_ = 0;

@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QEvent>
 #include <QObject>
+#include <QPointer>
 #include <QThread>
 
 #include "kit/timer_queue.h"
@@ -61,7 +62,9 @@ class QtClock::Timer final : public QObject {
   void timerEvent(QTimerEvent*) override {
     const bool was_running = std::exchange(is_running_, true);
     const Millis now = Now();  // A task that adds another one does not keep the loop here.
+    const QPointer<QObject> self(this);  // A task may run an event loop that deletes this.
     while (!was_running && timers_.RunNext(now)) {
+      if (!self) return;
     }
     is_running_ = was_running;
     Restart();

@@ -19,6 +19,9 @@ TEST(SpareTextsTest, KeepsTheLargestOfTheTextsWithinItsLimits) {
   EXPECT_EQ("", spare.Take(1));
   for (const size_t size : {90'000, 70'000, 40'000}) EXPECT_LE(size, spare.Take(size).capacity());
   EXPECT_EQ("", spare.Take(40'000));
+  spare.Keep(std::string(200'000, 'x'));
+  EXPECT_EQ("", spare.Take(40'000)) << "A text must not hold a much larger block.";
+  EXPECT_LE(200'000, spare.Take(60'000).capacity());
 }
 
 }  // namespace

@@ -163,11 +163,17 @@ TEST_F(TaskTest, StopIsAnsweredWhateverTheState) {
   const pid_t pid = running.AskPid();
   testing::internal::CaptureStderr();
   kill(pid, SIGKILL);
-  EXPECT_TRUE(WaitUntil([this] { return Sockets().isEmpty(); }));
+  std::string told;
+  EXPECT_TRUE(WaitUntil([&told] {
+    told += testing::internal::GetCapturedStderr();
+    testing::internal::CaptureStderr();
+    return !told.empty();
+  }));
   Stop(*running.task);
   EXPECT_EQ(
       "tavo-desk: task \"desk_task\" (pid " + std::to_string(pid) + ") was killed by signal 9\n",
-      testing::internal::GetCapturedStderr());
+      told + testing::internal::GetCapturedStderr());
+  EXPECT_TRUE(Sockets().isEmpty());
   EXPECT_NE("", test::Start(*running.task)) << "A task starts once.";
   // While it starts, from other threads, several times.
   Task task("desk_task");

@@ -176,6 +176,11 @@ TEST_F(ResponderTest, SubscriptionsEndTheirHandlers) {
             log_.TakeLine());
   EXPECT_EQ("", tell(int64_t{0}));
   EXPECT_NE(Text::npos, log_.TakeLine().find("none"));
+  tavo::kit::Subscription ended;
+  const auto ending = responder_->OnNotify<int64_t>("end", [&ended](int64_t) { ended.End(); });
+  ended = responder_->OnNotify<int64_t>("end", [this](int64_t) { events_ += "called"; });
+  link_.client->SendNotify("end", int64_t{1});
+  EXPECT_EQ("", Deliver());
   link_.client->OnNotify("seen",
                          [this](const auto& news) { events_ += tools::Describe(news.params); });
   responder_->Notify("seen", int64_t{7});
