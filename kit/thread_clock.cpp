@@ -185,7 +185,8 @@ void ThreadClock::Stop() {
 Millis ThreadClock::Now() const { return state_->Now(); }
 
 uint64_t ThreadClock::After(Millis delay, std::function<void()> task) {
-  return state_->After(delay, std::move(task));
+  const auto state = state_;  // The task may drop the clock before this call returns.
+  return state->After(delay, std::move(task));
 }
 
 void ThreadClock::Cancel(uint64_t timer) { state_->Cancel(timer); }
