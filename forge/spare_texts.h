@@ -25,7 +25,7 @@ class SpareTexts {
   static constexpr std::size_t kMinKept = std::size_t{32} << 10;
   static constexpr std::size_t kMaxKept = std::size_t{1} << 20;
   static constexpr std::size_t kMaxSurplus = 4;  // A block has at most that many times the size.
-  static constexpr std::size_t kMaxBlocks = 3;  // A message in and one out need as many at once.
+  static constexpr std::size_t kMaxBlocks = 3;   // A message in and one out need as many at once.
 
   // The texts of the process. They are never destroyed: messages may come while it exits.
   static SpareTexts& Get();
