@@ -157,6 +157,7 @@ void CallCore::SetFeatures(PeerFeatures features) {
     if (features_) return;
     features_.emplace(std::move(features));
     clock_->Cancel(features_timer_);
+    for (const auto& entry : waiting_) StopTime(*entry.second.call);
   }
   SendWaiting();
 }
@@ -247,6 +248,7 @@ bool CallCore::Enter(std::string_view method, Argument& params, const CallPtr& c
       const bool must_wait = !features_ || is_sending_ || !waiting_.empty() || !HasRoomInFlight();
       call->token_ = DrawToken();
       call->deadline_ = AddDelay(clock_->Now(), call->GetOptions().GetTimeout());
+      if (must_wait && features_) StopTime(*call);
       ArmTimeout(call->deadline_);
       calls_.emplace(call->token_, call);
       if (must_wait) {
@@ -292,7 +294,10 @@ std::optional<CallCore::Outgoing> CallCore::TakeWaiting() {
   auto& queue = is_call ? waiting_ : held_;
   Outgoing next = std::move(queue.begin()->second);
   queue.erase(queue.begin());
-  if (is_call) MarkSending(*next.call, next.method);
+  if (is_call) {
+    MarkSending(*next.call, next.method);
+    RestartTime(*next.call);
+  }
   NoteRoom();
   return next;
 }
@@ -540,6 +545,16 @@ void CallCore::RunLater() {
   for (const auto& callback : writable_waiters) {
     if (!is_closed_) forge::Fence("OnWritable", callback);
   }
+}
+
+void CallCore::StopTime(PendingCall& call) {
+  if (call.GetOptions().IsTimeoutInFlight()) call.deadline_ = Millis::max();
+}
+
+void CallCore::RestartTime(PendingCall& call) {
+  if (!call.GetOptions().IsTimeoutInFlight()) return;
+  call.deadline_ = AddDelay(clock_->Now(), call.GetOptions().GetTimeout());
+  forge::Fence("clock of a caller", [this, &call] { ArmTimeout(call.deadline_); });
 }
 
 void CallCore::ArmTimeout(Millis deadline) {

@@ -138,9 +138,11 @@ class CallCore final : public std::enable_shared_from_this<CallCore> {
   void Deliver(const CallPtr& call);
   void DeliverLater(const CallPtr& call);
 
-  // The timers. The first three need mutex_.
+  // The timers. The first five need mutex_.
   CallPtr TakeLater();
   void ArmLater();
+  static void StopTime(PendingCall& call);
+  void RestartTime(PendingCall& call);
   void ArmTimeout(Millis deadline);
   void RunLater();
   void HandleTimeout(uint64_t round);

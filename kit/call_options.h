@@ -51,6 +51,13 @@ class CallOptions {
     return *this;
   }
 
+  // The same, but the time runs anew from when the request is sent, and does not run while the call
+  // waits for room (Limits::in_flight) at a peer that is there.
+  CallOptions& TimeoutInFlight(Millis timeout) {
+    is_timeout_in_flight_ = true;
+    return Timeout(timeout);
+  }
+
   // Each progress of the call starts the time of Timeout anew.
   CallOptions& ProgressRenews(bool renews = true) {
     progress_renews_ = renews;
@@ -78,12 +85,14 @@ class CallOptions {
   }
 
   Millis GetTimeout() const { return timeout_; }
+  bool IsTimeoutInFlight() const { return is_timeout_in_flight_; }
   bool DoesProgressRenew() const { return progress_renews_; }
   const ProgressFunction& GetProgressFunction() const { return on_progress_; }
   const std::shared_ptr<forge::IDispatcher>& GetExecutor() const { return executor_; }
 
  private:
   Millis timeout_ = std::chrono::seconds(25);
+  bool is_timeout_in_flight_ = false;
   bool progress_renews_ = false;
   ProgressFunction on_progress_;
   std::shared_ptr<forge::IDispatcher> executor_;

@@ -16,11 +16,6 @@ using tavo::kit::Result;
 
 constexpr size_t kAskedAtOnce = 16;
 
-struct FileName {
-  std::string path;
-};
-TAVO_DESCRIBE(FileName, path)
-
 bool IsDigest(const Digest& digest) {
   return digest.size >= 0 && digest.sha256.size() == 64 &&
          digest.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
@@ -43,7 +38,7 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
       self->End("the connection to the task \"digest\" is lost" +
                 (error ? ": " + error->message : ""));
     });
-    for (size_t i = 0; i < kAskedAtOnce; ++i) AskNext();
+    for (Work& work : files_) Ask(work);
     if (files_.empty()) ShutDown();
     caller_.Run();
   }
@@ -55,25 +50,18 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
     std::optional<Result<Digest>> answer;
   };
 
-  // Each answer asks for the next file: the time of a call does not run while it waits for others.
-  void AskNext() {
-    if (asked_ == files_.size()) return;
-    Work& work = files_[asked_++];
+  void Ask(Work& work) {
     caller_.Call<Digest>(
         "digest", FileName{work.file.encoded},
         [self = shared_from_this(), &work](Result<Digest> digest) {
           if (!self->has_ended_) self->HandleAnswer(work, std::move(digest));
         },
-        CallOptions().Timeout(timeout_).ProgressRenews().OnProgress(
-            [self = shared_from_this(), &work](const cw::EncodableValue& value) {
-              const auto done = tavo::kit::To<int64_t>(value);
-              if (done && !self->has_ended_) self->HandleProgress(work, *done);
+        CallOptions().TimeoutInFlight(timeout_).ProgressRenews().OnProgress<int64_t>(
+            [self = shared_from_this(), &work](int64_t done) {
+              if (self->has_ended_) return;
+              self->listener_.OnPart(work.file, done);
+              self->SetDone(work, std::max<int64_t>(0, done));
             }));
-  }
-
-  void HandleProgress(Work& work, int64_t done) {
-    listener_.OnPart(work.file, done);
-    SetDone(work, std::max<int64_t>(0, done));
   }
 
   void HandleAnswer(Work& work, Result<Digest> digest) {
@@ -85,7 +73,6 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
     ++answered_;
     TellAnswers();
     SetDone(work, *work.answer ? (*work.answer)->size : work.file.size);
-    AskNext();
     if (answered_ == files_.size()) ShutDown();
   }
 
@@ -102,12 +89,14 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
   }
 
   void ShutDown() {
-    const auto on_answer = [self = shared_from_this()](const Result<std::monostate>& answer) {
-      if (answer) return self->End("");
-      if (self->EndsAll(answer.GetFailure())) return;
-      self->End("the task \"digest\" does not end: " + answer.GetFailure().error.message);
-    };
-    caller_.Call<std::monostate>("shutdown", {}, on_answer, CallOptions().Timeout(timeout_));
+    caller_.Call<std::monostate>(
+        "shutdown", {},
+        [self = shared_from_this()](const Result<std::monostate>& answer) {
+          if (answer) return self->End("");
+          if (self->EndsAll(answer.GetFailure())) return;
+          self->End("the task \"digest\" does not end: " + answer.GetFailure().error.message);
+        },
+        CallOptions().Timeout(timeout_));
   }
 
   // The client tells of a lost connection by itself.
@@ -126,7 +115,6 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
   std::vector<Work> files_;
   const std::chrono::seconds timeout_;
   IDigestListener& listener_;
-  size_t asked_ = 0;
   size_t answered_ = 0;
   size_t told_ = 0;
   int64_t bytes_done_ = 0;
@@ -135,9 +123,14 @@ class Conversation : public std::enable_shared_from_this<Conversation> {
 
 }  // namespace
 
-void AskForDigests(const std::shared_ptr<Caller>& caller, std::vector<File> files,
-                   std::chrono::seconds timeout, IDigestListener& listener) {
+std::shared_ptr<Caller> AskForDigests(std::shared_ptr<flrpc::IClient> client,
+                                      std::shared_ptr<tavo::kit::IClock> clock,
+                                      std::vector<File> files, std::chrono::seconds timeout,
+                                      IDigestListener& listener) {
+  const tavo::kit::Limits limits{kAskedAtOnce, files.size() + 1};
+  auto caller = Caller::Create(std::move(client), std::move(clock), limits);
   std::make_shared<Conversation>(*caller, std::move(files), timeout, listener)->Begin();
+  return caller;
 }
 
 }  // namespace digest

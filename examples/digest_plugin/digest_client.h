@@ -1,11 +1,4 @@
-// The client of the task "digest", which makes the digests:
-//
-//   request "digest" {"path": text}  ->  {"sha256": text, "size": bytes}, or an error
-//     progress: the number of bytes, of a large file
-//   request "shutdown"               ->  null; the task ends
-//
-// Paths are absolute and percent-encoded, because texts are UTF-8 while names are any bytes. Unlike
-// bytes, such a text stays readable in a record of the messages.
+// Asks the task "digest" for the digests of files: digest_messages.h has the messages.
 //
 // Threads: the event loop's.
 #pragma once
@@ -13,20 +6,14 @@
 #include <kit/caller.h>
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "digest_messages.h"
 #include "file_list.h"
 
 namespace digest {
-
-struct Digest {
-  std::string sha256;
-  int64_t size = 0;
-};
-TAVO_DESCRIBE(Digest, sha256, size)
 
 // The receiver of the results. No operation may drop the caller.
 class IDigestListener {
@@ -44,10 +31,13 @@ class IDigestListener {
   virtual void OnEnd(const std::string& failure) = 0;
 };
 
-// Asks for the digests, with one request a file and one to end the task. Nothing is called after
-// the end of the caller, which must be the last owner of its client. `timeout` is how long a
-// request may go without an answer and without progress.
-void AskForDigests(const std::shared_ptr<tavo::kit::Caller>& caller, std::vector<File> files,
-                   std::chrono::seconds timeout, IDigestListener& listener);
+// Sends one request a file, a few at once, and one to end the task. A request fails when it goes
+// without an answer and without progress for `timeout`. Nothing is called after the end of the
+// caller that is returned, which must be the last owner of the client.
+std::shared_ptr<tavo::kit::Caller> AskForDigests(std::shared_ptr<flrpc::IClient> client,
+                                                 std::shared_ptr<tavo::kit::IClock> clock,
+                                                 std::vector<File> files,
+                                                 std::chrono::seconds timeout,
+                                                 IDigestListener& listener);
 
 }  // namespace digest

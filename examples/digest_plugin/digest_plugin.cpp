@@ -108,8 +108,8 @@ class DigestPlugin final : public cw::Plugin,
     for (const digest::File& file : list.files) bytes += file.size;
     progress_.emplace(file_count_, bytes);
     clock_ = std::make_shared<tavo::kit::QtClock>();
-    caller_ = tavo::kit::Caller::Create(std::move(client), clock_);
-    digest::AskForDigests(caller_, std::move(list.files), options_.timeout, *this);
+    caller_ = digest::AskForDigests(std::move(client), clock_, std::move(list.files),
+                                    options_.timeout, *this);
   }
 
   // ---- The conversation ----

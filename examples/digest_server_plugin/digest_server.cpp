@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -16,27 +15,17 @@
 #include <QCryptographicHash>
 #include <QFile>
 
+#include "../digest_plugin/digest_messages.h"
+
 namespace digest {
 namespace {
 
 using tavo::kit::Request;
 
-constexpr int kCannotBeRead = -32000;
 constexpr int kMaxThreads = 32;  // And files that are open: there may be many requests.
 constexpr int kBlock = 1 << 16;
 constexpr int64_t kLargeFile = int64_t{8} << 20;     // From there on progress is told,
 constexpr int64_t kProgressStep = int64_t{4} << 20;  // that often.
-
-struct FileName {
-  std::string path;
-};
-TAVO_DESCRIBE(FileName, path)
-
-struct Digest {
-  std::string sha256;
-  int64_t size = 0;
-};
-TAVO_DESCRIBE(Digest, sha256, size)
 
 // Opens a regular file, or throws. Never waits for the writer of a pipe.
 void Open(const std::string& path, QFile* file) {

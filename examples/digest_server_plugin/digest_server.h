@@ -1,12 +1,5 @@
-// Answers requests for the SHA-256 of files:
-//
-//   request "digest" {"path": text}  ->  {"sha256": text, "size": bytes}
-//     progress: the number of bytes, as a large file is read, the last one at its end
-//   request "shutdown"               ->  null; the application ends
-//
-// A path is absolute and percent-encoded. Wrong parameters are answered with -32602, a file that
-// cannot be read with -32000 and the cause. Each file is read on a thread of a pool: a small one
-// does not wait for a large one, and the event loop goes on.
+// Answers requests for the SHA-256 of files (digest_messages.h). Each file is read on a thread of a
+// pool: a small one does not wait for a large one, and the event loop goes on.
 //
 // Threads: the event loop's.
 #pragma once

@@ -159,6 +159,28 @@ TEST_F(CallerTest, ProgressRenewsTheTimeAndGarbageDoesNot) {
   EXPECT_EQ(token, *cw::Find(&peer_.Pop().GetNotification()->params, "$call"));
 }
 
+// The time of the second call begins when the first has ended, but at a peer that never comes.
+TEST_F(CallerTest, TimeInFlightStandsStillWhileTheCallWaits) {
+  const std::string timeout = "[timeout -32603 The peer has not answered in time.]";
+  caller_ = Caller::Create(peer_.client, clock_, Limits{1, 8, 8});
+  const auto call_two = [this] {
+    for (int i = 0; i < 2; ++i) Call(i, CallOptions().TimeoutInFlight(10ms));
+  };
+  call_two();
+  clock_->Advance(10ms);
+  EXPECT_EQ(timeout + timeout, TakeEvents());
+  call_two();
+  clock_->Advance(9ms);
+  Start();
+  call_two();
+  for (int i = 0; i < 4; ++i) {
+    clock_->Advance(9ms);
+    EXPECT_EQ("", TakeEvents());
+    clock_->Advance(1ms);
+    EXPECT_EQ(timeout, TakeEvents());
+  }
+}
+
 TEST_F(CallerTest, SubscriptionsAndScopesEndTheirCallbacks) {
   Start();
   auto first = caller_->OnNotify<int32_t>("news", [&](int32_t) { Note("first"); });
