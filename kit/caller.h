@@ -16,6 +16,8 @@
 // before waits for that answer. A peer with a Responder (kit/responder.h) is told of calls that
 // have ended here, and may tell progress. Any other peer gets plain requests and notifications.
 //
+// A client keeps a small handler of each caller that was made of it, so make one caller a client.
+//
 // Threads:   any. A callback runs on the thread that brings the answer (flrpc/client.h), or where
 //            the clock runs its tasks: timeouts, cancelled calls, and all that is known within
 //            Call. With CallOptions().Executor it runs there. It never runs within Call, and no

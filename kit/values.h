@@ -8,16 +8,21 @@
 //   if (!size) Report(size.GetFailure().error.message);
 //   // params.width: an integer is expected, not a text
 //
-// | type                                  | travels as | | ------------------------------------- |
-// ------------------------------------------------------ | | bool, std::string | itself | |
-// integers of all widths                | int32, or int64 if the type does not fit into it       |
-// | double, float                         | double | | std::monostate                        | null
-// | | cw::EncodableValue                    | itself: anything fits | | std::optional<T> | T, or
-// null; an empty field of a struct is left out     | | std::vector<T>, std::array<T, N>      |
-// bytes, a list of numbers, or a list, as fits T exactly | | std::pair, std::tuple | a list of that
-// length                                  | | std::map<K, T>                        | a map | |
-// described structs (kit/describe.h)    | a map; unknown keys are ignored                        |
-// | described enums                       | a text |
+// clang-format off
+// | type                              | travels as                                             |
+// | --------------------------------- | ------------------------------------------------------ |
+// | bool, std::string                 | itself                                                 |
+// | integers of all widths            | int32, or int64 if the type does not fit into it       |
+// | double, float                     | double                                                 |
+// | std::monostate                    | null                                                   |
+// | cw::EncodableValue                | itself: anything fits                                  |
+// | std::optional<T>                  | T, or null; an empty field of a struct is left out     |
+// | std::vector<T>, std::array<T, N>  | bytes, a list of numbers, or a list, as fits T exactly |
+// | std::pair, std::tuple             | a list of that length                                  |
+// | std::map<K, T>                    | a map                                                  |
+// | described structs                 | a map; unknown keys are ignored                        |
+// | described enums                   | a text                                                 |
+// clang-format on
 //
 // To reads more than From writes: any list of numbers as a list of any type of numbers, an integer
 // of either width, a whole double as an integer, and an integer as a double, each if the number

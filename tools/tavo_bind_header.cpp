@@ -23,6 +23,7 @@ constexpr char kIncludes[] = R"(#pragma once
 
 #include <cw/encodable_value.h>
 #include <flrpc/server.h>
+#include <kit/await.h>
 #include <kit/caller.h>
 #include <kit/responder.h>
 #include <kit/values.h>
@@ -38,6 +39,13 @@ class Client {
 
   const std::shared_ptr<tavo::kit::Caller>& GetCaller() const { return caller_; }
 )";
+
+constexpr char kAwaitBegin[] = R"(
+#if defined(__cpp_impl_coroutine)
+  // The same calls for co_await.
+)";
+
+constexpr char kAwaitEnd[] = "#endif\n";
 
 constexpr char kClientEnd[] = R"(
  private:
@@ -171,15 +179,39 @@ class HeaderWriter {
     for (const Notification& one : description_.notifications) {
       one.is_from_server ? WriteSubscribe(one) : WriteNotify(one, "bool", "return caller_");
     }
+    if (!description_.methods.empty()) out_ << kAwaitBegin;
+    for (const Method& method : description_.methods) WriteAwait(method);
+    if (!description_.methods.empty()) out_ << kAwaitEnd;
     out_ << kClientEnd;
+  }
+
+  static std::string ResultOf(const Method& method) {
+    return method.result ? ToCppType(*method.result) : kNoResult;
+  }
+
+  // What comes before the options.
+  std::string ParamsOf(const Method& method) const {
+    const std::string borrowed = BorrowParams(method.params);
+    return borrowed.empty() ? "" : borrowed + ", ";
+  }
+
+  static std::string ArgumentsOf(const Method& method) {
+    return "\"" + method.name + "\", " + ToArgument(method.params);
+  }
+
+  void WriteAwait(const Method& method) {
+    const std::string result = ResultOf(method);
+    out_ << "  tavo::kit::AwaitableCall<" << result << "> " << ToCppName(method.name) << "Await("
+         << ParamsOf(method) << "tavo::kit::CallOptions options = {}) {\n"
+         << "    return caller_->CallAwait<" << result << ">(" << ArgumentsOf(method)
+         << ", std::move(options));\n  }\n";
   }
 
   void WriteCalls(const Method& method) {
     const std::string name = ToCppName(method.name);
-    const std::string result = method.result ? ToCppType(*method.result) : kNoResult;
-    const std::string borrowed = BorrowParams(method.params);
-    const std::string params = borrowed.empty() ? "" : borrowed + ", ";
-    const std::string arguments = "\"" + method.name + "\", " + ToArgument(method.params);
+    const std::string result = ResultOf(method);
+    const std::string params = ParamsOf(method);
+    const std::string arguments = ArgumentsOf(method);
     out_ << '\n';
     WriteComment("  ", method.doc);
     out_ << "  tavo::kit::CallHandle " << name << '(' << params
