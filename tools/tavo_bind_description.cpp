@@ -200,7 +200,7 @@ class Reader {
     reader.ExpectKnownKeysOnly();
     ExpectMessageName(node, name);
     const std::string cpp = ToCppName(name);
-    Take(node, &client_names_, {cpp, cpp + "Future"});
+    Take(node, &client_names_, {cpp, cpp + "Future", cpp + "Await"});
     Take(node, &server_names_, {cpp});
     description_.methods.push_back(
         {name, ReadOptionalType(node, "params"), ReadOptionalType(node, "result"), ReadDoc(node)});
