@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
     return 0;
   } catch (const CLI::ParseError& error) {
-    return app.exit(error, std::cout, std::cerr) == 0 ? 0 : tools::kFailed;
+    return app.exit(error, std::cout, std::cerr) == 0 ? 0 : tools::kWrongUsage;
   } catch (const tools::CommandError& error) {
     return Report(app, error.what(), error.GetExitCode());
   } catch (const std::exception& error) {

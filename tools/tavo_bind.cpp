@@ -16,8 +16,10 @@ constexpr char kAbout[] =
     "and notifications, and their types. Without --header and --page the description is only\n"
     "checked. docs/bind.md shows a description.";
 constexpr char kFooter[] =
-    "Ends with 0; 2 for a description that makes no sense; 1 for a wrong command line or a file\n"
-    "that cannot be read or written.";
+    "Example: tavo bind notes.json --header notes.h --page notes.md\n"
+    "\n"
+    "Ends with 0; 1 for a description that makes no sense or a file that cannot be read or\n"
+    "written; 2 for a wrong command line.";
 
 struct Options {
   std::string description;
@@ -53,7 +55,7 @@ void Run(const Options& options) {
   try {
     description = ReadDescription(text);
   } catch (const std::runtime_error& error) {
-    throw CommandError(kBadDescription, options.description + ": " + error.what());
+    throw CommandError(kFailed, options.description + ": " + error.what());
   }
   const std::string source = options.description.substr(options.description.rfind('/') + 1);
   const std::string& name_space =

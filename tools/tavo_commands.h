@@ -10,8 +10,11 @@
 
 namespace tools {
 
-constexpr int kFailed = 1;  // A wrong command line, or a file that cannot be read or written.
-constexpr int kBadDescription = 2;  // A description that makes no sense.
+// The exit codes of all subcommands; 0 is success.
+constexpr int kFailed = 1;      // An error answer, bad input, or a file that cannot be used.
+constexpr int kWrongUsage = 2;  // A wrong command line.
+constexpr int kNotStarted = 3;  // A task that was not started, or was lost.
+constexpr int kTimedOut = 4;
 
 class CommandError : public std::runtime_error {
  public:

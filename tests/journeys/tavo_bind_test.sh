@@ -25,7 +25,7 @@ diff "$source/tests/tools/notes.md" page.md || fail "the page"
 # bad TEXT JSON
 bad() {
   printf '%s' "$2" >bad.json
-  expect 2 "tavo bind: bad.json: $1" bad.json --header never.h
+  expect 1 "tavo bind: bad.json: $1" bad.json --header never.h
   [[ ! -e never.h ]] || fail "a header of a bad description"
 }
 bad 'the whole: an object is wanted, not an array' '[]'
@@ -55,8 +55,11 @@ bad '/doc: a text without backslashes and control characters is wanted' '{"name"
 printf '{"name": ' >bad.json
 code=0
 "${emulator[@]}" "$program" bind bad.json 2>out || code=$?
-[[ $code == 2 && $(<out) == "tavo bind: bad.json: parse error at line 1, column 10: "* ]] || fail "$(<out)"
+[[ $code == 1 && $(<out) == "tavo bind: bad.json: parse error at line 1, column 10: "* ]] || fail "$(<out)"
 
 expect 1 "tavo bind: none.json: No such file or directory" none.json
 expect 1 "tavo bind: .: Is a directory" .
 expect 1 "tavo bind: no/page.md: No such file or directory" "$source/tests/tools/notes.json" --page no/page.md
+code=0
+"${emulator[@]}" "$program" bind --unknown 2>/dev/null || code=$?
+[[ $code == 2 ]] || fail "exit code $code of a wrong command line"
