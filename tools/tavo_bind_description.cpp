@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "desk/common/json_fields.h"
+#include "desk/common/json_text.h"
 
 namespace tools {
 namespace {
@@ -32,35 +33,6 @@ bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
 bool IsUpper(char c) { return c >= 'A' && c <= 'Z'; }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsSeparator(char c) { return c == '.' || c == '/' || c == '-' || c == '_'; }
-
-// ---- JSON ----
-
-// An object with the same key twice would lose one of them silently.
-class DuplicateFinder {
- public:
-  bool operator()(int, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::object_start) keys_.emplace_back();
-    if (event == Json::parse_event_t::object_end) keys_.pop_back();
-    if (event == Json::parse_event_t::key &&
-        !keys_.back().insert(parsed.get<std::string>()).second) {
-      throw std::runtime_error("the key " + parsed.dump() + " stands twice in one object");
-    }
-    return true;
-  }
-
- private:
-  std::vector<std::set<std::string>> keys_;
-};
-
-Json Parse(const std::string& text) {
-  try {
-    return Json::parse(text, DuplicateFinder());
-  } catch (const Json::parse_error& error) {
-    const std::string what = error.what();
-    const size_t begin = what.find("parse error");
-    throw std::runtime_error(begin == std::string::npos ? what : what.substr(begin));
-  }
-}
 
 // Calls the function with each member of an object, and does nothing for one that is missing.
 void ForEach(const Node& node, const char* key,
@@ -301,7 +273,7 @@ const BasicType* FindBasicType(std::string_view name) {
 }
 
 Description ReadDescription(const std::string& text) {
-  const Json json = Parse(text);
+  const Json json = desk::ParseJson(text);
   return Reader(Node{json, ""}).Read();
 }
 

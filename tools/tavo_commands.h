@@ -1,7 +1,7 @@
 // The subcommands of the program `tavo`, one source file each: tools/tavo_NAME.cpp.
 //
 // Errors: a subcommand that fails throws CommandError. The program prints its text behind the name
-//         of the subcommand, and ends with its code.
+//         of the subcommand, and ends with its code. CLI::RuntimeError ends it without a text.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -27,7 +27,11 @@ class CommandError : public std::runtime_error {
   int exit_code_;
 };
 
-// Adds the subcommand, which runs while the application parses the command line.
+// Each adds its subcommand, which runs while the application parses the command line.
 void AddBind(CLI::App& app);
+void AddDecode(CLI::App& app);
+void AddEmbed(CLI::App& app);
+void AddEncode(CLI::App& app);
+void AddGenerate(CLI::App& app);  // Of all subcommands that are added before or later.
 
 }  // namespace tools

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <type_traits>
 
+#include "desk/common/utf8.h"
+
 namespace tools {
 namespace {
 
@@ -11,6 +13,7 @@ using cw::EncodableMap;
 using cw::EncodableValue;
 using flrpc::Message;
 
+constexpr size_t kMaxIndent = 80;    // Many deep values would make a text of gigabytes.
 constexpr size_t kMaxElements = 32;  // The most elements of a typed list on one line.
 
 std::string Format(const char* format, double number) {
@@ -37,21 +40,6 @@ const char* NameOf() {
   if constexpr (std::is_same_v<T, float>) return "float32 list";
 }
 
-// Returns the length of the well-formed UTF-8 sequence that begins there, or 0.
-size_t SequenceLength(const std::string& text, size_t at) {
-  const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
-  const uint8_t first = byte(at);
-  const size_t length = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (length > 1 && (first < 0xC2 || first > 0xF4 || at + length > text.size())) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(at + i) & 0xC0) != 0x80) return 0;
-  }
-  const uint8_t second = length > 2 ? byte(at + 1) : 0x80;
-  const bool is_overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-  const bool is_beyond = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
-  return is_overlong || is_beyond ? 0 : length;
-}
-
 class Printer {
  public:
   // The value's first line continues the present line; its content follows, indented, below.
@@ -62,7 +50,9 @@ class Printer {
   // Begins a new line.
   std::string& Line(size_t indent) {
     if (!text_.empty()) text_ += '\n';
-    return text_.append(indent, ' ');
+    if (indent <= kMaxIndent) return text_.append(indent, ' ');
+    text_.append(kMaxIndent, ' ');
+    return text_ += "(level " + std::to_string(indent / 2) + ") ";
   }
 
   std::string Take() { return std::move(text_); }
@@ -132,7 +122,7 @@ std::string Summary(const Message::Error& error) {
 std::string Quote(const std::string& text) {
   std::string quoted = "\"";
   for (size_t at = 0; at < text.size();) {
-    const size_t length = SequenceLength(text, at);
+    const size_t length = desk::GetSequenceLength(text, at);
     const auto byte = static_cast<uint8_t>(text[at]);
     if (length == 1 && (byte == '"' || byte == '\\')) quoted += '\\';
     if (length == 0 || byte < 0x20 || byte == 0x7F) {

@@ -1,13 +1,18 @@
 #include "desk/common/value_json.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cmath>
-#include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <string_view>
 #include <type_traits>
-#include <vector>
+#include <utility>
 
+#include "desk/common/utf8.h"
 #include "forge/buffer.h"
 
 namespace desk {
@@ -17,175 +22,392 @@ using cw::EncodableList;
 using cw::EncodableMap;
 using cw::EncodableValue;
 
-Json ToJson(const EncodableValue& value, int depth);
+constexpr size_t kMaxAround = 16;  // Lists and maps that a program puts around a value.
+constexpr int64_t kMaxExact = (int64_t{1} << 53) - 1;  // Beyond it many readers of JSON round.
+
+// ---- Places, for errors ----
+
+constexpr size_t kMaxSteps = 8;  // At either end of a way.
+
+// The way from the outermost value to a part of it. `depth` counts the lists and maps on the way.
+struct Place {
+  Place At(std::string_view name) const { return {this, name, 0, depth + 1}; }
+  Place At(size_t at) const { return {this, {}, at, depth + 1}; }
+
+  const Place* around = nullptr;
+  std::string_view key;  // Its data is null in an array.
+  size_t index = 0;
+  size_t depth = 0;
+};
+
+bool IsName(std::string_view key) {
+  if (!key.empty() && key[0] == '$') key.remove_prefix(1);
+  return !key.empty() && std::all_of(key.begin(), key.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  });
+}
+
+std::string ToStep(const Place& place) {
+  if (!place.key.data()) return '[' + std::to_string(place.index) + ']';
+  if (IsName(place.key)) return '.' + std::string(place.key);
+  return '[' + ToText(Json(place.key)) + ']';
+}
+
+// The middle of a long way is left out.
+std::string ToPath(const Place& place) {
+  std::vector<const Place*> steps;
+  for (const Place* step = &place; step->around; step = step->around) steps.push_back(step);
+  std::string path = "$";
+  for (size_t i = steps.size(); i-- > 0;) {
+    const bool is_shown = i < kMaxSteps || i >= steps.size() - std::min(kMaxSteps, steps.size());
+    if (is_shown) path += ToStep(*steps[i]);
+    if (!is_shown && i == kMaxSteps) path += "...";
+  }
+  return path;
+}
+
+[[noreturn]] void Fail(const Place& place, const std::string& what) {
+  throw std::runtime_error(ToPath(place) + ": " + what);
+}
+
+// ---- Numbers that JSON has no word for ----
 
 template <typename T>
-Json NumberToJson(T number) {
-  if constexpr (std::is_floating_point_v<T>) {
-    if (!std::isfinite(number)) return nullptr;
+using Bits = std::conditional_t<sizeof(T) == sizeof(uint64_t), uint64_t, uint32_t>;
+
+// NaN has many bit patterns. The usual one is "NaN", another one "NaN(fff8000000000000)".
+template <typename T>
+std::string ToWord(T number) {
+  if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
+  const T usual = std::numeric_limits<T>::quiet_NaN();
+  if (std::memcmp(&number, &usual, sizeof number) == 0) return "NaN";
+  Bits<T> bits;
+  std::memcpy(&bits, &number, sizeof bits);
+  char digits[2 * sizeof bits];
+  const auto end = std::to_chars(digits, digits + sizeof digits, bits, 16);
+  return "NaN(" + std::string(digits, end.ptr) + ')';
+}
+
+template <typename T>
+bool FromWord(std::string_view word, T* number) {
+  constexpr T kInfinity = std::numeric_limits<T>::infinity();
+  *number = word == "Infinity" ? kInfinity : word == "-Infinity" ? -kInfinity : T(NAN);
+  if (word == "NaN" || !std::isnan(*number)) return true;
+  if (word.size() < 5 || word.substr(0, 4) != "NaN(" || word.back() != ')') return false;
+  Bits<T> bits = 0;
+  const char* const end = word.data() + word.size() - 1;
+  const auto result = std::from_chars(word.data() + 4, end, bits, 16);
+  if (result.ec != std::errc() || result.ptr != end) return false;
+  std::memcpy(number, &bits, sizeof bits);
+  return std::isnan(*number);
+}
+
+// ---- To JSON ----
+
+bool IsMark(std::string_view key);
+
+Json Mark(const char* mark, Json content) {
+  Json object = Json::object();
+  object[mark] = std::move(content);
+  return object;
+}
+
+// A float is written with as few digits as give it back.
+double Lengthen(float number) {
+  char digits[32];
+  *std::to_chars(digits, digits + sizeof digits - 1, number).ptr = '\0';
+  double read = 0;
+  std::from_chars(digits, digits + std::strlen(digits), read);
+  return static_cast<float>(read) == number ? read : static_cast<double>(number);
+}
+
+Json NumberToJson(int32_t number) { return number; }
+Json NumberToJson(int64_t number) {
+  if (std::abs(number) <= kMaxExact && number != INT64_MIN) return number;
+  return std::to_string(number);
+}
+Json NumberToJson(double number) {
+  return std::isfinite(number) ? Json(number) : Json(ToWord(number));
+}
+Json NumberToJson(float number) {
+  return std::isfinite(number) ? Json(Lengthen(number)) : Json(ToWord(number));
+}
+
+template <typename T>
+constexpr const char* ListMark() {
+  if constexpr (std::is_same_v<T, int32_t>) return "$int32s";
+  if constexpr (std::is_same_v<T, int64_t>) return "$int64s";
+  if constexpr (std::is_same_v<T, double>) return "$float64s";
+  if constexpr (std::is_same_v<T, float>) return "$float32s";
+}
+
+// Whether the map is an object that is read as this map.
+bool HasPlainKeys(const EncodableMap& map) {
+  const auto is_plain = [&map](const auto& entry) {
+    const auto* text = entry.first.template GetIf<std::string>();
+    return text && IsUtf8(*text) && !(map.size() == 1 && IsMark(*text));
+  };
+  return std::all_of(map.begin(), map.end(), is_plain);
+}
+
+class Writer {
+ public:
+  explicit Writer(SmallInt64 small_int64) : small_int64_(small_int64) {}
+
+  Json Write(const EncodableValue& value, const Place& place) const {
+    if (place.depth > kDeepestValue + kMaxAround) Fail(place, "it is nested too deeply");
+    return value.Visit([&](const auto& held) { return WriteHeld(held, place); });
+  }
+
+ private:
+  // One overload for each type of the alternatives.
+  static Json WriteHeld(std::monostate, const Place&) { return nullptr; }
+  static Json WriteHeld(bool truth, const Place&) { return truth; }
+  static Json WriteHeld(int32_t number, const Place&) { return number; }
+  static Json WriteHeld(double number, const Place&) {
+    Json json = NumberToJson(number);
+    return json.is_number() ? json : Mark("$float64", std::move(json));
+  }
+  static Json WriteHeld(const std::string& text, const Place&) {
+    if (IsUtf8(text)) return text;
+    return Mark("$text", ToBase64(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+  }
+  static Json WriteHeld(const std::vector<uint8_t>& bytes, const Place&) {
+    return Mark("$bytes", ToBase64(bytes.data(), bytes.size()));
+  }
+  template <typename T>
+  static Json WriteHeld(const std::vector<T>& numbers, const Place&) {
+    Json array = Json::array();
+    for (const T number : numbers) array.push_back(NumberToJson(number));
+    return Mark(ListMark<T>(), std::move(array));
+  }
+  [[noreturn]] static Json WriteHeld(const cw::CustomEncodableValue&, const Place& place) {
+    Fail(place, "a custom value has no JSON");
+  }
+
+  // A small one would come back as int32.
+  Json WriteHeld(int64_t number, const Place&) const {
+    const bool is_small = number == static_cast<int32_t>(number);
+    Json json = NumberToJson(number);
+    const bool is_plain = json.is_number() && !(is_small && small_int64_ == SmallInt64::kMarked);
+    return is_plain ? json : Mark("$int64", std::to_string(number));
+  }
+
+  Json WriteHeld(const EncodableList& list, const Place& place) const {
+    Json array = Json::array();
+    for (size_t i = 0; i < list.size(); ++i) array.push_back(Write(list[i], place.At(i)));
+    return array;
+  }
+
+  Json WriteHeld(const EncodableMap& map, const Place& place) const {
+    if (!HasPlainKeys(map)) {
+      return Mark("$map", WritePairs(map, {&place, "$map", 0, place.depth}));
+    }
+    Json object = Json::object();
+    auto& members = object.get_ref<Json::object_t&>();
+    members.reserve(map.size());  // An object that grows copies its members.
+    for (const auto& [key, mapped] : map) {
+      const auto& name = key.Get<std::string>();
+      members.emplace_back(name, Write(mapped, place.At(name)));
+    }
+    return object;
+  }
+
+  Json WritePairs(const EncodableMap& map, const Place& place) const {
+    Json pairs = Json::array();
+    for (const auto& [key, mapped] : map) {
+      const Place pair{&place, {}, pairs.size(), place.depth};
+      Json json = Json::array();
+      json.push_back(Write(key, pair.At(size_t{0})));
+      json.push_back(Write(mapped, pair.At(size_t{1})));
+      pairs.push_back(std::move(json));
+    }
+    return pairs;
+  }
+
+  const SmallInt64 small_int64_;
+};
+
+// ---- From JSON ----
+
+EncodableValue Read(const Json& json, const Place& place);
+
+const std::string& ExpectText(const Json& json, const Place& place, const char* what) {
+  if (!json.is_string()) Fail(place, std::string(what) + " is wanted");
+  return json.get_ref<const std::string&>();
+}
+
+const Json& ExpectArray(const Json& json, const Place& place, const char* what) {
+  if (!json.is_array()) Fail(place, std::string(what) + " is wanted");
+  return json;
+}
+
+bool IsBeyondInt64(const Json& json) {
+  return json.is_number_unsigned() &&
+         json.get<uint64_t>() > static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
+}
+
+template <typename T>
+T ReadInteger(const Json& json, const Place& place) {
+  constexpr const char* kWhat =
+      sizeof(T) == 8 ? "an integer of 64 bits is wanted" : "an integer of 32 bits is wanted";
+  int64_t number = 0;
+  if (json.is_number_integer() && !IsBeyondInt64(json)) {
+    number = json.get<int64_t>();
+  } else {
+    if (!json.is_string()) Fail(place, kWhat);
+    const auto& digits = json.get_ref<const std::string&>();
+    const char* const end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, number);
+    if (result.ec != std::errc() || result.ptr != end || digits.empty()) Fail(place, kWhat);
+  }
+  if (static_cast<T>(number) != number) Fail(place, kWhat);
+  return static_cast<T>(number);
+}
+
+template <typename T>
+T ReadFloat(const Json& json, const Place& place) {
+  constexpr auto kMost = static_cast<double>(std::numeric_limits<T>::max());
+  if (json.is_number()) {
+    const auto number = json.get<double>();
+    if (std::abs(number) > kMost) Fail(place, "the number is too large");
+    return static_cast<T>(number);
+  }
+  T number = 0;
+  if (!json.is_string() || !FromWord(json.get_ref<const std::string&>(), &number)) {
+    Fail(place, "a number, \"NaN\", \"Infinity\" or \"-Infinity\" is wanted");
   }
   return number;
 }
 
-std::string KeyText(const EncodableValue& key, int depth) {
-  const auto* text = key.GetIf<std::string>();
-  return text ? *text : ToText(ToJson(key, depth));
+template <typename T>
+EncodableValue ReadNumber(const Json& json, const Place& place) {
+  if constexpr (std::is_integral_v<T>) return ReadInteger<T>(json, place);
+  if constexpr (!std::is_integral_v<T>) return ReadFloat<T>(json, place);
 }
 
 template <typename T>
-Json SequenceToJson(const std::vector<T>& elements, int depth) {
-  Json array = Json::array();
-  for (const auto& element : elements) {
-    if constexpr (std::is_same_v<T, EncodableValue>) {
-      array.push_back(ToJson(element, depth));
-    } else {
-      array.push_back(NumberToJson(element));
-    }
+EncodableValue ReadNumbers(const Json& json, const Place& place) {
+  std::vector<T> numbers;
+  for (const Json& element : ExpectArray(json, place, "an array of numbers")) {
+    const Place at = place.At(numbers.size());
+    if constexpr (std::is_integral_v<T>) numbers.push_back(ReadInteger<T>(element, at));
+    if constexpr (!std::is_integral_v<T>) numbers.push_back(ReadFloat<T>(element, at));
   }
-  return array;
+  return numbers;
 }
 
-// One overload for each type of the alternatives; `depth` is the depth of the values inside.
-Json ContentToJson(std::monostate, int) { return nullptr; }
-Json ContentToJson(const cw::CustomEncodableValue&, int) { return nullptr; }
-Json ContentToJson(const std::string& text, int) { return text; }
-template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
-Json ContentToJson(T number, int) {
-  return NumberToJson(number);
-}
-template <typename T>
-Json ContentToJson(const std::vector<T>& elements, int depth) {
-  return SequenceToJson(elements, depth);
-}
-Json ContentToJson(const EncodableMap& map, int depth) {
-  Json object = Json::object();
-  for (const auto& entry : map) object[KeyText(entry.first, depth)] = ToJson(entry.second, depth);
-  return object;
+std::vector<uint8_t> ReadBase64(const Json& json, const Place& place) {
+  const auto& text = ExpectText(json, place, "a Base64 text");
+  try {
+    return FromBase64(text);
+  } catch (const std::runtime_error& error) {
+    Fail(place, error.what());
+  }
 }
 
-Json ToJson(const EncodableValue& value, int depth) {
-  if (depth > kDeepestJson) return nullptr;
-  return value.Visit([depth](const auto& content) { return ContentToJson(content, depth + 1); });
+EncodableValue ReadBytes(const Json& json, const Place& place) { return ReadBase64(json, place); }
+
+EncodableValue ReadText(const Json& json, const Place& place) {
+  const auto bytes = ReadBase64(json, place);
+  return std::string(bytes.begin(), bytes.end());
 }
 
-EncodableValue FromInteger(int64_t number) {
+EncodableValue ReadPairs(const Json& json, const Place& place) {
+  EncodableMap map;
+  size_t index = 0;
+  for (const Json& pair : ExpectArray(json, place, "an array of [key, value]")) {
+    const Place at{&place, {}, index++, place.depth};
+    if (!pair.is_array() || pair.size() != 2) Fail(at, "a [key, value] is wanted");
+    EncodableValue key = Read(pair[0], at.At(size_t{0}));
+    if (map.count(key) != 0) Fail(at, "the key stands twice");
+    map.emplace(std::move(key), Read(pair[1], at.At(size_t{1})));
+  }
+  return map;
+}
+
+struct MarkedForm {
+  const char* mark;
+  EncodableValue (*read)(const Json& content, const Place& place);
+};
+
+constexpr MarkedForm kMarkedForms[] = {
+    {"$bytes", ReadBytes},
+    {"$text", ReadText},
+    {"$int64", ReadNumber<int64_t>},
+    {"$float64", ReadNumber<double>},
+    {ListMark<int32_t>(), ReadNumbers<int32_t>},
+    {ListMark<int64_t>(), ReadNumbers<int64_t>},
+    {ListMark<double>(), ReadNumbers<double>},
+    {ListMark<float>(), ReadNumbers<float>},
+    {"$map", ReadPairs},
+};
+
+const MarkedForm* FindMarkedForm(std::string_view key) {
+  if (key.empty() || key[0] != '$') return nullptr;
+  const auto* const found =
+      std::find_if(std::begin(kMarkedForms), std::end(kMarkedForms),
+                   [key](const MarkedForm& form) { return form.mark == key; });
+  return found == std::end(kMarkedForms) ? nullptr : found;
+}
+
+bool IsMark(std::string_view key) { return FindMarkedForm(key) != nullptr; }
+
+EncodableValue ReadPlainNumber(const Json& json) {
+  if (!json.is_number_integer() || IsBeyondInt64(json)) return json.get<double>();
+  const auto number = json.get<int64_t>();
   const auto small = static_cast<int32_t>(number);
   if (small == number) return small;
   return EncodableValue(std::in_place_type<int64_t>, number);
 }
 
-EncodableValue FromUnsigned(uint64_t number) {
-  constexpr auto kLargest = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-  if (number > kLargest) return static_cast<double>(number);
-  return FromInteger(static_cast<int64_t>(number));
+EncodableValue ReadArray(const Json& json, const Place& place) {
+  EncodableList list;
+  list.reserve(json.size());
+  for (const Json& element : json) list.push_back(Read(element, place.At(list.size())));
+  return list;
 }
 
-EncodableValue FromJson(const Json& json, int depth) {
-  if (depth > kDeepestJson) {
-    throw std::runtime_error("it is nested deeper than " + std::to_string(kDeepestJson));
-  }
-  switch (json.type()) {
-    case Json::value_t::boolean:
-      return json.get<bool>();
-    case Json::value_t::number_integer:
-      return FromInteger(json.get<int64_t>());
-    case Json::value_t::number_unsigned:
-      return FromUnsigned(json.get<uint64_t>());
-    case Json::value_t::number_float:
-      return json.get<double>();
-    case Json::value_t::string:
-      return json.get<std::string>();
-    case Json::value_t::array: {
-      EncodableList list;
-      for (const Json& element : json) list.push_back(FromJson(element, depth + 1));
-      return list;
+EncodableValue ReadObject(const Json& json, const Place& place) {
+  const auto& members = json.get_ref<const Json::object_t&>();
+  if (members.size() == 1) {
+    const auto& [key, content] = *members.begin();
+    if (const auto* form = FindMarkedForm(key)) {
+      return form->read(content, {&place, key, 0, place.depth});
     }
-    case Json::value_t::object: {
-      EncodableMap map;
-      for (const auto& item : json.items()) {
-        map[EncodableValue(item.key())] = FromJson(item.value(), depth + 1);
-      }
-      return map;
-    }
-    default:
-      return {};
   }
+  EncodableMap map;
+  for (const auto& [key, content] : members) map[key] = Read(content, place.At(key));
+  return map;
 }
 
-// ---- With types ----
-
-template <typename T>
-const char* TypeName() {
-  if constexpr (std::is_same_v<T, std::monostate>) return "null";
-  if constexpr (std::is_same_v<T, bool>) return "bool";
-  if constexpr (std::is_same_v<T, int32_t>) return "int32";
-  if constexpr (std::is_same_v<T, int64_t>) return "int64";
-  if constexpr (std::is_same_v<T, double>) return "float64";
-  if constexpr (std::is_same_v<T, std::string>) return "text";
-  if constexpr (std::is_same_v<T, std::vector<uint8_t>>) return "bytes";
-  if constexpr (std::is_same_v<T, std::vector<int32_t>>) return "int32 list";
-  if constexpr (std::is_same_v<T, std::vector<int64_t>>) return "int64 list";
-  if constexpr (std::is_same_v<T, std::vector<double>>) return "float64 list";
-  if constexpr (std::is_same_v<T, std::vector<float>>) return "float32 list";
-  if constexpr (std::is_same_v<T, cw::EncodableList>) return "list";
-  if constexpr (std::is_same_v<T, cw::EncodableMap>) return "map";
-  return "custom";
-}
-
-// JSON has no such numbers, so they become texts.
-template <typename T>
-Json NumberOrText(T number) {
-  if constexpr (std::is_floating_point_v<T>) {
-    if (std::isnan(number)) return "NaN";
-    if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
+EncodableValue Read(const Json& json, const Place& place) {
+  if (json.is_structured() && place.depth >= kDeepestValue) {
+    Fail(place, "it is nested deeper than " + std::to_string(kDeepestValue));
   }
-  return number;
-}
-
-template <typename T>
-Json TypedContent(const T& content) {
-  if constexpr (std::is_same_v<T, std::monostate> || std::is_same_v<T, cw::CustomEncodableValue>) {
-    return nullptr;
-  } else if constexpr (std::is_same_v<T, std::vector<uint8_t>>) {
-    return forge::Buffer(content).ToBase64();
-  } else if constexpr (std::is_same_v<T, cw::EncodableMap>) {
-    Json entries = Json::array();
-    for (const auto& [key, mapped] : content)
-      entries.push_back({ToTypedJson(key), ToTypedJson(mapped)});
-    return entries;
-  } else if constexpr (std::is_same_v<T, cw::EncodableList>) {
-    Json elements = Json::array();
-    for (const auto& element : content) elements.push_back(ToTypedJson(element));
-    return elements;
-  } else if constexpr (std::is_arithmetic_v<T>) {
-    return NumberOrText(content);
-  } else if constexpr (std::is_same_v<T, std::string>) {
-    return content;
-  } else {
-    Json numbers = Json::array();
-    for (const auto number : content) numbers.push_back(NumberOrText(number));
-    return numbers;
-  }
+  if (json.is_number()) return ReadPlainNumber(json);
+  if (json.is_array()) return ReadArray(json, place);
+  if (json.is_object()) return ReadObject(json, place);
+  if (json.is_string()) return json.get_ref<const std::string&>();
+  if (json.is_boolean()) return json.get<bool>();
+  return {};
 }
 
 }  // namespace
 
-Json ToTypedJson(const EncodableValue& value) {
-  return value.Visit([](const auto& content) -> Json {
-    return {{"type", TypeName<std::decay_t<decltype(content)>>()},
-            {"value", TypedContent(content)}};
-  });
+Json ToJson(const EncodableValue& value, SmallInt64 small_int64) {
+  return Writer(small_int64).Write(value, {});
 }
 
-Json ToJson(const EncodableValue& value) { return ToJson(value, 1); }
-
-EncodableValue FromJson(const Json& json) { return FromJson(json, 1); }
+EncodableValue FromJson(const Json& json) { return Read(json, {}); }
 
 std::string ToText(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string ToText(const EncodableValue& value) { return ToText(ToJson(value)); }
+std::string ToText(const EncodableValue& value, SmallInt64 small_int64) {
+  return ToText(ToJson(value, small_int64));
+}
 
 std::string ToBase64(const uint8_t* data, size_t size) {
   return forge::Buffer(data, size).ToBase64();

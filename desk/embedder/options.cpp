@@ -15,6 +15,8 @@ constexpr char kAbout[] =
 constexpr char kFooter[] =
     "Words behind -- are more arguments of the entry point.\n"
     "\n"
+    "Example: tavo embed libhello_plugin.so --description hello.json\n"
+    "\n"
     "Ends with the plug-in's exit code; 2 for a wrong command line or description; 3 when the\n"
     "plug-in cannot be loaded, refuses or throws; 4 when a message that a step expects does not\n"
     "come; 124 at the timeout; 128+n at a SIGINT or SIGTERM.";
@@ -38,7 +40,19 @@ std::pair<std::string, uint32_t> ParseDeclared(const std::string& text) {
   return {std::move(structure), bytes};
 }
 
+// The starter of a task appends "--libs-path DIR" to its command, even behind a "--" of its entry.
+void TakeLibsPath(Options* options) {
+  auto& arguments = options->arguments;
+  if (arguments.size() < 2 || arguments[arguments.size() - 2] != "--libs-path") return;
+  options->libs_path = arguments.back();
+  arguments.resize(arguments.size() - 2);
+}
+
+}  // namespace
+
 void AddOptions(CLI::App& app, Options& options) {
+  app.description(kAbout);
+  app.footer(kFooter);
   app.add_option("PLUGIN.so", options.plugin, "The plug-in's file");
   app.add_option("--description", options.description,
                  "What the plug-in is shown, and the steps that are done to it, as JSON; -: "
@@ -72,17 +86,7 @@ void AddOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(kMaxSeconds));
 }
 
-// The starter of a task appends "--libs-path DIR" to its command, even behind a "--" of its entry.
-void TakeLibsPath(Options* options) {
-  auto& arguments = options->arguments;
-  if (arguments.size() < 2 || arguments[arguments.size() - 2] != "--libs-path") return;
-  options->libs_path = arguments.back();
-  arguments.resize(arguments.size() - 2);
-}
-
-}  // namespace
-
-Options ParseOptions(int count, char** words) {
+Options ParseOptions(int count, char** words, const std::string& program) {
   std::vector<std::string> own(words + 1, words + count);
   const auto border = std::find(own.begin(), own.end(), "--");
   Options options;
@@ -91,8 +95,7 @@ Options ParseOptions(int count, char** words) {
     own.erase(border, own.end());
   }
   TakeLibsPath(&options);
-  CLI::App app(kAbout, "tavo-embed");
-  app.footer(kFooter);
+  CLI::App app("", program);
   AddOptions(app, options);
   std::reverse(own.begin(), own.end());  // In the form that the parser expects.
   try {

@@ -1,4 +1,4 @@
-// The command line of tavo-embed.
+// The command line of tavo-embed and of tavo embed.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,10 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace desk {
 
@@ -22,7 +26,10 @@ struct Options {
   std::string help;  // The text to print instead, if help was asked for.
 };
 
-// Throws std::runtime_error with what is wrong.
-Options ParseOptions(int count, char** words);
+// Gives the command its texts and options, which are kept in `options`.
+void AddOptions(CLI::App& app, Options& options);
+
+// `program` is the name in the help. Throws std::runtime_error with what is wrong.
+Options ParseOptions(int count, char** words, const std::string& program);
 
 }  // namespace desk

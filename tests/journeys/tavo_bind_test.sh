@@ -55,7 +55,7 @@ bad '/doc: a text without backslashes and control characters is wanted' '{"name"
 printf '{"name": ' >bad.json
 code=0
 "${emulator[@]}" "$program" bind bad.json 2>out || code=$?
-[[ $code == 1 && $(<out) == "tavo bind: bad.json: parse error at line 1, column 10: "* ]] || fail "$(<out)"
+[[ $code == 1 && $(<out) == "tavo bind: bad.json: line 1, column 10: "* ]] || fail "$(<out)"
 
 expect 1 "tavo bind: none.json: No such file or directory" none.json
 expect 1 "tavo bind: .: Is a directory" .

@@ -8,7 +8,7 @@
 
 #include "tools/value_printer.h"
 
-// GoogleTest prints values as the dump tool does.
+// GoogleTest prints values as `tavo decode` does.
 namespace cw {
 inline void PrintTo(const EncodableValue& value, std::ostream* stream) {
   *stream << tools::Describe(value);

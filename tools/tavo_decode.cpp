@@ -1,24 +1,28 @@
-// tavo-dump: prints RPC messages as trees. It reads them as Base64 texts, as {"data": ...} lines,
-// or as the desk records them.
+// tavo decode: prints RPC messages as trees or as JSON. It reads them as Base64 texts, as
+// {"data": ...} lines, or as the desk records them.
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cw/admission.h"
-#include "desk/common/standard_descriptors.h"
+#include "desk/common/json_text.h"
 #include "desk/common/value_json.h"
 #include "flrpc/message.h"
 #include "forge/buffer.h"
+#include "tools/message_of.h"
+#include "tools/tavo_commands.h"
 #include "tools/value_printer.h"
 
+namespace tools {
 namespace {
 
 using cw::EncodableValue;
@@ -34,10 +38,13 @@ constexpr char kAbout[] =
     "and without a file the lines of standard input are read. What is not a message is printed\n"
     "as the value that it holds.";
 constexpr char kFooter[] =
-    "Ends with 0; 1 when a text made no sense (the others are printed); 2 for a wrong command\n"
-    "line or a file that cannot be read.";
+    "Example: tavo decode --json --file talk.jsonl\n"
+    "\n"
+    "Ends with 0; 1 when a text made no sense (the others are printed) or the file cannot be "
+    "read;\n"
+    "2 for a wrong command line.";
 
-constexpr int kWrongUsage = 2;
+constexpr size_t kMaxEventMembers = 64;
 
 class BadInput : public std::runtime_error {
  public:
@@ -60,17 +67,6 @@ std::string TextOf(const Json& json, const char* key) {
   return member->get<std::string>();
 }
 
-Json ParseLine(const std::string& line) {
-  bool is_deep = false;
-  const auto is_shallow = [&is_deep](int depth, Json::parse_event_t, Json&) {
-    return !(is_deep = is_deep || depth > desk::kDeepestJson);
-  };
-  Json json = Json::parse(line, is_shallow, false);
-  if (is_deep) throw BadInput("it is nested too deeply");
-  if (json.is_discarded()) throw BadInput("it is not JSON");
-  return json;
-}
-
 EncodableValue ValueOf(const std::string& text) {
   const auto bytes = forge::Buffer::FromBase64(text);
   if (bytes.GetSize() == 0) throw BadInput("it is not a Base64 text");
@@ -80,46 +76,48 @@ EncodableValue ValueOf(const std::string& text) {
   return EncodableValue::Deserialize(bytes);
 }
 
-// Returns the value as a message, if it is one.
-std::optional<Message> MessageOf(const EncodableValue& value) {
-  auto message = Message::FromEncodable(value);
-  const bool is_failure = message.IsError() && message.ToEncodable() != value;
-  if (is_failure || message.IsEmpty()) return std::nullopt;
-  return message;
-}
-
 // ---- Out ----
 
+// A text that is no UTF-8 has a mark, as within a value.
+Json TextToJson(const std::string& text) { return desk::ToJson(text); }
+
 Json ErrorToJson(const Message::Error& error) {
-  return {
-      {"code", error.code}, {"message", error.message}, {"data", desk::ToTypedJson(error.data)}};
+  Json json = {{"code", error.code}, {"message", TextToJson(error.message)}};
+  json["data"] = desk::ToJson(error.data);
+  return json;
 }
 
 Json ToJson(const Message& message) {
+  Json json = Json::object();
   if (const auto* request = message.GetRequest()) {
-    return {{"kind", "request"},
-            {"id", request->id.GetText()},
-            {"method", request->method},
-            {"params", desk::ToTypedJson(request->params)}};
+    json = {{"kind", "request"},
+            {"id", TextToJson(request->id.GetText())},
+            {"method", TextToJson(request->method)}};
+    json["params"] = desk::ToJson(request->params);
+  } else if (const auto* response = message.GetResponse()) {
+    json = {{"kind", "response"}, {"id", TextToJson(response->id.GetText())}};
+    if (const auto* error = response->GetError()) json["error"] = ErrorToJson(*error);
+    if (const auto* result = response->GetResult()) json["result"] = desk::ToJson(*result);
+  } else if (const auto* notification = message.GetNotification()) {
+    json = {{"kind", "notification"}, {"method", TextToJson(notification->method)}};
+    json["params"] = desk::ToJson(notification->params);
+  } else {
+    json["kind"] = "error";
+    json["error"] = ErrorToJson(*message.GetError());
   }
-  if (const auto* response = message.GetResponse()) {
-    Json json = {{"kind", "response"}, {"id", response->id.GetText()}};
-    const auto* error = response->GetError();
-    json[error ? "error" : "result"] =
-        error ? ErrorToJson(*error) : desk::ToTypedJson(*response->GetResult());
-    return json;
-  }
-  if (const auto* notification = message.GetNotification()) {
-    return {{"kind", "notification"},
-            {"method", notification->method},
-            {"params", desk::ToTypedJson(notification->params)}};
-  }
-  return {{"kind", "error"}, {"error", ErrorToJson(*message.GetError())}};
+  return json;
+}
+
+Json ToJson(const EncodableValue& value) {
+  if (const auto message = MessageOf(value)) return ToJson(*message);
+  Json json = {{"kind", "value"}};
+  json["value"] = desk::ToJson(value);
+  return json;
 }
 
 // The text for a line, without the quotes.
 std::string Escaped(const std::string& text) {
-  const std::string quoted = tools::Quote(text);
+  const std::string quoted = Quote(text);
   return quoted.substr(1, quoted.size() - 2);
 }
 
@@ -127,10 +125,8 @@ void PrintLine(const Json& json) { std::cout << desk::ToText(json) << '\n'; }
 
 // `origin` is an object that describes the frame of the value.
 void Print(const EncodableValue& value, Json origin, bool as_json) {
-  const auto message = MessageOf(value);
   if (as_json) {
-    origin.update(message ? ToJson(*message)
-                          : Json{{"kind", "value"}, {"value", desk::ToTypedJson(value)}});
+    origin.update(ToJson(value));
     return PrintLine(origin);
   }
   const char* separator = "";
@@ -138,7 +134,8 @@ void Print(const EncodableValue& value, Json origin, bool as_json) {
     std::cout << std::exchange(separator, " ") << Escaped(text.get<std::string>());
   }
   if (!origin.empty()) std::cout << '\n';
-  std::cout << (message ? tools::Describe(*message) : tools::Describe(value)) << '\n';
+  const auto message = MessageOf(value);
+  std::cout << (message ? Describe(*message) : Describe(value)) << '\n';
 }
 
 void PrintFrame(const Json& frame, bool as_json) {
@@ -156,12 +153,13 @@ void PrintIntent(const Json& entry, bool as_json) {
     return PrintLine(
         {{"time", time}, {"kind", "intent"}, {"intent", intent}, {"parameters", parameters}});
   }
-  std::cout << Escaped(time) << " intent " << tools::Quote(intent) << "\n  parameters: ";
+  std::cout << Escaped(time) << " intent " << Quote(intent) << "\n  parameters: ";
   PrintLine(parameters);
 }
 
 // The start, end or loss of a task.
 void PrintEvent(const Json& entry, bool as_json) {
+  if (entry.size() > kMaxEventMembers) throw BadInput("it has too many members");
   Json origin = {{"time", TextOf(entry, "time")}, {"task", TextOf(entry, "task")}};
   Json details = entry;
   for (const char* known : {"time", "task", "event"}) details.erase(known);
@@ -178,6 +176,16 @@ void PrintEvent(const Json& entry, bool as_json) {
   std::cout << '\n';
 }
 
+Json ParseLine(const std::string& line) {
+  try {
+    return desk::ParseJson(line);
+  } catch (const std::runtime_error& error) {
+    std::string what = error.what();
+    if (what.rfind("line 1, ", 0) == 0) what.erase(0, std::strlen("line 1, "));
+    throw BadInput("it is not JSON: " + what);
+  }
+}
+
 void PrintText(const std::string& text, bool as_json) {
   if (text.front() != '{') return Print(ValueOf(text), Json::object(), as_json);
   const Json json = ParseLine(text);
@@ -189,10 +197,11 @@ void PrintText(const std::string& text, bool as_json) {
 
 // ---- All of it ----
 
-class Dump {
+class Decoder {
  public:
-  explicit Dump(bool as_json) : as_json_(as_json) {}
+  explicit Decoder(bool as_json) : as_json_(as_json) {}
 
+  // Prints what the line says; `where` names it in an error.
   void Take(std::string line, const std::string& where) {
     while (!line.empty() && std::strchr(" \t\r", line.back())) line.pop_back();
     line.erase(0, line.find_first_not_of(" \t"));
@@ -200,65 +209,72 @@ class Dump {
     try {
       PrintText(line, as_json_);
     } catch (const std::exception& error) {
-      std::cerr << "tavo-dump: " << where << ": " << error.what() << '\n';
-      exit_code_ = 1;
+      std::cout.flush();  // What comes before the error is printed before it.
+      std::cerr << "tavo decode: " << where << ": " << error.what() << '\n';
+      has_failed_ = true;
     }
   }
 
-  void TakeLines(std::istream& stream) {
+  void TakeLines(std::istream& stream, const std::string& name) {
     std::string line;
     for (size_t number = 1; std::getline(stream, line); ++number) {
-      Take(line, "line " + std::to_string(number));
+      Take(line, name + ':' + std::to_string(number));
     }
   }
 
-  int Finish() {
+  void TakeFile(const std::string& name) {
+    std::ifstream file(name);
+    if (file) TakeLines(file, name);
+    if (file.is_open() && !file.bad()) return;  // A directory can be opened but not read.
+    const int cause = errno;
     std::cout.flush();
-    if (std::cout) return exit_code_;
-    std::cerr << "tavo-dump: standard output cannot be written\n";
-    return 1;
+    throw CommandError(kFailed, name + ": " + std::strerror(cause));
+  }
+
+  void Finish() {
+    std::cout.flush();
+    if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
+    if (has_failed_) throw CLI::RuntimeError(kFailed);  // What is wrong is told already.
   }
 
  private:
   const bool as_json_;
-  int exit_code_ = 0;
+  bool has_failed_ = false;
 };
+
+struct Options {
+  bool as_json = false;
+  std::optional<std::string> file;
+  std::vector<std::string> texts;
+};
+
+void Run(const Options& options) {
+  Decoder decoder(options.as_json);
+  if (options.file) {
+    decoder.TakeFile(*options.file);
+  } else if (options.texts.empty()) {
+    decoder.TakeLines(std::cin, "standard input");
+  }
+  for (size_t i = 0; i < options.texts.size(); ++i) {
+    decoder.Take(options.texts[i], "text " + std::to_string(i + 1));
+  }
+  decoder.Finish();
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  desk::OpenStandardDescriptors();
-  bool as_json = false;
-  std::string name;
-  std::vector<std::string> texts;
-  CLI::App app(kAbout, "tavo-dump");
-  app.footer(kFooter);
-  app.add_flag("--json", as_json,
-               "One JSON object a text: values are {\"type\": ..., \"value\": ...}, bytes are "
-               "Base64, maps are arrays of [key, value]; of what was recorded, time, task and "
-               "direction come first");
-  auto* const file_option = app.add_option("--file", name, "Read the lines of this file");
-  app.add_option("TEXT", texts, "What is printed")->excludes(file_option);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kWrongUsage;
-  }
-  Dump dump(as_json);
-  if (*file_option) {
-    std::ifstream file(name);
-    if (file) dump.TakeLines(file);
-    if (!file.is_open() || file.bad()) {  // A directory can be opened but not read.
-      const int cause = errno;
-      dump.Finish();
-      std::cerr << "tavo-dump: " << name << ": " << std::strerror(cause) << '\n';
-      return kWrongUsage;
-    }
-  } else if (texts.empty()) {
-    dump.TakeLines(std::cin);
-  }
-  for (size_t i = 0; i < texts.size(); ++i) {
-    dump.Take(texts[i], "text " + std::to_string(i + 1));
-  }
-  return dump.Finish();
+void AddDecode(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const decode = app.add_subcommand("decode", kAbout);
+  decode->footer(kFooter);
+  decode->add_flag("--json", options->as_json,
+                   "Print one JSON object a text; of what was recorded, time, task and direction "
+                   "come first. docs/tavo.md shows the JSON of values");
+  CLI::Option* const file =
+      decode->add_option("--file", options->file, "Read the lines of this file")
+          ->option_text("FILE");
+  decode->add_option("TEXT", options->texts, "What is printed")->excludes(file);
+  decode->callback([options] { Run(*options); });
 }
+
+}  // namespace tools

@@ -1,0 +1,48 @@
+#include "tools/json_argument.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "desk/common/json_text.h"
+#include "desk/common/value_json.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+std::string NameOf(const std::string& argument) {
+  if (argument == "-") return "standard input";
+  return !argument.empty() && argument[0] == '@' ? argument.substr(1) : "the JSON";
+}
+
+}  // namespace
+
+std::string ReadArgument(const std::string& argument) {
+  const bool is_file = !argument.empty() && argument[0] == '@';
+  if (argument != "-" && !is_file) return argument;
+  std::ifstream file;
+  if (is_file) file.open(argument.substr(1), std::ios::binary);
+  std::istream& stream = is_file ? file : std::cin;
+  std::string text;
+  if (stream) std::getline(stream, text, '\0');  // JSON has no NUL.
+  if (stream.bad() || (is_file && !file.is_open())) {
+    throw CommandError(kWrongUsage, NameOf(argument) + ": " + std::strerror(errno));
+  }
+  return text;
+}
+
+cw::EncodableValue ReadValueArgument(const std::string& argument) {
+  try {
+    return desk::FromJson(desk::ParseJson(ReadArgument(argument)));
+  } catch (const CommandError&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw CommandError(kWrongUsage, NameOf(argument) + ": " + error.what());
+  }
+}
+
+}  // namespace tools

@@ -1,0 +1,68 @@
+// tavo encode: the Base64 text of a message or a value that is given as JSON.
+
+#include <iostream>
+#include <memory>
+
+#include "cw/admission.h"
+#include "flrpc/message.h"
+#include "tools/json_argument.h"
+#include "tools/message_of.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+using cw::EncodableMap;
+using cw::EncodableValue;
+
+constexpr char kAbout[] =
+    "Prints the Base64 text of a value that is given as JSON. A message of the protocol is "
+    "written\n"
+    "as the library writes it. docs/tavo.md shows the JSON of values that JSON has no word for.";
+constexpr char kFooter[] =
+    "Example: tavo encode '{\"jsonrpc\": \"2.0\", \"id\": \"1\", \"method\": \"open\"}'\n"
+    "\n"
+    "Ends with 0; 1 for a value that no peer accepts; 2 for a wrong command line or wrong JSON.";
+
+// Whether the map of a message holds each member of the given map, and of its error.
+bool HoldsMembers(const EncodableMap& message, const EncodableMap& given) {
+  for (const auto& [key, content] : given) {
+    const auto kept = message.find(key);
+    if (kept == message.end()) {
+      if (!content.IsNull()) return false;
+    } else if (key == EncodableValue("error")) {
+      const auto& error = kept->second.Get<EncodableMap>();
+      if (!HoldsMembers(error, content.Get<EncodableMap>())) return false;
+    }
+  }
+  return true;
+}
+
+std::string Encode(const EncodableValue& value) {
+  const auto message = MessageOf(value);
+  const EncodableValue map = message ? message->ToEncodable() : EncodableValue();
+  if (message && HoldsMembers(map.Get<EncodableMap>(), value.Get<EncodableMap>())) {
+    return message->ToBase64();
+  }
+  const forge::Buffer bytes = value.Serialize();
+  if (const char* cause = cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) {
+    throw CommandError(kFailed, std::string("no peer accepts the value: ") + cause);
+  }
+  return bytes.ToBase64();
+}
+
+}  // namespace
+
+void AddEncode(CLI::App& app) {
+  const auto json = std::make_shared<std::string>();
+  CLI::App* const encode = app.add_subcommand("encode", kAbout);
+  encode->footer(kFooter);
+  encode->add_option("JSON", *json, "The value; @FILE: in this file; -: on standard input")
+      ->required();
+  encode->callback([json] {
+    std::cout << Encode(ReadValueArgument(*json)) << std::endl;
+    if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
+  });
+}
+
+}  // namespace tools
