@@ -33,6 +33,12 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", "tavo " TAVO_VERSION, "Print the version and exit");
   app.require_subcommand(1);
   app.formatter(std::make_shared<tools::SummaryFormatter>());
+  tools::AddCall(app);
+  tools::AddNotify(app);
+  tools::AddListen(app);
+  tools::AddIntent(app);
+  tools::AddOpen(app);
+  tools::AddTasks(app);
   tools::AddBind(app);
   tools::AddDecode(app);
   tools::AddEmbed(app);
@@ -45,6 +51,9 @@ int main(int argc, char** argv) {
     return error.get_exit_code();
   } catch (const CLI::ParseError& error) {
     return app.exit(error, std::cout, std::cerr) == 0 ? 0 : tools::kWrongUsage;
+  } catch (const tools::ErrorAnswer& error) {
+    std::cerr << error.what() << '\n';
+    return error.GetExitCode();
   } catch (const tools::CommandError& error) {
     return Report(app, error.what(), error.GetExitCode());
   } catch (const std::exception& error) {

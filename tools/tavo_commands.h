@@ -27,11 +27,23 @@ class CommandError : public std::runtime_error {
   int exit_code_;
 };
 
+// The error that a task has answered. Its text is printed alone.
+class ErrorAnswer : public CommandError {
+ public:
+  explicit ErrorAnswer(const std::string& text) : CommandError(kFailed, text) {}
+};
+
 // Each adds its subcommand, which runs while the application parses the command line.
 void AddBind(CLI::App& app);
+void AddCall(CLI::App& app);
 void AddDecode(CLI::App& app);
 void AddEmbed(CLI::App& app);
 void AddEncode(CLI::App& app);
 void AddGenerate(CLI::App& app);  // Of all subcommands that are added before or later.
+void AddIntent(CLI::App& app);
+void AddListen(CLI::App& app);
+void AddNotify(CLI::App& app);
+void AddOpen(CLI::App& app);
+void AddTasks(CLI::App& app);
 
 }  // namespace tools

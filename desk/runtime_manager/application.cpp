@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <memory>
 
 #include <QDir>
@@ -119,30 +120,45 @@ std::optional<Application> FromDesktopEntry(const QString& file, QString* error)
   return Application{entry->exec, entry->directory};
 }
 
-std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
-  const QString entry_name = name + QStringLiteral(".desktop");
-  QString not_executable;  // Used when there is nothing better: starting it reports what is wrong.
-  const QStringList path =
-      QString::fromLocal8Bit(qgetenv("TAVO_DESK_PATH")).split(QLatin1Char(':'), Qt::SkipEmptyParts);
-  for (const QString& folder : path) {
-    const QDir directory(folder);
-    const QString entry = directory.absoluteFilePath(entry_name);
-    if (QFileInfo(entry).isFile()) return FromDesktopEntry(entry, error);
-    const QFileInfo program(directory.absoluteFilePath(name));
-    if (!program.isFile()) continue;
-    if (program.isExecutable()) return Application{{program.filePath()}, {}};
-    if (not_executable.isEmpty()) not_executable = program.filePath();
-  }
-  const QString entry = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, entry_name);
-  if (!entry.isEmpty()) return FromDesktopEntry(entry, error);
-  if (!not_executable.isEmpty()) return Application{{not_executable}, {}};
-  const QStringList data = QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation);
+constexpr QLatin1String kEntrySuffix(".desktop");
+
+QStringList DeskPath() {
+  return QString::fromLocal8Bit(qgetenv("TAVO_DESK_PATH"))
+      .split(QLatin1Char(':'), Qt::SkipEmptyParts);
+}
+
+QStringList DataPath() {
+  return QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation);
+}
+
+QString NoSuchApplication(const QString& name) {
   const QString separator = QStringLiteral(", ");
-  *error = QStringLiteral(
-               "there is no such application: no %1 and no program of that name in "
-               "TAVO_DESK_PATH (%2), no %1 in %3")
-               .arg(entry_name, path.isEmpty() ? QStringLiteral("empty") : path.join(separator),
-                    data.join(separator));
+  const QStringList path = DeskPath();
+  return QStringLiteral(
+             "there is no such application: no %1 and no program of that name in "
+             "TAVO_DESK_PATH (%2), no %1 in %3")
+      .arg(name + kEntrySuffix, path.isEmpty() ? QStringLiteral("empty") : path.join(separator),
+           DataPath().join(separator));
+}
+
+// Used when there is nothing better, since starting it reports what is wrong. Empty: none.
+QString FindNotExecutable(const QString& name) {
+  for (const QString& folder : DeskPath()) {
+    const QFileInfo program(QDir(folder).absoluteFilePath(name));
+    if (program.isFile()) return program.filePath();
+  }
+  return {};
+}
+
+std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
+  const QStringList files = FindFiles(name);
+  if (!files.isEmpty()) {
+    const bool is_entry = QFileInfo(files.first()).fileName() == name + kEntrySuffix;
+    return is_entry ? FromDesktopEntry(files.first(), error) : Application{{files.first()}, {}};
+  }
+  const QString program = FindNotExecutable(name);
+  if (!program.isEmpty()) return Application{{program}, {}};
+  *error = NoSuchApplication(name);
   return std::nullopt;
 }
 
@@ -164,6 +180,36 @@ std::optional<Application> FindApplication(const QString& name, QString* error) 
   }
   application->command = *command + application->command;
   return application;
+}
+
+QStringList FindFiles(const QString& name) {
+  QStringList files;
+  for (const QString& folder : DeskPath()) {
+    const QDir directory(folder);
+    const QFileInfo entry(directory.absoluteFilePath(name + kEntrySuffix));
+    const QFileInfo program(directory.absoluteFilePath(name));
+    if (entry.isFile()) files << entry.filePath();
+    if (program.isFile() && program.isExecutable()) files << program.filePath();
+  }
+  for (const QString& folder : DataPath()) {
+    const QFileInfo entry(QDir(folder).absoluteFilePath(name + kEntrySuffix));
+    if (entry.isFile()) files << entry.filePath();
+  }
+  return files;
+}
+
+QStringList ListApplications() {
+  QStringList names;
+  for (const QString& folder : DeskPath() + DataPath()) {
+    for (const QString& file : QDir(folder).entryList(QDir::Files | QDir::Hidden)) {
+      names << (file.endsWith(kEntrySuffix) ? file.chopped(kEntrySuffix.size()) : file);
+    }
+  }
+  names.sort();
+  names.removeDuplicates();
+  const auto is_none = [](const QString& name) { return FindFiles(name).isEmpty(); };
+  names.erase(std::remove_if(names.begin(), names.end(), is_none), names.end());
+  return names;
 }
 
 }  // namespace desk

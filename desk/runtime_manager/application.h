@@ -20,4 +20,11 @@ struct Application {
 // Empty, with the cause in `error`, when there is no such application or its entry is unusable.
 std::optional<Application> FindApplication(const QString& name, QString* error);
 
+// Returns the desktop entries and executables of this name in the order of the search. The first
+// one counts and hides the others.
+QStringList FindFiles(const QString& name);
+
+// Returns the names of all applications that have a file, sorted.
+QStringList ListApplications();
+
 }  // namespace desk

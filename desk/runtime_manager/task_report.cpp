@@ -50,6 +50,12 @@ class Answers {
   std::map<QString, bool> answers_;  // Guarded by mutex_.
 };
 
+// Never destroyed, as the above.
+std::function<void(const QString& end)>& Redirection() {
+  static auto& function = *new std::function<void(const QString& end)>;
+  return function;
+}
+
 }  // namespace
 
 TaskReport::TaskReport(QString task, QString socket_path)
@@ -58,6 +64,10 @@ TaskReport::TaskReport(QString task, QString socket_path)
 }
 
 TaskReport::~TaskReport() { Answers::Get().Remove(socket_path_); }
+
+void TaskReport::Redirect(std::function<void(const QString& end)> function) {
+  Redirection() = std::move(function);
+}
 
 void TaskReport::NoteAnswer(const QString& socket_path) { Answers::Get().Note(socket_path); }
 
@@ -76,11 +86,11 @@ void TaskReport::OnEnd(int status, bool is_asked_for) {
                  {QStringLiteral("pid"), process_},
                  {is_killed ? QStringLiteral("signal") : QStringLiteral("status"), number}});
   const bool is_mute = !socket_path_.isEmpty() && !Answers::Get().Has(socket_path_);
-  if (is_asked_for || (status == 0 && !is_mute)) return;
+  if (is_asked_for) return;
   const QString end = is_killed ? QStringLiteral("was killed by signal %1")
                                 : QStringLiteral("ended with status %1");
-  Tell(end.arg(number) +
-       (is_mute ? QStringLiteral(" before it answered a connection") : QString()));
+  Tell(end.arg(number) + (is_mute ? QStringLiteral(" before it answered a connection") : QString()),
+       status != 0 || is_mute);
 }
 
 void TaskReport::OnLoss(const QString& cause) {
@@ -88,11 +98,13 @@ void TaskReport::OnLoss(const QString& cause) {
                  {QStringLiteral("event"), QStringLiteral("loss")},
                  {QStringLiteral("pid"), process_},
                  {QStringLiteral("cause"), cause}});
-  Tell(QStringLiteral("is lost: ") + cause);
+  Tell(QStringLiteral("is lost: ") + cause, true);
 }
 
-void TaskReport::Tell(const QString& text) const {
-  ReportError(QStringLiteral("task \"%1\" (pid %2) %3").arg(task_).arg(process_).arg(text));
+void TaskReport::Tell(const QString& text, bool is_told) const {
+  const QString end = QStringLiteral("task \"%1\" (pid %2) %3").arg(task_).arg(process_).arg(text);
+  if (Redirection()) return Redirection()(end);
+  if (is_told) ReportError(end);
 }
 
 }  // namespace desk

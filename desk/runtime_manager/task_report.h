@@ -4,6 +4,8 @@
 // Threads: those of the task; NoteAnswer may be called from any.
 #pragma once
 
+#include <functional>
+
 #include <QString>
 
 namespace desk {
@@ -16,6 +18,10 @@ class TaskReport {
   TaskReport(const TaskReport&) = delete;
   TaskReport& operator=(const TaskReport&) = delete;
 
+  // Tells the function of each task of this process that ends without having been stopped, in the
+  // place of the line on standard error. Empty: the line again. To be called on the tasks' thread.
+  static void Redirect(std::function<void(const QString& end)> function);
+
   // Notes that the task of this process with this socket, if any, has accepted a connection.
   static void NoteAnswer(const QString& socket_path);
 
@@ -26,7 +32,8 @@ class TaskReport {
   void OnLoss(const QString& cause);
 
  private:
-  void Tell(const QString& text) const;
+  // `is_told` says whether the end is worth a line on standard error.
+  void Tell(const QString& text, bool is_told) const;
 
   const QString task_;
   const QString socket_path_;

@@ -1,0 +1,220 @@
+#include "tools/session.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <utility>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include "cw/plugin_registrar.h"
+#include "desk/common/quiet_write.h"
+#include "desk/common/transfer.h"
+#include "desk/embedder/embedder.h"
+#include "desk/runtime_manager/task_report.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+constexpr int kPatience = 60'000;  // Milliseconds for a reader that reads nothing.
+constexpr int kLastWords = 100;    // Milliseconds for what an ended task has still sent.
+constexpr int kSettlingTime =
+    10'000;  // Milliseconds; a task that does not obey is killed after 5 s.
+constexpr double kMillisecond = 1000;  // Per second.
+
+class Interrupted {};
+
+// ---- Signals, as events of the loop ----
+
+volatile std::sig_atomic_t last_signal = 0;
+volatile std::sig_atomic_t signal_count = 0;
+int signal_pipe[2] = {-1, -1};
+
+extern "C" void OnSignal(int number) {
+  const int before = errno;
+  last_signal = number;
+  signal_count = signal_count + 1;
+  const char byte = 0;
+  if (write(signal_pipe[1], &byte, 1) < 0) errno = before;  // A full pipe wakes the loop, too.
+  errno = before;
+}
+
+void HandleSignals(void (*handler)(int number)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  for (const int number : {SIGINT, SIGTERM}) sigaction(number, &action, nullptr);
+}
+
+class SignalWatch {
+ public:
+  SignalWatch() {
+    if (pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+      throw CommandError(kNotStarted, std::string("a pipe: ") + std::strerror(errno));
+    }
+    notifier_.emplace(signal_pipe[0], QSocketNotifier::Read);
+    QObject::connect(&*notifier_, &QSocketNotifier::activated, &*notifier_, [] {
+      char bytes[16];
+      while (read(signal_pipe[0], bytes, sizeof bytes) > 0) {
+      }
+    });
+    HandleSignals(OnSignal);
+  }
+  ~SignalWatch() {
+    HandleSignals(SIG_DFL);
+    notifier_.reset();
+    for (const int end : signal_pipe) close(end);
+  }
+  SignalWatch(const SignalWatch&) = delete;
+  SignalWatch& operator=(const SignalWatch&) = delete;
+
+ private:
+  std::optional<QSocketNotifier> notifier_;
+};
+
+// ---- Standard output ----
+
+// Keeps standard output for the session and puts standard error in its place.
+class Output {
+ public:
+  Output() : descriptor_(desk::AboveStandard(dup(STDOUT_FILENO))) {
+    if (descriptor_ < 0 || fcntl(descriptor_, F_SETFD, FD_CLOEXEC) != 0 ||
+        dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+      throw CommandError(kNotStarted, std::string("standard output: ") + std::strerror(errno));
+    }
+  }
+  ~Output() {
+    dup2(descriptor_, STDOUT_FILENO);
+    close(descriptor_);
+  }
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  int Get() const { return descriptor_; }
+
+ private:
+  const int descriptor_;
+};
+
+// ---- The service ----
+
+std::string FindLibraryPath() {
+  Dl_info library{};
+  void* const entry = dlsym(RTLD_DEFAULT, "TAVOProcTableLoad");
+  if (!entry || dladdr(entry, &library) == 0 || !library.dli_fname) {
+    throw CommandError(kNotStarted, "libtavo.so cannot be found");
+  }
+  return std::filesystem::absolute(library.dli_fname).lexically_normal().parent_path().string();
+}
+
+desk::Description MakeDescription() {
+  const std::string libraries = FindLibraryPath();
+  desk::Description description;
+  description.directories[desk::kLibraries] = libraries;
+  description.arguments = {"--libs-path", libraries};
+  return description;
+}
+
+}  // namespace
+
+struct Session::World {
+  int argc = 1;
+  char name[5] = "tavo";
+  char* argv[2] = {name, nullptr};
+  Output output;
+  QCoreApplication application{argc, argv};
+  SignalWatch signals;
+  QTimer limit;
+  desk::Embedder embedder{MakeDescription()};
+  cw::PluginRegistrar* const registrar =
+      cw::PluginRegistrarManager::GetInstance()->GetRegistrarImpl(embedder.GetContext());
+  const std::string library_path = registrar->GetLibraryPath().string();
+  const std::unique_ptr<tavo::ManagerWrapper> manager = tavo::ManagerWrapper::Create(registrar);
+  std::optional<CommandError> failure;  // What ends the conversation.
+
+  World() { limit.setSingleShot(true); }
+
+  void Fail(int exit_code, const std::string& text) {
+    if (!failure) failure.emplace(exit_code, text);
+  }
+};
+
+Session::Session() : world_(std::make_unique<World>()) {
+  World* const world = world_.get();
+  if (!world->manager) throw CommandError(kNotStarted, "libtavo.so cannot be used");
+  // The socket may still hold what the task has sent before it ended.
+  desk::TaskReport::Redirect([world](const QString& end) {
+    QTimer::singleShot(kLastWords, &world->limit,
+                       [world, end] { world->Fail(kNotStarted, end.toStdString()); });
+  });
+}
+
+Session::~Session() { desk::TaskReport::Redirect({}); }
+
+tavo::ManagerWrapper& Session::GetManager() const { return *world_->manager; }
+
+const std::string& Session::GetLibraryPath() const { return world_->library_path; }
+
+void Session::LimitTime(double seconds, const std::string& fault) {
+  World* const world = world_.get();
+  world->limit.disconnect();
+  QObject::connect(&world->limit, &QTimer::timeout, &world->limit,
+                   [world, fault] { world->Fail(kTimedOut, fault); });
+  if (seconds > 0) world->limit.start(static_cast<int>(std::ceil(seconds * kMillisecond)));
+}
+
+void Session::RunUntil(const std::function<bool()>& is_done) {
+  while (!is_done()) {
+    if (last_signal != 0) throw Interrupted();
+    if (world_->failure) throw CommandError(*world_->failure);
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  }
+}
+
+void Session::Settle(const std::function<bool()>& is_done) {
+  const int signals_before = signal_count;
+  const QDeadlineTimer deadline(kSettlingTime);
+  QTimer::singleShot(kSettlingTime, &world_->limit, [] {});  // Wakes the loop.
+  while (!is_done() && signal_count == signals_before && !deadline.hasExpired()) {
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  }
+}
+
+void Session::Print(const std::string& line) const {
+  const std::string text = line + '\n';
+  size_t written = 0;
+  const int fault =
+      desk::WriteQuietly(world_->output.Get(), text.data(), text.size(), kPatience, &written);
+  if (fault != 0) {
+    throw CommandError(kFailed, std::string("standard output: ") + std::strerror(fault));
+  }
+}
+
+void Session::PrintError(const std::string& line) {
+  const std::string text = line + '\n';
+  size_t written = 0;
+  desk::WriteQuietly(STDERR_FILENO, text.data(), text.size(), kPatience, &written);
+}
+
+void RunSession(const std::function<void(Session& session)>& talk) {
+  try {
+    Session session;
+    talk(session);
+  } catch (const Interrupted&) {
+  }
+  if (last_signal != 0) raise(last_signal);  // Its action is the default one again.
+}
+
+}  // namespace tools

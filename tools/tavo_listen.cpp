@@ -1,0 +1,84 @@
+// tavo listen: the notifications of a task.
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/answer_text.h"
+#include "tools/session.h"
+#include "tools/task_client.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+constexpr char kAbout[] =
+    "Starts the task and prints its notifications of these methods (none: of all), one JSON "
+    "object\n"
+    "a line. Ends with the task, at the limits, and with SIGINT.";
+constexpr char kFooter[] =
+    "Example:\n"
+    "  tavo listen notes progress --limit 3\n\n"
+    "Ends with 0 when --limit is reached, and when the time of --timeout is over and there is no\n"
+    "--limit; 2 for a wrong command line; 3 when the task is not started or is lost; 4 when the "
+    "time\n"
+    "is over before.";
+
+struct Options {
+  std::string task;
+  std::vector<std::string> methods;
+  uint64_t limit = 0;  // 0: none.
+  double timeout = 0;  // 0: none.
+};
+
+bool IsWanted(const Options& options, const std::string& method) {
+  const auto& methods = options.methods;
+  return methods.empty() || std::find(methods.begin(), methods.end(), method) != methods.end();
+}
+
+// Prints notifications until there are enough.
+void PrintAll(Session& session, TaskClient& task, const Options& options) {
+  uint64_t count = 0;
+  session.RunUntil([&] {
+    for (const auto& notification : task.TakeNotifications()) {
+      if (!IsWanted(options, notification.method)) continue;
+      session.Print(ToLine(notification));
+      if (++count == options.limit) return true;
+    }
+    return false;
+  });
+}
+
+void Run(const Options& options) {
+  RunSession([&](Session& session) {
+    bool is_connected = false;
+    session.LimitTime(options.timeout, "the time is over");
+    try {
+      TaskClient task(session, options.task);
+      task.Connect();
+      is_connected = true;
+      PrintAll(session, task, options);
+    } catch (const CommandError& error) {
+      const bool is_end = error.GetExitCode() == kTimedOut && is_connected && options.limit == 0;
+      if (!is_end) throw;
+    }
+  });
+}
+
+}  // namespace
+
+void AddListen(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const listen = app.add_subcommand("listen", kAbout);
+  listen->footer(kFooter);
+  listen->add_option("TASK", options->task, "The name of the task")->required();
+  listen->add_option("METHOD", options->methods, "The methods of the notifications");
+  listen->add_option("--limit", options->limit, "End after so many notifications; 0: never");
+  listen->add_option("--timeout", options->timeout, "End after so many seconds; 0: never")
+      ->check(CLI::Range(0.0, kMaxSeconds));
+  listen->callback([options] { Run(*options); });
+}
+
+}  // namespace tools

@@ -1,0 +1,68 @@
+// tavo notify: one notification to a task.
+
+#include <memory>
+#include <string>
+
+#include "tools/json_input.h"
+#include "tools/session.h"
+#include "tools/task_client.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+constexpr char kAbout[] =
+    "Starts the task, sends it one notification and ends the task, after it has read the\n"
+    "notification.";
+constexpr char kFooter[] =
+    "Example:\n"
+    "  tavo notify notes drop '{\"id\": 7}'\n\n"
+    "Ends with 0; 1 for a notification that is too large; 2 for a wrong command line; 3 when the "
+    "task\n"
+    "is not started or is lost; 4 when it does not read the notification in time.";
+
+// A task does nothing at this request once it is connected: the method is an unknown one then. It
+// answers after it has handled what was sent before.
+constexpr char kFence[] = "flrpc.connected";
+
+struct Options {
+  std::string task;
+  std::string method;
+  std::string params;
+  double timeout = 25;
+};
+
+void Run(const Options& options) {
+  const cw::EncodableValue params = desk::FromJson(ReadJson(options.params));
+  RunSession([&](Session& session) {
+    bool is_read = false;
+    TaskClient task(session, options.task);
+    session.LimitTime(options.timeout,
+                      "the task \"" + options.task + "\" has not read the notification in time");
+    task.Connect();
+    const size_t sent = task.CountSent();
+    task.GetClient().SendNotify(options.method, params);
+    if (task.CountSent() == sent) throw CommandError(kFailed, "the notification is too large");
+    task.GetClient().SendRequest(kFence, {}, [&](const auto&) { is_read = true; });
+    session.RunUntil([&] { return is_read; });
+  });
+}
+
+}  // namespace
+
+void AddNotify(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const notify = app.add_subcommand("notify", kAbout);
+  notify->footer(kFooter);
+  notify->add_option("TASK", options->task, "The name of the task")->required();
+  notify->add_option("METHOD", options->method, "The method of the notification")->required();
+  notify->add_option("PARAMS", options->params, kJsonInputHelp);
+  notify
+      ->add_option("--timeout", options->timeout,
+                   "Seconds until the task must have read the notification; 0: no limit")
+      ->check(CLI::Range(0.0, kMaxSeconds))
+      ->capture_default_str();
+  notify->callback([options] { Run(*options); });
+}
+
+}  // namespace tools

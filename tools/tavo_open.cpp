@@ -1,0 +1,54 @@
+// tavo open: asks the system to open a URI, as a plug-in does.
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tools/session.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+constexpr char kAbout[] =
+    "Asks the system to open a URI, as a plug-in does: an application that offers the intent "
+    "OpenURI\n"
+    "does it, otherwise the desk.";
+constexpr char kFooter[] =
+    "Example:\n"
+    "  tavo open https://example.org\n\n"
+    "Ends with 0; 1 when the URI was not opened; 2 for a wrong command line; 4 when nobody answers "
+    "in\n"
+    "time.";
+
+struct Options {
+  std::string uri;
+  double timeout = 25;
+};
+
+void Run(const Options& options) {
+  RunSession([&](Session& session) {
+    const auto is_opened = std::make_shared<std::optional<bool>>();
+    const auto intents = session.GetManager().GetIntentManager();
+    if (!intents) throw CommandError(kNotStarted, "there is no service of intents");
+    intents->OpenUri(options.uri, [is_opened](bool success) { *is_opened = success; });
+    session.LimitTime(options.timeout, options.uri + ": nobody has answered in time");
+    session.RunUntil([&] { return is_opened->has_value(); });
+    if (!**is_opened) throw CommandError(kFailed, options.uri + " was not opened");
+  });
+}
+
+}  // namespace
+
+void AddOpen(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const open = app.add_subcommand("open", kAbout);
+  open->footer(kFooter);
+  open->add_option("URI", options->uri, "What is opened")->required();
+  open->add_option("--timeout", options->timeout, "Seconds to wait for the outcome; 0: no limit")
+      ->check(CLI::Range(0.0, kMaxSeconds))
+      ->capture_default_str();
+  open->callback([options] { Run(*options); });
+}
+
+}  // namespace tools
