@@ -52,7 +52,7 @@ std::string LatencyTable::ToText(Duration total) const {
   const Summary summary = Summarize(total);
   std::ostringstream text;
   text << std::fixed << std::setprecision(3);
-  text << "calls    " << CountCalls() << ", " << errors_ << " of them answered by an error\n"
+  text << "calls    " << CountCalls() << " (" << errors_ << " errors)\n"
        << "min      " << summary.min << " ms\n"
        << "median   " << summary.median << " ms\n"
        << "p99      " << summary.p99 << " ms\n"

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 #include "desk/common/quiet_write.h"
@@ -37,9 +38,7 @@ void ProgressLine::Clear() {
 }
 
 void ProgressLine::Show() {
-  const auto elapsed = std::chrono::steady_clock::now() - begin_;
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-  const std::string line = text_() + ", " + std::to_string(seconds) + " s";
+  const std::string line = text_() + ", " + std::to_string(++seconds_) + " s";
   Write(kClear + line.substr(0, TerminalWidth() - 1));
   is_shown_ = true;
 }

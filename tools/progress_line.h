@@ -7,7 +7,6 @@
 // Ownership: the destructor removes the line. The function must live that long.
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <string>
 
@@ -30,8 +29,8 @@ class ProgressLine {
   void Show();
 
   const std::function<std::string()> text_;
-  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   QTimer timer_;
+  int seconds_ = 0;
   bool is_shown_ = false;
 };
 

@@ -5,13 +5,15 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <optional>
-#include <utility>
+#include <streambuf>
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -32,7 +34,7 @@ constexpr int kPatience = 60'000;  // Milliseconds for a reader that reads nothi
 constexpr int kLastWords = 100;    // Milliseconds for what an ended task has still sent.
 constexpr int kSettlingTime =
     10'000;  // Milliseconds; a task that does not obey is killed after 5 s.
-constexpr double kMillisecond = 1000;  // Per second.
+constexpr double kMaxSeconds = 1'000'000;
 
 class Interrupted {};
 
@@ -86,7 +88,26 @@ class SignalWatch {
 
 // ---- Standard output ----
 
-// Keeps standard output for the session and puts standard error in its place.
+// Writes the log of the library to standard error, except for its lines of normal operation: the
+// only one is about a start that fails, which the subcommands tell.
+class Log final : public std::streambuf {
+ protected:
+  int_type overflow(int_type character) override {
+    if (character == traits_type::eof()) return traits_type::not_eof(character);
+    line_ += traits_type::to_char_type(character);
+    if (line_.back() != '\n') return character;
+    line_.pop_back();
+    const size_t tag = line_.find('[');  // Behind a colour.
+    if (line_.compare(std::min(tag, line_.size()), 6, "[info]") != 0) Session::PrintError(line_);
+    line_.clear();
+    return character;
+  }
+
+ private:
+  std::string line_;
+};
+
+// Keeps standard output for the session. Standard error takes its place for tasks and others.
 class Output {
  public:
   Output() : descriptor_(desk::AboveStandard(dup(STDOUT_FILENO))) {
@@ -94,8 +115,10 @@ class Output {
         dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
       throw CommandError(kNotStarted, std::string("standard output: ") + std::strerror(errno));
     }
+    former_ = std::cout.rdbuf(&log_);
   }
   ~Output() {
+    std::cout.rdbuf(former_);
     dup2(descriptor_, STDOUT_FILENO);
     close(descriptor_);
   }
@@ -106,6 +129,8 @@ class Output {
 
  private:
   const int descriptor_;
+  Log log_;
+  std::streambuf* former_ = nullptr;
 };
 
 // ---- The service ----
@@ -172,7 +197,9 @@ void Session::LimitTime(double seconds, const std::string& fault) {
   world->limit.disconnect();
   QObject::connect(&world->limit, &QTimer::timeout, &world->limit,
                    [world, fault] { world->Fail(kTimedOut, fault); });
-  if (seconds > 0) world->limit.start(static_cast<int>(std::ceil(seconds * kMillisecond)));
+  constexpr double kMilliseconds = 1000;
+  if (!(seconds > 0)) return;
+  world->limit.start(static_cast<int>(std::ceil(std::min(seconds, kMaxSeconds) * kMilliseconds)));
 }
 
 void Session::RunUntil(const std::function<bool()>& is_done) {

@@ -24,8 +24,6 @@
 
 namespace tools {
 
-constexpr double kMaxSeconds = 1'000'000;  // The longest time limit.
-
 class Session {
  public:
   Session();

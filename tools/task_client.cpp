@@ -10,6 +10,13 @@ namespace tools {
 
 using flrpc::Message;
 
+namespace {
+
+// The desk drops longer lines. A line is the text as {"data":"TEXT"}.
+constexpr size_t kMaxText = (size_t{32} << 20) - 16;
+
+}  // namespace
+
 // The service keeps it until the client is destroyed there, which may be after the TaskClient.
 struct TaskClient::State {
   TAVORpcClientProcTable table{};
@@ -52,6 +59,7 @@ struct TaskClient::State {
 
   void Send(const Message& message) {
     const std::string text = message.ToBase64();
+    if (text.empty() || text.size() > kMaxText) return;
     if (table.SendMessage(ref, text.c_str()) == FORGE_RESULT_OK) ++sent;
   }
 };
@@ -95,9 +103,22 @@ void TaskClient::Connect() {
   if (state_->failure) throw CommandError(kNotStarted, state_->failure->message);
 }
 
-flrpc::IClient& TaskClient::GetClient() const { return *state_->client; }
+void TaskClient::SendRequest(const std::string& method, const cw::EncodableValue& params,
+                             flrpc::IClient::ResponseCallback callback) {
+  const size_t sent = state_->sent;
+  state_->client->SendRequest(method, params, std::move(callback));
+  ThrowUnlessSent(sent);
+}
 
-size_t TaskClient::CountSent() const { return state_->sent; }
+void TaskClient::SendNotify(const std::string& method, const cw::EncodableValue& params) {
+  const size_t sent = state_->sent;
+  state_->client->SendNotify(method, params);
+  ThrowUnlessSent(sent);
+}
+
+void TaskClient::ThrowUnlessSent(size_t sent_before) const {
+  if (state_->sent == sent_before) throw CommandError(kFailed, "the message is too large");
+}
 
 std::deque<Message::Notification> TaskClient::TakeNotifications() {
   return std::exchange(state_->notifications, {});

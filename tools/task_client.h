@@ -2,7 +2,7 @@
 //
 //   TaskClient task(session, "digest");
 //   task.Connect();
-//   task.GetClient().SendRequest("digest", params, callback);
+//   task.SendRequest("digest", params, callback);
 //   session.RunUntil([&] { return has_answer; });
 //
 // It works over the C tables, since a client of ManagerWrapper tells only notifications whose
@@ -34,16 +34,19 @@ class TaskClient {
   // Waits for the connection. Throws kNotStarted with the reason why there is none.
   void Connect();
 
-  flrpc::IClient& GetClient() const;
-
-  // Returns the number of the messages that were handed to the connection.
-  size_t CountSent() const;
+  // As those of flrpc::IClient, for a connected client. Throw kFailed when the message is too large
+  // to be sent.
+  void SendRequest(const std::string& method, const cw::EncodableValue& params,
+                   flrpc::IClient::ResponseCallback callback);
+  void SendNotify(const std::string& method, const cw::EncodableValue& params);
 
   // Returns what the task has notified since the last call.
   std::deque<flrpc::Message::Notification> TakeNotifications();
 
  private:
   struct State;
+
+  void ThrowUnlessSent(size_t sent_before) const;
 
   Session& session_;
   const std::shared_ptr<State> state_;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tools/answer_text.h"
+#include "tools/common_options.h"
 #include "tools/json_input.h"
 #include "tools/latency_table.h"
 #include "tools/progress_line.h"
@@ -19,10 +20,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using flrpc::Message;
 
-constexpr char kAbout[] =
-    "Starts the task, sends it one request, prints the result as JSON and ends the task. An error\n"
-    "answer is printed on standard error.";
+constexpr char kAbout[] = "Calls a method of a task and prints the result as JSON";
 constexpr char kFooter[] =
+    "Starts the task, sends it one request and ends it. An error answer is printed on standard "
+    "error.\n\n"
     "Example:\n"
     "  tavo call digest digest '{\"path\": \"/etc/hostname\"}' --timeout 5\n\n"
     "Ends with 0; 1 for an error answer; 2 for a wrong command line; 3 when the task is not "
@@ -75,12 +76,12 @@ class Calls {
 
   void Send(TaskClient& task) {
     ++sent_;
-    task.GetClient().SendRequest(options_.method, params_,
-                                 [this, begin = Clock::now()](const Message::Response& response) {
-                                   table_.Add(Clock::now() - begin);
-                                   LimitTime();  // Anew for each answer.
-                                   Take(response);
-                                 });
+    task.SendRequest(options_.method, params_,
+                     [this, begin = Clock::now()](const Message::Response& response) {
+                       table_.Add(Clock::now() - begin);
+                       LimitTime();  // Anew for each answer.
+                       Take(response);
+                     });
   }
 
   void Take(const Message::Response& response) {
@@ -136,21 +137,19 @@ void AddCall(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const call = app.add_subcommand("call", kAbout);
   call->footer(kFooter);
-  call->add_option("TASK", options->task, "The name of the task")->required();
-  call->add_option("METHOD", options->method, "The method that is called")->required();
-  call->add_option("PARAMS", options->params, kJsonInputHelp);
-  call->add_option("--timeout", options->timeout,
-                   "Seconds to wait for the connection and for each answer; 0: no limit")
-      ->check(CLI::Range(0.0, kMaxSeconds))
-      ->capture_default_str();
+  AddTask(*call, &options->task);
+  AddMessage(*call, &options->method, &options->params);
+  AddTimeout(*call, &options->timeout, "How long to wait for the connection and for each answer");
   call->add_flag("--notify-out", options->notify_out,
                  "Print the notifications of the task on standard error, one JSON a line");
   CLI::Option* const repeat =
       call->add_option("--repeat", options->repeat,
                        "Call so many times, and print how long that took in place of the results")
-          ->check(CLI::Range(1u, kMaxCalls));
+          ->check(CLI::Range(1u, kMaxCalls))
+          ->type_name("N");
   call->add_option("--in-flight", options->in_flight, "So many calls at a time")
       ->check(CLI::Range(1u, kMaxInFlight))
+      ->type_name("N")
       ->needs(repeat);
   call->add_flag("--json", options->json, "Print the table of --repeat as JSON")->needs(repeat);
   call->callback([options] { Run(*options); });

@@ -18,6 +18,7 @@
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "tools/answer_text.h"
+#include "tools/common_options.h"
 #include "tools/json_input.h"
 #include "tools/progress_line.h"
 #include "tools/session.h"
@@ -29,15 +30,14 @@ namespace {
 using RuntimeManager::IntentsInvoker;
 using Reply = RuntimeManager::RuntimeDispatcher::IntentReply;
 
-constexpr char kAbout[] =
-    "Invokes the intent and prints the answer as JSON. With --serve it offers the intent until "
-    "SIGINT\n"
-    "or SIGTERM: it runs the command for each invocation, gives it the parameters as JSON on "
-    "standard\n"
-    "input, and answers with the JSON object that it prints. A command that fails is a failure of "
-    "the\n"
-    "intent. No shell is involved.";
+constexpr char kAbout[] = "Invokes an intent, or offers one that a command answers";
 constexpr char kFooter[] =
+    "Prints the answer as JSON. With --serve it offers the intent until SIGINT or SIGTERM: it runs "
+    "the\n"
+    "command for each invocation, gives it the parameters as JSON on standard input, and answers "
+    "with\n"
+    "the JSON object that it prints. A command that fails is a failure of the intent. No shell is\n"
+    "involved.\n\n"
     "Examples:\n"
     "  tavo intent NotesCount '{}'\n"
     "  tavo intent --serve NotesCount -- jq -c '{count: length}'\n\n"
@@ -50,7 +50,8 @@ constexpr int kMaxAnswer = 32 << 20;  // The largest line of a socket.
 
 struct Options {
   std::string name;
-  std::vector<std::string> rest;  // The parameters; with --serve the command.
+  std::string params;                // With --serve: the program of the command,
+  std::vector<std::string> command;  // and the whole command.
   bool serve = false;
   double timeout = 25;
 };
@@ -75,9 +76,9 @@ std::string ToLine(const QJsonObject& object) {
 // ---- Invoking ----
 
 QJsonObject ReadParameters(const Options& options) {
-  if (options.rest.empty()) return {};
+  if (options.params.empty()) return {};
   try {
-    return ToObject(ReadJson(options.rest.front()));
+    return ToObject(ReadJson(options.params));
   } catch (const CommandError&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -129,8 +130,9 @@ class Commands {
   struct Dispose {
     void operator()(QProcess* process) const {
       process->disconnect();
-      if (process->state() == QProcess::NotRunning) return process->deleteLater();
-      delete process;
+      process->kill();
+      process->waitForFinished();
+      process->deleteLater();
     }
   };
   struct Command {
@@ -161,7 +163,7 @@ class Commands {
                        if (error == QProcess::FailedToStart) Finish(process);
                      });
     QStringList words;
-    for (const std::string& word : options_.rest) words << QFile::decodeName(word.c_str());
+    for (const std::string& word : options_.command) words << QFile::decodeName(word.c_str());
     process->start(words.takeFirst(), words);
     process->write(QByteArray::fromStdString(invocation.input));
     process->closeWriteChannel();
@@ -177,7 +179,7 @@ class Commands {
     const auto node = running_.extract(process);
     if (!node) return;
     const std::string fault = AnswerWith(node.mapped());
-    if (!fault.empty()) Tell(options_.rest[0] + ": " + fault);
+    if (!fault.empty()) Tell(options_.command[0] + ": " + fault);
     StartNext();
   }
 
@@ -225,14 +227,23 @@ void Serve(const Options& options) {
   });
 }
 
-void Run(const Options& options) {
-  if (options.serve && options.rest.empty()) {
-    throw CommandError(kWrongUsage, "--serve: which command? tavo intent --serve NAME -- COMMAND");
+// `extras` is what follows the first word of PARAMS; a mark "--" in front of that word is a part of
+// it. CLI11 would split a list of words at brackets and commas.
+void Run(Options options, std::vector<std::string> extras) {
+  if (!options.serve) {
+    const bool is_marked = !extras.empty() && extras.front() == "--";
+    if (extras.size() > (is_marked ? 1 : 0)) {
+      throw CommandError(kWrongUsage, '"' + extras.back() + "\" is not expected");
+    }
+    return Invoke(options);
   }
-  if (!options.serve && options.rest.size() > 1) {
-    throw CommandError(kWrongUsage, "more than one argument behind the name of the intent");
+  if (!extras.empty() && extras.front() == "--") extras.erase(extras.begin());
+  if (options.params.empty()) {
+    throw CommandError(kWrongUsage, "no command given: tavo intent --serve NAME -- COMMAND...");
   }
-  options.serve ? Serve(options) : Invoke(options);
+  options.command = std::move(extras);
+  options.command.insert(options.command.begin(), options.params);
+  Serve(options);
 }
 
 }  // namespace
@@ -240,19 +251,14 @@ void Run(const Options& options) {
 void AddIntent(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const intent = app.add_subcommand("intent", kAbout);
-  intent->footer(kFooter);
+  intent->footer(kFooter)->allow_extras();
   intent->add_option("NAME", options->name, "The name of the intent")->required();
-  intent
-      ->add_option("PARAMS", options->rest,
-                   std::string(kJsonInputHelp) + ". With --serve: the command, behind --")
-      ->allow_extra_args(false);  // Otherwise an argument in brackets would be split.
+  intent->add_option("PARAMS", options->params,
+                     std::string(kJsonInputHelp) + ". With --serve: the command, behind --");
   CLI::Option* const serve =
       intent->add_flag("--serve", options->serve, "Offer the intent, and answer by the command");
-  intent->add_option("--timeout", options->timeout, "Seconds to wait for the answer; 0: no limit")
-      ->check(CLI::Range(0.0, kMaxSeconds))
-      ->capture_default_str()
-      ->excludes(serve);
-  intent->callback([options] { Run(*options); });
+  AddTimeout(*intent, &options->timeout, "How long to wait for the answer")->excludes(serve);
+  intent->callback([options, intent] { Run(*options, intent->remaining()); });
 }
 
 }  // namespace tools

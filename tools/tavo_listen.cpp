@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/answer_text.h"
+#include "tools/common_options.h"
 #include "tools/session.h"
 #include "tools/task_client.h"
 #include "tools/tavo_commands.h"
@@ -14,11 +15,11 @@
 namespace tools {
 namespace {
 
-constexpr char kAbout[] =
-    "Starts the task and prints its notifications of these methods (none: of all), one JSON "
-    "object\n"
-    "a line. Ends with the task, at the limits, and with SIGINT.";
+constexpr char kAbout[] = "Prints the notifications of a task";
 constexpr char kFooter[] =
+    "Starts the task and prints its notifications of these methods (none: of all), one JSON object "
+    "a\n"
+    "line. Ends with the task, at the limits, and with SIGINT.\n\n"
     "Example:\n"
     "  tavo listen notes progress --limit 3\n\n"
     "Ends with 0 when --limit is reached, and when the time of --timeout is over and there is no\n"
@@ -73,11 +74,11 @@ void AddListen(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const listen = app.add_subcommand("listen", kAbout);
   listen->footer(kFooter);
-  listen->add_option("TASK", options->task, "The name of the task")->required();
+  AddTask(*listen, &options->task);
   listen->add_option("METHOD", options->methods, "The methods of the notifications");
-  listen->add_option("--limit", options->limit, "End after so many notifications; 0: never");
-  listen->add_option("--timeout", options->timeout, "End after so many seconds; 0: never")
-      ->check(CLI::Range(0.0, kMaxSeconds));
+  listen->add_option("--limit", options->limit, "End after so many notifications; 0: no limit")
+      ->type_name("N");
+  AddTimeout(*listen, &options->timeout, "How long to listen");
   listen->callback([options] { Run(*options); });
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "tools/common_options.h"
 #include "tools/json_input.h"
 #include "tools/session.h"
 #include "tools/task_client.h"
@@ -11,10 +12,9 @@
 namespace tools {
 namespace {
 
-constexpr char kAbout[] =
-    "Starts the task, sends it one notification and ends the task, after it has read the\n"
-    "notification.";
+constexpr char kAbout[] = "Sends a task a notification";
 constexpr char kFooter[] =
+    "Starts the task, and ends it when it has read the notification.\n\n"
     "Example:\n"
     "  tavo notify notes drop '{\"id\": 7}'\n\n"
     "Ends with 0; 1 for a notification that is too large; 2 for a wrong command line; 3 when the "
@@ -40,10 +40,8 @@ void Run(const Options& options) {
     session.LimitTime(options.timeout,
                       "the task \"" + options.task + "\" has not read the notification in time");
     task.Connect();
-    const size_t sent = task.CountSent();
-    task.GetClient().SendNotify(options.method, params);
-    if (task.CountSent() == sent) throw CommandError(kFailed, "the notification is too large");
-    task.GetClient().SendRequest(kFence, {}, [&](const auto&) { is_read = true; });
+    task.SendNotify(options.method, params);
+    task.SendRequest(kFence, {}, [&](const auto&) { is_read = true; });
     session.RunUntil([&] { return is_read; });
   });
 }
@@ -54,14 +52,9 @@ void AddNotify(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const notify = app.add_subcommand("notify", kAbout);
   notify->footer(kFooter);
-  notify->add_option("TASK", options->task, "The name of the task")->required();
-  notify->add_option("METHOD", options->method, "The method of the notification")->required();
-  notify->add_option("PARAMS", options->params, kJsonInputHelp);
-  notify
-      ->add_option("--timeout", options->timeout,
-                   "Seconds until the task must have read the notification; 0: no limit")
-      ->check(CLI::Range(0.0, kMaxSeconds))
-      ->capture_default_str();
+  AddTask(*notify, &options->task);
+  AddMessage(*notify, &options->method, &options->params);
+  AddTimeout(*notify, &options->timeout, "How long the task may take to read the notification");
   notify->callback([options] { Run(*options); });
 }
 

@@ -4,17 +4,16 @@
 #include <optional>
 #include <string>
 
+#include "tools/common_options.h"
 #include "tools/session.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
 namespace {
 
-constexpr char kAbout[] =
-    "Asks the system to open a URI, as a plug-in does: an application that offers the intent "
-    "OpenURI\n"
-    "does it, otherwise the desk.";
+constexpr char kAbout[] = "Opens a URI as a plug-in does";
 constexpr char kFooter[] =
+    "An application that offers the intent OpenURI opens it, otherwise the desk.\n\n"
     "Example:\n"
     "  tavo open https://example.org\n\n"
     "Ends with 0; 1 when the URI was not opened; 2 for a wrong command line; 4 when nobody answers "
@@ -45,9 +44,7 @@ void AddOpen(CLI::App& app) {
   CLI::App* const open = app.add_subcommand("open", kAbout);
   open->footer(kFooter);
   open->add_option("URI", options->uri, "What is opened")->required();
-  open->add_option("--timeout", options->timeout, "Seconds to wait for the outcome; 0: no limit")
-      ->check(CLI::Range(0.0, kMaxSeconds))
-      ->capture_default_str();
+  AddTimeout(*open, &options->timeout, "How long to wait for the outcome");
   open->callback([options] { Run(*options); });
 }
 

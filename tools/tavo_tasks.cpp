@@ -16,10 +16,11 @@
 namespace tools {
 namespace {
 
-constexpr char kAbout[] =
-    "Lists what can be started as a task, in which file it was found, and which files that one\n"
-    "hides. The directories are those of TAVO_DESK_PATH, then the XDG data directories.";
+constexpr char kAbout[] = "Lists what can be started as a task";
 constexpr char kFooter[] =
+    "Tells in which file each was found, and which files that one hides. The directories are those "
+    "of\n"
+    "TAVO_DESK_PATH, then the XDG data directories.\n\n"
     "Example:\n"
     "  tavo tasks --json | jq -r '.[] | select(.error == null) | .name'";
 

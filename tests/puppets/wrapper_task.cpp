@@ -28,6 +28,14 @@ int main(int argc, char** argv) {
     end->OnNotify("poke", [&end](auto& note) { end->SendNotify("poked", note.params); });
   };
   poke(server);
+  answer("leave", [](const auto&) -> EncodableValue { _exit(7); });
+  const auto talk = [&server] {
+    for (int i = 1; i <= 3; ++i) server->SendNotify(i == 2 ? "tock" : "tick", i);
+  };
+  answer("talk", [talk](auto& params) { return talk(), params; });
+  std::unique_ptr<flrpc::IReply> unanswered;
+  server->OnRequest("wait", [&](auto&, auto&, auto&& reply) { unanswered = std::move(reply); });
+  if (getenv("TAVO_TEST_TALKS")) server->OnConnected([talk](const auto&) { talk(); });
   std::shared_ptr<flrpc::IClient> client;  // Of the task started last.
   answer("start", [&](const EncodableValue& name) {
     client.reset();
