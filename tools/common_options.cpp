@@ -1,6 +1,6 @@
 #include "tools/common_options.h"
 
-#include "tools/json_input.h"
+#include "tools/json_argument.h"
 
 namespace tools {
 namespace {
@@ -23,7 +23,7 @@ void AddTask(CLI::App& command, std::string* task) {
 
 void AddMessage(CLI::App& command, std::string* method, std::string* params) {
   command.add_option("METHOD", *method, "The name of the method")->required()->check(CheckNotEmpty);
-  command.add_option("PARAMS", *params, kJsonInputHelp);
+  command.add_option("PARAMS", *params, kJsonHelp);
 }
 
 CLI::Option* AddTimeout(CLI::App& command, double* seconds, const std::string& help) {

@@ -11,7 +11,7 @@ namespace tools {
 // TASK, which may not be empty.
 void AddTask(CLI::App& command, std::string* task);
 
-// METHOD, which may not be empty, and the optional PARAMS (tools/json_input.h).
+// METHOD, which may not be empty, and the optional PARAMS (tools/json_argument.h).
 void AddMessage(CLI::App& command, std::string* method, std::string* params);
 
 // --timeout in seconds, with its default.

@@ -5,10 +5,9 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "desk/common/json_text.h"
-#include "desk/common/value_json.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -35,9 +34,19 @@ std::string ReadArgument(const std::string& argument) {
   return text;
 }
 
+desk::Json ReadJsonArgument(const std::string& argument) {
+  if (argument.empty()) return nullptr;
+  const std::string text = ReadArgument(argument);
+  try {
+    return desk::ParseJson(text);
+  } catch (const std::runtime_error& error) {
+    throw CommandError(kWrongUsage, NameOf(argument) + ": " + error.what());
+  }
+}
+
 cw::EncodableValue ReadValueArgument(const std::string& argument) {
   try {
-    return desk::FromJson(desk::ParseJson(ReadArgument(argument)));
+    return desk::FromJson(ReadJsonArgument(argument));
   } catch (const CommandError&) {
     throw;
   } catch (const std::runtime_error& error) {

@@ -135,10 +135,10 @@ class Output {
 
 // ---- The service ----
 
+// libtavo.so is beside its runtime manager, a function of which is asked for its file.
 std::string FindLibraryPath() {
   Dl_info library{};
-  void* const entry = dlsym(RTLD_DEFAULT, "TAVOProcTableLoad");
-  if (!entry || dladdr(entry, &library) == 0 || !library.dli_fname) {
+  if (dladdr(reinterpret_cast<void*>(&desk::TaskReport::Redirect), &library) == 0) {
     throw CommandError(kNotStarted, "libtavo.so cannot be found");
   }
   return std::filesystem::absolute(library.dli_fname).lexically_normal().parent_path().string();

@@ -7,7 +7,7 @@
 
 #include "tools/answer_text.h"
 #include "tools/common_options.h"
-#include "tools/json_input.h"
+#include "tools/json_argument.h"
 #include "tools/latency_table.h"
 #include "tools/progress_line.h"
 #include "tools/session.h"
@@ -127,7 +127,7 @@ class Calls {
 };
 
 void Run(const Options& options) {
-  const cw::EncodableValue params = desk::FromJson(ReadJson(options.params));
+  const cw::EncodableValue params = ReadValueArgument(options.params);
   RunSession([&](Session& session) { Calls(session, options, params).Run(); });
 }
 

@@ -15,11 +15,12 @@
 #include <QJsonObject>
 #include <QProcess>
 
+#include "desk/common/json_text.h"
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "tools/answer_text.h"
 #include "tools/common_options.h"
-#include "tools/json_input.h"
+#include "tools/json_argument.h"
 #include "tools/progress_line.h"
 #include "tools/session.h"
 #include "tools/tavo_commands.h"
@@ -78,7 +79,7 @@ std::string ToLine(const QJsonObject& object) {
 QJsonObject ReadParameters(const Options& options) {
   if (options.params.empty()) return {};
   try {
-    return ToObject(ReadJson(options.params));
+    return ToObject(ReadJsonArgument(options.params));
   } catch (const CommandError&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -193,7 +194,7 @@ class Commands {
     if (process.exitCode() != 0)
       return "it ended with status " + std::to_string(process.exitCode());
     try {
-      command.reply(ToObject(ParseJson(command.output.toStdString())));
+      command.reply(ToObject(desk::ParseJson(command.output.toStdString())));
     } catch (const std::runtime_error& error) {
       return std::string("its answer: ") + error.what();
     }
@@ -254,7 +255,7 @@ void AddIntent(CLI::App& app) {
   intent->footer(kFooter)->allow_extras();
   intent->add_option("NAME", options->name, "The name of the intent")->required();
   intent->add_option("PARAMS", options->params,
-                     std::string(kJsonInputHelp) + ". With --serve: the command, behind --");
+                     std::string(kJsonHelp) + ". With --serve: the command, behind --");
   CLI::Option* const serve =
       intent->add_flag("--serve", options->serve, "Offer the intent, and answer by the command");
   AddTimeout(*intent, &options->timeout, "How long to wait for the answer")->excludes(serve);

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "tools/common_options.h"
-#include "tools/json_input.h"
+#include "tools/json_argument.h"
 #include "tools/session.h"
 #include "tools/task_client.h"
 #include "tools/tavo_commands.h"
@@ -33,7 +33,7 @@ struct Options {
 };
 
 void Run(const Options& options) {
-  const cw::EncodableValue params = desk::FromJson(ReadJson(options.params));
+  const cw::EncodableValue params = ReadValueArgument(options.params);
   RunSession([&](Session& session) {
     bool is_read = false;
     TaskClient task(session, options.task);
