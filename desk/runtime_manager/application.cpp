@@ -120,7 +120,7 @@ std::optional<Application> FromDesktopEntry(const QString& file, QString* error)
   return Application{entry->exec, entry->directory};
 }
 
-constexpr QLatin1String kEntrySuffix(".desktop");
+const QLatin1String kEntrySuffix(".desktop");
 
 QStringList DeskPath() {
   return QString::fromLocal8Bit(qgetenv("TAVO_DESK_PATH"))
