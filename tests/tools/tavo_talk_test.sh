@@ -96,14 +96,18 @@ TAVO_DESK_RECORD=$work/notified row 0 '' '' notify wrapper_task poke '"hey"'
 export TAVO_TEST_TALKS=1
 row 0 $'{"method":"tick","params":1}\n{"method":"tick","params":3}' '' listen wrapper_task tick --limit 2
 row 0 $'{"method":"tick","params":1}\n{"method":"tock","params":2}\n{"method":"tick","params":3}' '' \
-  listen wrapper_task --timeout 1
+  listen wrapper_task --limit 3
 unset TAVO_TEST_TALKS
 
 # Intents: a command answers, without a shell; one that fails is a failure.
 serve() {
+  : >served
   "${program[@]}" intent --serve "$@" 2>served &
   server=$!
-  until grep -q 'is offered' served; do kill -0 $server && read -rt 0.01 <> <(:) || true; done
+  until grep -q 'is offered' served; do
+    kill -0 $server || fail "$*: $(<served)"
+    read -rt 0.01 <> <(:) || true
+  done
 }
 stop() {
   kill -INT $server
