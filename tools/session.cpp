@@ -97,8 +97,8 @@ class Log final : public std::streambuf {
     line_ += traits_type::to_char_type(character);
     if (line_.back() != '\n') return character;
     line_.pop_back();
-    const size_t tag = line_.find('[');  // Behind a colour.
-    if (line_.compare(std::min(tag, line_.size()), 6, "[info]") != 0) Session::PrintError(line_);
+    constexpr size_t kColour = sizeof "\x1b[1;32m" - 1;  // In front of the tag on a terminal.
+    if (line_.rfind("[info]", kColour) == std::string::npos) Session::PrintError(line_);
     line_.clear();
     return character;
   }
