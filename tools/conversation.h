@@ -1,0 +1,55 @@
+// Finds the request of each answer, and the requests that have none.
+//
+// Answers are matched by connection, direction and identifier; in a record without connections the
+// task takes the connection's place.
+//
+// Threads: one at a time.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/records.h"
+
+namespace tools {
+
+class Conversation {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr size_t kMaxWaiting = 100000;  // Requests; beyond it the oldest is forgotten.
+
+  // Takes the next entry. An answer gets the method of its request, and its latency. `number` is a
+  // name of the entry for the caller. Returns the number of the answer's request, or kNone.
+  static constexpr uint64_t kNone = ~uint64_t{0};
+  uint64_t Take(uint64_t number, Clock::time_point seen, Entry* entry);
+
+  // Returns the requests that have waited since `begin` or longer, each of them once.
+  std::vector<Entry> TakeLate(Clock::time_point begin);
+
+  // Returns the requests that have no answer, in their order. A large payload is cut.
+  std::vector<Entry> GetUnanswered() const;
+  size_t GetForgotten() const { return forgotten_; }
+
+ private:
+  struct Waiting {
+    uint64_t number;
+    Clock::time_point seen;
+    Entry request;
+    std::multimap<std::string, uint64_t>::iterator key;
+  };
+
+  void AddRequest(uint64_t number, Clock::time_point seen, const Entry& entry);
+
+  std::map<uint64_t, Waiting> waiting_;          // By their order.
+  std::multimap<std::string, uint64_t> by_key_;  // Equal keys stay in their order.
+  uint64_t next_ = 0;
+  uint64_t first_in_time_ = 0;  // TakeLate has returned the requests before this one.
+  size_t forgotten_ = 0;
+};
+
+}  // namespace tools

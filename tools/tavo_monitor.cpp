@@ -1,0 +1,233 @@
+// tavo monitor: the messages of a record, a line each, with what a reader wants to know about them.
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "tools/conversation.h"
+#include "tools/file_line_source.h"
+#include "tools/match.h"
+#include "tools/monitor_lines.h"
+#include "tools/tavo_commands.h"
+
+namespace tools {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kAbout[] =
+    "Prints a line for each message of a record (TAVO_DESK_RECORD): the time, the connection, the\n"
+    "task and its process, the direction, the method, the identifier and the payload in short. An\n"
+    "answer shows the method that it answers and how long that took. At the end the requests\n"
+    "without an answer are told. A line is cut to the terminal's width; 80 columns elsewhere.";
+constexpr char kFooter[] =
+    "EXPR is a list of terms, all of which must hold: task=, method=, direction= (to, from), "
+    "kind=\n"
+    "(request, response, notification, error, value, intent, start, end, loss), id=, connection=\n"
+    "and pid=, each with a pattern of the shell, and the word error. An option that is given\n"
+    "several times accepts what one of its expressions accepts.\n"
+    "\n"
+    "Example:\n"
+    "  tavo monitor talk.jsonl --match 'task=notes,method=s*' --match error\n"
+    "\n"
+    "Ends with 0; 1 when an entry is damaged (the others are printed), the file cannot be read, "
+    "or\n"
+    "what --wait waits for cannot come any more; 2 for a wrong command line; 4 when --timeout is\n"
+    "over.";
+
+struct Options {
+  std::string file;
+  bool follows = false;
+  bool as_json = false;
+  double late = 5;
+  double timeout = 0;
+  size_t limit = 0;
+  std::vector<std::string> matches;
+  std::vector<std::string> waits;
+};
+
+Clock::duration Seconds(double seconds) {
+  return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+// ---- Ctrl-C ----
+
+volatile std::sig_atomic_t is_interrupted = 0;
+
+// A handler without SA_RESTART, so that waiting ends.
+void HandleInterrupts() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { is_interrupted = 1; };
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+}
+
+// ---- The work ----
+
+class Monitor {
+ public:
+  Monitor(const Options& options, std::unique_ptr<ILineSource> source)
+      : options_(options),
+        match_(options.waits.empty() ? options.matches : options.waits),
+        limit_(options.waits.empty() ? options.limit : 1),
+        source_(std::move(source)),
+        lines_(options.as_json) {}
+
+  void Run() {
+    const auto begin = Clock::now();
+    const auto end = options_.timeout > 0 ? begin + Seconds(options_.timeout) : begin;
+    while (!IsDone() && is_interrupted == 0 && Step(end)) {
+    }
+    if (!IsDone()) TellUnanswered();
+    std::cout.flush();
+    Judge();
+  }
+
+ private:
+  bool IsDone() const { return limit_ > 0 && printed_ >= limit_; }
+
+  // Takes a line, or waits for one. Returns false when there is nothing to wait for any more.
+  bool Step(Clock::time_point end) {
+    std::string line;
+    auto got = source_->Next(&line, {});
+    if (got == ILineSource::Got::kNothing) {
+      std::cout.flush();
+      TellLate();
+      got = source_->Next(&line, WaitUntil(end));
+    }
+    if (got == ILineSource::Got::kLine) Take(line);
+    is_timed_out_ = options_.timeout > 0 && Clock::now() >= end;
+    return got != ILineSource::Got::kEnd && !is_timed_out_;
+  }
+
+  // A signal that comes just before a wait ends it within this time.
+  Clock::time_point WaitUntil(Clock::time_point end) const {
+    const auto tick = Clock::now() + std::min(Seconds(0.2), Seconds(options_.late));
+    return options_.timeout > 0 ? std::min(tick, end) : tick;
+  }
+
+  void Take(const std::string& line) {
+    if (line.find_first_not_of(" \t\r") == std::string::npos) return;
+    try {
+      Entry entry = ReadEntry(line);
+      conversation_.Take(++number_, Clock::now(), &entry);
+      if (!entry.fault.empty()) Complain(entry.fault);
+      last_ = entry;
+      last_.payload.clear();
+      summary_.Add(entry);
+      if (!match_.Accepts(entry)) return;
+      std::cout << lines_.Describe(entry);
+      ++printed_;
+    } catch (const std::exception& error) {
+      Complain(error.what());
+    }
+  }
+
+  void Complain(const char* cause) {
+    ++faults_;
+    std::cout.flush();
+    std::cerr << "tavo monitor: " << options_.file << ':' << source_->GetLineNumber() << ": "
+              << cause << '\n';
+  }
+  void Complain(const std::string& cause) { Complain(cause.c_str()); }
+
+  void TellLate() {
+    if (!options_.follows) return;
+    for (const Entry& request : conversation_.TakeLate(Clock::now() - Seconds(options_.late))) {
+      if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, last_);
+    }
+    std::cout.flush();
+  }
+
+  void TellUnanswered() {
+    if (!options_.waits.empty()) return;
+    const auto unanswered = conversation_.GetUnanswered();
+    for (const Entry& request : unanswered) {
+      if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, last_);
+    }
+    summary_.unanswered = unanswered.size() + conversation_.GetForgotten();
+    if (!options_.as_json) std::cout << summary_.Describe();
+  }
+
+  void Judge() const {
+    if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
+    if (!options_.waits.empty()) {
+      if (IsDone()) return;
+      if (is_timed_out_) throw CommandError(kTimedOut, "no entry has matched in time");
+      throw CommandError(kFailed, "no entry has matched");
+    }
+    if (faults_ == 0) return;
+    throw CommandError(kFailed, options_.file + ": " + std::to_string(faults_) +
+                                    (faults_ == 1 ? " line is" : " lines are") + " damaged");
+  }
+
+  const Options& options_;
+  const Match match_;
+  const size_t limit_;
+  const std::unique_ptr<ILineSource> source_;
+  MonitorLines lines_;
+  Conversation conversation_;
+  Summary summary_;
+  Entry last_;  // Tells how late it is.
+  uint64_t number_ = 0;
+  size_t printed_ = 0;
+  size_t faults_ = 0;
+  bool is_timed_out_ = false;
+};
+
+void Run(Options options) {
+  if (options.file.empty()) {
+    throw CommandError(kWrongUsage, "no FILE is given, and the session cannot be watched live yet");
+  }
+  options.follows = options.follows || !options.waits.empty();
+  HandleInterrupts();
+  std::unique_ptr<ILineSource> source;
+  try {
+    source = std::make_unique<FileLineSource>(options.file, options.follows);
+    Monitor(options, std::move(source)).Run();
+  } catch (const CommandError&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw CommandError(kFailed, options.file + ": " + error.what());
+  }
+}
+
+// An option that takes seconds, with or without a unit.
+CLI::Option* AddSeconds(CLI::App* command, const std::string& name, double* seconds,
+                        const std::string& about) {
+  static const std::map<std::string, double> kUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}};
+  return command->add_option(name, *seconds, about)
+      ->transform(CLI::AsNumberWithUnit(kUnits))
+      ->check(CLI::Range(0.001, 1e6).description(""))
+      ->type_name("SECONDS");
+}
+
+}  // namespace
+
+void AddMonitor(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const command = app.add_subcommand("monitor", kAbout);
+  command->footer(kFooter);
+  command->add_option("FILE", options->file, "The record; - is standard input");
+  command->add_flag("-f,--follow", options->follows,
+                    "Go on at the end of the file, until Ctrl-C; a file that is truncated or "
+                    "replaced is read again, and one that does not exist is waited for");
+  AddSeconds(command, "--late", &options->late,
+             "With -f: tell a request that has had no answer for so long (5s)");
+  auto* const match =
+      Match::AddOption(command, "--match", &options->matches, "Print only what matches");
+  auto* const limit = command->add_option("--limit", options->limit, "End after so many lines")
+                          ->check(CLI::Range(size_t{1}, size_t{1} << 31).description(""))
+                          ->type_name("N");
+  auto* const wait = Match::AddOption(command, "--wait", &options->waits,
+                                      "Follow the file until an entry matches, and print it");
+  wait->excludes(match)->excludes(limit);
+  AddSeconds(command, "--timeout", &options->timeout, "How long --wait waits")->needs(wait);
+  command->add_flag("--json", options->as_json, "One JSON object a line, with the whole payload");
+  command->callback([options] { Run(*options); });
+}
+
+}  // namespace tools
