@@ -39,6 +39,8 @@ int main(int argc, char** argv) {
   tools::AddIntent(app);
   tools::AddOpen(app);
   tools::AddTasks(app);
+  tools::AddMonitor(app);
+  tools::AddDiagram(app);
   tools::AddBind(app);
   tools::AddDecode(app);
   tools::AddEmbed(app);

@@ -37,11 +37,13 @@ class ErrorAnswer : public CommandError {
 void AddBind(CLI::App& app);
 void AddCall(CLI::App& app);
 void AddDecode(CLI::App& app);
+void AddDiagram(CLI::App& app);
 void AddEmbed(CLI::App& app);
 void AddEncode(CLI::App& app);
 void AddGenerate(CLI::App& app);  // Of all subcommands that are added before or later.
 void AddIntent(CLI::App& app);
 void AddListen(CLI::App& app);
+void AddMonitor(CLI::App& app);
 void AddNotify(CLI::App& app);
 void AddOpen(CLI::App& app);
 void AddTasks(CLI::App& app);

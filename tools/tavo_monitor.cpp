@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/conversation.h"
-#include "tools/file_line_source.h"
 #include "tools/match.h"
 #include "tools/monitor_lines.h"
+#include "tools/record_reader.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -73,7 +73,7 @@ class Monitor {
       : options_(options),
         match_(options.waits.empty() ? options.matches : options.waits),
         limit_(options.waits.empty() ? options.limit : 1),
-        source_(std::move(source)),
+        reader_("tavo monitor", options.file, std::move(source)),
         lines_(options.as_json) {}
 
   void Run() {
@@ -89,16 +89,16 @@ class Monitor {
  private:
   bool IsDone() const { return limit_ > 0 && printed_ >= limit_; }
 
-  // Takes a line, or waits for one. Returns false when there is nothing to wait for any more.
+  // Takes an entry, or waits for one. Returns false when there is nothing to wait for any more.
   bool Step(Clock::time_point end) {
-    std::string line;
-    auto got = source_->Next(&line, {});
+    Entry entry;
+    auto got = reader_.Next(&entry, {});
     if (got == ILineSource::Got::kNothing) {
-      std::cout.flush();
       TellLate();
-      got = source_->Next(&line, WaitUntil(end));
+      std::cout.flush();
+      got = reader_.Next(&entry, WaitUntil(end));
     }
-    if (got == ILineSource::Got::kLine) Take(line);
+    if (got == ILineSource::Got::kLine) Take(std::move(entry));
     is_timed_out_ = options_.timeout > 0 && Clock::now() >= end;
     return got != ILineSource::Got::kEnd && !is_timed_out_;
   }
@@ -109,37 +109,22 @@ class Monitor {
     return options_.timeout > 0 ? std::min(tick, end) : tick;
   }
 
-  void Take(const std::string& line) {
-    if (line.find_first_not_of(" \t\r") == std::string::npos) return;
-    try {
-      Entry entry = ReadEntry(line);
-      conversation_.Take(++number_, Clock::now(), &entry);
-      if (!entry.fault.empty()) Complain(entry.fault);
-      last_ = entry;
-      last_.payload.clear();
-      summary_.Add(entry);
-      if (!match_.Accepts(entry)) return;
+  void Take(Entry entry) {
+    conversation_.Take(++number_, Clock::now(), &entry);
+    summary_.Add(entry);
+    if (match_.Accepts(entry)) {
       std::cout << lines_.Describe(entry);
       ++printed_;
-    } catch (const std::exception& error) {
-      Complain(error.what());
     }
+    entry.payload.clear();
+    last_ = std::move(entry);
   }
-
-  void Complain(const char* cause) {
-    ++faults_;
-    std::cout.flush();
-    std::cerr << "tavo monitor: " << options_.file << ':' << source_->GetLineNumber() << ": "
-              << cause << '\n';
-  }
-  void Complain(const std::string& cause) { Complain(cause.c_str()); }
 
   void TellLate() {
     if (!options_.follows) return;
     for (const Entry& request : conversation_.TakeLate(Clock::now() - Seconds(options_.late))) {
       if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, last_);
     }
-    std::cout.flush();
   }
 
   void TellUnanswered() {
@@ -159,22 +144,19 @@ class Monitor {
       if (is_timed_out_) throw CommandError(kTimedOut, "no entry has matched in time");
       throw CommandError(kFailed, "no entry has matched");
     }
-    if (faults_ == 0) return;
-    throw CommandError(kFailed, options_.file + ": " + std::to_string(faults_) +
-                                    (faults_ == 1 ? " line is" : " lines are") + " damaged");
+    reader_.ThrowIfDamaged();
   }
 
   const Options& options_;
   const Match match_;
   const size_t limit_;
-  const std::unique_ptr<ILineSource> source_;
+  RecordReader reader_;
   MonitorLines lines_;
   Conversation conversation_;
   Summary summary_;
   Entry last_;  // Tells how late it is.
   uint64_t number_ = 0;
   size_t printed_ = 0;
-  size_t faults_ = 0;
   bool is_timed_out_ = false;
 };
 
@@ -184,15 +166,7 @@ void Run(Options options) {
   }
   options.follows = options.follows || !options.waits.empty();
   HandleInterrupts();
-  std::unique_ptr<ILineSource> source;
-  try {
-    source = std::make_unique<FileLineSource>(options.file, options.follows);
-    Monitor(options, std::move(source)).Run();
-  } catch (const CommandError&) {
-    throw;
-  } catch (const std::runtime_error& error) {
-    throw CommandError(kFailed, options.file + ": " + error.what());
-  }
+  Monitor(options, OpenRecord(options.file, options.follows)).Run();
 }
 
 // An option that takes seconds, with or without a unit.
