@@ -8,7 +8,7 @@ shift
 emulator=("$@")
 talk=$(dirname "$0")/talk.jsonl
 work=$(mktemp -d)
-trap 'kill $(jobs -p) 2>/dev/null; rm -rf "$work"' EXIT
+trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$work"' EXIT
 monitor() { "${emulator[@]}" "$program" monitor "$@"; }
 fail() { echo "FAILED: $*"; exit 1; }
 expect() { diff "$work/expected" - || fail "$1"; }
