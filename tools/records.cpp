@@ -17,6 +17,7 @@ using cw::EncodableValue;
 using Members = nlohmann::json;  // Finds a member of a large object quickly.
 using flrpc::Message;
 
+constexpr int kMaxJsonDepth = 1024;
 constexpr size_t kMaxJsonValues = 1 << 20;  // The desk itself takes fewer in a line.
 
 // Sends the library's log lines, which go to std::cout, to standard error.
@@ -184,7 +185,7 @@ nlohmann::json ParseJson(const std::string& text) {
   const char* fault = nullptr;
   size_t values = 0;
   const auto is_small = [&](int depth, Members::parse_event_t, Members&) {
-    if (depth > desk::kDeepestJson) fault = "it is nested too deeply";
+    if (depth > kMaxJsonDepth) fault = "it is nested too deeply";
     if (++values > kMaxJsonValues) fault = "it holds too many values";
     return fault == nullptr;
   };

@@ -20,7 +20,7 @@ namespace tools {
 
 // ---- What a frame holds ----
 
-// Parses one JSON text, which may nest desk::kDeepestJson arrays and objects.
+// Parses one JSON text, which may nest 1,024 arrays and objects.
 nlohmann::json ParseJson(const std::string& text);
 
 // Decodes a Base64 text of one value, which is checked before (cw/admission.h).
