@@ -1,6 +1,7 @@
 #include "desk/common/unix_socket.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -28,6 +29,13 @@ bool ConnectTo(int descriptor, const QByteArray& path) {
 
 bool BindTo(int descriptor, const QByteArray& path) {
   return CallWithAddress(bind, descriptor, path);
+}
+
+bool IsOwnUser(int descriptor) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+         peer.uid == geteuid();
 }
 
 }  // namespace desk

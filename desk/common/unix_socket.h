@@ -14,4 +14,8 @@ constexpr int kMaxSocketPath = sizeof(sockaddr_un::sun_path) - 1;  // In bytes.
 bool ConnectTo(int descriptor, const QByteArray& path);
 bool BindTo(int descriptor, const QByteArray& path);
 
+// Returns whether the other end of a connected socket is a process of this user. If the other end
+// listened, the process that did so counts.
+bool IsOwnUser(int descriptor);
+
 }  // namespace desk

@@ -32,13 +32,6 @@ constexpr int kConnectRetryMs = 20;
 
 using Clock = std::chrono::steady_clock;
 
-bool IsOwnUser(int descriptor) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  return getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-         peer.uid == geteuid();
-}
-
 }  // namespace
 
 bool IsSendable(const QByteArray& line, const QString& what) {

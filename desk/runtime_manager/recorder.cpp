@@ -4,27 +4,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <utility>
 
-#include <QDateTime>
 #include <QFile>
 #include <QJsonDocument>
 
 #include "desk/common/diagnostics.h"
 #include "desk/common/quiet_write.h"
-#include "desk/runtime_manager/message_peer.h"
+#include "desk/runtime_manager/record_entry.h"
 #include "desk/runtime_manager/task_socket.h"
 
 namespace desk {
 namespace {
 
 QString GetRecordPath() { return QFile::decodeName(qgetenv("TAVO_DESK_RECORD")); }
-
-QByteArray StampedLine(QJsonObject entry) {
-  entry.insert(QStringLiteral("time"), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
-  return QJsonDocument(entry).toJson(QJsonDocument::Compact);
-}
 
 // Returns why an open file cannot keep private data, or the empty text when it can.
 QString FindFault(const struct stat& status, bool opened_as_pipe) {
@@ -107,41 +101,75 @@ bool AppendLine(const QString& path, const QByteArray& line, QString* error) {
   return fault.isEmpty();
 }
 
+// Returns what watchers get in the place of a large message: its size and, of a message of
+// libtavo.so, the beginning of its text, where the method and the identifier are.
+QByteArray MakeShortMessage(const QByteArray& message) {
+  constexpr char kData[] = "{\"data\":\"";
+  constexpr int kHeadSize = 1 << 10;  // A multiple of four, as Base64 needs.
+  QByteArray text = "null,\"size\":" + QByteArray::number(message.size());
+  if (!message.startsWith(kData)) return text;
+  const QByteArray head = message.mid(sizeof kData - 1, kHeadSize);
+  if (head.contains('"') || head.contains('\\')) return text;
+  return text + ",\"head\":\"" + head + '"';
+}
+
+// Returns what the entries of a new connection share. The connection's name is unique in the
+// session.
+QByteArray MakeSharedMembers(const QString& task, int peer) {
+  static std::atomic<unsigned> counter{0};
+  const pid_t pid = getpid();
+  QJsonObject members{{QStringLiteral("connection"),
+                       QStringLiteral("%1.%2").arg(pid).arg(counter.fetch_add(1) + 1)},
+                      {QStringLiteral("pid"), pid},
+                      {QStringLiteral("task"), task}};
+  if (peer > 0) members.insert(QStringLiteral("peer"), peer);
+  QByteArray text = QJsonDocument(members).toJson(QJsonDocument::Compact);
+  text.chop(1);
+  return text;
+}
+
 }  // namespace
 
-bool Record(QJsonObject entry, QString* error) {
-  const QByteArray line = StampedLine(std::move(entry));
+bool Record(const QJsonObject& entry, QString* error) {
+  const QByteArray line = MakeEntry(entry);
+  if (watchers::AreThere()) watchers::Tell(line);
   const QString path = GetRecordPath();
   if (!path.isEmpty()) return AppendLine(path, line, error);
   ReportError(QString::fromUtf8(line));
   return true;
 }
 
-void RecordIfNamed(QJsonObject entry) {
+void RecordIfWanted(const QJsonObject& entry) {
+  const QString path = GetRecordPath();
+  if (path.isEmpty() && !watchers::AreThere()) return;
+  const QByteArray line = MakeEntry(entry);
+  if (watchers::AreThere()) watchers::Tell(line);
   QString error;
-  if (GetRecordPath().isEmpty() || Record(std::move(entry), &error)) return;
+  if (path.isEmpty() || AppendLine(path, line, &error)) return;
   ReportError(QStringLiteral("an event is not recorded: ") + error);
 }
 
-FrameRecorder::FrameRecorder(QString path, QString task)
-    : path_(std::move(path)), task_(std::move(task)) {}
+FrameRecorder::FrameRecorder(const QString& socket_path, int peer)
+    : path_(GetRecordPath()),
+      task_(TaskSocket::GetTask(socket_path)),
+      members_(MakeSharedMembers(task_, peer)) {}
 
-std::unique_ptr<FrameRecorder> FrameRecorder::Create(const QString& socket_path) {
-  QString path = GetRecordPath();
-  if (path.isEmpty()) return nullptr;
-  return std::unique_ptr<FrameRecorder>(
-      new FrameRecorder(std::move(path), TaskSocket::GetTask(socket_path)));
+void FrameRecorder::Append(const char* direction, const QByteArray& message) {
+  const QByteArray head =
+      members_ + ",\"direction\":\"" + direction + "\"," + MakeTimeMembers() + ",\"message\":";
+  const bool is_large = message.size() > kMaxWatchedMessage;
+  if (is_large && watchers::AreThere()) {
+    watchers::Tell(head + MakeShortMessage(message) + '}');
+    if (path_.isEmpty()) return;
+  }
+  const QByteArray entry = head + message + '}';
+  if (!is_large && watchers::AreThere()) watchers::Tell(entry);
+  if (!path_.isEmpty()) AppendToFile(entry);
 }
 
-void FrameRecorder::Append(const QString& direction, const QJsonObject& message) {
-  if (path_.isEmpty()) return;
+void FrameRecorder::AppendToFile(const QByteArray& entry) {
   QString error;
-  const bool appended = AppendLine(path_,
-                                   StampedLine({{QStringLiteral("task"), task_},
-                                                {QStringLiteral("direction"), direction},
-                                                {QStringLiteral("message"), message}}),
-                                   &error);
-  if (appended) return;
+  if (AppendLine(path_, entry, &error)) return;
   ReportError(QStringLiteral("nothing more is recorded of \"%1\": %2").arg(task_, error));
   path_.clear();
 }

@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
-#include <QJsonDocument>
 #include <QThread>
 
 #include "desk/common/diagnostics.h"
@@ -37,8 +37,8 @@ struct TaskMessaging::Private {
   bool waits_for_first_peer = true;          // Messages are kept until then.
   std::unique_ptr<desk::Acceptor> acceptor;  // Null at the starter's end.
 
-  // Null: nothing is recorded. Only the starter's end records, so that each frame is there once.
-  std::unique_ptr<desk::FrameRecorder> recorder;
+  // Only the starter's end records, so that each frame is there once.
+  std::optional<desk::FrameRecorder> recorder;
 
   std::mutex mutex;
   // Guarded by mutex.
@@ -50,7 +50,7 @@ struct TaskMessaging::Private {
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
 
   void ConnectTo(const QString& path) {
-    recorder = desk::FrameRecorder::Create(path);
+    recorder.emplace(path, desk::TaskReport::GetProcessId(path));
     auto* peer = Add();
     QObject::connect(peer, &desk::MessagePeer::answered, owner,
                      [path] { desk::TaskReport::NoteAnswer(path); });
@@ -77,16 +77,20 @@ struct TaskMessaging::Private {
   desk::MessagePeer* Add() {
     auto* peer = new desk::MessagePeer(owner);
     peers.push_back(peer);
-    if (recorder) {  // Before any other receiver, which may answer.
-      QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
-                       [this](const QJsonObject& message) { recorder->RecordFrom(message); });
-    }
     QObject::connect(peer, &desk::MessagePeer::messageReceived, owner,
-                     &TaskMessaging::messageReceived);
+                     [this](const QJsonObject& message) { Receive(message); });
     QObject::connect(peer, &desk::MessagePeer::connected, owner, [this] { Flush(); });
     QObject::connect(peer, &desk::MessagePeer::closed, owner, [this, peer] { Remove(peer); });
     return peer;
   }
+
+  // A receiver may answer, which is recorded afterwards, or delete the owner.
+  void Receive(const QJsonObject& message) {
+    if (IsRecorded()) recorder->RecordFrom(desk::MakeLine(message).chopped(1));
+    Q_EMIT owner->messageReceived(message);
+  }
+
+  bool IsRecorded() const { return recorder && recorder->IsWanted(); }
 
   void Remove(desk::MessagePeer* peer) {
     peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
@@ -122,16 +126,12 @@ struct TaskMessaging::Private {
     outbox_bytes = 0;
     const bool drop = std::exchange(overflowed, false);
     lock.unlock();
-    if (recorder) RecordTo(lines);
+    if (IsRecorded()) {
+      for (const QByteArray& line : lines) recorder->RecordTo(line.chopped(1));
+    }
     const auto receivers = peers;  // Sending may drop a peer.
     for (desk::MessagePeer* peer : receivers) peer->Send(lines);
     if (drop) DropEverybody();
-  }
-
-  void RecordTo(const std::vector<QByteArray>& lines) {
-    for (const QByteArray& line : lines) {
-      recorder->RecordTo(QJsonDocument::fromJson(line).object());
-    }
   }
 
   // A message did not reach the outbox, so every peer has missed it.

@@ -1,12 +1,11 @@
 #include "desk/runtime_manager/task_report.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <map>
 #include <mutex>
 #include <utility>
-
-#include <QJsonObject>
 
 #include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/recorder.h"
@@ -14,40 +13,48 @@
 namespace desk {
 namespace {
 
-// The sockets of this process's tasks, and whether the task has accepted a connection. Never
-// destroyed: tasks may end while the process exits.
-class Answers {
+// The tasks of this process that have a socket, by its path. Never destroyed: tasks may end while
+// the process exits.
+class SocketTasks {
  public:
-  static Answers& Get() {
-    static auto& answers = *new Answers;
-    return answers;
+  static SocketTasks& Get() {
+    static auto& tasks = *new SocketTasks;
+    return tasks;
   }
 
-  void Add(const QString& path) {
+  void Add(const QString& path, int process) {
     const std::lock_guard lock(mutex_);
-    answers_[path] = false;
+    tasks_[path] = {process};
   }
 
-  void Note(const QString& path) {
+  void NoteAnswer(const QString& path) {
     const std::lock_guard lock(mutex_);
-    const auto found = answers_.find(path);
-    if (found != answers_.end()) found->second = true;
+    const auto found = tasks_.find(path);
+    if (found != tasks_.end()) found->second.has_answered = true;
   }
 
-  bool Has(const QString& path) {
-    const std::lock_guard lock(mutex_);
-    const auto found = answers_.find(path);
-    return found != answers_.end() && found->second;
-  }
+  bool HasAnswered(const QString& path) { return Find(path).has_answered; }
+  int GetProcessId(const QString& path) { return Find(path).process; }
 
   void Remove(const QString& path) {
     const std::lock_guard lock(mutex_);
-    answers_.erase(path);
+    tasks_.erase(path);
   }
 
  private:
+  struct SocketTask {
+    int process = 0;
+    bool has_answered = false;  // It has accepted a connection.
+  };
+
+  SocketTask Find(const QString& path) {
+    const std::lock_guard lock(mutex_);
+    const auto found = tasks_.find(path);
+    return found != tasks_.end() ? found->second : SocketTask();
+  }
+
   std::mutex mutex_;
-  std::map<QString, bool> answers_;  // Guarded by mutex_.
+  std::map<QString, SocketTask> tasks_;  // Guarded by mutex_.
 };
 
 // Never destroyed, as the above.
@@ -59,33 +66,37 @@ std::function<void(const QString& end)>& Redirection() {
 }  // namespace
 
 TaskReport::TaskReport(QString task, QString socket_path)
-    : task_(std::move(task)), socket_path_(std::move(socket_path)) {
-  if (!socket_path_.isEmpty()) Answers::Get().Add(socket_path_);
-}
+    : task_(std::move(task)), socket_path_(std::move(socket_path)) {}
 
-TaskReport::~TaskReport() { Answers::Get().Remove(socket_path_); }
+TaskReport::~TaskReport() { SocketTasks::Get().Remove(socket_path_); }
+
+void TaskReport::NoteAnswer(const QString& socket_path) {
+  SocketTasks::Get().NoteAnswer(socket_path);
+}
 
 void TaskReport::Redirect(std::function<void(const QString& end)> function) {
   Redirection() = std::move(function);
 }
 
-void TaskReport::NoteAnswer(const QString& socket_path) { Answers::Get().Note(socket_path); }
+int TaskReport::GetProcessId(const QString& socket_path) {
+  return SocketTasks::Get().GetProcessId(socket_path);
+}
 
 void TaskReport::OnStart(int process) {
   process_ = process;
-  RecordIfNamed({{QStringLiteral("task"), task_},
-                 {QStringLiteral("event"), QStringLiteral("start")},
-                 {QStringLiteral("pid"), process_}});
+  if (!socket_path_.isEmpty()) SocketTasks::Get().Add(socket_path_, process);
+  watchable_.emplace(MakeEvent("running"));
+  RecordIfWanted(MakeEvent("start"));
 }
 
 void TaskReport::OnEnd(int status, bool is_asked_for) {
   const bool is_killed = WIFSIGNALED(status);
   const int number = is_killed ? WTERMSIG(status) : WEXITSTATUS(status);
-  RecordIfNamed({{QStringLiteral("task"), task_},
-                 {QStringLiteral("event"), QStringLiteral("end")},
-                 {QStringLiteral("pid"), process_},
-                 {is_killed ? QStringLiteral("signal") : QStringLiteral("status"), number}});
-  const bool is_mute = !socket_path_.isEmpty() && !Answers::Get().Has(socket_path_);
+  QJsonObject event = MakeEvent("end");
+  event.insert(is_killed ? QStringLiteral("signal") : QStringLiteral("status"), number);
+  RecordIfWanted(event);
+  watchable_.reset();
+  const bool is_mute = !socket_path_.isEmpty() && !SocketTasks::Get().HasAnswered(socket_path_);
   if (is_asked_for) return;
   const QString end = is_killed ? QStringLiteral("was killed by signal %1")
                                 : QStringLiteral("ended with status %1");
@@ -94,11 +105,18 @@ void TaskReport::OnEnd(int status, bool is_asked_for) {
 }
 
 void TaskReport::OnLoss(const QString& cause) {
-  RecordIfNamed({{QStringLiteral("task"), task_},
-                 {QStringLiteral("event"), QStringLiteral("loss")},
-                 {QStringLiteral("pid"), process_},
-                 {QStringLiteral("cause"), cause}});
+  QJsonObject event = MakeEvent("loss");
+  event.insert(QStringLiteral("cause"), cause);
+  RecordIfWanted(event);
+  watchable_.reset();
   Tell(QStringLiteral("is lost: ") + cause, true);
+}
+
+QJsonObject TaskReport::MakeEvent(const char* event) const {
+  return {{QStringLiteral("event"), QLatin1String(event)},
+          {QStringLiteral("pid"), process_},
+          {QStringLiteral("starter"), getpid()},
+          {QStringLiteral("task"), task_}};
 }
 
 void TaskReport::Tell(const QString& text, bool is_told) const {

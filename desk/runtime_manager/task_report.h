@@ -1,12 +1,16 @@
 // The report of a task's life: a line on standard error when it ends unexpectedly, and entries of
 // the record (recorder.h) for its start and its end.
 //
-// Threads: those of the task; NoteAnswer may be called from any.
+// Threads: those of the task; the static functions may be called from any.
 #pragma once
 
 #include <functional>
+#include <optional>
 
+#include <QJsonObject>
 #include <QString>
+
+#include "desk/runtime_manager/watchers.h"
 
 namespace desk {
 
@@ -25,6 +29,9 @@ class TaskReport {
   // Notes that the task of this process with this socket, if any, has accepted a connection.
   static void NoteAnswer(const QString& socket_path);
 
+  // Returns the process id of the task with this socket; 0 unless this process has started it.
+  static int GetProcessId(const QString& socket_path);
+
   void OnStart(int process);
   // `status` is that of waitpid; `is_asked_for` is true when the starter has stopped the task.
   void OnEnd(int status, bool is_asked_for);
@@ -32,12 +39,15 @@ class TaskReport {
   void OnLoss(const QString& cause);
 
  private:
+  QJsonObject MakeEvent(const char* event) const;
+
   // `is_told` says whether the end is worth a line on standard error.
   void Tell(const QString& text, bool is_told) const;
 
   const QString task_;
   const QString socket_path_;
   int process_ = 0;
+  std::optional<Watchable> watchable_;  // While the task runs.
 };
 
 }  // namespace desk
