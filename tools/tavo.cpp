@@ -41,6 +41,8 @@ int main(int argc, char** argv) {
   tools::AddTasks(app);
   tools::AddMonitor(app);
   tools::AddDiagram(app);
+  tools::AddTop(app);
+  tools::AddRun(app);
   tools::AddBind(app);
   tools::AddDecode(app);
   tools::AddEmbed(app);

@@ -1,0 +1,207 @@
+// tavo run: a command in a desk session of its own.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tools/tavo_commands.h"
+
+extern "C" char** environ;
+
+namespace tools {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr char kAbout[] =
+    "Runs a command in a desk session of its own: its tasks and intents are found by no other\n"
+    "session, and it finds those of no other one. When the command has ended, whatever it has "
+    "left\n"
+    "running is ended, and the session's files are removed. Signals go on to the command.";
+constexpr char kFooter[] =
+    "Ends with the exit code of the command, with 128 + N when signal N ended it, and with 3 when\n"
+    "it could not be started.\n\n"
+    "Example:\n"
+    "  tavo run --record talk.jsonl -- tavo call digest digest '{\"path\": \"/etc/hostname\"}'";
+
+// A supervisor gives a task five seconds to end.
+constexpr auto kGrace = std::chrono::seconds(7);
+
+struct Options {
+  std::string record;
+  std::vector<std::string> command;
+};
+
+// The directory of the session's sockets. Nobody else may enter it.
+class SessionDirectory {
+ public:
+  SessionDirectory() {
+    std::error_code error;
+    path_ = (std::filesystem::temp_directory_path(error) / "tavo-run-XXXXXX").string();
+    if (error) path_ = "/tmp/tavo-run-XXXXXX";
+    if (mkdtemp(path_.data())) return;
+    throw CommandError(kNotStarted, path_ + ": " + std::strerror(errno));
+  }
+  ~SessionDirectory() {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+  }
+  SessionDirectory(const SessionDirectory&) = delete;
+  SessionDirectory& operator=(const SessionDirectory&) = delete;
+
+  const std::string& GetPath() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// Makes the file, or empties it, and returns its absolute path: tasks may run elsewhere.
+std::string PrepareRecord(const std::string& path) {
+  const int file =
+      open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
+  struct stat status {};
+  std::string fault;
+  if (file < 0 || fstat(file, &status) != 0) {
+    fault = std::strerror(errno);
+  } else if (status.st_uid != geteuid() || (status.st_mode & 066) != 0) {
+    fault = "other users may open it: give it mode 0600";
+  } else if (S_ISREG(status.st_mode) && ftruncate(file, 0) != 0) {
+    fault = std::strerror(errno);
+  }
+  if (file >= 0) close(file);
+  if (!fault.empty()) throw CommandError(kFailed, path + ": " + fault);
+  return std::filesystem::absolute(path).string();
+}
+
+// The processes whose parent this process is. Orphans of the session are among them.
+std::set<pid_t> FindChildren() {
+  std::set<pid_t> children;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const int pid = std::atoi(entry.path().filename().c_str());
+    std::string stat;
+    if (pid <= 0 || !std::getline(std::ifstream(entry.path() / "stat"), stat, '\0')) continue;
+    const size_t name_end = stat.rfind(')');  // ") S PPID ..."
+    if (name_end == std::string::npos || name_end + 4 >= stat.size()) continue;
+    if (std::atoi(stat.c_str() + name_end + 4) == getpid()) children.insert(pid);
+  }
+  return children;
+}
+
+// The signals that this process waits for, instead of being ended by them.
+class Signals {
+ public:
+  Signals() {
+    sigemptyset(&signals_);
+    for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2}) {
+      sigaddset(&signals_, number);
+    }
+    sigprocmask(SIG_BLOCK, &signals_, &before_);
+  }
+  ~Signals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  Signals(const Signals&) = delete;
+  Signals& operator=(const Signals&) = delete;
+
+  const sigset_t& GetMaskBefore() const { return before_; }
+
+  // Returns the signal that has arrived; 0 when none comes in time.
+  int Wait(std::chrono::milliseconds patience, siginfo_t* info) const {
+    const timespec time{static_cast<time_t>(patience.count() / 1000),
+                        static_cast<long>(patience.count() % 1000 * 1'000'000)};
+    const int number = sigtimedwait(&signals_, info, &time);
+    return number > 0 ? number : 0;
+  }
+
+ private:
+  sigset_t signals_{};
+  sigset_t before_{};
+};
+
+pid_t Spawn(const std::vector<std::string>& command, const sigset_t& mask) {
+  std::vector<char*> words;
+  for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigmask(&attributes, &mask);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  pid_t pid = 0;
+  const int error = posix_spawnp(&pid, words[0], nullptr, &attributes, words.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  if (error != 0) throw CommandError(kNotStarted, command[0] + ": " + std::strerror(error));
+  return pid;
+}
+
+// Passes signals on until the process has ended, and returns its status. A signal of the terminal
+// has reached the process already.
+int Await(pid_t pid, const Signals& signals) {
+  for (;;) {
+    siginfo_t info{};
+    const int number = signals.Wait(std::chrono::seconds(1), &info);
+    if (number != 0 && number != SIGCHLD && info.si_code <= 0) kill(pid, number);
+    int status = 0;
+    for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+      if (ended == pid) return status;
+    }
+  }
+}
+
+// Asks each process that is left to end, and kills those that do not. A supervisor ends by itself
+// when its task has ended.
+void EndLeftovers(const Signals& signals) {
+  std::set<pid_t> asked;
+  const auto deadline = Clock::now() + kGrace;
+  while (waitpid(-1, nullptr, WNOHANG) >= 0) {
+    const bool is_late = Clock::now() > deadline;
+    for (const pid_t child : FindChildren()) {
+      if (is_late) kill(child, SIGKILL);
+      if (!is_late && asked.insert(child).second) kill(child, SIGTERM);
+    }
+    siginfo_t info{};
+    signals.Wait(std::chrono::milliseconds(20), &info);
+  }
+}
+
+int Run(const Options& options) {
+  const SessionDirectory directory;
+  if (!options.record.empty()) {
+    setenv("TAVO_DESK_RECORD", PrepareRecord(options.record).c_str(), 1);
+  }
+  setenv("XDG_RUNTIME_DIR", directory.GetPath().c_str(), 1);
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  const Signals signals;
+  const int status = Await(Spawn(options.command, signals.GetMaskBefore()), signals);
+  EndLeftovers(signals);
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+void AddRun(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* const run = app.add_subcommand("run", kAbout);
+  run->footer(kFooter);
+  run->add_option("--record", options->record,
+                  "Record the conversations in this file, which is emptied first");
+  run->add_option("COMMAND", options->command, "The command and its arguments, after --")
+      ->required();
+  run->positionals_at_end();
+  run->callback([options] { std::exit(Run(*options)); });
+}
+
+}  // namespace tools

@@ -1,0 +1,164 @@
+#include "tools/traffic.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <tuple>
+#include <utility>
+
+#include "cw/admission.h"
+#include "desk/common/value_json.h"
+#include "forge/buffer.h"
+
+namespace tools {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string TextOf(const Json& entry, const char* key) {
+  const auto member = entry.find(key);
+  return member != entry.end() && member->is_string() ? member->get<std::string>() : "";
+}
+
+int64_t NumberOf(const Json& entry, const char* key) {
+  const auto member = entry.find(key);
+  return member != entry.end() && member->is_number_integer() ? member->get<int64_t>() : 0;
+}
+
+int ProcessOf(const Json& entry, const char* key) {
+  const int64_t number = NumberOf(entry, key);
+  return number > 0 && number <= std::numeric_limits<int>::max() ? static_cast<int>(number) : 0;
+}
+
+// Returns the empty message for what is none.
+flrpc::Message Decode(const std::string& text) {
+  const auto bytes = forge::Buffer::FromBase64(text);
+  if (bytes.GetSize() == 0 || cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) return {};
+  return flrpc::Message::FromEncodable(cw::EncodableValue::Deserialize(bytes));
+}
+
+// The texts of the members that come first in the bytes of a map.
+class HeadReader {
+ public:
+  explicit HeadReader(const std::string& text) : bytes_(forge::Buffer::FromBase64(text)) {
+    constexpr uint8_t kMap = 0x0d;
+    is_map_ = bytes_.GetSize() > at_ && bytes_.GetData()[0] == kMap;
+  }
+
+  // Returns nothing when there is no text, or only a part of it.
+  std::optional<std::string> ReadText() {
+    constexpr uint8_t kText = 0x07;
+    constexpr uint8_t kMaxShort = 0xfd;  // Longer texts are no identifiers or methods.
+    const uint8_t* const data = bytes_.GetData();
+    if (!is_map_ || at_ + 2 > bytes_.GetSize() || data[at_] != kText) return {};
+    const size_t size = data[at_ + 1];
+    if (size > kMaxShort || at_ + 2 + size > bytes_.GetSize()) return {};
+    const auto* const begin = reinterpret_cast<const char*>(data + at_ + 2);
+    at_ += 2 + size;
+    return std::string(begin, size);
+  }
+
+ private:
+  const forge::Buffer bytes_;
+  bool is_map_ = false;
+  size_t at_ = 2;  // Behind the map's tag and its size.
+};
+
+// Returns the message without its payload, of which only the beginning is known.
+flrpc::Message DecodeHead(const std::string& text) {
+  std::optional<std::string> id;
+  std::optional<std::string> method;
+  HeadReader reader(text);
+  while (const auto key = reader.ReadText()) {
+    auto value = reader.ReadText();
+    if (!value) break;
+    if (*key == "id") id = std::move(value);
+    if (*key == "method") method = std::move(value);
+  }
+  if (!id) return {};
+  if (method) return flrpc::Message::CreateRequest(flrpc::Message::ID(*id), *method, {});
+  return flrpc::Message::CreateResponse(flrpc::Message::ID(*id), {});
+}
+
+}  // namespace
+
+bool TrafficKey::operator<(const TrafficKey& other) const {
+  return std::tie(task, starter, pid) < std::tie(other.task, other.starter, other.pid);
+}
+
+void Traffic::Take(const std::string& line) try {
+  const Json entry = Json::parse(line, nullptr, false);
+  if (!entry.is_object()) return;
+  const std::string event = TextOf(entry, "event");
+  if (!event.empty()) {
+    TakeEvent(entry, event);
+  } else if (entry.contains("message")) {
+    TakeMessage(entry);
+  }
+} catch (const std::exception&) {
+  // What cannot be decoded counts as nothing.
+}
+
+void Traffic::TakeEvent(const Json& entry, const std::string& event) {
+  if (event == "dropped") {  // Answers may be among what is missing.
+    dropped_ += static_cast<uint64_t>(std::max<int64_t>(NumberOf(entry, "count"), 0));
+    const int starter = ProcessOf(entry, "pid");
+    for (auto& [key, task] : tasks_) {
+      if (key.starter == starter) task.in_flight.clear();
+    }
+    return;
+  }
+  const TrafficKey key{TextOf(entry, "task"), ProcessOf(entry, "starter"), ProcessOf(entry, "pid")};
+  if (event == "start" || event == "running") Find(key);
+  if (event == "end" || event == "loss") Forget(key);
+}
+
+void Traffic::TakeMessage(const Json& entry) {
+  TaskTraffic* const task =
+      Find({TextOf(entry, "task"), ProcessOf(entry, "pid"), ProcessOf(entry, "peer")});
+  if (!task) return;
+  const Json& message = entry.at("message");
+  if (message.is_object()) {
+    task->bytes += desk::ToText(message).size();
+    Count(entry, Decode(TextOf(message, "data")), task);
+  } else {  // It was too large.
+    task->bytes += static_cast<uint64_t>(std::max<int64_t>(NumberOf(entry, "size"), 0));
+    Count(entry, DecodeHead(TextOf(entry, "head")), task);
+  }
+}
+
+void Traffic::Count(const Json& entry, const flrpc::Message& message, TaskTraffic* task) {
+  const int64_t time = NumberOf(entry, "monotonic");
+  const std::string connection = TextOf(entry, "connection") + ' ';
+  if (const auto* request = message.GetRequest()) {
+    ++task->calls;
+    if (task->in_flight.size() < kMaxInFlight) {
+      task->in_flight[connection + request->id.GetText()] = time;
+    }
+  } else if (const auto* response = message.GetResponse()) {
+    const auto asked = task->in_flight.find(connection + response->id.GetText());
+    if (asked == task->in_flight.end()) return;
+    if (task->latencies.size() < kMaxLatencies) task->latencies.push_back(time - asked->second);
+    task->in_flight.erase(asked);
+  }
+}
+
+// Returns null for a task more than can be kept.
+TaskTraffic* Traffic::Find(const TrafficKey& key) {
+  const auto found = tasks_.find(key);
+  if (found != tasks_.end()) return &found->second;
+  return tasks_.size() < kMaxTasks ? &tasks_[key] : nullptr;
+}
+
+void Traffic::Restart() {
+  dropped_ = 0;
+  for (auto& [key, task] : tasks_) {
+    task.calls = 0;
+    task.bytes = 0;
+    task.latencies.clear();
+  }
+}
+
+}  // namespace tools
