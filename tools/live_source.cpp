@@ -26,9 +26,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t kMaxPacket = 256 << 10;  // No process of the desk sends a larger one.
-constexpr size_t kMaxSenders = 512;       // Others wait to be accepted.
-constexpr int kMaxPacketsAtOnce = 256;    // Of one sender, so that none keeps the others waiting.
+constexpr size_t kMaxPacket = 256 << 10;       // In bytes. The desk sends no larger one.
+constexpr size_t kMaxReadAtOnce = kMaxPacket;  // From one sender: the others must not wait.
+constexpr size_t kMaxSenders = 512;            // Others wait to be accepted.
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error("the session cannot be watched: " + what);
@@ -53,7 +53,7 @@ class Descriptor {
 };
 
 QByteArray PrepareDirectory() {
-  const QByteArray directory = desk::GetWatchDirectory();
+  QByteArray directory = desk::GetWatchDirectory();
   QString error;
   if (!desk::MakePrivateDirectory(desk::GetSharedDirectory(), &error) ||
       !desk::MakePrivateDirectory(directory, &error)) {
@@ -143,7 +143,7 @@ class LiveSource final : public ILineSource {
   }
 
   void Read(size_t index) {
-    for (int count = 0; count < kMaxPacketsAtOnce; ++count) {
+    for (size_t read = 0; read < kMaxReadAtOnce;) {
       const ssize_t size =
           recv(senders_[index].Get(), buffer_.data(), buffer_.size(), MSG_DONTWAIT | MSG_TRUNC);
       if (size < 0 && desk::IsTransient(errno)) return;
@@ -152,6 +152,7 @@ class LiveSource final : public ILineSource {
         return;
       }
       const auto length = static_cast<size_t>(size);
+      read += length;
       if (length <= buffer_.size()) lines_.emplace_back(buffer_.data(), length);
     }
   }

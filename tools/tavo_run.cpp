@@ -70,19 +70,21 @@ class SessionDirectory {
   std::string path_;
 };
 
+// Empties the file, unless it is a pipe. Returns why it cannot keep a record, or nothing.
+std::string EmptyRecord(int file) {
+  struct stat status {};
+  if (file < 0 || fstat(file, &status) != 0) return std::strerror(errno);
+  if (status.st_uid != geteuid() || (status.st_mode & 066) != 0) {
+    return "other users may open it: give it mode 0600";
+  }
+  return S_ISREG(status.st_mode) && ftruncate(file, 0) != 0 ? std::strerror(errno) : "";
+}
+
 // Makes the file, or empties it, and returns its absolute path: tasks may run elsewhere.
 std::string PrepareRecord(const std::string& path) {
   const int file =
       open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
-  struct stat status {};
-  std::string fault;
-  if (file < 0 || fstat(file, &status) != 0) {
-    fault = std::strerror(errno);
-  } else if (status.st_uid != geteuid() || (status.st_mode & 066) != 0) {
-    fault = "other users may open it: give it mode 0600";
-  } else if (S_ISREG(status.st_mode) && ftruncate(file, 0) != 0) {
-    fault = std::strerror(errno);
-  }
+  const std::string fault = EmptyRecord(file);
   if (file >= 0) close(file);
   if (!fault.empty()) throw CommandError(kFailed, path + ": " + fault);
   return std::filesystem::absolute(path).string();
@@ -107,6 +109,7 @@ std::set<pid_t> FindChildren() {
 class Signals {
  public:
   Signals() {
+    signal(SIGCHLD, SIG_DFL);  // Whoever ignores it learns of no child's end.
     sigemptyset(&signals_);
     for (const int number : {SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2}) {
       sigaddset(&signals_, number);
@@ -134,6 +137,7 @@ class Signals {
 
 pid_t Spawn(const std::vector<std::string>& command, const sigset_t& mask) {
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   posix_spawnattr_t attributes;

@@ -6,10 +6,12 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <tuple>
-#include <utility>
 
 #include "cw/admission.h"
+#include "cw/encodable_value.h"
+#include "cw/map_access.h"
 #include "desk/common/value_json.h"
+#include "flrpc/message.h"
 #include "forge/buffer.h"
 
 namespace tools {
@@ -32,11 +34,15 @@ int ProcessOf(const Json& entry, const char* key) {
   return number > 0 && number <= std::numeric_limits<int>::max() ? static_cast<int>(number) : 0;
 }
 
-// Returns the empty message for what is none.
-flrpc::Message Decode(const std::string& text) {
+// flrpc::Message would tell of a malformed message on standard output, among the figures.
+RpcHead Decode(const std::string& text) {
   const auto bytes = forge::Buffer::FromBase64(text);
   if (bytes.GetSize() == 0 || cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) return {};
-  return flrpc::Message::FromEncodable(cw::EncodableValue::Deserialize(bytes));
+  const auto value = cw::EncodableValue::Deserialize(bytes);
+  const cw::EncodableValue* const id = cw::Find(&value, "id");
+  if (!id) return {};
+  const auto identifier = flrpc::Message::ID::FromEncodable(*id);
+  return {identifier ? identifier->GetText() : "", cw::Find(&value, "method") != nullptr};
 }
 
 // The texts of the members that come first in the bytes of a map.
@@ -66,20 +72,17 @@ class HeadReader {
   size_t at_ = 2;  // Behind the map's tag and its size.
 };
 
-// Returns the message without its payload, of which only the beginning is known.
-flrpc::Message DecodeHead(const std::string& text) {
-  std::optional<std::string> id;
-  std::optional<std::string> method;
+// The same, when only the beginning of the message is known.
+RpcHead DecodeHead(const std::string& text) {
+  RpcHead head;
   HeadReader reader(text);
   while (const auto key = reader.ReadText()) {
-    auto value = reader.ReadText();
+    const auto value = reader.ReadText();
     if (!value) break;
-    if (*key == "id") id = std::move(value);
-    if (*key == "method") method = std::move(value);
+    if (*key == "id") head.id = *value;
+    if (*key == "method") head.has_method = true;
   }
-  if (!id) return {};
-  if (method) return flrpc::Message::CreateRequest(flrpc::Message::ID(*id), *method, {});
-  return flrpc::Message::CreateResponse(flrpc::Message::ID(*id), {});
+  return head;
 }
 
 }  // namespace
@@ -129,20 +132,22 @@ void Traffic::TakeMessage(const Json& entry) {
   }
 }
 
-void Traffic::Count(const Json& entry, const flrpc::Message& message, TaskTraffic* task) {
+void Traffic::Count(const Json& entry, const RpcHead& head, TaskTraffic* task) {
+  if (head.id.empty()) return;
   const int64_t time = NumberOf(entry, "monotonic");
-  const std::string connection = TextOf(entry, "connection") + ' ';
-  if (const auto* request = message.GetRequest()) {
+  const std::string call = TextOf(entry, "connection") + ' ' + head.id;
+  if (head.has_method) {
     ++task->calls;
-    if (task->in_flight.size() < kMaxInFlight) {
-      task->in_flight[connection + request->id.GetText()] = time;
-    }
-  } else if (const auto* response = message.GetResponse()) {
-    const auto asked = task->in_flight.find(connection + response->id.GetText());
-    if (asked == task->in_flight.end()) return;
-    if (task->latencies.size() < kMaxLatencies) task->latencies.push_back(time - asked->second);
-    task->in_flight.erase(asked);
+    if (task->in_flight.size() < kMaxInFlight) task->in_flight[call] = time;
+    return;
   }
+  const auto asked = task->in_flight.find(call);
+  if (asked == task->in_flight.end()) return;
+  const bool is_timed = time > 0 && asked->second > 0;
+  if (is_timed && task->latencies.size() < kMaxLatencies) {
+    task->latencies.push_back(time - asked->second);
+  }
+  task->in_flight.erase(asked);
 }
 
 // Returns null for a task more than can be kept.

@@ -11,8 +11,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "flrpc/message.h"
-
 namespace tools {
 
 // A task, as its starter sees it.
@@ -31,6 +29,12 @@ struct TaskTraffic {
 
   // The time of each unanswered request, by connection and identifier.
   std::unordered_map<std::string, int64_t> in_flight;
+};
+
+// What tells requests and responses apart, and which belong together.
+struct RpcHead {
+  std::string id;  // Empty: neither a request nor a response.
+  bool has_method = false;
 };
 
 class Traffic {
@@ -55,7 +59,7 @@ class Traffic {
 
   void TakeEvent(const Json& entry, const std::string& event);
   void TakeMessage(const Json& entry);
-  static void Count(const Json& entry, const flrpc::Message& message, TaskTraffic* task);
+  static void Count(const Json& entry, const RpcHead& head, TaskTraffic* task);
   TaskTraffic* Find(const TrafficKey& key);
 
   std::map<TrafficKey, TaskTraffic> tasks_;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 
@@ -109,7 +110,8 @@ QByteArray MakeShortMessage(const QByteArray& message) {
   QByteArray text = "null,\"size\":" + QByteArray::number(message.size());
   if (!message.startsWith(kData)) return text;
   const QByteArray head = message.mid(sizeof kData - 1, kHeadSize);
-  if (head.contains('"') || head.contains('\\')) return text;
+  const auto is_plain = [](char c) { return c > ' ' && c <= '~' && c != '"' && c != '\\'; };
+  if (!std::all_of(head.begin(), head.end(), is_plain)) return text;
   return text + ",\"head\":\"" + head + '"';
 }
 

@@ -1,10 +1,13 @@
 // Who watches is told what the record is told, and holds nobody up.
 #include "desk/runtime_manager/watchers.h"
 
-#include <chrono>
+#include <atomic>
 #include <memory>
+#include <optional>
 
+#include <QEventLoop>
 #include <QJsonDocument>
+#include <QThread>
 
 #include "desk/runtime_manager/recorder.h"
 #include "platform/runtime_manager/task_messaging.h"
@@ -101,6 +104,32 @@ TEST_F(WatchersTest, EveryWatcherIsToldFromItsArrivalOnWhatTheRecordIsTold) {
     time = entry["monotonic"].toDouble();
   }
   EXPECT_EQ(SIGTERM, early.entries.last()["signal"].toInt());
+}
+
+// The watcher comes later, so the application's thread finds it.
+TEST_F(WatchersTest, ConversationOfAnotherThreadIsWatched) {
+  const QString path = directory_.filePath("socket");
+  const int listener = test::ListenAt(path);
+  std::optional<TaskMessaging> server(std::in_place, listener);
+  std::atomic<int> received{0};
+  const std::unique_ptr<QThread> thread(QThread::create([&] {
+    const TaskMessaging launcher(path);
+    QObject::connect(&launcher, &TaskMessaging::messageReceived, [&received] { ++received; });
+    QEventLoop().exec();
+  }));
+  thread->start();
+  server->sendMessage({{"n", 1}});
+  EXPECT_TRUE(WaitUntil([&received] { return received == 1; }));
+  Watch watch;
+  EXPECT_TRUE(WaitUntil([] { return desk::watchers::AreThere(); }));
+  server->sendMessage({{"n", 2}});
+  EXPECT_TRUE(watch.Holds(1));
+  EXPECT_EQ("from2", watch.Told());
+  thread->quit();
+  EXPECT_TRUE(thread->wait());
+  EXPECT_FALSE(desk::watchers::AreThere());
+  server.reset();
+  close(listener);
 }
 
 TEST_F(WatchersTest, SlowWatcherIsToldWhatItHasMissedAndADeadOneIsForgotten) {
