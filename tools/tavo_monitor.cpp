@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/conversation.h"
+#include "tools/live_source.h"
 #include "tools/match.h"
 #include "tools/monitor_lines.h"
 #include "tools/record_reader.h"
@@ -19,7 +20,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kAbout[] =
-    "Prints a line for each message of a record (TAVO_DESK_RECORD): the time, the connection, the\n"
+    "Prints a line for each message of a record (TAVO_DESK_RECORD), or live, of the session's\n"
+    "conversations from now on, when no FILE is given: the time, the connection, the\n"
     "task and its process, the direction, the method, the identifier and the payload in short. An\n"
     "answer shows the method that it answers and how long that took. At the end the requests\n"
     "without an answer are told. A line is cut to the terminal's width; 80 columns elsewhere.";
@@ -161,12 +163,12 @@ class Monitor {
 };
 
 void Run(Options options) {
-  if (options.file.empty()) {
-    throw CommandError(kWrongUsage, "no FILE is given, and the session cannot be watched live yet");
-  }
-  options.follows = options.follows || !options.waits.empty();
+  const bool is_live = options.file.empty();
+  options.follows = options.follows || is_live || !options.waits.empty();
   HandleInterrupts();
-  Monitor(options, OpenRecord(options.file, options.follows)).Run();
+  auto source = is_live ? MakeLiveSource() : OpenRecord(options.file, options.follows);
+  if (is_live) options.file = "the session";
+  Monitor(options, std::move(source)).Run();
 }
 
 // An option that takes seconds, with or without a unit.
@@ -185,7 +187,7 @@ void AddMonitor(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand("monitor", kAbout);
   command->footer(kFooter);
-  command->add_option("FILE", options->file, "The record; - is standard input");
+  command->add_option("FILE", options->file, "The record; - is standard input; without it the session, live");
   command->add_flag("-f,--follow", options->follows,
                     "Go on at the end of the file, until Ctrl-C; a file that is truncated or "
                     "replaced is read again, and one that does not exist is waited for");
