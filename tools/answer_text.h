@@ -15,7 +15,4 @@ std::string ToLine(const flrpc::Message::Notification& notification);
 // "error CODE: MESSAGE", and its data on a second line unless they are null.
 std::string ToLines(const flrpc::Message::Error& error);
 
-// The text on one line, with control characters escaped: it may come from anywhere.
-std::string Printable(const std::string& text);
-
 }  // namespace tools

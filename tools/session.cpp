@@ -44,7 +44,7 @@ volatile std::sig_atomic_t last_signal = 0;
 volatile std::sig_atomic_t signal_count = 0;
 int signal_pipe[2] = {-1, -1};
 
-extern "C" void OnSignal(int number) {
+void OnSignal(int number) {
   const int before = errno;
   last_signal = number;
   signal_count = signal_count + 1;

@@ -66,8 +66,12 @@ struct TaskClient::State {
 
 TaskClient::TaskClient(Session& session, const std::string& task)
     : session_(session), state_(std::make_shared<State>()) {
+  const auto library = forge::Library::Create(session.GetLibraryPath() + "/libtavo.so");
+  const auto load =
+      library ? library->Resolve<decltype(&TAVOProcTableLoad)>("TAVOProcTableLoad") : nullptr;
+  if (!load) throw CommandError(kNotStarted, "libtavo.so cannot be used");
   TAVOProcTable top{};
-  TAVOProcTableLoad(&top, sizeof top);
+  load(&top, sizeof top);
   top.RpcClientProcTableLoad(&state_->table, sizeof state_->table);
   state_->ref = top.CreateRpcClient(top.Initialize());  // The session's manager.
   state_->client = flrpc::IOwnedClient::Create(

@@ -9,6 +9,7 @@
 #include "tools/common_options.h"
 #include "tools/json_argument.h"
 #include "tools/latency_table.h"
+#include "tools/printable.h"
 #include "tools/progress_line.h"
 #include "tools/session.h"
 #include "tools/task_client.h"

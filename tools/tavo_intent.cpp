@@ -21,6 +21,7 @@
 #include "tools/answer_text.h"
 #include "tools/common_options.h"
 #include "tools/json_argument.h"
+#include "tools/printable.h"
 #include "tools/progress_line.h"
 #include "tools/session.h"
 #include "tools/tavo_commands.h"

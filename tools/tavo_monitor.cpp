@@ -187,7 +187,8 @@ void AddMonitor(CLI::App& app) {
   const auto options = std::make_shared<Options>();
   CLI::App* const command = app.add_subcommand("monitor", kAbout);
   command->footer(kFooter);
-  command->add_option("FILE", options->file, "The record; - is standard input; without it the session, live");
+  command->add_option("FILE", options->file,
+                      "The record; - is standard input; without it the session, live");
   command->add_flag("-f,--follow", options->follows,
                     "Go on at the end of the file, until Ctrl-C; a file that is truncated or "
                     "replaced is read again, and one that does not exist is waited for");

@@ -10,7 +10,7 @@
 
 #include "desk/common/value_json.h"
 #include "desk/runtime_manager/application.h"
-#include "tools/answer_text.h"
+#include "tools/printable.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
