@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 
 #include "desk/common/json_text.h"
@@ -27,10 +26,11 @@ std::string ReadArgument(const std::string& argument) {
   if (is_file) file.open(argument.substr(1), std::ios::binary);
   std::istream& stream = is_file ? file : std::cin;
   std::string text;
-  if (stream) std::getline(stream, text, '\0');  // JSON has no NUL.
+  if (stream) std::getline(stream, text, '\0');
   if (stream.bad() || (is_file && !file.is_open())) {
     throw CommandError(kWrongUsage, NameOf(argument) + ": " + std::strerror(errno));
   }
+  if (!stream.eof()) text += '\0';  // It is refused with the text.
   return text;
 }
 

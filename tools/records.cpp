@@ -13,6 +13,8 @@
 namespace tools {
 namespace {
 
+constexpr auto kSmall = desk::SmallInt64::kPlain;
+
 using cw::EncodableValue;
 using Members = nlohmann::json;  // Finds a member of a large object quickly.
 using flrpc::Message;
@@ -82,14 +84,14 @@ void SetError(const Message::Error& error, Entry* entry) {
   entry->words = "error " + std::to_string(error.code) + ": " + error.message;
   desk::Json json = {{"code", error.code}, {"message", error.message}};
   if (!error.data.IsNull()) {
-    json["data"] = desk::ToJson(error.data);
+    json["data"] = desk::ToJson(error.data, kSmall);
     entry->words += ' ' + desk::ToText(json["data"]);
   }
   entry->payload = desk::ToText(json);
 }
 
 void SetParameters(const EncodableValue& parameters, Entry* entry) {
-  if (!parameters.IsNull()) entry->payload = desk::ToText(desk::ToJson(parameters));
+  if (!parameters.IsNull()) entry->payload = desk::ToText(parameters, kSmall);
 }
 
 void SetMessage(const Message& message, Entry* entry) {
@@ -103,7 +105,7 @@ void SetMessage(const Message& message, Entry* entry) {
     entry->id = response->id.GetText();
     const auto* error = response->GetError();
     if (error) SetError(*error, entry);
-    if (!error) entry->payload = desk::ToText(desk::ToJson(*response->GetResult()));
+    if (!error) entry->payload = desk::ToText(*response->GetResult(), kSmall);
   } else if (const auto* notification = message.GetNotification()) {
     entry->kind = Entry::Kind::kNotification;
     entry->method = notification->method;
@@ -116,7 +118,7 @@ void SetMessage(const Message& message, Entry* entry) {
 
 void SetValue(const EncodableValue& value, Entry* entry) {
   entry->kind = Entry::Kind::kValue;
-  entry->payload = desk::ToText(desk::ToJson(value));
+  entry->payload = desk::ToText(value, kSmall);
 }
 
 void ReadFrame(const Members& members, const Members& frame, Entry* entry) {

@@ -83,10 +83,12 @@ void AddBind(CLI::App& app) {
   CLI::App* const bind = app.add_subcommand("bind", kAbout);
   bind->footer(kFooter);
   bind->add_option("DESCRIPTION", options->description, "The description, in JSON")->required();
-  bind->add_option("--header", options->header, "Write the C++ header to this file");
-  bind->add_option("--page", options->page, "Write the page to this file");
+  bind->add_option("--header", options->header, "Write the C++ header to this file")
+      ->option_text("FILE");
+  bind->add_option("--page", options->page, "Write the page to this file")->option_text("FILE");
   bind->add_option("--namespace", options->name_space,
                    "The namespace of the code; the description's name if it is not given")
+      ->option_text("NAME")
       ->check(CheckNamespace);
   bind->callback([options] { Run(*options); });
 }

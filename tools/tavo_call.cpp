@@ -107,7 +107,7 @@ class Calls {
     if (options_.repeat) {
       session_.Print(options_.json ? table_.ToJsonText(total) : table_.ToText(total));
     } else if (!first_error_) {
-      session_.Print(desk::ToText(last_result_));
+      session_.Print(desk::ToText(last_result_, desk::SmallInt64::kPlain));
     }
     if (first_error_) throw ErrorAnswer(ToLines(*first_error_));
   }

@@ -180,7 +180,7 @@ void WriteManOption(const Option& option, std::ostream& page) {
   page << '\n' << EscapeForMan(option.about) << '\n';
 }
 
-// `words` is the command as it is typed.
+// `words` is the command as it is typed, `rest` the list of the program's commands.
 std::string WritePage(const Command& command, const std::string& words, const std::string& rest) {
   std::ostringstream page;
   const std::string name = Replace(words, " ", "-");
@@ -191,6 +191,7 @@ std::string WritePage(const Command& command, const std::string& words, const st
   for (const Option& option : command.options) {
     if (option.is_positional) page << " [\\fI" << EscapeForMan(option.names[0]) << "\\fR]";
   }
+  if (!rest.empty()) page << " \\fICOMMAND\\fR";
   page << "\n.SH DESCRIPTION\n" << Paragraphs(command.about) << ".SH OPTIONS\n";
   for (const Option& option : command.options) WriteManOption(option, page);
   page << rest << ".SH NOTES\n" << Paragraphs(command.footer);

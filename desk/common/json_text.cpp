@@ -98,6 +98,8 @@ class TreeBuilder final : public nlohmann::json_sax<Json> {
 }  // namespace
 
 Json ParseJson(std::string_view text) {
+  // The parser takes a NUL for the end.
+  if (text.find('\0') != text.npos) throw std::runtime_error("a NUL is no part of JSON");
   TreeBuilder builder;
   Json::sax_parse(text, &builder);
   return builder.Take();

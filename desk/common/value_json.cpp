@@ -75,14 +75,19 @@ std::string ToPath(const Place& place) {
 template <typename T>
 using Bits = std::conditional_t<sizeof(T) == sizeof(uint64_t), uint64_t, uint32_t>;
 
+template <typename T>
+Bits<T> ToBits(T number) {
+  Bits<T> bits;
+  std::memcpy(&bits, &number, sizeof bits);
+  return bits;
+}
+
 // NaN has many bit patterns. The usual one is "NaN", another one "NaN(fff8000000000000)".
 template <typename T>
 std::string ToWord(T number) {
   if (std::isinf(number)) return number > 0 ? "Infinity" : "-Infinity";
-  const T usual = std::numeric_limits<T>::quiet_NaN();
-  if (std::memcmp(&number, &usual, sizeof number) == 0) return "NaN";
-  Bits<T> bits;
-  std::memcpy(&bits, &number, sizeof bits);
+  const Bits<T> bits = ToBits(number);
+  if (bits == ToBits(std::numeric_limits<T>::quiet_NaN())) return "NaN";
   char digits[2 * sizeof bits];
   const auto end = std::to_chars(digits, digits + sizeof digits, bits, 16);
   return "NaN(" + std::string(digits, end.ptr) + ')';
@@ -123,7 +128,7 @@ double Lengthen(float number) {
 
 Json NumberToJson(int32_t number) { return number; }
 Json NumberToJson(int64_t number) {
-  if (std::abs(number) <= kMaxExact && number != INT64_MIN) return number;
+  if (number >= -kMaxExact && number <= kMaxExact) return number;
   return std::to_string(number);
 }
 Json NumberToJson(double number) {

@@ -75,7 +75,8 @@ struct Simplifier {
   EncodableValue operator()(const cw::EncodableMap& map) const {
     cw::EncodableMap simple;
     for (const auto& [key, mapped] : map) {
-      simple[key.Is<std::string>() ? key : ToText((*this)(key))] = (*this)(mapped);
+      simple[key.Is<std::string>() ? key : ToText((*this)(key), SmallInt64::kPlain)] =
+          (*this)(mapped);
     }
     return simple;
   }

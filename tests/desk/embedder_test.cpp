@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <thread>
 
 #include <QCoreApplication>
 
 #include "desk/common/value_json.h"
+#include "desk/embedder/steps.h"
 #include "tests/support/deadline.h"
 #include "tests/support/test_base.h"
 
@@ -235,6 +237,31 @@ TEST_F(EmbedderTest, EngineMayEndWithinTheCallOfASubscriber) {
   view.Fullscreen(win);
   destroy(nullptr);
   EXPECT_EQ(Settle(), "usable;task~;update~;later~;");
+}
+
+// What a step expects need not tell which types of numbers, lists and keys the plug-in sends.
+TEST_F(EmbedderTest, ExpectedValueMatchesWhateverItsTypes) {
+  const cw::EncodableMap sent{
+      {"a", std::vector<int64_t>{1, 2}},
+      {"b", std::vector<uint8_t>{3}},
+      {"c", cw::EncodableList{4.0, std::vector<float>{0.5F}}},
+      {"d", cw::EncodableMap{{5, std::numeric_limits<double>::quiet_NaN()}}}};
+  for (const char* expected :
+       {R"({"a": [1, 2.0], "b": [3], "c": [4, [0.5]], "d": {"5": null}})",
+        R"({"a": {"$int32s": [1, 2]}, "b": {"$bytes": "Aw=="}, "c": [4, [0.5]],
+            "d": {"$map": [[5, {"$float64": "NaN"}]]}})"}) {
+    const auto steps =
+        R"({"steps": [{"expect": {"channel": "c", "value": )" + std::string(expected) + R"(}}]})";
+    std::ostringstream output;
+    StepRunner runner(*embedder, ParseDescription(steps).steps, output);
+    for (const cw::EncodableValue& message : cw::EncodableList{6, sent}) {
+      runner.OnAction(cw::EncodableMap{
+          {"action", "Send"}, {"channel", "c"}, {"size", 1}, {"message", message}});
+    }
+    runner.Start();
+    Settle();
+    EXPECT_EQ(output.str().substr(0, 30), "expect c -> {\"message\":{\"a\":{\"");
+  }
 }
 
 // Null, stale, and of the wrong kind: neutral results, and slots are released.

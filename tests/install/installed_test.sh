@@ -25,6 +25,10 @@ build_project() {
     >"$work/log" 2>&1 && cmake --build "$2" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 }
 
+for file in man/man1/tavo-decode.1 bash-completion/completions/tavo zsh/site-functions/_tavo; do
+  [[ -s $prefix/share/$file ]] || fail "no $file"
+done
+
 # Every installed header, in one program that uses the desk's library.
 mkdir "$work/desk_program"
 cp "$tests/desk_program.cpp" "$tests/CMakeLists.txt" "$work/desk_program"

@@ -103,6 +103,8 @@ expect 1 'tavo decode: : No such file or directory' decode --file ''
 expect 2 'tavo encode: the JSON: $.a\[1\].$int64: an integer of 64 bits is wanted' encode '{"a": [1, {"$int64": "x"}]}'
 expect 2 'tavo encode: standard input: line 1, column 1: *' encode -
 expect 2 "tavo encode: $work: Is a directory" encode "@$work"
+printf '1\0' >"$work/json"
+expect 2 "tavo encode: $work/json: a NUL is no part of JSON" encode "@$work/json"
 expect 2 'tavo embed: *file is missing*' embed
 expect 0 '' embed --offer -- more -- words
 [[ $(tavo --version) == "tavo "[0-9]* && $(tavo --help) != *generate* ]] || fail "version or help"
