@@ -121,8 +121,7 @@ std::string MonitorLines::Describe(const Entry& entry) {
   return Join(parts);
 }
 
-std::string MonitorLines::DescribeUnanswered(const Entry& request, const Entry& last) {
-  const auto waited = GetTimeBetween(request, last);
+std::string MonitorLines::DescribeUnanswered(const Entry& request, std::optional<int64_t> waited) {
   if (as_json_) {
     Json head = HeadToJson(request, "unanswered");
     if (waited) head["waited_us"] = *waited;

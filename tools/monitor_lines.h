@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +20,8 @@ class MonitorLines {
   explicit MonitorLines(bool as_json) : as_json_(as_json) {}
 
   std::string Describe(const Entry& entry);
-  // `last` is the last entry of the record: it tells how long the request has waited.
-  std::string DescribeUnanswered(const Entry& request, const Entry& last);
+  // `waited` is in microseconds.
+  std::string DescribeUnanswered(const Entry& request, std::optional<int64_t> waited);
 
  private:
   struct Part {

@@ -81,9 +81,9 @@ class Monitor {
   void Run() {
     const auto begin = Clock::now();
     const auto end = options_.timeout > 0 ? begin + Seconds(options_.timeout) : begin;
-    while (!IsDone() && is_interrupted == 0 && Step(end)) {
+    while (std::cout && !IsDone() && is_interrupted == 0 && Step(end)) {
     }
-    if (!IsDone()) TellUnanswered();
+    if (!IsDone()) TellAllUnanswered();
     std::cout.flush();
     Judge();
   }
@@ -122,18 +122,24 @@ class Monitor {
     last_ = std::move(entry);
   }
 
+  // Only when the source has nothing more for now: otherwise the answer may just be unread.
   void TellLate() {
     if (!options_.follows) return;
+    const auto late = static_cast<int64_t>(options_.late * 1e6);
     for (const Entry& request : conversation_.TakeLate(Clock::now() - Seconds(options_.late))) {
-      if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, last_);
+      TellUnanswered(request, std::max(late, GetTimeBetween(request, last_).value_or(0)));
     }
   }
 
-  void TellUnanswered() {
+  void TellUnanswered(const Entry& request, std::optional<int64_t> waited) {
+    if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, waited);
+  }
+
+  void TellAllUnanswered() {
     if (!options_.waits.empty()) return;
     const auto unanswered = conversation_.GetUnanswered();
     for (const Entry& request : unanswered) {
-      if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, last_);
+      TellUnanswered(request, GetTimeBetween(request, last_));
     }
     summary_.unanswered = unanswered.size() + conversation_.GetForgotten();
     if (!options_.as_json) std::cout << summary_.Describe();
@@ -156,7 +162,7 @@ class Monitor {
   MonitorLines lines_;
   Conversation conversation_;
   Summary summary_;
-  Entry last_;  // Tells how late it is.
+  Entry last_;  // Tells how long the requests without an answer have waited.
   uint64_t number_ = 0;
   size_t printed_ = 0;
   bool is_timed_out_ = false;
