@@ -65,7 +65,6 @@ done <<ROWS
 4 missing --wait method=nobody --timeout 50ms
 1 missing
 1 .
-2
 2 x --match term
 2 x --match task=a,
 2 x --timeout 5

@@ -76,11 +76,21 @@ tavo call wrapper_task echo --repeat 20 --in-flight 4 --json >out
 grep -qE '^\{"calls":20,"errors":0,"min_ms":[0-9.]+,"median_ms":[0-9.]+,"p99_ms":' out || fail "$(<out)"
 tavo call wrapper_task echo --repeat 20 | grep -qE '^p99      [0-9]+\.[0-9]{3} ms$' || fail "no table"
 
+# Who watches the session sees a call.
+"${program[@]}" monitor --wait method=echo,kind=response --timeout 60 >seen 2>errors &
+until [[ -n $(find run -path '*/watch/*' -type s) ]]; do
+  kill -0 $! || fail "monitor: $(<errors)"
+  read -rt 0.01 <> <(:) || true
+done
+tavo call wrapper_task echo '"hey"' >/dev/null
+wait $! || fail "monitor: $(<errors)"
+grep -qE ' wrapper_task\[[0-9]+\] <- echo id[0-9_]+ .* "hey"$' seen || fail "monitor: $(<seen)"
+
 # Wrong command lines; standard output that nobody can write.
 row 2 '' 'TASK is required' call
 row 2 '' '--timeout: "-1" is no number of seconds' call wrapper_task echo --timeout -1
 row 2 '' 'METHOD: an empty text is no name' notify wrapper_task ''
-row 2 '' 'tavo call: PARAMS: parse error' call wrapper_task echo '{'
+row 2 '' 'tavo call: the JSON: line 1, column 2: syntax error' call wrapper_task echo '{'
 row 2 '' 'none: No such file or directory' call wrapper_task echo @none
 python3 -c 'print("[" * 2000 + "]" * 2000)' >params
 row 2 '' 'nested deeper than 1024' call wrapper_task echo @params
