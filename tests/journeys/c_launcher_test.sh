@@ -19,12 +19,12 @@ launch() { c_launcher --libs-path "$build/lib" "$@"; }
 # Ours alone: other tests may run at the same time.
 processes() { grep -lz "^XDG_RUNTIME_DIR=$XDG_RUNTIME_DIR$" /proc/[0-9]*/environ 2>/dev/null |
                 cut -d / -f 3 | xargs -r ps -o pid=,args= -p | grep '[l]ibs-path' || true; }
-nothing_is_left() {
+nothing_is_left() {  # But for the directory in which watchers are looked for.
   for _ in $(seq 5000); do
-    [[ -z "$(ls "$XDG_RUNTIME_DIR/tavo")" && -z "$(processes)" ]] && return
+    [[ -z "$(ls -I watch "$XDG_RUNTIME_DIR/tavo")" && -z "$(processes)" ]] && return
     read -rt 0.01 <> <(:) || true
   done
-  fail "something is left: $(ls "$XDG_RUNTIME_DIR/tavo"; processes)"
+  fail "something is left: $(ls -I watch "$XDG_RUNTIME_DIR/tavo"; processes)"
 }
 
 # Names of every kind, below a directory and given by themselves, relative and absolute.
