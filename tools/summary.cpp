@@ -8,7 +8,7 @@ namespace tools {
 std::string Summarize(const CLI::App& app) {
   std::string text = app.get_description();
   std::replace(text.begin(), text.end(), '\n', ' ');
-  text = text.substr(0, text.find(". "));
+  for (const char* end : {". ", ": "}) text = text.substr(0, text.find(end));
   if (!text.empty() && text.back() == '.') text.pop_back();
   return text;
 }

@@ -8,7 +8,7 @@
 
 namespace tools {
 
-// The first sentence of the description, without its full stop.
+// The first sentence of the description, up to its full stop or colon.
 std::string Summarize(const CLI::App& app);
 
 // Help that lists the subcommands with their summaries.

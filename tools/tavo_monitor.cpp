@@ -20,11 +20,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kAbout[] =
-    "Prints a line for each message of a record (TAVO_DESK_RECORD), or live, of the session's\n"
-    "conversations from now on, when no FILE is given: the time, the connection, the\n"
-    "task and its process, the direction, the method, the identifier and the payload in short. An\n"
-    "answer shows the method that it answers and how long that took. At the end the requests\n"
-    "without an answer are told. A line is cut to the terminal's width; 80 columns elsewhere.";
+    "Prints a line for each message of a record, or of the session from now on. The record is "
+    "what\n"
+    "TAVO_DESK_RECORD names. A line has the time, the connection, the task and its process, the\n"
+    "direction, the method, the identifier and the payload in short. An answer shows the method\n"
+    "that it answers and how long that took. At the end the requests without an answer are told.\n"
+    "A line is cut to the terminal's width; 80 columns elsewhere.";
 constexpr char kFooter[] =
     "EXPR is a list of terms, all of which must hold: task=, method=, direction= (to, from), "
     "kind=\n"

@@ -10,8 +10,8 @@ namespace desk {
 namespace {
 
 constexpr char kAbout[] =
-    "Loads a plug-in, calls its FlutterOstrelPluginRegister with a context whose tables work, and\n"
-    "runs an event loop until the plug-in exits.";
+    "Runs a plug-in: loads it, calls its FlutterOstrelPluginRegister with a context whose tables\n"
+    "work, and runs an event loop until the plug-in exits.";
 constexpr char kFooter[] =
     "Words behind -- are more arguments of the entry point.\n"
     "\n"
