@@ -424,17 +424,14 @@ void CallCore::HandleProgress(const EncodableValue& params) {
     executor = options.GetExecutor();
   }
   const auto* const value = cw::Find(&params, "value");
-  const bool is_within_call = SendingOnThisThread::Is();
-  if (!executor && !is_within_call) return call->RunProgress(value ? *value : EncodableValue());
+  if (!executor) return call->RunProgress(value ? *value : EncodableValue());
   const auto run = [weak = weak_from_this(), weak_call = std::weak_ptr(call),
                     value = value ? *value : EncodableValue()] {
     const auto core = weak.lock();
     const auto told = weak_call.lock();
     if (core && told && !core->is_closed_) told->RunProgress(value);
   };
-  forge::Fence("executor of a call", [&] {
-    executor ? executor->Invoke(run, 0) : static_cast<void>(clock_->After(Millis::zero(), run));
-  });
+  forge::Fence("executor of a call", [&] { executor->Invoke(run, 0); });
 }
 
 // The client's own errors have the code and the texts that a peer's error may have as well. What

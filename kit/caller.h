@@ -20,9 +20,9 @@
 //
 // Threads:   any. A callback runs on the thread that brings the answer (flrpc/client.h), or where
 //            the clock runs its tasks: timeouts, cancelled calls, and all that is known within
-//            Call. With CallOptions().Executor it runs there. It never runs within Call, nor does a
-//            progress function, and no lock of the kit is held. Handlers of notifications run on
-//            the thread that brings them.
+//            Call. With CallOptions().Executor it runs there. It never runs within Call, and no
+//            lock of the kit is held. Progress functions and handlers of notifications run on the
+//            thread that brings them; a transport within the process may do so within a Call.
 // Ownership: the caller shares the client and the clock. When it ends, callbacks and handlers are
 //            not called any more; one that runs on another thread at that time ends after that. Use
 //            an executor, and end the caller there, where this matters: without one a callback that

@@ -14,6 +14,9 @@ std::string KeyOf(const Entry& entry, const std::string& direction) {
 }  // namespace
 
 uint64_t Conversation::Take(uint64_t number, Clock::time_point seen, Entry* entry) {
+  if (entry->kind == Entry::Kind::kEvent && entry->event == "dropped" && entry->task_pid) {
+    ForgetRequestsOf(*entry->task_pid);
+  }
   if (entry->kind == Entry::Kind::kRequest) AddRequest(number, seen, *entry);
   if (entry->kind != Entry::Kind::kResponse) return kNone;
   const std::string key = KeyOf(*entry, entry->direction == "to" ? "from" : "to");
@@ -26,6 +29,15 @@ uint64_t Conversation::Take(uint64_t number, Clock::time_point seen, Entry* entr
   waiting_.erase(waiting);
   by_key_.erase(found);
   return answered;
+}
+
+void Conversation::ForgetRequestsOf(int64_t starter_pid) {
+  for (auto next = waiting_.begin(); next != waiting_.end();) {
+    const auto waiting = next++;
+    if (waiting->second.request.starter_pid != starter_pid) continue;
+    by_key_.erase(waiting->second.key);
+    waiting_.erase(waiting);
+  }
 }
 
 void Conversation::AddRequest(uint64_t number, Clock::time_point seen, const Entry& entry) {

@@ -1,7 +1,8 @@
 // Finds the request of each answer, and the requests that have none.
 //
 // Answers are matched by connection, direction and identifier; in a record without connections the
-// task takes the connection's place.
+// task takes the connection's place. Where entries were dropped, the requests of that starter are
+// forgotten: their answers may be among what is missing.
 //
 // Threads: one at a time.
 #pragma once
@@ -21,7 +22,7 @@ class Conversation {
  public:
   using Clock = std::chrono::steady_clock;
 
-  static constexpr size_t kMaxWaiting = 100000;  // Requests; beyond it the oldest is forgotten.
+  static constexpr size_t kMaxWaiting = 10000;  // Requests; beyond it the oldest is forgotten.
 
   // Takes the next entry. An answer gets the method of its request, and its latency. `number` is a
   // name of the entry for the caller. Returns the number of the answer's request, or kNone.
@@ -43,6 +44,7 @@ class Conversation {
     std::multimap<std::string, uint64_t>::iterator key;
   };
 
+  void ForgetRequestsOf(int64_t starter_pid);
   void AddRequest(uint64_t number, Clock::time_point seen, const Entry& entry);
 
   std::map<uint64_t, Waiting> waiting_;          // By their order.

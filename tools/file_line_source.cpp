@@ -121,6 +121,7 @@ void FileLineSource::Refresh() {
   if (descriptor_ < 0) {
     if (!Open() && errno != ENOENT) Fail();
   } else if (fstat(descriptor_, &status) != 0 || IsReplaced(status)) {
+    if (Read() > 0) return;  // What was written to the old file before it was replaced.
     Close();
     Restart();
     if (!Open() && errno != ENOENT) Fail();

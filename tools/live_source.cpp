@@ -26,9 +26,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t kMaxPacket = 256 << 10;       // In bytes. The desk sends no larger one.
+constexpr size_t kMaxPacket = 256 << 10;       // In bytes. A larger one counts as dropped.
 constexpr size_t kMaxReadAtOnce = kMaxPacket;  // From one sender: the others must not wait.
 constexpr size_t kMaxSenders = 512;            // Others wait to be accepted.
+
+constexpr char kDropped[] = R"({"event":"dropped","count":1})";
 
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error("the session cannot be watched: " + what);
@@ -153,7 +155,8 @@ class LiveSource final : public ILineSource {
       }
       const auto length = static_cast<size_t>(size);
       read += length;
-      if (length <= buffer_.size()) lines_.emplace_back(buffer_.data(), length);
+      length <= buffer_.size() ? lines_.emplace_back(buffer_.data(), length)
+                               : lines_.emplace_back(kDropped);
     }
   }
 

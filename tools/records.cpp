@@ -1,7 +1,6 @@
 #include "tools/records.h"
 
 #include <ctime>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "cw/admission.h"
 #include "forge/buffer.h"
 #include "tools/line_source.h"
+#include "tools/message_of.h"
 
 namespace tools {
 namespace {
@@ -21,23 +21,24 @@ using flrpc::Message;
 
 constexpr int kMaxJsonDepth = 1024;
 constexpr size_t kMaxJsonValues = 1 << 20;  // The desk itself takes fewer in a line.
-
-// Sends the library's log lines, which go to std::cout, to standard error.
-class LogToErrors {
- public:
-  LogToErrors() : state_(std::cout.rdstate()), buffer_(std::cout.rdbuf(std::cerr.rdbuf())) {}
-  ~LogToErrors() {
-    std::cout.rdbuf(buffer_);
-    std::cout.clear(state_);
-  }
-  LogToErrors(const LogToErrors&) = delete;
-
- private:
-  const std::ios::iostate state_;
-  std::streambuf* const buffer_;
-};
+constexpr size_t kMaxText = 4096;           // Of each text but the payload: many are kept.
 
 // ---- Members of an entry ----
+
+Members ParseJson(const std::string& text) {
+  if (text.size() > kMaxLine) throw std::runtime_error("it is longer than 64 MiB");
+  const char* fault = nullptr;
+  size_t values = 0;
+  const auto is_small = [&](int depth, Members::parse_event_t, Members&) {
+    if (depth > kMaxJsonDepth) fault = "it is nested too deeply";
+    if (++values > kMaxJsonValues) fault = "it holds too many values";
+    return fault == nullptr;
+  };
+  Members members = Members::parse(text, is_small, false);
+  if (fault != nullptr) throw std::runtime_error(fault);
+  if (members.is_discarded()) throw std::runtime_error("it is not JSON");
+  return members;
+}
 
 std::string Dump(const Members& members) {
   return members.dump(-1, ' ', false, Members::error_handler_t::replace);
@@ -132,7 +133,7 @@ void ReadFrame(const Members& members, const Members& frame, Entry* entry) {
   }
   try {
     const EncodableValue value = DecodeValue(ExpectText(frame, "data"));
-    const auto message = ToMessage(value);
+    const auto message = MessageOf(value);
     message ? SetMessage(*message, entry) : SetValue(value, entry);
   } catch (const std::runtime_error& error) {
     entry->fault = error.what();
@@ -180,22 +181,16 @@ void ReadEvent(const Members& members, Entry* entry) {
   if (!details.empty()) entry->payload = Dump(details);
 }
 
-}  // namespace
-
-nlohmann::json ParseJson(const std::string& text) {
-  if (text.size() > kMaxLine) throw std::runtime_error("it is longer than 64 MiB");
-  const char* fault = nullptr;
-  size_t values = 0;
-  const auto is_small = [&](int depth, Members::parse_event_t, Members&) {
-    if (depth > kMaxJsonDepth) fault = "it is nested too deeply";
-    if (++values > kMaxJsonValues) fault = "it holds too many values";
-    return fault == nullptr;
-  };
-  Members members = Members::parse(text, is_small, false);
-  if (fault != nullptr) throw std::runtime_error(fault);
-  if (members.is_discarded()) throw std::runtime_error("it is not JSON");
-  return members;
+void CutTexts(Entry* entry) {
+  for (std::string* text : {&entry->time, &entry->task, &entry->connection, &entry->direction,
+                            &entry->id, &entry->method, &entry->event, &entry->words}) {
+    if (text->size() <= kMaxText) continue;
+    text->resize(kMaxText);
+    text->shrink_to_fit();
+  }
 }
+
+}  // namespace
 
 EncodableValue DecodeValue(const std::string& base64) {
   const auto bytes = forge::Buffer::FromBase64(base64);
@@ -204,14 +199,6 @@ EncodableValue DecodeValue(const std::string& base64) {
     throw std::runtime_error(cause);
   }
   return EncodableValue::Deserialize(bytes);
-}
-
-std::optional<Message> ToMessage(const EncodableValue& value) {
-  const LogToErrors redirection;
-  auto message = Message::FromEncodable(value);
-  const bool is_failure = message.IsError() && message.ToEncodable() != value;
-  if (is_failure || message.IsEmpty()) return std::nullopt;
-  return message;
 }
 
 std::string Entry::GetKindName() const {
@@ -238,6 +225,7 @@ Entry ReadEntry(const std::string& line) {
   } else {
     throw std::runtime_error("it is no entry of a record");
   }
+  CutTexts(&entry);
   return entry;
 }
 

@@ -8,26 +8,18 @@
 #pragma once
 
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 
 #include "cw/encodable_value.h"
 #include "desk/common/value_json.h"
-#include "flrpc/message.h"
 
 namespace tools {
 
 // ---- What a frame holds ----
 
-// Parses one JSON text, which may nest 1,024 arrays and objects.
-nlohmann::json ParseJson(const std::string& text);
-
 // Decodes a Base64 text of one value, which is checked before (cw/admission.h).
 cw::EncodableValue DecodeValue(const std::string& base64);
-
-// Returns the value as a message, if it is one. Log lines about it go to standard error.
-std::optional<flrpc::Message> ToMessage(const cw::EncodableValue& value);
 
 // ---- Entries ----
 
@@ -67,7 +59,8 @@ struct Entry {
   std::optional<int64_t> latency;  // Of an answer, in microseconds: see Conversation.
 };
 
-// Reads a line. A damaged frame is an entry with a fault; what is no entry at all throws.
+// Reads a line. A damaged frame is an entry with a fault; what is no entry at all throws. Texts are
+// cut to 4,096 bytes each, but for the payload.
 Entry ReadEntry(const std::string& line);
 
 // The time between two entries in microseconds, by the better of the clocks that both have.

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -25,6 +27,7 @@
 #include "desk/common/transfer.h"
 #include "desk/embedder/embedder.h"
 #include "desk/runtime_manager/task_report.h"
+#include "tools/printable.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -32,9 +35,12 @@ namespace {
 
 constexpr int kPatience = 60'000;  // Milliseconds for a reader that reads nothing.
 constexpr int kLastWords = 100;    // Milliseconds for what an ended task has still sent.
+constexpr int kEndNews = 1000;     // Milliseconds for the news of why a connection is lost.
 constexpr int kSettlingTime =
     10'000;  // Milliseconds; a task that does not obey is killed after 5 s.
 constexpr double kMaxSeconds = 1'000'000;
+
+constexpr int kSignalCheck = 100;  // Milliseconds between two looks for a signal.
 
 class Interrupted {};
 
@@ -97,13 +103,22 @@ class Log final : public std::streambuf {
     line_ += traits_type::to_char_type(character);
     if (line_.back() != '\n') return character;
     line_.pop_back();
-    constexpr size_t kColour = sizeof "\x1b[1;32m" - 1;  // In front of the tag on a terminal.
-    if (line_.rfind("[info]", kColour) == std::string::npos) Session::PrintError(line_);
+    RemoveColours();
+    if (line_.rfind("[info]", 0) != 0) Session::PrintError(Printable(line_));
     line_.clear();
     return character;
   }
 
  private:
+  // Those that the library writes on a terminal: "\x1b[1;32m". A peer's own are escaped.
+  void RemoveColours() {
+    for (const char* colour : {"\x1b[1;31m", "\x1b[1;32m", "\x1b[1;33m", "\x1b[90m", "\x1b[0m"}) {
+      for (size_t at = 0; (at = line_.find(colour)) != std::string::npos;) {
+        line_.erase(at, std::strlen(colour));
+      }
+    }
+  }
+
   std::string line_;
 };
 
@@ -132,6 +147,24 @@ class Output {
   Log log_;
   std::streambuf* former_ = nullptr;
 };
+
+// Writes the line in parts that fit a pipe whose reader has made room. Returns an errno: EINTR when
+// a signal has come before there was room.
+int WriteLine(int descriptor, const std::string& line) {
+  const std::string text = line + '\n';
+  for (size_t done = 0; done < text.size();) {
+    pollfd room{descriptor, POLLOUT, 0};
+    while (poll(&room, 1, kSignalCheck) <= 0) {
+      if (last_signal != 0) return EINTR;
+    }
+    const size_t part = std::min<size_t>(PIPE_BUF, text.size() - done);
+    size_t written = 0;
+    const int fault = desk::WriteQuietly(descriptor, text.data() + done, part, kPatience, &written);
+    if (fault != 0) return fault;
+    done += written;
+  }
+  return 0;
+}
 
 // ---- The service ----
 
@@ -180,9 +213,9 @@ Session::Session() : world_(std::make_unique<World>()) {
   World* const world = world_.get();
   if (!world->manager) throw CommandError(kNotStarted, "libtavo.so cannot be used");
   // The socket may still hold what the task has sent before it ended.
-  desk::TaskReport::Redirect([world](const QString& end) {
-    QTimer::singleShot(kLastWords, &world->limit,
-                       [world, end] { world->Fail(kNotStarted, end.toStdString()); });
+  desk::TaskReport::Redirect([world](const QString& news, bool has_ended) {
+    QTimer::singleShot(has_ended ? kLastWords : kEndNews, &world->limit,
+                       [world, news] { world->Fail(kNotStarted, news.toStdString()); });
   });
 }
 
@@ -220,20 +253,14 @@ void Session::Settle(const std::function<bool()>& is_done) {
 }
 
 void Session::Print(const std::string& line) const {
-  const std::string text = line + '\n';
-  size_t written = 0;
-  const int fault =
-      desk::WriteQuietly(world_->output.Get(), text.data(), text.size(), kPatience, &written);
+  const int fault = WriteLine(world_->output.Get(), line);
+  if (fault == EINTR) throw Interrupted();
   if (fault != 0) {
     throw CommandError(kFailed, std::string("standard output: ") + std::strerror(fault));
   }
 }
 
-void Session::PrintError(const std::string& line) {
-  const std::string text = line + '\n';
-  size_t written = 0;
-  desk::WriteQuietly(STDERR_FILENO, text.data(), text.size(), kPatience, &written);
-}
+void Session::PrintError(const std::string& line) { WriteLine(STDERR_FILENO, line); }
 
 void RunSession(const std::function<void(Session& session)>& talk) {
   try {

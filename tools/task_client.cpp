@@ -1,5 +1,6 @@
 #include "tools/task_client.h"
 
+#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -15,6 +16,9 @@ namespace {
 // The desk drops longer lines. A line is the text as {"data":"TEXT"}.
 constexpr size_t kMaxText = (size_t{32} << 20) - 16;
 
+constexpr size_t kMaxEarly = 1024;                  // Notifications before the connection,
+constexpr size_t kMaxEarlySize = size_t{16} << 20;  // and their texts.
+
 }  // namespace
 
 // The service keeps it until the client is destroyed there, which may be after the TaskClient.
@@ -24,6 +28,7 @@ struct TaskClient::State {
   std::shared_ptr<flrpc::IOwnedClient> client;  // Null: nobody listens any more.
   std::deque<Message::Notification> notifications;
   std::optional<Message::Error> failure;  // Why there is no connection.
+  size_t early_size = 0;
   size_t sent = 0;
   bool is_running = false;   // The task has started.
   bool is_released = false;  // The service has destroyed its client: the task has ended.
@@ -41,15 +46,25 @@ struct TaskClient::State {
 
   static void OnMessage(void* user_data, const char* text, unsigned int chunk_id) {
     State& state = Of(user_data);
+    const size_t size = std::strlen(text);
     Message message = Message::FromBase64(std::string(text));
     state.table.UnlockResources(state.ref, chunk_id);
     const auto client = state.client;
     if (!client) return;
     if (const auto* notification = message.GetNotification()) {
-      state.notifications.push_back(*notification);
+      state.Keep(*notification, size);
     } else {
       client->ReceiveMessage(std::move(message));
     }
+  }
+
+  // What comes before the connection is kept for later, up to the limits of any client.
+  void Keep(const Message::Notification& notification, size_t size) {
+    if (!client->IsConnected()) {
+      early_size += size;
+      if (notifications.size() >= kMaxEarly || early_size > kMaxEarlySize) return;
+    }
+    notifications.push_back(notification);
   }
 
   static void Release(void* user_data) {

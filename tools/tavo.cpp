@@ -7,6 +7,7 @@
 
 #include "desk/common/standard_descriptors.h"
 #include "desk/embedder/embed.h"
+#include "tools/printable.h"
 #include "tools/summary.h"
 #include "tools/tavo_commands.h"
 
@@ -15,7 +16,7 @@ namespace {
 int Report(const CLI::App& app, const char* text, int exit_code) {
   std::cerr << "tavo";
   for (const CLI::App* command : app.get_subcommands()) std::cerr << ' ' << command->get_name();
-  std::cerr << ": " << text << '\n';
+  std::cerr << ": " << tools::Printable(text) << '\n';
   return exit_code;
 }
 

@@ -58,6 +58,7 @@ class Calls {
     ProgressLine progress([this] { return Describe(); });
     LimitTime();
     task.Connect();
+    LimitTime();
     const auto begin = Clock::now();
     session_.RunUntil([&] {
       ShowNotifications(task, progress);

@@ -1,9 +1,8 @@
 // tavo decode: prints RPC messages as trees or as JSON. It reads them as Base64 texts, as
 // {"data": ...} lines, or as the desk records them.
 
-#include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -13,12 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "cw/admission.h"
 #include "desk/common/json_text.h"
 #include "desk/common/value_json.h"
 #include "flrpc/message.h"
-#include "forge/buffer.h"
 #include "tools/message_of.h"
+#include "tools/printable.h"
+#include "tools/record_reader.h"
+#include "tools/records.h"
 #include "tools/tavo_commands.h"
 #include "tools/value_printer.h"
 
@@ -45,6 +45,7 @@ constexpr char kFooter[] =
     "2 for a wrong command line.";
 
 constexpr size_t kMaxEventMembers = 64;
+constexpr auto kNever = std::chrono::steady_clock::time_point::max();
 
 class BadInput : public std::runtime_error {
  public:
@@ -65,15 +66,6 @@ std::string TextOf(const Json& json, const char* key) {
     throw BadInput("it has no text \"" + std::string(key) + '"');
   }
   return member->get<std::string>();
-}
-
-EncodableValue ValueOf(const std::string& text) {
-  const auto bytes = forge::Buffer::FromBase64(text);
-  if (bytes.GetSize() == 0) throw BadInput("it is not a Base64 text");
-  if (const char* cause = cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) {
-    throw BadInput(cause);
-  }
-  return EncodableValue::Deserialize(bytes);
 }
 
 // ---- Out ----
@@ -142,7 +134,7 @@ void PrintFrame(const Json& frame, bool as_json) {
   const Json origin = {{"time", TextOf(frame, "time")},
                        {"task", TextOf(frame, "task")},
                        {"direction", TextOf(frame, "direction")}};
-  Print(ValueOf(TextOf(MemberOf(frame, "message"), "data")), origin, as_json);
+  Print(DecodeValue(TextOf(MemberOf(frame, "message"), "data")), origin, as_json);
 }
 
 void PrintIntent(const Json& entry, bool as_json) {
@@ -153,8 +145,8 @@ void PrintIntent(const Json& entry, bool as_json) {
     return PrintLine(
         {{"time", time}, {"kind", "intent"}, {"intent", intent}, {"parameters", parameters}});
   }
-  std::cout << Escaped(time) << " intent " << Quote(intent) << "\n  parameters: ";
-  PrintLine(parameters);
+  std::cout << Escaped(time) << " intent " << Quote(intent)
+            << "\n  parameters: " << Printable(desk::ToText(parameters)) << '\n';
 }
 
 // The start, end or loss of a task.
@@ -171,7 +163,7 @@ void PrintEvent(const Json& entry, bool as_json) {
   std::cout << Escaped(TextOf(entry, "time")) << ' ' << Escaped(TextOf(entry, "task")) << ' '
             << Escaped(TextOf(entry, "event"));
   for (const auto& [name, value] : details.items()) {
-    std::cout << ' ' << Escaped(name) << ' ' << desk::ToText(value);
+    std::cout << ' ' << Escaped(name) << ' ' << Printable(desk::ToText(value));
   }
   std::cout << '\n';
 }
@@ -187,12 +179,12 @@ Json ParseLine(const std::string& line) {
 }
 
 void PrintText(const std::string& text, bool as_json) {
-  if (text.front() != '{') return Print(ValueOf(text), Json::object(), as_json);
+  if (text.front() != '{') return Print(DecodeValue(text), Json::object(), as_json);
   const Json json = ParseLine(text);
   if (json.contains("message")) return PrintFrame(json, as_json);
   if (json.contains("intent")) return PrintIntent(json, as_json);
   if (json.contains("event")) return PrintEvent(json, as_json);
-  Print(ValueOf(TextOf(json, "data")), Json::object(), as_json);
+  Print(DecodeValue(TextOf(json, "data")), Json::object(), as_json);
 }
 
 // ---- All of it ----
@@ -203,32 +195,26 @@ class Decoder {
 
   // Prints what the line says; `where` names it in an error.
   void Take(std::string line, const std::string& where) {
-    while (!line.empty() && std::strchr(" \t\r", line.back())) line.pop_back();
-    line.erase(0, line.find_first_not_of(" \t"));
-    if (line.empty()) return;
     try {
-      PrintText(line, as_json_);
+      if (line.size() > kMaxLine) throw BadInput("it is longer than 64 MiB");
+      while (!line.empty() && std::strchr(" \t\r", line.back())) line.pop_back();
+      line.erase(0, line.find_first_not_of(" \t"));
+      if (!line.empty()) PrintText(line, as_json_);
     } catch (const std::exception& error) {
       std::cout.flush();  // What comes before the error is printed before it.
-      std::cerr << "tavo decode: " << where << ": " << error.what() << '\n';
+      std::cerr << "tavo decode: " << Printable(where + ": " + error.what()) << '\n';
       has_failed_ = true;
     }
   }
 
-  void TakeLines(std::istream& stream, const std::string& name) {
+  // Takes the lines of the file, or of standard input for "-".
+  void TakeLines(const std::string& file) {
+    const std::string name = file == "-" ? "standard input" : file;
+    const auto source = OpenRecord(file, false);
     std::string line;
-    for (size_t number = 1; std::getline(stream, line); ++number) {
-      Take(line, name + ':' + std::to_string(number));
+    for (auto got = Got::kNothing; got != Got::kEnd; got = Next(*source, name, &line)) {
+      if (got == Got::kLine) Take(line, name + ':' + std::to_string(source->GetLineNumber()));
     }
-  }
-
-  void TakeFile(const std::string& name) {
-    std::ifstream file(name);
-    if (file) TakeLines(file, name);
-    if (file.is_open() && !file.bad()) return;  // A directory can be opened but not read.
-    const int cause = errno;
-    std::cout.flush();
-    throw CommandError(kFailed, name + ": " + std::strerror(cause));
   }
 
   void Finish() {
@@ -238,6 +224,18 @@ class Decoder {
   }
 
  private:
+  using Got = ILineSource::Got;
+
+  static Got Next(ILineSource& source, const std::string& name, std::string* line) try {
+    const Got got = source.Next(line, {});
+    if (got != Got::kNothing) return got;
+    std::cout.flush();  // Whoever reads the output need not wait as well.
+    return source.Next(line, kNever);
+  } catch (const std::runtime_error& error) {
+    std::cout.flush();
+    throw CommandError(kFailed, name + ": " + error.what());
+  }
+
   const bool as_json_;
   bool has_failed_ = false;
 };
@@ -251,9 +249,9 @@ struct Options {
 void Run(const Options& options) {
   Decoder decoder(options.as_json);
   if (options.file) {
-    decoder.TakeFile(*options.file);
+    decoder.TakeLines(*options.file);
   } else if (options.texts.empty()) {
-    decoder.TakeLines(std::cin, "standard input");
+    decoder.TakeLines("-");
   }
   for (size_t i = 0; i < options.texts.size(); ++i) {
     decoder.Take(options.texts[i], "text " + std::to_string(i + 1));
@@ -271,7 +269,8 @@ void AddDecode(CLI::App& app) {
                    "Print one JSON object a text; of what was recorded, time, task and direction "
                    "come first. docs/tavo.md shows the JSON of values");
   CLI::Option* const file =
-      decode->add_option("--file", options->file, "Read the lines of this file")
+      decode
+          ->add_option("--file", options->file, "Read the lines of this file; -: of standard input")
           ->option_text("FILE");
   decode->add_option("TEXT", options->texts, "What is printed")->excludes(file);
   decode->callback([options] { Run(*options); });

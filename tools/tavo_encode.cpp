@@ -38,13 +38,16 @@ bool HoldsMembers(const EncodableMap& message, const EncodableMap& given) {
   return true;
 }
 
-std::string Encode(const EncodableValue& value) {
+// A message as the library writes it, unless members would be lost.
+EncodableValue Complete(const EncodableValue& value) {
   const auto message = MessageOf(value);
-  const EncodableValue map = message ? message->ToEncodable() : EncodableValue();
-  if (message && HoldsMembers(map.Get<EncodableMap>(), value.Get<EncodableMap>())) {
-    return message->ToBase64();
-  }
-  const forge::Buffer bytes = value.Serialize();
+  if (!message) return value;
+  EncodableValue map = message->ToEncodable();
+  return HoldsMembers(map.Get<EncodableMap>(), value.Get<EncodableMap>()) ? map : value;
+}
+
+std::string Encode(const EncodableValue& value) {
+  const forge::Buffer bytes = Complete(value).Serialize();
   if (const char* cause = cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) {
     throw CommandError(kFailed, std::string("no peer accepts the value: ") + cause);
   }

@@ -21,6 +21,8 @@ struct Option {
   std::string value;               // The word for its value; empty for a flag.
   std::string about;
   bool is_positional;
+  bool is_required;
+  bool is_repeated;
 };
 
 struct Command {
@@ -41,7 +43,12 @@ std::string Replace(std::string text, const std::string& from, const std::string
 }
 
 Option ReadOption(const CLI::Option& option) {
-  Option read{{}, {}, option.get_description(), option.get_positional()};
+  Option read{{},
+              {},
+              option.get_description(),
+              option.get_positional(),
+              option.get_required(),
+              option.get_items_expected_max() > 1};
   for (const std::string& name : option.get_snames()) read.names.push_back('-' + name);
   for (const std::string& name : option.get_lnames()) read.names.push_back("--" + name);
   if (read.is_positional) read.names = {option.get_name(true)};
@@ -114,7 +121,9 @@ std::string EscapeForZsh(std::string text) {
 void WriteZshOption(const Option& option, std::ostream& text) {
   const std::string value = EscapeForZsh(option.value);
   if (option.is_positional) {
-    text << " '*:" << EscapeForZsh(option.names[0]) << ":_files'";
+    const char* const once = option.is_required ? ":" : "::";
+    text << " '" << (option.is_repeated ? "*:" : once) << EscapeForZsh(option.names[0])
+         << ":_files'";
     return;
   }
   for (const std::string& name : option.names) {
@@ -180,6 +189,11 @@ void WriteManOption(const Option& option, std::ostream& page) {
   page << '\n' << EscapeForMan(option.about) << '\n';
 }
 
+std::string SynopsisOf(const Option& positional) {
+  const std::string name = "\\fI" + EscapeForMan(positional.names[0]) + "\\fR";
+  return (positional.is_required ? name : '[' + name + ']') + (positional.is_repeated ? "..." : "");
+}
+
 // `words` is the command as it is typed, `rest` the list of the program's commands.
 std::string WritePage(const Command& command, const std::string& words, const std::string& rest) {
   std::ostringstream page;
@@ -189,7 +203,7 @@ std::string WritePage(const Command& command, const std::string& words, const st
        << EscapeForMan(name) << " \\- " << EscapeForMan(command.summary) << "\n.SH SYNOPSIS\n.B "
        << EscapeForMan(words) << "\n[\\fIOPTION\\fR]...";
   for (const Option& option : command.options) {
-    if (option.is_positional) page << " [\\fI" << EscapeForMan(option.names[0]) << "\\fR]";
+    if (option.is_positional) page << ' ' << SynopsisOf(option);
   }
   if (!rest.empty()) page << " \\fICOMMAND\\fR";
   page << "\n.SH DESCRIPTION\n" << Paragraphs(command.about) << ".SH OPTIONS\n";

@@ -14,6 +14,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QTimer>
 
 #include "desk/common/json_text.h"
 #include "platform/runtime_manager/intents_invoker.h"
@@ -46,8 +47,10 @@ constexpr char kFooter[] =
     "Ends with 0; 1 when the intent fails; 2 for a wrong command line; 3 when nobody offers it, or "
     "when\n"
     "it cannot be offered; 4 when no answer comes in time.";
-constexpr size_t kMaxCommands = 8;    // Run at a time; further invocations wait.
-constexpr size_t kMaxWaiting = 1024;  // Further invocations fail.
+constexpr size_t kMaxCommands = 8;         // Run at a time; further invocations wait.
+constexpr size_t kMaxWaiting = 1024;       // Further invocations fail.
+constexpr double kMaxTimeout = 1'000'000;  // Seconds.
+constexpr size_t kMaxWaitingBytes = size_t{64} << 20;
 constexpr int kMaxAnswer = 32 << 20;  // The largest line of a socket.
 
 struct Options {
@@ -93,7 +96,7 @@ void Invoke(const Options& options) {
   RunSession([&](Session& session) {
     std::optional<std::pair<QJsonObject, RuntimeManager::Error>> outcome;
     IntentsInvoker invoker;
-    const ProgressLine progress([&] { return "waiting for " + Printable(options.name); });
+    ProgressLine progress([&] { return "waiting for " + Printable(options.name); });
     QObject::connect(&invoker, &IntentsInvoker::replyReceived,
                      [&outcome](const QJsonObject& reply, const RuntimeManager::Error& error) {
                        outcome.emplace(reply, error);
@@ -102,6 +105,7 @@ void Invoke(const Options& options) {
                       "the intent \"" + options.name + "\" was not answered in time");
     invoker.invoke(QString::fromStdString(options.name), {}, parameters);
     session.RunUntil([&] { return outcome.has_value(); });
+    progress.Clear();
     const auto& [reply, error] = *outcome;
     const std::string fault = Printable(error.message().toStdString());
     if (error.code() == ENOENT) throw CommandError(kNotStarted, fault);
@@ -118,8 +122,12 @@ class Commands {
   explicit Commands(const Options& options) : options_(options) {}
 
   void Answer(const QJsonObject& parameters, Reply reply) {
-    if (waiting_.size() >= kMaxWaiting) return Tell("too many invocations wait");
-    waiting_.push_back({ToLine(parameters) + '\n', std::move(reply)});
+    std::string input = ToLine(parameters) + '\n';
+    if (waiting_.size() >= kMaxWaiting || waiting_bytes_ + input.size() > kMaxWaitingBytes) {
+      return Tell("too many invocations wait");
+    }
+    waiting_bytes_ += input.size();
+    waiting_.push_back({std::move(input), std::move(reply)});
     StartNext();
   }
 
@@ -147,6 +155,7 @@ class Commands {
     while (!waiting_.empty() && running_.size() < kMaxCommands) {
       Invocation next = std::move(waiting_.front());
       waiting_.pop_front();
+      waiting_bytes_ -= next.input.size();
       Start(std::move(next));
     }
   }
@@ -169,6 +178,10 @@ class Commands {
     process->start(words.takeFirst(), words);
     process->write(QByteArray::fromStdString(invocation.input));
     process->closeWriteChannel();
+    if (options_.timeout > 0) {
+      QTimer::singleShot(static_cast<int>(std::min(options_.timeout, kMaxTimeout) * 1000), process,
+                         [process] { process->kill(); });
+    }
   }
 
   static void Read(Command& command) {
@@ -208,6 +221,7 @@ class Commands {
 
   const Options& options_;
   std::deque<Invocation> waiting_;
+  size_t waiting_bytes_ = 0;
   std::map<const QProcess*, Command> running_;
 };
 
@@ -257,9 +271,9 @@ void AddIntent(CLI::App& app) {
   intent->add_option("NAME", options->name, "The name of the intent")->required();
   intent->add_option("PARAMS", options->params,
                      std::string(kJsonHelp) + ". With --serve: the command, behind --");
-  CLI::Option* const serve =
-      intent->add_flag("--serve", options->serve, "Offer the intent, and answer by the command");
-  AddTimeout(*intent, &options->timeout, "How long to wait for the answer")->excludes(serve);
+  intent->add_flag("--serve", options->serve, "Offer the intent, and answer by the command");
+  AddTimeout(*intent, &options->timeout,
+             "How long to wait for the answer, or for the command to answer");
   intent->callback([options, intent] { Run(*options, intent->remaining()); });
 }
 

@@ -42,7 +42,10 @@ void Run(const Options& options) {
     task.Connect();
     task.SendNotify(options.method, params);
     task.SendRequest(kFence, {}, [&](const auto&) { is_read = true; });
-    session.RunUntil([&] { return is_read; });
+    session.RunUntil([&] {
+      task.TakeNotifications();
+      return is_read;
+    });
   });
 }
 

@@ -8,13 +8,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -41,6 +44,7 @@ constexpr char kFooter[] =
 
 // A supervisor gives a task five seconds to end.
 constexpr auto kGrace = std::chrono::seconds(7);
+constexpr auto kAfterKill = std::chrono::seconds(2);  // For processes that cannot be killed.
 
 struct Options {
   std::string record;
@@ -52,8 +56,8 @@ class SessionDirectory {
  public:
   SessionDirectory() {
     std::error_code error;
-    path_ = (std::filesystem::temp_directory_path(error) / "tavo-run-XXXXXX").string();
-    if (error) path_ = "/tmp/tavo-run-XXXXXX";
+    const auto parent = std::filesystem::absolute(std::filesystem::temp_directory_path(error));
+    path_ = ((error ? "/tmp" : parent) / "tavo-run-XXXXXX").string();
     if (mkdtemp(path_.data())) return;
     throw CommandError(kNotStarted, path_ + ": " + std::strerror(errno));
   }
@@ -151,33 +155,66 @@ pid_t Spawn(const std::vector<std::string>& command, const sigset_t& mask) {
   return pid;
 }
 
+// The children that this process had before, which its own predecessor has made. They are let be.
+class Strangers {
+ public:
+  // Reaps all children that have ended, and returns the status of this one if it is among them.
+  std::optional<int> Reap(pid_t wanted) {
+    std::optional<int> found;
+    int status = 0;
+    for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+      pids_.erase(ended);
+      if (ended == wanted) found = status;
+    }
+    return found;
+  }
+
+  std::set<pid_t> FindOthers() const {
+    std::set<pid_t> others = FindChildren();
+    for (const pid_t pid : pids_) others.erase(pid);
+    return others;
+  }
+
+ private:
+  std::set<pid_t> pids_ = FindChildren();
+};
+
 // Passes signals on until the process has ended, and returns its status. A signal of the terminal
-// has reached the process already.
-int Await(pid_t pid, const Signals& signals) {
+// has reached the process already, but for a hang-up, of which the leader alone is told.
+int Await(pid_t pid, const Signals& signals, Strangers* strangers) {
   for (;;) {
     siginfo_t info{};
     const int number = signals.Wait(std::chrono::seconds(1), &info);
-    if (number != 0 && number != SIGCHLD && info.si_code <= 0) kill(pid, number);
-    int status = 0;
-    for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
-      if (ended == pid) return status;
-    }
+    const bool is_news = info.si_code <= 0 || number == SIGHUP;
+    if (number != 0 && number != SIGCHLD && is_news) kill(pid, number);
+    if (const auto status = strangers->Reap(pid)) return *status;
   }
 }
 
-// Asks each process that is left to end, and kills those that do not. A supervisor ends by itself
-// when its task has ended.
-void EndLeftovers(const Signals& signals) {
+// Asks each process that is left to end, and kills those that do not, or all at the next signal. A
+// supervisor ends by itself when its task has ended.
+void EndLeftovers(const Signals& signals, Strangers* strangers) {
   std::set<pid_t> asked;
-  const auto deadline = Clock::now() + kGrace;
-  while (waitpid(-1, nullptr, WNOHANG) >= 0) {
-    const bool is_late = Clock::now() > deadline;
-    for (const pid_t child : FindChildren()) {
-      if (is_late) kill(child, SIGKILL);
-      if (!is_late && asked.insert(child).second) kill(child, SIGTERM);
+  auto deadline = Clock::now() + kGrace;
+  for (;;) {
+    strangers->Reap(0);
+    const std::set<pid_t> left = strangers->FindOthers();
+    if (left.empty()) return;
+    const auto now = Clock::now();
+    if (now > deadline + kAfterKill) {
+      std::cerr << "tavo run: " << left.size() << " processes cannot be ended\n";
+      return;
+    }
+    for (const pid_t child : left) {
+      if (now > deadline) {
+        kill(child, SIGKILL);
+      } else if (asked.insert(child).second) {
+        kill(child, SIGTERM);
+      }
     }
     siginfo_t info{};
-    signals.Wait(std::chrono::milliseconds(20), &info);
+    const int number = signals.Wait(std::chrono::milliseconds(20), &info);
+    if (number != 0 && number != SIGCHLD) deadline = std::min(deadline, now);
   }
 }
 
@@ -189,8 +226,10 @@ int Run(const Options& options) {
   setenv("XDG_RUNTIME_DIR", directory.GetPath().c_str(), 1);
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   const Signals signals;
-  const int status = Await(Spawn(options.command, signals.GetMaskBefore()), signals);
-  EndLeftovers(signals);
+  Strangers strangers;
+  const pid_t pid = Spawn(options.command, signals.GetMaskBefore());
+  const int status = Await(pid, signals, &strangers);
+  EndLeftovers(signals, &strangers);
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 

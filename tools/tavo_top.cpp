@@ -100,13 +100,14 @@ Row MakeRow(const TrafficKey& key, const TaskTraffic& traffic, double seconds) {
           ReadMemory(key.starter)};
 }
 
-// Takes the figures of the interval that ends now. A task whose starter is gone has ended.
+// Takes the figures of the interval that ends now. A task has ended when it or its starter is gone.
 Report TakeReport(Traffic* traffic, double seconds) {
   Report report{seconds, traffic->GetDropped(), {}};
   std::vector<TrafficKey> ended;
   for (const auto& [key, task] : traffic->GetTasks()) {
     report.rows.push_back(MakeRow(key, task, seconds));
-    if (!report.rows.back().starter_memory) ended.push_back(key);
+    const Row& row = report.rows.back();
+    if (!row.starter_memory || (key.pid > 0 && !row.memory)) ended.push_back(key);
   }
   for (const TrafficKey& key : ended) traffic->Forget(key);
   traffic->Restart();

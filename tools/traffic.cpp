@@ -10,6 +10,7 @@
 #include "cw/admission.h"
 #include "cw/encodable_value.h"
 #include "cw/map_access.h"
+#include "desk/common/json_text.h"
 #include "desk/common/value_json.h"
 #include "flrpc/message.h"
 #include "forge/buffer.h"
@@ -19,9 +20,15 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr size_t kMaxName = 256;  // Of what is kept: names, connections, identifiers.
+
 std::string TextOf(const Json& entry, const char* key) {
   const auto member = entry.find(key);
   return member != entry.end() && member->is_string() ? member->get<std::string>() : "";
+}
+
+std::string NameOf(const Json& entry, const char* key) {
+  return TextOf(entry, key).substr(0, kMaxName);
 }
 
 int64_t NumberOf(const Json& entry, const char* key) {
@@ -92,7 +99,7 @@ bool TrafficKey::operator<(const TrafficKey& other) const {
 }
 
 void Traffic::Take(const std::string& line) try {
-  const Json entry = Json::parse(line, nullptr, false);
+  const Json entry = desk::ParseJson(line);
   if (!entry.is_object()) return;
   const std::string event = TextOf(entry, "event");
   if (!event.empty()) {
@@ -113,14 +120,14 @@ void Traffic::TakeEvent(const Json& entry, const std::string& event) {
     }
     return;
   }
-  const TrafficKey key{TextOf(entry, "task"), ProcessOf(entry, "starter"), ProcessOf(entry, "pid")};
+  const TrafficKey key{NameOf(entry, "task"), ProcessOf(entry, "starter"), ProcessOf(entry, "pid")};
   if (event == "start" || event == "running") Find(key);
   if (event == "end" || event == "loss") Forget(key);
 }
 
 void Traffic::TakeMessage(const Json& entry) {
   TaskTraffic* const task =
-      Find({TextOf(entry, "task"), ProcessOf(entry, "pid"), ProcessOf(entry, "peer")});
+      Find({NameOf(entry, "task"), ProcessOf(entry, "pid"), ProcessOf(entry, "peer")});
   if (!task) return;
   const Json& message = entry.at("message");
   if (message.is_object()) {
@@ -133,9 +140,11 @@ void Traffic::TakeMessage(const Json& entry) {
 }
 
 void Traffic::Count(const Json& entry, const RpcHead& head, TaskTraffic* task) {
-  if (head.id.empty()) return;
+  if (head.id.empty() || head.id.size() > kMaxName) return;
   const int64_t time = NumberOf(entry, "monotonic");
-  const std::string call = TextOf(entry, "connection") + ' ' + head.id;
+  const bool is_asked_of_task = (TextOf(entry, "direction") == "to") == head.has_method;
+  const std::string call =
+      NameOf(entry, "connection") + (is_asked_of_task ? " > " : " < ") + head.id;
   if (head.has_method) {
     ++task->calls;
     if (task->in_flight.size() < kMaxInFlight) task->in_flight[call] = time;

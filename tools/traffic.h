@@ -27,7 +27,7 @@ struct TaskTraffic {
   uint64_t bytes = 0;
   std::vector<int64_t> latencies;  // Microseconds, unsorted; at most kMaxLatencies of them.
 
-  // The time of each unanswered request, by connection and identifier.
+  // The time of each unanswered request, by connection, direction and identifier.
   std::unordered_map<std::string, int64_t> in_flight;
 };
 

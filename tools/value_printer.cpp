@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <type_traits>
 
-#include "desk/common/utf8.h"
+#include "tools/printable.h"
 
 namespace tools {
 namespace {
@@ -120,20 +120,12 @@ std::string Summary(const Message::Error& error) {
 }  // namespace
 
 std::string Quote(const std::string& text) {
-  std::string quoted = "\"";
-  for (size_t at = 0; at < text.size();) {
-    const size_t length = desk::GetSequenceLength(text, at);
-    const auto byte = static_cast<uint8_t>(text[at]);
-    if (length == 1 && (byte == '"' || byte == '\\')) quoted += '\\';
-    if (length == 0 || byte < 0x20 || byte == 0x7F) {
-      quoted += "\\x" + Show(byte);
-      ++at;
-    } else {
-      quoted.append(text, at, length);
-      at += length;
-    }
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '"' || c == '\\') escaped += '\\';
+    escaped += c;
   }
-  return quoted + '"';
+  return '"' + Printable(escaped) + '"';
 }
 
 std::string Describe(const EncodableValue& value) {

@@ -19,7 +19,8 @@ namespace tools {
 std::string Describe(const cw::EncodableValue& value);
 std::string Describe(const flrpc::Message& message);
 
-// The text in quotes; control characters and bytes that are no UTF-8 are escaped.
+// The text in quotes; quotes, backslashes and what is not printable (tools/printable.h) are
+// escaped.
 std::string Quote(const std::string& text);
 
 }  // namespace tools

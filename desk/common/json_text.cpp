@@ -12,12 +12,16 @@ namespace {
 
 constexpr size_t kMaxErrorLength = 200;  // An error quotes the text, which may be long.
 
+std::string Cut(std::string text) {
+  if (text.size() <= kMaxErrorLength) return text;
+  return text.substr(0, kMaxErrorLength) + "...";
+}
+
 // The text is the part "line 3, column 7: syntax error ..." of the library's longer text.
 std::string Shorten(const std::string& what) {
   const size_t place = what.find("line ");
   const size_t begin = place == std::string::npos ? what.find("] ") + 2 : place;
-  const std::string text = what.substr(begin);
-  return text.size() <= kMaxErrorLength ? text : text.substr(0, kMaxErrorLength) + "...";
+  return Cut(what.substr(begin));
 }
 
 void ExpectDistinct(const std::vector<std::string>& keys) {
@@ -25,7 +29,8 @@ void ExpectDistinct(const std::vector<std::string>& keys) {
   std::sort(sorted.begin(), sorted.end());
   const auto twice = std::adjacent_find(sorted.begin(), sorted.end());
   if (twice == sorted.end()) return;
-  throw std::runtime_error("the key " + ToText(Json(*twice)) + " stands twice in one object");
+  throw std::runtime_error("the key " + ToText(Json(Cut(std::string(*twice)))) +
+                           " stands twice in one object");
 }
 
 // Builds the tree from the parser's events. The library's own builder compares each key of an

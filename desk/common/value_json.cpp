@@ -237,6 +237,12 @@ class Writer {
 
 EncodableValue Read(const Json& json, const Place& place);
 
+// At each list and map; the object of a mark adds no level to the value.
+void ExpectRoom(const Place& place) {
+  if (place.depth < kDeepestValue) return;
+  Fail(place, "it is nested deeper than " + std::to_string(kDeepestValue));
+}
+
 const std::string& ExpectText(const Json& json, const Place& place, const char* what) {
   if (!json.is_string()) Fail(place, std::string(what) + " is wanted");
   return json.get_ref<const std::string&>();
@@ -272,11 +278,11 @@ T ReadInteger(const Json& json, const Place& place) {
 
 template <typename T>
 T ReadFloat(const Json& json, const Place& place) {
-  constexpr auto kMost = static_cast<double>(std::numeric_limits<T>::max());
   if (json.is_number()) {
-    const auto number = json.get<double>();
-    if (std::abs(number) > kMost) Fail(place, "the number is too large");
-    return static_cast<T>(number);
+    // The text of the largest number may be a little more than it.
+    const auto rounded = static_cast<T>(json.get<double>());
+    if (std::isinf(rounded)) Fail(place, "the number is too large");
+    return rounded;
   }
   T number = 0;
   if (!json.is_string() || !FromWord(json.get_ref<const std::string&>(), &number)) {
@@ -319,6 +325,7 @@ EncodableValue ReadText(const Json& json, const Place& place) {
 }
 
 EncodableValue ReadPairs(const Json& json, const Place& place) {
+  ExpectRoom(place);
   EncodableMap map;
   size_t index = 0;
   for (const Json& pair : ExpectArray(json, place, "an array of [key, value]")) {
@@ -367,6 +374,7 @@ EncodableValue ReadPlainNumber(const Json& json) {
 }
 
 EncodableValue ReadArray(const Json& json, const Place& place) {
+  ExpectRoom(place);
   EncodableList list;
   list.reserve(json.size());
   for (const Json& element : json) list.push_back(Read(element, place.At(list.size())));
@@ -381,21 +389,46 @@ EncodableValue ReadObject(const Json& json, const Place& place) {
       return form->read(content, {&place, key, 0, place.depth});
     }
   }
+  ExpectRoom(place);
   EncodableMap map;
   for (const auto& [key, content] : members) map[key] = Read(content, place.At(key));
   return map;
 }
 
 EncodableValue Read(const Json& json, const Place& place) {
-  if (json.is_structured() && place.depth >= kDeepestValue) {
-    Fail(place, "it is nested deeper than " + std::to_string(kDeepestValue));
-  }
   if (json.is_number()) return ReadPlainNumber(json);
   if (json.is_array()) return ReadArray(json, place);
   if (json.is_object()) return ReadObject(json, place);
   if (json.is_string()) return json.get_ref<const std::string&>();
   if (json.is_boolean()) return json.get<bool>();
   return {};
+}
+
+// ---- Texts ----
+
+// Whether a control character begins here that the JSON library leaves as it is: U+007F to U+009F.
+bool IsControl(const std::string& text, size_t at) {
+  if (text[at] == '\x7F') return true;
+  return text[at] == '\xC2' && static_cast<uint8_t>(text[at + 1]) < 0xA0;
+}
+
+// They stand in texts only, where JSON has another form for them. The text is UTF-8.
+std::string EscapeControls(std::string text) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  constexpr char kSuspects[] = "\x7F\xC2";
+  size_t at = text.find_first_of(kSuspects);
+  if (at == std::string::npos) return text;
+  std::string escaped;
+  size_t begin = 0;  // Of what is not in `escaped` yet.
+  for (; at != std::string::npos; at = text.find_first_of(kSuspects, at + 1)) {
+    if (!IsControl(text, at)) continue;
+    const size_t end = text[at] == '\x7F' ? at + 1 : at + 2;
+    const auto point = static_cast<uint8_t>(text[end - 1]);
+    escaped.append(text, begin, at - begin).append("\\u00");
+    escaped.append({kDigits[point >> 4], kDigits[point & 15]});
+    begin = end;
+  }
+  return escaped.append(text, begin);
 }
 
 }  // namespace
@@ -407,7 +440,7 @@ Json ToJson(const EncodableValue& value, SmallInt64 small_int64) {
 EncodableValue FromJson(const Json& json) { return Read(json, {}); }
 
 std::string ToText(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return EscapeControls(json.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 std::string ToText(const EncodableValue& value, SmallInt64 small_int64) {

@@ -37,7 +37,7 @@ Json ToJson(const cw::EncodableValue& value, SmallInt64 small_int64 = SmallInt64
 // with a key that looks like a mark but is none is a map.
 cw::EncodableValue FromJson(const Json& json);
 
-// The text is one line; bytes that are no UTF-8 are replaced.
+// The text is one line without control characters; bytes that are no UTF-8 are replaced.
 std::string ToText(const Json& json);
 std::string ToText(const cw::EncodableValue& value, SmallInt64 small_int64 = SmallInt64::kMarked);
 

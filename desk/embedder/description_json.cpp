@@ -1,10 +1,10 @@
 // The description in JSON.
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
 #include "desk/common/json_fields.h"
+#include "desk/common/json_text.h"
 #include "desk/common/value_json.h"
 #include "desk/embedder/description.h"
 #include "desk/embedder/offer.h"
@@ -246,18 +246,6 @@ static Json Write(const Step& source) { return WriteVariant(source, kSteps); }
 namespace {
 
 // ---- The whole ----
-
-// The error text is the part "line 3, column 7: syntax error ..." of the library's longer text.
-Json ParseJson(const std::string& text) {
-  try {
-    return Json::parse(text);
-  } catch (const Json::exception& error) {
-    const std::string what = error.what();  // "[json.exception...] at line 3, column 7: ..."
-    const size_t place = what.find("line ");
-    const size_t text_begin = place == std::string::npos ? what.find("] ") + 2 : place;
-    throw std::runtime_error(what.substr(text_begin));
-  }
-}
 
 template <typename T>
 T ParseObject(const std::string& text, T target) {

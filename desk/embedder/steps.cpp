@@ -54,6 +54,12 @@ Bytes EncodeMessage(const Step& step) {
   return Bytes(encoded.GetData(), encoded.GetData() + encoded.GetSize());
 }
 
+// The text that stands for the key in JSON without marks.
+std::string NameOfKey(const EncodableValue& key) {
+  const auto* wide = key.GetIf<int64_t>();
+  return wide ? std::to_string(*wide) : ToText(key, SmallInt64::kPlain);
+}
+
 // Makes values comparable that JSON without marks cannot tell apart: a step "expect" need not know
 // which type of number or list the plug-in sends.
 struct Simplifier {
@@ -75,8 +81,7 @@ struct Simplifier {
   EncodableValue operator()(const cw::EncodableMap& map) const {
     cw::EncodableMap simple;
     for (const auto& [key, mapped] : map) {
-      simple[key.Is<std::string>() ? key : ToText((*this)(key), SmallInt64::kPlain)] =
-          (*this)(mapped);
+      simple[key.Is<std::string>() ? key : NameOfKey(key)] = (*this)(mapped);
     }
     return simple;
   }

@@ -39,6 +39,7 @@ struct TaskMessaging::Private {
 
   // Only the starter's end records, so that each frame is there once.
   std::optional<desk::FrameRecorder> recorder;
+  QString socket_path;  // Of the task, at the starter's end.
 
   std::mutex mutex;
   // Guarded by mutex.
@@ -50,6 +51,7 @@ struct TaskMessaging::Private {
   explicit Private(TaskMessaging* messaging) : owner(messaging) {}
 
   void ConnectTo(const QString& path) {
+    socket_path = path;
     recorder.emplace(path, desk::TaskReport::GetProcessId(path));
     auto* peer = Add();
     QObject::connect(peer, &desk::MessagePeer::answered, owner,
@@ -94,7 +96,9 @@ struct TaskMessaging::Private {
 
   void Remove(desk::MessagePeer* peer) {
     peers.erase(std::remove(peers.begin(), peers.end(), peer), peers.end());
-    if (!acceptor) GiveUp();  // The starter's end does not connect again.
+    if (acceptor) return;
+    GiveUp();  // The starter's end does not connect again.
+    desk::TaskReport::NoteLostConnection(socket_path);
   }
 
   void GiveUp() {

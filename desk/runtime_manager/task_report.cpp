@@ -9,6 +9,7 @@
 
 #include "desk/common/diagnostics.h"
 #include "desk/runtime_manager/recorder.h"
+#include "desk/runtime_manager/task_socket.h"
 
 namespace desk {
 namespace {
@@ -58,8 +59,8 @@ class SocketTasks {
 };
 
 // Never destroyed, as the above.
-std::function<void(const QString& end)>& Redirection() {
-  static auto& function = *new std::function<void(const QString& end)>;
+std::function<void(const QString& news, bool has_ended)>& Redirection() {
+  static auto& function = *new std::function<void(const QString& news, bool has_ended)>;
   return function;
 }
 
@@ -74,8 +75,14 @@ void TaskReport::NoteAnswer(const QString& socket_path) {
   SocketTasks::Get().NoteAnswer(socket_path);
 }
 
-void TaskReport::Redirect(std::function<void(const QString& end)> function) {
+void TaskReport::Redirect(std::function<void(const QString& news, bool has_ended)> function) {
   Redirection() = std::move(function);
+}
+
+void TaskReport::NoteLostConnection(const QString& socket_path) {
+  if (!Redirection()) return;
+  const QString task = TaskSocket::GetTask(socket_path);
+  Redirection()(QStringLiteral("the connection to the task \"%1\" is lost").arg(task), false);
 }
 
 int TaskReport::GetProcessId(const QString& socket_path) {
@@ -121,7 +128,7 @@ QJsonObject TaskReport::MakeEvent(const char* event) const {
 
 void TaskReport::Tell(const QString& text, bool is_told) const {
   const QString end = QStringLiteral("task \"%1\" (pid %2) %3").arg(task_).arg(process_).arg(text);
-  if (Redirection()) return Redirection()(end);
+  if (Redirection()) return Redirection()(end, true);
   if (is_told) ReportError(end);
 }
 

@@ -23,8 +23,12 @@ class TaskReport {
   TaskReport& operator=(const TaskReport&) = delete;
 
   // Tells the function of each task of this process that ends without having been stopped, in the
-  // place of the line on standard error. Empty: the line again. To be called on the tasks' thread.
-  static void Redirect(std::function<void(const QString& end)> function);
+  // place of the line on standard error, and of each connection to a task that is lost. Empty: the
+  // line again. To be called on the tasks' thread.
+  static void Redirect(std::function<void(const QString& news, bool has_ended)> function);
+
+  // Notes that the connection to the task with this socket is lost.
+  static void NoteLostConnection(const QString& socket_path);
 
   // Notes that the task of this process with this socket, if any, has accepted a connection.
   static void NoteAnswer(const QString& socket_path);

@@ -27,7 +27,10 @@ namespace desk {
 namespace {
 
 constexpr size_t kMaxWatchers = 16;
-constexpr int kSendBuffer = 1 << 20;  // In bytes. The kernel may allow less.
+
+// In bytes. The kernel doubles both, and usually allows no more than the second one.
+constexpr int kSendBuffer = 192 << 10;
+constexpr int kLastBuffer = 208 << 10;  // There is room for the last word when the first is full.
 
 // A connected socket of one watcher.
 class Watcher {
@@ -56,15 +59,26 @@ class Watcher {
   const QByteArray& GetPath() const { return path_; }
 
   void Tell(const QByteArray& entry) {
+    TellDropped();
+    if (dropped_ > 0 || !Send(entry)) ++dropped_;
+  }
+
+  // For a watcher of which this process takes its leave.
+  void TellLast() {
+    if (dropped_ == 0 || !IsConnected()) return;
+    setsockopt(descriptor_, SOL_SOCKET, SO_SNDBUF, &kLastBuffer, sizeof kLastBuffer);
+    TellDropped();
+  }
+
+ private:
+  void TellDropped() {
     if (dropped_ > 0 && Send(MakeEntry({{QStringLiteral("event"), QStringLiteral("dropped")},
                                         {QStringLiteral("count"), dropped_},
                                         {QStringLiteral("pid"), getpid()}}))) {
       dropped_ = 0;
     }
-    if (dropped_ > 0 || !Send(entry)) ++dropped_;
   }
 
- private:
   // Returns false when the watcher has no room, or is gone.
   bool Send(const QByteArray& entry) {
     const auto size = static_cast<size_t>(entry.size());
@@ -126,6 +140,8 @@ class Watchers {
 
   // The key is the identity of a Watchable.
   void Enter(const void* key, QJsonObject introduction) {
+    pid_t nobody = 0;
+    owner_.compare_exchange_strong(nobody, getpid());
     if (IsForked()) return;
     const std::lock_guard lock(mutex_);
     if (introductions_.empty()) Open();
@@ -151,15 +167,11 @@ class Watchers {
 
  private:
   // Another thread may have held the mutex when the process was forked.
-  bool IsForked() const {
-    const pid_t owner = owner_;
-    return owner != 0 && owner != getpid();
-  }
+  bool IsForked() const { return owner_ != getpid(); }
 
   // The functions below need the mutex.
 
   void Open() {
-    owner_ = getpid();
     QString error;  // Nobody has asked to be watched, so it is not told.
     directory_ = GetWatchDirectory();
     if (!MakePrivateDirectory(GetSharedDirectory(), &error) ||
@@ -169,8 +181,8 @@ class Watchers {
   }
 
   void Close() {
-    owner_ = 0;
     directory_.clear();
+    for (Watcher& watcher : watchers_) watcher.TellLast();
     watchers_.clear();
     Tidy();
     DirectoryNotifier* const notifier = std::exchange(notifier_, nullptr);
@@ -243,7 +255,7 @@ class Watchers {
     watchers::are_there = !watchers_.empty();
   }
 
-  std::atomic<pid_t> owner_{0};  // The watched process; 0: there is nothing to watch.
+  std::atomic<pid_t> owner_{0};  // The first process; 0: none has had anything to watch.
   std::mutex mutex_;
   // Guarded by mutex_.
   QByteArray directory_;  // Empty: it cannot be used, or there is nothing to watch.

@@ -245,11 +245,14 @@ TEST_F(EmbedderTest, ExpectedValueMatchesWhateverItsTypes) {
       {"a", std::vector<int64_t>{1, 2}},
       {"b", std::vector<uint8_t>{3}},
       {"c", cw::EncodableList{4.0, std::vector<float>{0.5F}}},
-      {"d", cw::EncodableMap{{5, std::numeric_limits<double>::quiet_NaN()}}}};
+      {"d", cw::EncodableMap{{5, std::numeric_limits<double>::quiet_NaN()}}},
+      {"e", cw::EncodableMap{{1.0, 1}, {int64_t{INT64_MAX}, 2}}}};
   for (const char* expected :
-       {R"({"a": [1, 2.0], "b": [3], "c": [4, [0.5]], "d": {"5": null}})",
+       {R"({"a": [1, 2.0], "b": [3], "c": [4, [0.5]], "d": {"5": null},
+            "e": {"1.0": 1, "9223372036854775807": 2}})",
         R"({"a": {"$int32s": [1, 2]}, "b": {"$bytes": "Aw=="}, "c": [4, [0.5]],
-            "d": {"$map": [[5, {"$float64": "NaN"}]]}})"}) {
+            "d": {"$map": [[5, {"$float64": "NaN"}]]},
+            "e": {"$map": [[1.0, 1], [{"$int64": "9223372036854775807"}, 2]]}})"}) {
     const auto steps =
         R"({"steps": [{"expect": {"channel": "c", "value": )" + std::string(expected) + R"(}}]})";
     std::ostringstream output;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <nlohmann/json.hpp>
 #include <random>
 
@@ -110,6 +111,8 @@ TEST(ValueJsonTest, MarksStandWhereJsonWouldLoseSomething) {
        R"([{"$int64":"7"},2147483648,{"$int64":"-9007199254740992"}])"},
       {std::vector<int64_t>{7, INT64_MIN}, R"({"$int64s":[7,"-9223372036854775808"]})"},
       {std::vector<float>{0.1F, -INFINITY}, R"({"$float32s":[0.1,"-Infinity"]})"},
+      {std::vector<float>{FLT_MAX}, R"({"$float32s":[3.4028235e+38]})"},
+      {"\x7f\xc2\x80\xc2\x9f\xc2\xa0", "\"\\u007f\\u0080\\u009f\xc2\xa0\""},
       {std::vector<uint8_t>{1, 2}, R"({"$bytes":"AQI="})"},
       {"\xff", R"({"$text":"/w=="})"},
       {Map{{"$bytes", 1}}, R"({"$map":[["$bytes",1]]})"},
@@ -164,7 +167,7 @@ TEST(ValueJsonTest, ErrorNamesThePlace) {
   for (const auto& [text, place] : rows) {
     EXPECT_EQ(error(text).substr(0, place.size()), place) << error(text);
   }
-  EXPECT_EQ(error(Nested("[", 1024, "]")), "");
+  EXPECT_EQ(error(Nested(R"([{"$bytes":""},)", 1024, "]")), "");
   EXPECT_EQ(error(Nested(R"({"$map":[[1,)", 1024, "]]}")), "");
   EXPECT_THROW(ToJson(List{Value(cw::CustomEncodableValue(1))}), std::runtime_error);
 }

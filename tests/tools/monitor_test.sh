@@ -38,6 +38,9 @@ lines = [json.loads(line) for line in sys.stdin]
 assert lines[5]["latency_us"] == 21200 and lines[5]["result"] == {"ok": True}, lines[5]
 assert lines[3]["params"]["title"].endswith("\x1b[2J") and lines[13]["kind"] == "unanswered", lines'
 
+{ cat "$talk" && echo '{"event":"dropped","count":1,"pid":100}'; } >"$work/dropped"
+monitor "$work/dropped" | tail -n 1 | grep -q ' 0 requests without' || fail "an answer may be among what was dropped"
+
 # Expressions, and how many lines each of them prints.
 while read -r lines expression; do
   [[ $(monitor --json --match "$expression" "$talk" | wc -l) -eq $lines ]] || fail "$expression"
@@ -97,8 +100,9 @@ until_in 'flrpc.connected id7_1 no answer for 1.0 ms'
 until_in 'flrpc.connected id7_1 1.2 ms null'
 line 5 >"$work/live"
 until_in progress
-line 9 >"$work/next" && mv "$work/next" "$work/live"
+line 9 >"$work/next"
+line 5 >>"$work/live" && mv "$work/next" "$work/live"  # The old file's last line is read as well.
 until_in 'stuck id7_4 no answer'
 kill -INT $!
 wait $! || fail "exit code $? after Ctrl-C"
-grep -q '^4 messages, 1 answer (.*), 0 errors, 1 request without' "$work/out" || fail "$(cat "$work/out")"
+grep -q '^5 messages, 1 answer (.*), 0 errors, 1 request without' "$work/out" || fail "$(cat "$work/out")"

@@ -78,12 +78,13 @@ tavo call wrapper_task echo --repeat 20 | grep -qE '^p99      [0-9]+\.[0-9]{3} m
 
 # Who watches the session sees a call.
 "${program[@]}" monitor --wait method=echo,kind=response --timeout 60 >seen 2>errors &
+monitor=$!
 until [[ -n $(find run -path '*/watch/*' -type s) ]]; do
-  kill -0 $! || fail "monitor: $(<errors)"
+  kill -0 $monitor || fail "monitor: $(<errors)"
   read -rt 0.01 <> <(:) || true
 done
 tavo call wrapper_task echo '"hey"' >/dev/null
-wait $! || fail "monitor: $(<errors)"
+wait $monitor || fail "monitor: $(<errors)"
 grep -qE ' wrapper_task\[[0-9]+\] <- echo id[0-9_]+ .* "hey"$' seen || fail "monitor: $(<seen)"
 
 # Wrong command lines; standard output that nobody can write.
