@@ -173,7 +173,10 @@ void ReadEvent(const Members& members, Entry* entry) {
       entry->words += ' ' + std::to_string(*count);
     }
   }
-  entry->is_error = entry->event == "loss" || signal || status.value_or(0) != 0;
+  const auto stopped = members.find("stopped");  // By its starter.
+  const bool is_stopped = stopped != members.end() && *stopped == true;
+  if (is_stopped) entry->words = "stopped: it " + entry->words;
+  entry->is_error = entry->event == "loss" || (!is_stopped && (signal || status.value_or(0) != 0));
   Members details = members;
   for (const char* known : {"time", "monotonic", "task", "event", "connection", "pid"}) {
     details.erase(known);

@@ -101,6 +101,7 @@ void TaskReport::OnEnd(int status, bool is_asked_for) {
   const int number = is_killed ? WTERMSIG(status) : WEXITSTATUS(status);
   QJsonObject event = MakeEvent("end");
   event.insert(is_killed ? QStringLiteral("signal") : QStringLiteral("status"), number);
+  if (is_asked_for) event.insert(QStringLiteral("stopped"), true);
   RecordIfWanted(event);
   watchable_.reset();
   const bool is_mute = !socket_path_.isEmpty() && !SocketTasks::Get().HasAnswered(socket_path_);

@@ -104,6 +104,7 @@ TEST_F(WatchersTest, EveryWatcherIsToldFromItsArrivalOnWhatTheRecordIsTold) {
     time = entry["monotonic"].toDouble();
   }
   EXPECT_EQ(SIGTERM, early.entries.last()["signal"].toInt());
+  EXPECT_TRUE(early.entries.last()["stopped"].toBool());
 }
 
 // The watcher comes later, so the application's thread finds it.
