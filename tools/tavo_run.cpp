@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -23,8 +22,6 @@
 #include <vector>
 
 #include "tools/tavo_commands.h"
-
-extern "C" char** environ;
 
 namespace tools {
 namespace {
@@ -139,18 +136,32 @@ class Signals {
   sigset_t before_{};
 };
 
-pid_t Spawn(const std::vector<std::string>& command, const sigset_t& mask) {
+// In the new process. Returns only when the command cannot be started.
+void Execute(const std::vector<std::string>& command, const sigset_t& mask) {
   std::vector<char*> words;
   words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  posix_spawnattr_setsigmask(&attributes, &mask);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-  pid_t pid = 0;
-  const int error = posix_spawnp(&pid, words[0], nullptr, &attributes, words.data(), environ);
-  posix_spawnattr_destroy(&attributes);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  execvp(words[0], words.data());
+}
+
+// A pipe that the start of the command closes tells the errno of a failure.
+pid_t Spawn(const std::vector<std::string>& command, const sigset_t& mask) {
+  int ends[2];
+  int error = pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno;
+  const pid_t pid = error == 0 ? fork() : -1;
+  if (pid == 0) {
+    Execute(command, mask);
+    const int cause = errno;
+    _exit(write(ends[1], &cause, sizeof cause) == sizeof cause ? 127 : 126);
+  }
+  if (error == 0) {
+    if (pid < 0) error = errno;
+    close(ends[1]);
+    if (pid > 0 && read(ends[0], &error, sizeof error) > 0) waitpid(pid, nullptr, 0);
+    close(ends[0]);
+  }
   if (error != 0) throw CommandError(kNotStarted, command[0] + ": " + std::strerror(error));
   return pid;
 }
