@@ -7,7 +7,8 @@ build=$(realpath "$1")
 shift
 emulator=("$@")
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+server=
+trap '[[ -z $server ]] || kill -9 $server 2>/dev/null || true; rm -rf "$work"' EXIT
 cd "$work"
 mkdir apps more
 export XDG_RUNTIME_DIR=$work/run XDG_DATA_HOME=$work/data XDG_DATA_DIRS=$work/data
@@ -125,20 +126,23 @@ stop() {
   wait $server && fail "SIGINT: 0" || [[ $? == 130 ]] || fail "SIGINT"
 }
 row 3 '' 'no application offers the intent "Count"' intent Count '{}'
-serve Count -- python3 -c 'import json, sys; print(json.dumps({"n": len(json.load(sys.stdin)), "args": sys.argv[1:]}))' '[a,b]' --x '$HOME'
-row 0 '{"args":["[a,b]","--x","$HOME"],"n":2}' '' intent Count '{"a": 1, "b": 2}'
-row 2 '' 'a JSON object is wanted' intent Count '[]'
-stop
-for command in false 'echo hi' 'echo [1]' /nowhere/x; do
-  # shellcheck disable=SC2086
-  serve Count -- $command
-  row 1 '' 'error 32: ' intent Count '{}'
-  grep -qF 'tavo intent: "Count" fails: ' served || fail "$command: $(<served)"
+# Under user-mode emulation Qt's process class closes a descriptor of the event loop.
+if [[ ${#emulator[@]} -eq 0 ]]; then
+  serve Count -- python3 -c 'import json, sys; print(json.dumps({"n": len(json.load(sys.stdin)), "args": sys.argv[1:]}))' '[a,b]' --x '$HOME'
+  row 0 '{"args":["[a,b]","--x","$HOME"],"n":2}' '' intent Count '{"a": 1, "b": 2}'
+  row 2 '' 'a JSON object is wanted' intent Count '[]'
   stop
-done
-serve Count -- sleep 1000
-row 4 '' 'was not answered in time' intent Count --timeout 0.5
-stop
+  for command in false 'echo hi' 'echo [1]' /nowhere/x; do
+    # shellcheck disable=SC2086
+    serve Count -- $command
+    row 1 '' 'error 32: ' intent Count '{}'
+    grep -qF 'tavo intent: "Count" fails: ' served || fail "$command: $(<served)"
+    stop
+  done
+  serve Count -- sleep 1000
+  row 4 '' 'was not answered in time' intent Count --timeout 0.5
+  stop
+fi
 TAVO_DESK_OPEN_URI=record TAVO_DESK_RECORD=$work/opened row 0 '' '' open https://example.org
 grep -qF '"uri":"https://example.org"' opened || fail "nothing was opened"
 TAVO_DESK_OPEN_URI=fail row 1 '' 'tavo open: x: was not opened' open x:
