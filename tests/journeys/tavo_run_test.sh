@@ -35,11 +35,14 @@ grep -qF 'open: other users may open it' errors || fail "$(cat errors)"
 
 # Signals go on; a process that does not end when asked is killed, also if it has left its parent.
 expect 9 -- sh -c 'trap "exit 9" USR1; kill -USR1 $PPID; while :; do sleep 0.01; done'
-mkfifo ready
-expect 0 -- sh -c '(trap "" TERM; echo $$ >ready; sleep 1000) & read -r pid <ready; setsid sleep 1000 &'
-left=$(grep -lzs "^TMPDIR=$TMPDIR$" /proc/[0-9]*/environ | cut -d / -f 3 |
-  xargs -r ps -o args= -p | grep '[s]leep' || true)
-[[ -z $left ]] || fail "a process is left: $left"
+# User-mode emulation does not know of orphans that come to another process.
+if [[ -z $TAVO_DESK_WRAPPER ]]; then
+  mkfifo ready
+  expect 0 -- sh -c '(trap "" TERM; echo $$ >ready; sleep 1000) & read -r pid <ready; setsid sleep 1000 &'
+  left=$(grep -lzs "^TMPDIR=$TMPDIR$" /proc/[0-9]*/environ | cut -d / -f 3 |
+    xargs -r ps -o args= -p | grep '[s]leep' || true)
+  [[ -z $left ]] || fail "a process is left: $left"
+fi
 
 # A watcher sees a task that works when the command ends.
 truncate -s 8G large
