@@ -50,7 +50,9 @@ cat >talk <<END
 ${tavo[*]} top --once --json --interval 3 >top & top=\$!
 until [ -n "\$(ls "\$XDG_RUNTIME_DIR/tavo/watch" 2>/dev/null)" ]; do :; done
 $* $build/bin/tavo-embed $build/lib/libdigest_plugin.so --libs-path $build/lib -- large 2>/dev/null &
+plugin=\$!
 wait \$top
+[ -z "\$TAVO_DESK_WRAPPER" ] || kill \$plugin  # Nobody else ends it there.
 END
 expect 0 --record record -- sh talk
 python3 - <<'PYTHON' || fail "$(cat top)"
