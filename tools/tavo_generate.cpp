@@ -110,7 +110,7 @@ std::string WriteBash(const std::vector<Command>& commands) {
 
 // ---- zsh ----
 
-// A piece of a specification between single quotes.
+// A word of the arguments of _arguments, between single quotes.
 std::string EscapeForZsh(std::string text) {
   for (const char* special : {"\\", "[", "]", ":"}) {
     text = Replace(text, special, std::string("\\") + special);
