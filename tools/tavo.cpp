@@ -44,6 +44,8 @@ int main(int argc, char** argv) {
   tools::AddDiagram(app);
   tools::AddTop(app);
   tools::AddRun(app);
+  tools::AddReplay(app);
+  tools::AddMock(app);
   tools::AddBind(app);
   tools::AddDecode(app);
   tools::AddEmbed(app);

@@ -43,9 +43,11 @@ void AddEncode(CLI::App& app);
 void AddGenerate(CLI::App& app);  // Of all subcommands that are added before or later.
 void AddIntent(CLI::App& app);
 void AddListen(CLI::App& app);
+void AddMock(CLI::App& app);
 void AddMonitor(CLI::App& app);
 void AddNotify(CLI::App& app);
 void AddOpen(CLI::App& app);
+void AddReplay(CLI::App& app);
 void AddRun(CLI::App& app);
 void AddTasks(CLI::App& app);
 void AddTop(CLI::App& app);
