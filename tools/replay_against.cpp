@@ -34,7 +34,7 @@ class Replay {
     for (size_t i = 0; i < messages_.size(); ++i) {
       const bool is_notification = messages_[i].type == Message::Type::kNotification;
       if (!messages_[i].is_to_task && is_notification) {
-        expected_[messages_[i].method].recorded.push_back(i);
+        expected_[{messages_[i].method, messages_[i].call}].recorded.push_back(i);
       }
     }
   }
@@ -59,7 +59,7 @@ class Replay {
 
  private:
   struct Expected {
-    std::vector<size_t> recorded;  // The notifications of a method,
+    std::vector<size_t> recorded;  // Notifications,
     size_t come = 0;               // and how many of them have come.
   };
 
@@ -136,18 +136,18 @@ class Replay {
     ++counts_.answers;
   }
 
-  // The notifications of a method are compared one by one, in their order.
+  // The notifications of a method, and of a call, are compared one by one in their order.
   void TakeNotifications() {
     for (const Message::Notification& notification : task_->TakeNotifications()) {
       if (plan_.answers_only) continue;
-      Expected& expected = expected_[notification.method];
+      const auto found = expected_.find({notification.method, GetCall(notification.params)});
       const std::string what = "the notification \"" + notification.method + '"';
       const Message now{Message::Notification(notification)};
-      if (expected.come == expected.recorded.size()) {
+      if (found == expected_.end() || found->second.come == found->second.recorded.size()) {
         differences_.TellAdded(0, what, now);
         continue;
       }
-      const size_t index = expected.recorded[expected.come++];
+      const size_t index = found->second.recorded[found->second.come++];
       differences_.Compare(messages_[index].line, what, messages_[index].Decode(), now);
       has_come_[index] = true;
       ++counts_.notifications;
@@ -174,11 +174,11 @@ class Replay {
   const ReplayPlan& plan_;
   Differences& differences_;
   ReplayCounts& counts_;
-  std::vector<bool> has_come_;                                 // By the message.
-  std::map<std::string, Expected> expected_;                   // By the method.
-  std::vector<std::pair<size_t, Message::Response>> answers_;  // That nobody has looked at.
-  TaskClient* task_ = nullptr;                                 // While Run is running.
-  Clock::time_point begin_;                                    // Of the connection.
+  std::vector<bool> has_come_;                                        // By the message.
+  std::map<std::pair<std::string, std::string>, Expected> expected_;  // By the method and the call.
+  std::vector<std::pair<size_t, Message::Response>> answers_;         // That nobody has looked at.
+  TaskClient* task_ = nullptr;                                        // While Run is running.
+  Clock::time_point begin_;                                           // Of the connection.
 };
 
 }  // namespace

@@ -35,8 +35,8 @@ bool AreSame(const EncodableValue& a, const EncodableValue& b) {
   return a.Serialize() == b.Serialize();
 }
 
-std::string ToText(const EncodableValue* value) {
-  return value ? desk::ToText(*value) : "(nothing)";
+std::string ToText(const EncodableValue* value, desk::SmallInt64 small_int64) {
+  return value ? desk::ToText(*value, small_int64) : "(nothing)";
 }
 
 // Cuts the beginning that long texts have in common.
@@ -138,8 +138,13 @@ void Differences::Tell(size_t line, const std::string& what, const EncodableValu
                        const EncodableValue* now) {
   if (++count_ > kMaxTold) return;
   const size_t columns = std::max<size_t>(columns_, 2 * kLabel) - kLabel;
-  std::string before = ToText(recorded);
-  std::string after = ToText(now);
+  constexpr auto kPlain = desk::SmallInt64::kPlain;
+  std::string before = ToText(recorded, kPlain);
+  std::string after = ToText(now, kPlain);
+  if (before == after) {  // The types differ.
+    before = ToText(recorded, desk::SmallInt64::kMarked);
+    after = ToText(now, desk::SmallInt64::kMarked);
+  }
   CutBeginning(columns, &before, &after);
   print_(Printable(file_) + (line > 0 ? ':' + std::to_string(line) : "") + ": " + Printable(what));
   print_("  recorded  " + Fit(before, columns));

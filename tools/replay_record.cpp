@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "cw/map_access.h"
 #include "tools/message_of.h"
 #include "tools/printable.h"
 #include "tools/record_reader.h"
@@ -63,6 +64,8 @@ class ConversationReader {
       if (!kept.is_to_task) return false;
       waiting_.emplace(request->id.GetText(), index);  // The oldest one gets the answer.
       kept.method = request->method;
+      const std::string call = GetCall(request->params);
+      if (!call.empty()) calls_[call] = index;
     } else if (const auto* response = message.GetResponse()) {
       const auto found = waiting_.find(response->id.GetText());
       if (kept.is_to_task || found == waiting_.end()) return false;
@@ -72,6 +75,9 @@ class ConversationReader {
       waiting_.erase(found);
     } else {
       kept.method = message.GetNotification()->method;
+      kept.call = GetCall(message.GetNotification()->params);
+      const auto found = calls_.find(kept.call);
+      if (found != calls_.end()) kept.partner = found->second;
     }
     kept.type = message.GetType();
     kept.at = GetTime(entry);
@@ -101,6 +107,7 @@ class ConversationReader {
 
   RecordedConversation conversation_;
   std::map<std::string, size_t> waiting_;  // Requests by their identifiers.
+  std::map<std::string, size_t> calls_;    // The same by the tokens of their calls.
   std::set<std::string> handshakes_;       // Identifiers.
   Entry begin_;
   std::chrono::microseconds last_{0};
@@ -205,6 +212,13 @@ void Select(const RecordSelection& selection, Record* record) {
 }
 
 }  // namespace
+
+std::string GetCall(const cw::EncodableValue& params) {
+  const auto* call = cw::Find(&params, "$call");
+  if (!call) return "";
+  const forge::Buffer bytes = call->Serialize();
+  return {reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize()};
+}
 
 Record ReadRecord(const std::string& command, const RecordSelection& selection) {
   Record record = Reader(command, selection.file).Read();

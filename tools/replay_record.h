@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "cw/encodable_value.h"
 #include "flrpc/message.h"
 
 namespace tools {
@@ -24,9 +25,14 @@ struct RecordedMessage {
   std::string method;               // Of an answer, that of its request.
   size_t line = 0;                  // Of the record.
   std::chrono::microseconds at{0};  // Since the connection. Times never decrease.
-  size_t partner = kNoMessage;      // The answer of a request, and the request of an answer.
+  size_t partner = kNoMessage;      // The answer of a request; else the request that it belongs to.
+  std::string call;                 // Of a notification: see GetCall.
   std::string data;                 // Base64.
 };
+
+// Returns the token of the kit's calls ("$call") in the parameters of a message, as bytes; empty
+// when there is none. It tells to which request a notification belongs (docs/kit.md).
+std::string GetCall(const cw::EncodableValue& params);
 
 // What was said over one connection, without the handshake.
 struct RecordedConversation {

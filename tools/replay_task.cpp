@@ -20,8 +20,8 @@ using cw::EncodableValue;
 using flrpc::IReply;
 using flrpc::Message;
 
-// A message of the starter (null: its connection), and what the task sent until the next one. An
-// answer is at its request.
+// A message of the starter (null: its connection), and what the task sent until the next one. What
+// belongs to a request is at that request.
 struct Turn {
   const RecordedMessage* message = nullptr;
   std::vector<const RecordedMessage*> followers;
@@ -62,8 +62,8 @@ class Player {
         turn_of[i] = turns_.size();
         turns_.push_back({&message, {}});
       } else {
-        const bool is_answer = message.type == Message::Type::kResponse;
-        const size_t turn = is_answer ? turn_of.at(message.partner) : turns_.size() - 1;
+        const bool has_partner = message.partner != kNoMessage;
+        const size_t turn = has_partner ? turn_of.at(message.partner) : turns_.size() - 1;
         turns_[turn].followers.push_back(&message);
       }
     }

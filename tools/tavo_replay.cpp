@@ -101,6 +101,7 @@ void RunAgainst(const Options& options, const Record& record, std::vector<ValueP
 // ---- --as ----
 
 void Install(const Options& options) {
+  if (options.selection.file == "-") throw CommandError(kWrongUsage, "a task needs a file to read");
   std::vector<std::string> arguments{
       "replay", fs::absolute(options.selection.file).lexically_normal(), "--as=" + options.as};
   const std::string& connection = options.selection.connection;
