@@ -24,7 +24,7 @@ build_project() {
     >"$work/log" 2>&1 && cmake --build "$2" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 }
 
-for file in man/man1/tavo-decode.1 bash-completion/completions/tavo zsh/site-functions/_tavo; do
+for file in man/man1/tavo-decode.1.gz bash-completion/completions/tavo zsh/site-functions/_tavo; do
   [[ -s $prefix/share/$file ]] || fail "no $file"
 done
 
