@@ -8,6 +8,7 @@
 
 #include "desk/common/standard_descriptors.h"
 #include "desk/embedder/embed.h"
+#include "src/tavo_version.h"
 #include "tools/printable.h"
 #include "tools/tavo_commands.h"
 

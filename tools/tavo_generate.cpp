@@ -8,6 +8,7 @@
 #include <sstream>
 #include <vector>
 
+#include "src/tavo_version.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
