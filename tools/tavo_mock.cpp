@@ -158,17 +158,16 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddMock(CLI::App& app) {
+void AddMock(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const mock = app.add_subcommand("mock", kAbout);
-  mock->footer(kFooter);
-  mock->add_option("FILE", options->file, "The description of the task")->required();
-  mock->add_option("DIR", options->directory, "Where --install writes");
-  mock->add_flag("--install", options->installs,
-                 "Write a desktop entry, by which the task is found");
-  mock->add_option("--libs-path", options->libraries, "What a starter adds; it has no effect")
-      ->type_name("DIR");
-  mock->callback([options] { Run(*options); });
+  desk::Command mock = program.AddCommand("mock", kAbout, kFooter);
+  mock.AddArgument("FILE", &options->file, "The description of the task").Require();
+  mock.AddArgument("DIR", &options->directory, "Where --install writes");
+  mock.AddFlag("--install", &options->installs,
+               "Write a desktop entry, by which the task is found");
+  mock.AddOption("--libs-path", &options->libraries, "DIR",
+                 "What a starter adds; it has no effect");
+  mock.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -95,7 +95,7 @@ void RunAgainst(const Options& options, const Record& record, std::vector<ValueP
   std::cout << Summarize(counts, record, differences.GetCount()) << std::endl;
   if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
   ThrowIfDamaged(record);
-  if (differences.GetCount() > 0) throw CLI::RuntimeError(kFailed);
+  if (differences.GetCount() > 0) throw CommandError(kFailed, "");  // It is told.
 }
 
 // ---- --as ----
@@ -130,44 +130,35 @@ void Run(Options options) {
 
 }  // namespace
 
-void AddReplay(CLI::App& app) {
+void AddReplay(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const replay = app.add_subcommand("replay", kAbout);
-  replay->footer(kFooter);
-  replay->add_option("FILE", options->selection.file, "The record")->required();
-  auto* const against =
-      replay->add_option("--against", options->against, "Repeat the conversations with this task")
-          ->type_name("TASK");
-  auto* const as = replay->add_option("--as", options->as, "Play this task")->type_name("TASK");
-  as->excludes(against);
+  desk::Command replay = program.AddCommand("replay", kAbout, kFooter);
+  replay.AddArgument("FILE", &options->selection.file, "The record").Require();
+  const desk::Option against = replay.AddOption("--against", &options->against, "TASK",
+                                                "Repeat the conversations with this task");
+  desk::Option as = replay.AddOption("--as", &options->as, "TASK", "Play this task");
+  as.Exclude(against);
+  replay.AddOption("--connection", &options->selection.connection, "NAME",
+                   "Only the conversation of this connection; otherwise all of the task in turn");
+  replay.AddOption("--ignore", &options->ignored, "PATH",
+                   "What may differ, such as result.time or params.items[*].id");
+  replay.AddFlag("--fast", &options->is_fast, "With --against: without the recorded pauses")
+      .Need(against);
   replay
-      ->add_option("--connection", options->selection.connection,
-                   "Only the conversation of this connection; otherwise all of the task in turn")
-      ->type_name("NAME");
-  replay
-      ->add_option("--ignore", options->ignored,
-                   "What may differ, such as result.time or params.items[*].id")
-      ->type_name("PATH")
-      ->allow_extra_args(false);
-  replay->add_flag("--fast", options->is_fast, "With --against: without the recorded pauses")
-      ->needs(against);
-  replay
-      ->add_flag("--answers-only", options->answers_only,
-                 "With --against: leave the task's notifications out")
-      ->needs(against);
-  AddTimeout(*replay, &options->timeout,
+      .AddFlag("--answers-only", &options->answers_only,
+               "With --against: leave the notifications of the task out")
+      .Need(against);
+  AddTimeout(replay, &options->timeout,
              "With --against: how long to wait for the connection and for each message")
-      ->needs(against);
-  replay->add_flag("--pace", options->has_pauses, "With --as: with the recorded pauses")->needs(as);
+      .Need(against);
+  replay.AddFlag("--pace", &options->has_pauses, "With --as: with the recorded pauses").Need(as);
   replay
-      ->add_option("--install", options->directory,
-                   "With --as: write the desktop entry DIR/TASK.desktop, by which the task is "
-                   "found")
-      ->type_name("DIR")
-      ->needs(as);
-  replay->add_option("--libs-path", options->libraries, "What a starter adds; it has no effect")
-      ->type_name("DIR");
-  replay->callback([options] { Run(*options); });
+      .AddOption("--install", &options->directory, "DIR",
+                 "With --as: write the desktop entry DIR/TASK.desktop, by which it is found")
+      .Need(as);
+  replay.AddOption("--libs-path", &options->libraries, "DIR",
+                   "What a starter adds; it has no effect");
+  replay.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -149,6 +149,25 @@ TAVO_DESK_RECORD=$PWD/count tavo call notes count --repeat 4 >/dev/null
 results=$(tavo decode --json --file count | grep -o '"result":.*' | tr -d '\n')
 [[ $results == '"result":null}"result":1}"result":2}"result":3}"result":3}' ]] || fail "as notes: $results"
 
+# What names a call of the kit belongs to that call, in whichever order it came; what has no answer
+# gets none.
+frame() { echo "{\"task\":\"kit\",\"direction\":\"$1\",\"message\":{\"data\":\"$(tavo encode "$2")\"}}"; }
+{
+  for id in 1 2 3; do
+    frame to '{"jsonrpc":"2.0","id":"'$id'","method":"work","params":{"$call":'$id'}}'
+  done
+  for id in 2 1; do
+    frame from '{"jsonrpc":"2.0","method":"part","params":{"$call":'$id'}}'
+    frame from '{"jsonrpc":"2.0","id":"'$id'","result":'$id'}'
+  done
+} >kit
+tavo replay kit --as kit --install apps >/dev/null
+row 0 1 '{"method":"part","params":{"$call":1}}' call kit work '{"$call": 1}' --notify-out
+[[ $(wc -l <errors) == 1 ]] || fail "of another call: $(<errors)"
+row 4 '' 'has not answered in time' call kit work '{"$call": 3}' --timeout 0.2
+row 0 '3 messages sent, 2 answers and 2 notifications compared: 0 differences' '' \
+  replay kit --against kit --fast
+
 # Damaged records, wrong command lines.
 { head -n 8 talk; echo '{"task":"notes","direction":"to","message":{"data":"?"}}'; echo '{'; } >damaged
 row 1 "$PWD/apps/notes.desktop" 'damaged:10: it is not JSON' replay damaged --as notes --install apps
