@@ -50,7 +50,8 @@ class KeepingSource final : public ILineSource {
 // Follows one connection.
 class ConversationReader {
  public:
-  explicit ConversationReader(const Entry& first) : begin_(first) {
+  explicit ConversationReader(const Entry& first) {
+    SetBegin(first);
     conversation_.connection = first.connection;
     conversation_.task = first.task;
   }
@@ -96,8 +97,13 @@ class ConversationReader {
     const auto* response = message.GetResponse();
     if (!response || handshakes_.count(response->id.GetText()) == 0) return false;
     is_connected_ = response->HasResult();
-    begin_ = entry;
+    SetBegin(entry);
     return true;
+  }
+
+  void SetBegin(const Entry& entry) {
+    begin_.wall = entry.wall;
+    begin_.monotonic = entry.monotonic;
   }
 
   std::chrono::microseconds GetTime(const Entry& entry) {
@@ -109,7 +115,7 @@ class ConversationReader {
   std::map<std::string, size_t> waiting_;  // Requests by their identifiers.
   std::map<std::string, size_t> calls_;    // The same by the tokens of their calls.
   std::set<std::string> handshakes_;       // Identifiers.
-  Entry begin_;
+  Entry begin_;                            // Its times alone.
   std::chrono::microseconds last_{0};
   bool is_connected_ = false;
 };

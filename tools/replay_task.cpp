@@ -103,7 +103,7 @@ class Player {
   }
 
   void Answer(const std::string& method, const EncodableValue& params,
-              std::shared_ptr<IReply> reply) {
+              const std::shared_ptr<IReply>& reply) {
     const auto found = equal_turns_.find('r' + KeyOf(method, params));
     if (found != equal_turns_.end()) return Play(turns_[found->second.TakeNext()], reply);
     reply->SendError(tavo::kit::kInvalidParams,

@@ -74,7 +74,7 @@ class Mock {
   }
 
   void Answer(const MockMethod& method, const EncodableValue& params,
-              std::shared_ptr<IReply> reply) {
+              const std::shared_ptr<IReply>& reply) {
     EncodableList contents;
     try {
       contents = FillInAll(method, method.error ? method.error->data : TakeResult(method), params);
