@@ -92,7 +92,7 @@ class Player {
     if (is_request) {
       task_.Get().OnRequest(message.method, [this](const auto& method, const auto& params,
                                                    std::unique_ptr<IReply>&& reply) {
-        Answer(method, params, std::move(reply));
+        Answer(method, params, std::shared_ptr<IReply>(std::move(reply)));
       });
     } else {
       task_.Get().OnNotify(message.method, [this](const auto& notification) {

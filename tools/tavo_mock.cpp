@@ -62,7 +62,7 @@ class Mock {
   void Offer(const std::string& name, const MockMethod& method) {
     task_.Get().OnRequest(
         name, [this, &method](auto&, const auto& params, std::unique_ptr<IReply>&& reply) {
-          Answer(method, params, std::move(reply));
+          Answer(method, params, std::shared_ptr<IReply>(std::move(reply)));
         });
     task_.Get().OnNotify(name, [this, &method](const auto& notification) {
       try {

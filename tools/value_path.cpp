@@ -68,8 +68,12 @@ class Parser {
 
   PathStep TakeInBrackets() {
     if (text_.substr(at_, 1) == "\"") return Member(TakeQuoted());
-    if (text_.substr(at_, 1) == "*") return ++at_, PathStep{Kind::kAny, {}, 0};
     PathStep step{Kind::kElement, {}, 0};
+    if (text_.substr(at_, 1) == "*") {
+      ++at_;
+      step.kind = Kind::kAny;
+      return step;
+    }
     const char* const end = text_.data() + text_.size();
     const auto result = std::from_chars(text_.data() + at_, end, step.index);
     if (result.ec != std::errc()) Fail("in brackets is a number, a \"name\" or *");
