@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   tools::AddDiagram(program);
   tools::AddTop(program);
   tools::AddRun(program);
+  tools::AddNew(program);
   tools::AddBind(program);
   tools::AddDecode(program);
   tools::AddEmbed(program);

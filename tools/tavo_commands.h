@@ -45,6 +45,7 @@ void AddGenerate(desk::CommandLine& program);  // Of all subcommands that are ad
 void AddIntent(desk::CommandLine& program);
 void AddListen(desk::CommandLine& program);
 void AddMonitor(desk::CommandLine& program);
+void AddNew(desk::CommandLine& program);
 void AddNotify(desk::CommandLine& program);
 void AddOpen(desk::CommandLine& program);
 void AddRun(desk::CommandLine& program);

@@ -28,6 +28,11 @@ build armhf -G Ninja -DCMAKE_TOOLCHAIN_FILE="$source/cmake/toolchains/armhf.cmak
   -DCMAKE_PREFIX_PATH="$arm"
 readelf -h "$work/armhf/libfirst_plugin.so" | grep -q 'Machine: *ARM'
 
+for kind in plugin task app; do
+  (cd "$work" && "$native/bin/tavo" new $kind my_$kind && cd my_$kind && cmake --workflow --preset default) \
+    >"$work/log" 2>&1 || { echo "FAILED: tavo new $kind"; cat "$work/log"; exit 1; }
+done
+
 cat >"$work/plugin/CMakeLists.txt" <<CMAKE
 cmake_minimum_required(VERSION 3.25)
 project(taken_in LANGUAGES CXX)
