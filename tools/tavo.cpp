@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
   tools::AddRun(program);
   tools::AddReplay(program);
   tools::AddMock(program);
+  tools::AddNew(program);
   tools::AddBind(program);
   tools::AddDecode(program);
   tools::AddEmbed(program);

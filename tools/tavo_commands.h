@@ -46,6 +46,7 @@ void AddIntent(desk::CommandLine& program);
 void AddListen(desk::CommandLine& program);
 void AddMock(desk::CommandLine& program);
 void AddMonitor(desk::CommandLine& program);
+void AddNew(desk::CommandLine& program);
 void AddNotify(desk::CommandLine& program);
 void AddOpen(desk::CommandLine& program);
 void AddReplay(desk::CommandLine& program);
