@@ -40,6 +40,8 @@ int main(int argc, char** argv) {
   tools::AddDiagram(program);
   tools::AddTop(program);
   tools::AddRun(program);
+  tools::AddReplay(program);
+  tools::AddMock(program);
   tools::AddNew(program);
   tools::AddBind(program);
   tools::AddDecode(program);

@@ -44,10 +44,12 @@ void AddEncode(desk::CommandLine& program);
 void AddGenerate(desk::CommandLine& program);  // Of all subcommands that are added before or later.
 void AddIntent(desk::CommandLine& program);
 void AddListen(desk::CommandLine& program);
+void AddMock(desk::CommandLine& program);
 void AddMonitor(desk::CommandLine& program);
 void AddNew(desk::CommandLine& program);
 void AddNotify(desk::CommandLine& program);
 void AddOpen(desk::CommandLine& program);
+void AddReplay(desk::CommandLine& program);
 void AddRun(desk::CommandLine& program);
 void AddTasks(desk::CommandLine& program);
 void AddTop(desk::CommandLine& program);

@@ -1,0 +1,152 @@
+#include "tools/replay_task.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "kit/responder.h"
+#include "tools/session.h"
+#include "tools/task_server.h"
+
+namespace tools {
+namespace {
+
+using cw::EncodableMap;
+using cw::EncodableValue;
+using flrpc::IReply;
+using flrpc::Message;
+
+// A message of the starter (null: its connection), and what the task sent until the next one. What
+// belongs to a request is at that request.
+struct Turn {
+  const RecordedMessage* message = nullptr;
+  std::vector<const RecordedMessage*> followers;
+};
+
+// The turns of equal messages, in their order.
+struct EqualTurns {
+  size_t TakeNext() { return turns[std::min(next++, turns.size() - 1)]; }
+
+  std::vector<size_t> turns;
+  size_t next = 0;
+};
+
+class Player {
+ public:
+  Player(Session& session, const std::vector<RecordedConversation>& conversations,
+         const ReplayRole& role)
+      : role_(role), turns_(1), task_(session) {
+    for (const RecordedConversation& conversation : conversations) AddTurns(conversation);
+    for (size_t i = 1; i < turns_.size(); ++i) {
+      const Message message = turns_[i].message->Decode();
+      equal_turns_[KeyOf(message)].turns.push_back(i);
+    }
+  }
+
+  void Run() {
+    for (size_t i = 1; i < turns_.size(); ++i) Offer(*turns_[i].message);
+    task_.Get().OnConnected([this](const auto&) { Play(turns_[0], nullptr); });
+    task_.Serve();
+  }
+
+ private:
+  void AddTurns(const RecordedConversation& conversation) {
+    std::map<size_t, size_t> turn_of;  // By the index of a message.
+    for (size_t i = 0; i < conversation.messages.size(); ++i) {
+      const RecordedMessage& message = conversation.messages[i];
+      if (message.is_to_task) {
+        turn_of[i] = turns_.size();
+        turns_.push_back({&message, {}});
+      } else {
+        const bool has_partner = message.partner != kNoMessage;
+        const size_t turn = has_partner ? turn_of.at(message.partner) : turns_.size() - 1;
+        turns_[turn].followers.push_back(&message);
+      }
+    }
+  }
+
+  // What equal messages have in common.
+  std::string KeyOf(const Message& message) const {
+    if (const auto* request = message.GetRequest()) {
+      return 'r' + KeyOf(request->method, request->params);
+    }
+    const auto* notification = message.GetNotification();
+    return notification ? 'n' + KeyOf(notification->method, notification->params) : "";
+  }
+  std::string KeyOf(const std::string& method, const EncodableValue& params) const {
+    EncodableValue content = EncodableMap{{"params", params}};
+    for (const ValuePath& pattern : role_.ignored) ClearParts(&content, pattern, 0);
+    const forge::Buffer bytes = content.Serialize();
+    std::string key = method + '\0';
+    return key.append(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize());
+  }
+
+  // Takes such messages, each method once.
+  void Offer(const RecordedMessage& message) {
+    const bool is_request = message.type == Message::Type::kRequest;
+    if (!offered_.emplace(is_request, message.method).second) return;
+    if (is_request) {
+      task_.Get().OnRequest(message.method, [this](const auto& method, const auto& params,
+                                                   std::unique_ptr<IReply>&& reply) {
+        Answer(method, params, std::shared_ptr<IReply>(std::move(reply)));
+      });
+    } else {
+      task_.Get().OnNotify(message.method, [this](const auto& notification) {
+        const auto found = equal_turns_.find('n' + KeyOf(notification.method, notification.params));
+        if (found != equal_turns_.end()) Play(turns_[found->second.TakeNext()], nullptr);
+      });
+    }
+  }
+
+  void Answer(const std::string& method, const EncodableValue& params,
+              const std::shared_ptr<IReply>& reply) {
+    const auto found = equal_turns_.find('r' + KeyOf(method, params));
+    if (found != equal_turns_.end()) return Play(turns_[found->second.TakeNext()], reply);
+    reply->SendError(tavo::kit::kInvalidParams,
+                     "the record has no request \"" + method + "\" with these parameters", {});
+  }
+
+  // `reply` is null when nothing is to be answered.
+  void Play(const Turn& turn, const std::shared_ptr<IReply>& reply) {
+    for (const RecordedMessage* follower : turn.followers) {
+      std::chrono::microseconds pause{0};
+      if (role_.has_pauses) pause = follower->at - (turn.message ? turn.message->at : pause);
+      const auto send = [this, follower, reply](const EncodableValue&) { Send(*follower, reply); };
+      if (!task_.SendLater(pause, {}, send)) {
+        Session::PrintError("tavo replay: a message is not sent: too many wait");
+      }
+    }
+  }
+
+  void Send(const RecordedMessage& recorded, const std::shared_ptr<IReply>& reply) const {
+    const Message message = recorded.Decode();
+    if (const auto* notification = message.GetNotification()) {
+      return task_.Get().SendNotify(notification->method, notification->params);
+    }
+    const auto* response = message.GetResponse();
+    if (!response || !reply) return;
+    if (const auto* error = response->GetError()) {
+      reply->SendError(error->code, error->message, error->data);
+    } else {
+      reply->SendResult(*response->GetResult());
+    }
+  }
+
+  const ReplayRole& role_;
+  std::vector<Turn> turns_;  // The first one is that of the connection.
+  std::unordered_map<std::string, EqualTurns> equal_turns_;
+  std::set<std::pair<bool, std::string>> offered_;  // Requests or not, and their methods.
+  TaskServer task_;  // Its end drops the functions that refer to the others.
+};
+
+}  // namespace
+
+void ReplayAs(const std::vector<RecordedConversation>& conversations, const ReplayRole& role) {
+  RunSession([&](Session& session) { Player(session, conversations, role).Run(); });
+}
+
+}  // namespace tools
