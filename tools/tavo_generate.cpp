@@ -126,8 +126,12 @@ void WriteZshOption(const Option& option, std::ostream& text) {
          << ":_files'";
     return;
   }
+  std::string synonyms;  // Once is enough of all of them.
+  for (const std::string& name : option.names) synonyms += (synonyms.empty() ? "" : " ") + name;
   for (const std::string& name : option.names) {
-    text << " \\\n      '" << name << '[' << EscapeForZsh(option.about) << ']';
+    const char* const joint = value.empty() ? "" : name[1] == '-' ? "=" : "+";  // --FILE=x, -fx
+    text << " \\\n      '" << (option.is_repeated ? "*" : '(' + synonyms + ')') << name << joint
+         << '[' << EscapeForZsh(option.about) << ']';
     if (!value.empty()) text << ':' << value << ":_files";
     text << '\'';
   }
@@ -144,10 +148,10 @@ std::string WriteZsh(const std::vector<Command>& commands) {
     text << "      '" << commands[i].name << ':' << EscapeForZsh(commands[i].summary) << "'\n";
   }
   text << "    )\n"
-          "    _describe command commands\n"
-          "    compadd -- "
-       << OptionWords(commands[0])
-       << "\n"
+          "    [[ $PREFIX == -* ]] || { _describe command commands; return }\n"
+          "    _arguments";
+  for (const Option& option : commands[0].options) WriteZshOption(option, text);
+  text << "\n"
           "    return\n"
           "  fi\n"
           "  local command=$words[2]\n"

@@ -134,7 +134,8 @@ tavo generate "$work/share"
 bash -n "$work/share/bash-completion/completions/tavo" || fail "the completion"
 (source "$work/share/bash-completion/completions/tavo"
   complete_line() { COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) && _tavo && echo "${COMPREPLY[*]}"; }
-  [[ $(complete_line tavo en) == encode && $(complete_line tavo decode --) == '--help --json --file' ]]) || fail "completes wrongly"
+  [[ $(complete_line tavo en) == encode && $(complete_line tavo decode --) == '--help --json --file' &&
+    $(complete_line tavo --v) == --version && -z $(complete_line tavo diagram -o '') ]]) || fail "completes wrongly"
 [[ ! -x /usr/bin/groff ]] || for page in "$work"/share/man/man1/tavo*.1; do
   [[ -z $(groff -man -ww -z "$page" 2>&1) ]] || fail "$page: $(groff -man -ww -z "$page" 2>&1)"
 done
