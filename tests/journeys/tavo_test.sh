@@ -98,6 +98,7 @@ expect() {
 }
 expect 2 '*--unknown*' decode --unknown
 expect 2 '*subcommand is required*'
+expect 1 'tavo decode: text 1: Invalid read in StandardCodecByteStreamReader (2 faults)' decode "$(base64_of 0c0301)"
 expect 1 "tavo decode: $work: Is a directory" decode --file "$work"
 expect 1 'tavo decode: : No such file or directory' decode --file ''
 expect 2 'tavo encode: the JSON: $.a\[1\].$int64: an integer of 64 bits is wanted' encode '{"a": [1, {"$int64": "x"}]}'
