@@ -58,6 +58,8 @@ Clock::duration Seconds(double seconds) {
 
 // ---- Ctrl-C ----
 
+constexpr double kRestTime = 0.5;  // Seconds. Where much is said there is no end of it.
+
 volatile std::sig_atomic_t is_interrupted = 0;
 
 // A handler without SA_RESTART, so that waiting ends.
@@ -84,6 +86,7 @@ class Monitor {
     const auto end = options_.timeout > 0 ? begin + Seconds(options_.timeout) : begin;
     while (std::cout && !IsDone() && is_interrupted == 0 && Step(end)) {
     }
+    if (is_interrupted != 0) TakeRest();
     if (!IsDone()) TellAllUnanswered();
     std::cout.flush();
     Judge();
@@ -104,6 +107,16 @@ class Monitor {
     if (got == ILineSource::Got::kLine) Take(std::move(entry));
     is_timed_out_ = options_.timeout > 0 && Clock::now() >= end;
     return got != ILineSource::Got::kEnd && !is_timed_out_;
+  }
+
+  // What has come before the signal: the answers to requests may be among it.
+  void TakeRest() {
+    const auto end = Clock::now() + Seconds(kRestTime);
+    Entry entry;
+    while (std::cout && !IsDone() && Clock::now() < end &&
+           reader_.Next(&entry, {}) == ILineSource::Got::kLine) {
+      Take(std::move(entry));
+    }
   }
 
   // A signal that comes just before a wait ends it within this time.
