@@ -139,23 +139,27 @@ class Monitor {
   // Only when the source has nothing more for now: otherwise the answer may just be unread.
   void TellLate() {
     if (!options_.follows) return;
-    const auto late = static_cast<int64_t>(options_.late * 1e6);
-    for (const Entry& request : conversation_.TakeLate(Clock::now() - Seconds(options_.late))) {
-      TellUnanswered(request, std::max(late, GetTimeBetween(request, last_).value_or(0)));
-    }
+    const auto late = conversation_.TakeLate(Clock::now() - Seconds(options_.late));
+    for (const auto& unanswered : late) Tell(unanswered);
   }
 
-  void TellUnanswered(const Entry& request, std::optional<int64_t> waited) {
-    if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, waited);
+  void Tell(const Conversation::Unanswered& unanswered) {
+    const Entry& request = unanswered.request;
+    if (!match_.Accepts(request)) return;
+    auto waited = GetTimeBetween(request, last_);
+    if (options_.follows) {  // The time goes on behind the last entry.
+      const auto time = Clock::now() - unanswered.seen;
+      const int64_t known = std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+      waited = std::max(waited.value_or(0), known);
+    }
+    std::cout << lines_.DescribeUnanswered(request, waited);
   }
 
   void TellAllUnanswered() {
     if (!options_.waits.empty()) return;
-    const auto unanswered = conversation_.GetUnanswered();
-    for (const Entry& request : unanswered) {
-      TellUnanswered(request, GetTimeBetween(request, last_));
-    }
-    summary_.unanswered = unanswered.size() + conversation_.GetForgotten();
+    const auto all = conversation_.GetUnanswered();
+    for (const auto& unanswered : all) Tell(unanswered);
+    summary_.unanswered = all.size() + conversation_.GetForgotten();
     if (!options_.as_json) std::cout << summary_.Describe();
   }
 
