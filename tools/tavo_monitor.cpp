@@ -112,9 +112,9 @@ class Monitor {
   // What has come before the signal: the answers to requests may be among it.
   void TakeRest() {
     const auto end = Clock::now() + Seconds(kRestTime);
-    Entry entry;
-    while (std::cout && !IsDone() && Clock::now() < end &&
-           reader_.Next(&entry, {}) == ILineSource::Got::kLine) {
+    while (std::cout && !IsDone() && Clock::now() < end) {
+      Entry entry;
+      if (reader_.Next(&entry, {}) != ILineSource::Got::kLine) return;
       Take(std::move(entry));
     }
   }
