@@ -34,9 +34,8 @@ constexpr char kAbout[] =
     "transport, a line {\"data\": BASE64}, as it goes over a task's socket, or a line of the file\n"
     "that TAVO_DESK_RECORD names: a frame of a task's socket, with the time, the task and the\n"
     "direction (to the task or from it) in a line before the tree, an intent, or the start and\n"
-    "end of a task. Without texts\n"
-    "and without a file the lines of standard input are read. What is not a message is printed\n"
-    "as the value that it holds.";
+    "end of a task. Without texts and without a file the lines of standard input are read. What\n"
+    "is not a message is printed as the value that it holds.";
 constexpr char kFooter[] =
     "Example: tavo decode --json --file talk.jsonl\n"
     "\n"

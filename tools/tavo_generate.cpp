@@ -1,7 +1,6 @@
 // tavo generate: completions and manual pages, made of the program's own command line. The build
 // calls it; people do not see it in the help.
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -169,15 +168,26 @@ std::string WriteZsh(const std::vector<Command>& commands) {
 
 // ---- man ----
 
-// Lines that would begin with a control character of the format are told apart.
+// Lines that would begin with a control character of the format are told apart. Quotes stay those
+// of a shell.
 std::string EscapeForMan(const std::string& text) {
   std::string escaped = Replace(Replace(text, "\\", "\\e"), "-", "\\-");
-  escaped = Replace(Replace(escaped, "\n.", "\n\\&."), "\n'", "\n\\&'");
-  return escaped.empty() || !std::strchr(".'", escaped[0]) ? escaped : "\\&" + escaped;
+  escaped = Replace(Replace(escaped, "'", "\\(aq"), "\n.", "\n\\&.");
+  return escaped.empty() || escaped[0] != '.' ? escaped : "\\&" + escaped;
 }
 
+// Indented lines are examples, which stay as they are.
 std::string Paragraphs(const std::string& text) {
-  return Replace(EscapeForMan(text), "\n\n", "\n.PP\n") + '\n';
+  std::istringstream lines(EscapeForMan(text));
+  std::string page;
+  bool is_example = false;
+  for (std::string line; std::getline(lines, line);) {
+    const bool is_indented = line.rfind("  ", 0) == 0;
+    if (is_indented != is_example) page += is_indented ? ".nf\n" : ".fi\n";
+    is_example = is_indented;
+    page += (line.empty() ? ".PP" : line) + '\n';
+  }
+  return page + (is_example ? ".fi\n" : "");
 }
 
 void WriteManOption(const Option& option, std::ostream& page) {

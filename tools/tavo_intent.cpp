@@ -193,6 +193,7 @@ void Serve(const Options& options) {
 // `extras` is what follows the first word of PARAMS; a mark "--" in front of that word is a part of
 // it. CLI11 would split a list of words at brackets and commas.
 void Run(Options options, std::vector<std::string> extras) {
+  if (options.name.empty()) throw CommandError(kWrongUsage, "NAME: an empty text is no name");
   if (!options.serve) {
     const bool is_marked = !extras.empty() && extras.front() == "--";
     if (extras.size() > (is_marked ? 1 : 0)) {

@@ -29,9 +29,9 @@ constexpr char kAbout[] =
 constexpr char kFooter[] =
     "EXPR is a list of terms, all of which must hold: task=, method=, direction= (to, from), "
     "kind=\n"
-    "(request, response, notification, error, value, intent, start, end, loss), id=, connection=\n"
-    "and pid=, each with a pattern of the shell, and the word error. An option that is given\n"
-    "several times accepts what one of its expressions accepts.\n"
+    "(request, response, notification, error, value, undecoded, intent, start, end, loss), id=,\n"
+    "connection= and pid=, each with a pattern of the shell, and the word error. An option that\n"
+    "is given several times accepts what one of its expressions accepts.\n"
     "\n"
     "Example:\n"
     "  tavo monitor talk.jsonl --match 'task=notes,method=s*' --match error\n"
