@@ -54,19 +54,20 @@ void Conversation::AddRequest(uint64_t number, Clock::time_point seen, const Ent
   waiting_.emplace(next_++, std::move(waiting));
 }
 
-std::vector<Entry> Conversation::TakeLate(Clock::time_point begin) {
-  std::vector<Entry> late;
+std::vector<Conversation::Unanswered> Conversation::TakeLate(Clock::time_point begin) {
+  std::vector<Unanswered> late;
   auto next = waiting_.lower_bound(first_in_time_);
   for (; next != waiting_.end() && next->second.seen <= begin; ++next) {
-    late.push_back(next->second.request);
+    late.push_back({next->second.request, next->second.seen});
     first_in_time_ = next->first + 1;
   }
   return late;
 }
 
-std::vector<Entry> Conversation::GetUnanswered() const {
-  std::vector<Entry> unanswered;
-  for (const auto& [order, waiting] : waiting_) unanswered.push_back(waiting.request);
+std::vector<Conversation::Unanswered> Conversation::GetUnanswered() const {
+  std::vector<Unanswered> unanswered;
+  for (const auto& [order, waiting] : waiting_)
+    unanswered.push_back({waiting.request, waiting.seen});
   return unanswered;
 }
 

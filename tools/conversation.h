@@ -29,11 +29,17 @@ class Conversation {
   static constexpr uint64_t kNone = ~uint64_t{0};
   uint64_t Take(uint64_t number, Clock::time_point seen, Entry* entry);
 
-  // Returns the requests that have waited since `begin` or longer, each of them once.
-  std::vector<Entry> TakeLate(Clock::time_point begin);
+  // A request without an answer, whose payload is cut if it is large.
+  struct Unanswered {
+    Entry request;
+    Clock::time_point seen;
+  };
 
-  // Returns the requests that have no answer, in their order. A large payload is cut.
-  std::vector<Entry> GetUnanswered() const;
+  // Returns the requests that have waited since `begin` or longer, each of them once.
+  std::vector<Unanswered> TakeLate(Clock::time_point begin);
+
+  // Returns the requests that have no answer, in their order.
+  std::vector<Unanswered> GetUnanswered() const;
   size_t GetForgotten() const { return forgotten_; }
 
  private:

@@ -20,6 +20,7 @@
 #include "desk/runtime_manager/socket_directory.h"
 #include "desk/runtime_manager/socket_files.h"
 #include "desk/runtime_manager/watchers.h"
+#include "tools/descriptor.h"
 
 namespace tools {
 namespace {
@@ -35,24 +36,6 @@ constexpr char kDropped[] = R"({"event":"dropped","count":1})";
 [[noreturn]] void Fail(const std::string& what) {
   throw std::runtime_error("the session cannot be watched: " + what);
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-
-  int Get() const { return number_; }
-
- private:
-  int number_;
-};
 
 QByteArray PrepareDirectory() {
   QByteArray directory = desk::GetWatchDirectory();

@@ -1,8 +1,10 @@
 #include "tools/records.h"
 
 #include <ctime>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <streambuf>
 #include <utility>
 
 #include "cw/admission.h"
@@ -122,6 +124,35 @@ void SetValue(const EncodableValue& value, Entry* entry) {
   entry->payload = desk::ToText(value, kSmall);
 }
 
+// Takes the lines that the decoder writes to standard error: thousands for a few damaged bytes.
+class ComplaintCapture : private std::streambuf {
+ public:
+  ComplaintCapture() : former_(std::cerr.rdbuf(this)) {}
+  ~ComplaintCapture() override { std::cerr.rdbuf(former_); }
+  ComplaintCapture(const ComplaintCapture&) = delete;
+  ComplaintCapture& operator=(const ComplaintCapture&) = delete;
+
+  // Returns the first line, and how many there are if it is not the only one.
+  std::string GetText() const {
+    return first_ + (count_ > 1 ? " (" + std::to_string(count_) + " faults)" : "");
+  }
+
+ private:
+  int_type overflow(int_type character) override {
+    if (character == traits_type::eof()) return traits_type::not_eof(character);
+    if (traits_type::to_char_type(character) == '\n') {
+      ++count_;
+    } else if (count_ == 0) {
+      first_ += traits_type::to_char_type(character);
+    }
+    return character;
+  }
+
+  std::streambuf* const former_;
+  std::string first_;
+  size_t count_ = 0;
+};
+
 void ReadFrame(const Members& members, const Members& frame, Entry* entry) {
   entry->direction = ExpectText(members, "direction");
   entry->connection = TextOf(members, "connection");
@@ -132,7 +163,7 @@ void ReadFrame(const Members& members, const Members& frame, Entry* entry) {
     return;
   }
   try {
-    const EncodableValue value = DecodeValue(ExpectText(frame, "data"));
+    const EncodableValue value = DecodeValue(ExpectText(frame, "data"), &entry->fault);
     const auto message = MessageOf(value);
     message ? SetMessage(*message, entry) : SetValue(value, entry);
   } catch (const std::runtime_error& error) {
@@ -195,13 +226,16 @@ void CutTexts(Entry* entry) {
 
 }  // namespace
 
-EncodableValue DecodeValue(const std::string& base64) {
+EncodableValue DecodeValue(const std::string& base64, std::string* fault) {
   const auto bytes = forge::Buffer::FromBase64(base64);
   if (bytes.GetSize() == 0) throw std::runtime_error("it is not a Base64 text");
   if (const char* cause = cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) {
     throw std::runtime_error(cause);
   }
-  return EncodableValue::Deserialize(bytes);
+  const ComplaintCapture complaints;
+  EncodableValue value = EncodableValue::Deserialize(bytes);
+  if (fault) *fault = complaints.GetText();
+  return value;
 }
 
 std::string Entry::GetKindName() const {

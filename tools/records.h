@@ -18,8 +18,10 @@ namespace tools {
 
 // ---- What a frame holds ----
 
-// Decodes a Base64 text of one value, which is checked before (cw/admission.h).
-cw::EncodableValue DecodeValue(const std::string& base64);
+// Decodes a Base64 text of one value, which is checked before (cw/admission.h). A value that is cut
+// off, or has an unknown type within, is what the library makes of it; `fault` says what is wrong,
+// otherwise it is empty.
+cw::EncodableValue DecodeValue(const std::string& base64, std::string* fault = nullptr);
 
 // ---- Entries ----
 
@@ -55,7 +57,7 @@ struct Entry {
   std::string payload;    // JSON in one line; empty when there is none.
   std::string words;      // Of an error and an event: what happened, as a sentence.
   bool is_error = false;  // An error, a loss, and an end by a signal or with another status than 0.
-  std::string fault;      // Why the frame is kUndecoded, if it is damaged.
+  std::string fault;      // What is wrong with the bytes of the frame.
   std::optional<int64_t> latency;  // Of an answer, in microseconds: see Conversation.
 };
 

@@ -219,7 +219,11 @@ Session::Session() : world_(std::make_unique<World>()) {
   });
 }
 
-Session::~Session() { desk::TaskReport::Redirect({}); }
+Session::~Session() {
+  desk::TaskReport::Redirect({});
+  // Conversations end, so that watchers are told what they have missed.
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
 
 tavo::ManagerWrapper& Session::GetManager() const { return *world_->manager; }
 

@@ -34,9 +34,8 @@ constexpr char kAbout[] =
     "transport, a line {\"data\": BASE64}, as it goes over a task's socket, or a line of the file\n"
     "that TAVO_DESK_RECORD names: a frame of a task's socket, with the time, the task and the\n"
     "direction (to the task or from it) in a line before the tree, an intent, or the start and\n"
-    "end of a task. Without texts\n"
-    "and without a file the lines of standard input are read. What is not a message is printed\n"
-    "as the value that it holds.";
+    "end of a task. Without texts and without a file the lines of standard input are read. What\n"
+    "is not a message is printed as the value that it holds.";
 constexpr char kFooter[] =
     "Example: tavo decode --json --file talk.jsonl\n"
     "\n"
@@ -130,11 +129,19 @@ void Print(const EncodableValue& value, Json origin, bool as_json) {
   std::cout << (message ? Describe(*message) : Describe(value)) << '\n';
 }
 
+// A damaged value is printed as the library reads it.
+void PrintEncoded(const std::string& base64, Json origin, bool as_json) {
+  std::string fault;
+  const EncodableValue value = DecodeValue(base64, &fault);
+  Print(value, std::move(origin), as_json);
+  if (!fault.empty()) throw BadInput(fault);
+}
+
 void PrintFrame(const Json& frame, bool as_json) {
   const Json origin = {{"time", TextOf(frame, "time")},
                        {"task", TextOf(frame, "task")},
                        {"direction", TextOf(frame, "direction")}};
-  Print(DecodeValue(TextOf(MemberOf(frame, "message"), "data")), origin, as_json);
+  PrintEncoded(TextOf(MemberOf(frame, "message"), "data"), origin, as_json);
 }
 
 void PrintIntent(const Json& entry, bool as_json) {
@@ -179,12 +186,12 @@ Json ParseLine(const std::string& line) {
 }
 
 void PrintText(const std::string& text, bool as_json) {
-  if (text.front() != '{') return Print(DecodeValue(text), Json::object(), as_json);
+  if (text.front() != '{') return PrintEncoded(text, Json::object(), as_json);
   const Json json = ParseLine(text);
   if (json.contains("message")) return PrintFrame(json, as_json);
   if (json.contains("intent")) return PrintIntent(json, as_json);
   if (json.contains("event")) return PrintEvent(json, as_json);
-  Print(DecodeValue(TextOf(json, "data")), Json::object(), as_json);
+  PrintEncoded(TextOf(json, "data"), Json::object(), as_json);
 }
 
 // ---- All of it ----

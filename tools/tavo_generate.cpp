@@ -1,7 +1,6 @@
 // tavo generate: completions and manual pages, made of the program's own command line. The build
 // calls it; people do not see it in the help.
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -76,8 +75,12 @@ void WriteZshOption(const Option& option, std::ostream& text) {
          << ":_files'";
     return;
   }
+  std::string synonyms;  // Once is enough of all of them.
+  for (const std::string& name : option.names) synonyms += (synonyms.empty() ? "" : " ") + name;
   for (const std::string& name : option.names) {
-    text << " \\\n      '" << name << '[' << EscapeForZsh(option.about) << ']';
+    const char* const joint = value.empty() ? "" : name[1] == '-' ? "=" : "+";  // --FILE=x, -fx
+    text << " \\\n      '" << (option.is_repeated ? "*" : '(' + synonyms + ')') << name << joint
+         << '[' << EscapeForZsh(option.about) << ']';
     if (!value.empty()) text << ':' << value << ":_files";
     text << '\'';
   }
@@ -94,10 +97,10 @@ std::string WriteZsh(const std::vector<Command>& commands) {
     text << "      '" << commands[i].name << ':' << EscapeForZsh(commands[i].summary) << "'\n";
   }
   text << "    )\n"
-          "    _describe command commands\n"
-          "    compadd -- "
-       << OptionWords(commands[0])
-       << "\n"
+          "    [[ $PREFIX == -* ]] || { _describe command commands; return }\n"
+          "    _arguments";
+  for (const Option& option : commands[0].options) WriteZshOption(option, text);
+  text << "\n"
           "    return\n"
           "  fi\n"
           "  local command=$words[2]\n"
@@ -115,15 +118,26 @@ std::string WriteZsh(const std::vector<Command>& commands) {
 
 // ---- man ----
 
-// Lines that would begin with a control character of the format are told apart.
+// Lines that would begin with a control character of the format are told apart. Quotes stay those
+// of a shell.
 std::string EscapeForMan(const std::string& text) {
   std::string escaped = Replace(Replace(text, "\\", "\\e"), "-", "\\-");
-  escaped = Replace(Replace(escaped, "\n.", "\n\\&."), "\n'", "\n\\&'");
-  return escaped.empty() || !std::strchr(".'", escaped[0]) ? escaped : "\\&" + escaped;
+  escaped = Replace(Replace(escaped, "'", "\\(aq"), "\n.", "\n\\&.");
+  return escaped.empty() || escaped[0] != '.' ? escaped : "\\&" + escaped;
 }
 
+// Indented lines are examples, which stay as they are.
 std::string Paragraphs(const std::string& text) {
-  return Replace(EscapeForMan(text), "\n\n", "\n.PP\n") + '\n';
+  std::istringstream lines(EscapeForMan(text));
+  std::string page;
+  bool is_example = false;
+  for (std::string line; std::getline(lines, line);) {
+    const bool is_indented = line.rfind("  ", 0) == 0;
+    if (is_indented != is_example) page += is_indented ? ".nf\n" : ".fi\n";
+    is_example = is_indented;
+    page += (line.empty() ? ".PP" : line) + '\n';
+  }
+  return page + (is_example ? ".fi\n" : "");
 }
 
 void WriteManOption(const Option& option, std::ostream& page) {

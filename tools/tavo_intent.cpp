@@ -2,7 +2,7 @@
 
 #include <cerrno>
 #include <deque>
-#include <map>
+#include <list>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -11,16 +11,14 @@
 #include <utility>
 #include <vector>
 
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QTimer>
 
 #include "desk/common/json_text.h"
 #include "platform/runtime_manager/intents_invoker.h"
 #include "platform/runtime_manager/runtime_dispatcher.h"
 #include "tools/answer_text.h"
+#include "tools/command_run.h"
 #include "tools/common_options.h"
 #include "tools/json_argument.h"
 #include "tools/printable.h"
@@ -48,11 +46,9 @@ constexpr char kFooter[] =
     "Ends with 0; 1 when the intent fails; 2 for a wrong command line; 3 when nobody offers it, or "
     "when\n"
     "it cannot be offered; 4 when no answer comes in time.";
-constexpr size_t kMaxCommands = 8;         // Run at a time; further invocations wait.
-constexpr size_t kMaxWaiting = 1024;       // Further invocations fail.
-constexpr double kMaxTimeout = 1'000'000;  // Seconds.
+constexpr size_t kMaxCommands = 8;    // Run at a time; further invocations wait.
+constexpr size_t kMaxWaiting = 1024;  // Further invocations fail.
 constexpr size_t kMaxWaitingBytes = size_t{64} << 20;
-constexpr int kMaxAnswer = 32 << 20;  // The largest line of a socket.
 
 struct Options {
   std::string name;
@@ -137,83 +133,34 @@ class Commands {
     std::string input;
     Reply reply;
   };
-  // One that has ended may be called from its own signal; one that runs is killed.
-  struct Dispose {
-    void operator()(QProcess* process) const {
-      process->disconnect();
-      process->kill();
-      process->waitForFinished();
-      process->deleteLater();
-    }
-  };
-  struct Command {
-    std::unique_ptr<QProcess, Dispose> process;
-    Reply reply;
-    QByteArray output;
-  };
 
   void StartNext() {
     while (!waiting_.empty() && running_.size() < kMaxCommands) {
-      Invocation next = std::move(waiting_.front());
+      waiting_bytes_ -= waiting_.front().input.size();
+      Start(std::move(waiting_.front()));
       waiting_.pop_front();
-      waiting_bytes_ -= next.input.size();
-      Start(std::move(next));
     }
   }
 
   void Start(Invocation invocation) {
-    auto* const process = new QProcess;
-    Command& command = running_[process];
-    command.process.reset(process);
-    command.reply = std::move(invocation.reply);
-    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    QObject::connect(process, &QProcess::readyReadStandardOutput, [&command] { Read(command); });
-    QObject::connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished),
-                     [this, process] { Finish(process); });
-    QObject::connect(process, &QProcess::errorOccurred,
-                     [this, process](QProcess::ProcessError error) {
-                       if (error == QProcess::FailedToStart) Finish(process);
-                     });
-    QStringList words;
-    for (const std::string& word : options_.command) words << QFile::decodeName(word.c_str());
-    process->start(words.takeFirst(), words);
-    process->write(QByteArray::fromStdString(invocation.input));
-    process->closeWriteChannel();
-    if (options_.timeout > 0) {
-      QTimer::singleShot(static_cast<int>(std::min(options_.timeout, kMaxTimeout) * 1000), process,
-                         [process] { process->kill(); });
-    }
+    const auto run = running_.emplace(running_.end());
+    const Reply reply = std::move(invocation.reply);
+    *run = std::make_unique<CommandRun>(options_.command, invocation.input, options_.timeout,
+                                        [this, run, reply](const CommandRun::Outcome& outcome) {
+                                          running_.erase(run);
+                                          AnswerWith(outcome, reply);
+                                          StartNext();
+                                        });
   }
 
-  static void Read(Command& command) {
-    command.output += command.process->readAllStandardOutput();
-    if (command.output.size() > kMaxAnswer) command.process->kill();
-  }
-
-  // The command has ended, or was not started.
-  void Finish(QProcess* process) {
-    const auto node = running_.extract(process);
-    if (!node) return;
-    const std::string fault = AnswerWith(node.mapped());
-    if (!fault.empty()) Tell(options_.command[0] + ": " + fault);
-    StartNext();
-  }
-
-  // Returns why there is no answer, or an empty text.
-  static std::string AnswerWith(Command& command) {
-    const QProcess& process = *command.process;
-    if (process.error() == QProcess::FailedToStart) return process.errorString().toStdString();
-    Read(command);
-    if (command.output.size() > kMaxAnswer) return "its answer is too large";
-    if (process.exitStatus() != QProcess::NormalExit) return "it was killed by a signal";
-    if (process.exitCode() != 0)
-      return "it ended with status " + std::to_string(process.exitCode());
+  void AnswerWith(const CommandRun::Outcome& outcome, const Reply& reply) const {
+    const std::string& command = options_.command[0];
+    if (!outcome.fault.empty()) return Tell(command + ": " + outcome.fault);
     try {
-      command.reply(ToObject(desk::ParseJson(command.output.toStdString())));
+      reply(ToObject(desk::ParseJson(outcome.output)));
     } catch (const std::runtime_error& error) {
-      return std::string("its answer: ") + error.what();
+      Tell(command + ": its answer: " + error.what());
     }
-    return "";
   }
 
   void Tell(const std::string& fault) const {
@@ -223,7 +170,7 @@ class Commands {
   const Options& options_;
   std::deque<Invocation> waiting_;
   size_t waiting_bytes_ = 0;
-  std::map<const QProcess*, Command> running_;
+  std::list<std::unique_ptr<CommandRun>> running_;
 };
 
 void Serve(const Options& options) {
@@ -247,6 +194,7 @@ void Serve(const Options& options) {
 // `extras` is what follows the first word of PARAMS; a mark "--" in front of that word is a part of
 // it.
 void Run(Options options, std::vector<std::string> extras) {
+  if (options.name.empty()) throw CommandError(kWrongUsage, "NAME: an empty text is no name");
   if (!options.serve) {
     const bool is_marked = !extras.empty() && extras.front() == "--";
     if (extras.size() > (is_marked ? 1 : 0)) {

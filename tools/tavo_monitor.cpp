@@ -28,9 +28,9 @@ constexpr char kAbout[] =
 constexpr char kFooter[] =
     "EXPR is a list of terms, all of which must hold: task=, method=, direction= (to, from), "
     "kind=\n"
-    "(request, response, notification, error, value, intent, start, end, loss), id=, connection=\n"
-    "and pid=, each with a pattern of the shell, and the word error. An option that is given\n"
-    "several times accepts what one of its expressions accepts.\n"
+    "(request, response, notification, error, value, undecoded, intent, start, end, loss), id=,\n"
+    "connection= and pid=, each with a pattern of the shell, and the word error. An option that\n"
+    "is given several times accepts what one of its expressions accepts.\n"
     "\n"
     "Example:\n"
     "  tavo monitor talk.jsonl --match 'task=notes,method=s*' --match error\n"
@@ -56,6 +56,8 @@ Clock::duration Seconds(double seconds) {
 }
 
 // ---- Ctrl-C ----
+
+constexpr double kRestTime = 0.5;  // Seconds. Where much is said there is no end of it.
 
 volatile std::sig_atomic_t is_interrupted = 0;
 
@@ -83,6 +85,7 @@ class Monitor {
     const auto end = options_.timeout > 0 ? begin + Seconds(options_.timeout) : begin;
     while (std::cout && !IsDone() && is_interrupted == 0 && Step(end)) {
     }
+    if (is_interrupted != 0) TakeRest();
     if (!IsDone()) TellAllUnanswered();
     std::cout.flush();
     Judge();
@@ -105,6 +108,16 @@ class Monitor {
     return got != ILineSource::Got::kEnd && !is_timed_out_;
   }
 
+  // What has come before the signal: the answers to requests may be among it.
+  void TakeRest() {
+    const auto end = Clock::now() + Seconds(kRestTime);
+    while (std::cout && !IsDone() && Clock::now() < end) {
+      Entry entry;
+      if (reader_.Next(&entry, {}) != ILineSource::Got::kLine) return;
+      Take(std::move(entry));
+    }
+  }
+
   // A signal that comes just before a wait ends it within this time.
   Clock::time_point WaitUntil(Clock::time_point end) const {
     const auto tick = Clock::now() + std::min(Seconds(0.2), Seconds(options_.late));
@@ -125,23 +138,27 @@ class Monitor {
   // Only when the source has nothing more for now: otherwise the answer may just be unread.
   void TellLate() {
     if (!options_.follows) return;
-    const auto late = static_cast<int64_t>(options_.late * 1e6);
-    for (const Entry& request : conversation_.TakeLate(Clock::now() - Seconds(options_.late))) {
-      TellUnanswered(request, std::max(late, GetTimeBetween(request, last_).value_or(0)));
-    }
+    const auto late = conversation_.TakeLate(Clock::now() - Seconds(options_.late));
+    for (const auto& unanswered : late) Tell(unanswered);
   }
 
-  void TellUnanswered(const Entry& request, std::optional<int64_t> waited) {
-    if (match_.Accepts(request)) std::cout << lines_.DescribeUnanswered(request, waited);
+  void Tell(const Conversation::Unanswered& unanswered) {
+    const Entry& request = unanswered.request;
+    if (!match_.Accepts(request)) return;
+    auto waited = GetTimeBetween(request, last_);
+    if (options_.follows) {  // The time goes on behind the last entry.
+      const auto time = Clock::now() - unanswered.seen;
+      const int64_t known = std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+      waited = std::max(waited.value_or(0), known);
+    }
+    std::cout << lines_.DescribeUnanswered(request, waited);
   }
 
   void TellAllUnanswered() {
     if (!options_.waits.empty()) return;
-    const auto unanswered = conversation_.GetUnanswered();
-    for (const Entry& request : unanswered) {
-      TellUnanswered(request, GetTimeBetween(request, last_));
-    }
-    summary_.unanswered = unanswered.size() + conversation_.GetForgotten();
+    const auto all = conversation_.GetUnanswered();
+    for (const auto& unanswered : all) Tell(unanswered);
+    summary_.unanswered = all.size() + conversation_.GetForgotten();
     if (!options_.as_json) std::cout << summary_.Describe();
   }
 

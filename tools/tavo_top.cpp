@@ -37,7 +37,9 @@ constexpr char kAbout[] =
     "starter is found, and goes when the task has ended. Ctrl-C ends it.";
 constexpr char kFooter[] =
     "Example, for scripts:\n"
-    "  tavo top --once --json --interval 2 | jq '.tasks[] | {task, calls_per_second}'";
+    "  tavo top --once --json --interval 2 | jq '.tasks[] | {task, calls_per_second}'\n\n"
+    "Ends with 0, also by SIGINT or SIGTERM; 1 when the session cannot be watched or the output\n"
+    "cannot be written; 2 for a wrong command line.";
 
 struct Options {
   bool once = false;

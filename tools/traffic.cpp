@@ -5,15 +5,16 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
 #include <tuple>
 
-#include "cw/admission.h"
 #include "cw/encodable_value.h"
 #include "cw/map_access.h"
 #include "desk/common/json_text.h"
 #include "desk/common/value_json.h"
 #include "flrpc/message.h"
 #include "forge/buffer.h"
+#include "tools/records.h"
 
 namespace tools {
 namespace {
@@ -42,14 +43,14 @@ int ProcessOf(const Json& entry, const char* key) {
 }
 
 // flrpc::Message would tell of a malformed message on standard output, among the figures.
-RpcHead Decode(const std::string& text) {
-  const auto bytes = forge::Buffer::FromBase64(text);
-  if (bytes.GetSize() == 0 || cw::FindInadmissible(bytes.GetData(), bytes.GetSize())) return {};
-  const auto value = cw::EncodableValue::Deserialize(bytes);
+RpcHead Decode(const std::string& text) try {
+  const auto value = DecodeValue(text);
   const cw::EncodableValue* const id = cw::Find(&value, "id");
   if (!id) return {};
   const auto identifier = flrpc::Message::ID::FromEncodable(*id);
   return {identifier ? identifier->GetText() : "", cw::Find(&value, "method") != nullptr};
+} catch (const std::runtime_error&) {  // What cannot be decoded is no call.
+  return {};
 }
 
 // The texts of the members that come first in the bytes of a map.

@@ -39,20 +39,6 @@ std::optional<QStringList> SplitCommand(const QByteArray& line, QString* error) 
   return command;
 }
 
-// As a shell does: a word with a slash is a path, any other a program in PATH.
-bool Resolve(QStringList* command, QString* error) {
-  const QFileInfo path(command->first());
-  const bool is_path = command->first().contains(QLatin1Char('/'));
-  const QString program =
-      is_path ? path.absoluteFilePath() : QStandardPaths::findExecutable(command->first());
-  if (program.isEmpty() || (is_path && !path.exists())) {
-    *error = QStringLiteral("there is no program \"%1\"").arg(command->first());
-    return false;
-  }
-  command->first() = program;
-  return true;
-}
-
 struct DesktopEntry {
   QString file;
   QString name;
@@ -113,7 +99,7 @@ std::optional<Application> FromDesktopEntry(const QString& file, QString* error)
     *error = QStringLiteral("there is no such application: %1 is hidden").arg(file);
     return std::nullopt;
   }
-  if (entry->exec.isEmpty() || !Resolve(&entry->exec, &entry->exec_error)) {
+  if (entry->exec.isEmpty() || !ResolveProgram(&entry->exec, &entry->exec_error)) {
     *error = QStringLiteral("%1: unusable Exec line: %2").arg(file, entry->exec_error);
     return std::nullopt;
   }
@@ -164,6 +150,19 @@ std::optional<Application> FindUnwrapped(const QString& name, QString* error) {
 
 }  // namespace
 
+bool ResolveProgram(QStringList* command, QString* error) {
+  const QFileInfo path(command->first());
+  const bool is_path = command->first().contains(QLatin1Char('/'));
+  const QString program =
+      is_path ? path.absoluteFilePath() : QStandardPaths::findExecutable(command->first());
+  if (program.isEmpty() || (is_path && !path.exists())) {
+    *error = QStringLiteral("there is no program \"%1\"").arg(command->first());
+    return false;
+  }
+  command->first() = program;
+  return true;
+}
+
 std::optional<Application> FindApplication(const QString& name, QString* error) {
   if (name.isEmpty() || name.contains(QLatin1Char('/')) || name.contains(QChar(0))) {
     *error = QStringLiteral("this is not a valid name of an application");
@@ -174,7 +173,7 @@ std::optional<Application> FindApplication(const QString& name, QString* error) 
   if (!application || wrapper.trimmed().isEmpty()) return application;
   QString cause;
   auto command = SplitCommand(wrapper, &cause);
-  if (!command || !Resolve(&*command, &cause)) {
+  if (!command || !ResolveProgram(&*command, &cause)) {
     *error = QStringLiteral("unusable TAVO_DESK_WRAPPER: %1").arg(cause);
     return std::nullopt;
   }

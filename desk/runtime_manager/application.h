@@ -17,6 +17,10 @@ struct Application {
   QString directory;    // The directory to start in; empty: that of the starter.
 };
 
+// Replaces the first word by the path of its program, as a shell finds it: a word with a slash is a
+// path, any other a program in PATH. False, with the cause in `error`, when there is none.
+bool ResolveProgram(QStringList* command, QString* error);
+
 // Empty, with the cause in `error`, when there is no such application or its entry is unusable.
 std::optional<Application> FindApplication(const QString& name, QString* error);
 

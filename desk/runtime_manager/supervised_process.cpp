@@ -1,6 +1,7 @@
 #include "desk/runtime_manager/supervised_process.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -108,11 +109,12 @@ class Link {
 // Lets a program inherit these descriptors, with every signal blocked.
 class SpawnPlan {
  public:
-  explicit SpawnPlan(std::initializer_list<int> descriptors) {
+  SpawnPlan(std::initializer_list<int> descriptors, const SupervisedProcess::Streams& streams) {
     posix_spawn_file_actions_init(&actions_);
-    for (const int descriptor : descriptors) {
-      if (descriptor >= 0) posix_spawn_file_actions_adddup2(&actions_, descriptor, descriptor);
-    }
+    for (const int descriptor : descriptors) HandOver(descriptor, descriptor);
+    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    HandOver(streams.input, STDIN_FILENO);
+    HandOver(streams.output, STDOUT_FILENO);
     sigset_t all;
     sigfillset(&all);
     posix_spawnattr_init(&attributes_);
@@ -145,6 +147,10 @@ class SpawnPlan {
  private:
   static constexpr int kNotExecuted = 127;  // An emulated spawn reports it so.
 
+  void HandOver(int descriptor, int number) {
+    if (descriptor >= 0) posix_spawn_file_actions_adddup2(&actions_, descriptor, number);
+  }
+
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
 };
@@ -167,7 +173,8 @@ int StartSupervisor(std::vector<std::string> command, std::vector<std::string> e
 
 std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& application,
                                                             TaskSocket* socket, QString* error,
-                                                            Leftovers leftovers) {
+                                                            Leftovers leftovers,
+                                                            const Streams& streams) {
   if (kSupervisor.empty()) {
     *error =
         QStringLiteral("the folder of libruntimemanager.so, and so of its supervisor, is unknown");
@@ -178,7 +185,7 @@ std::unique_ptr<SupervisedProcess> SupervisedProcess::Start(const Application& a
     *error = ErrnoText();
     return nullptr;
   }
-  const SpawnPlan plan{link.GetTheirs(), socket ? socket->GetDescriptor() : -1};
+  const SpawnPlan plan({link.GetTheirs(), socket ? socket->GetDescriptor() : -1}, streams);
   const int start_error = StartSupervisor(
       SupervisorCommand(application, socket, link.GetTheirs(), leftovers == Leftovers::kSpared),
       EnvironmentFor(socket), plan);

@@ -19,11 +19,18 @@ class SupervisedProcess {
   // What happens to the rest of the group when the process ends by itself.
   enum class Leftovers { kEnded, kSpared };
 
+  // Descriptors that the process gets as its standard ones.
+  struct Streams {
+    int input = -1;   // -1: /dev/null.
+    int output = -1;  // -1: that of the starter.
+  };
+
   // Executes the supervisor, which takes over the files of the socket (null: none). Null, with the
   // cause in `error`, when that fails.
   static std::unique_ptr<SupervisedProcess> Start(const Application& application,
                                                   TaskSocket* socket, QString* error,
-                                                  Leftovers leftovers = Leftovers::kEnded);
+                                                  Leftovers leftovers = Leftovers::kEnded,
+                                                  const Streams& streams = {-1, -1});
   // Ends the process group: asks it to end, and kills it later if it does not. Does not wait.
   ~SupervisedProcess();
   SupervisedProcess(const SupervisedProcess&) = delete;

@@ -118,8 +118,6 @@ void AnnounceSocket(int socket) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // In case the supervisor is killed.
   if (getppid() != supervisor) _exit(127);
   ResetSignals();
-  const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  if (null >= 0) dup2(null, STDIN_FILENO);
   if (launch.socket >= 0) AnnounceSocket(launch.socket);
   SupervisorReport failure{SupervisorReport::kDirectoryFailed, 0, 0, 0, 0};
   if (!launch.directory || chdir(launch.directory) == 0) {

@@ -98,6 +98,7 @@ expect() {
 }
 expect 2 '*--unknown*' decode --unknown
 expect 2 '*subcommand is required*'
+expect 1 'tavo decode: text 1: Invalid read in StandardCodecByteStreamReader (2 faults)' decode "$(base64_of 0c0301)"
 expect 1 "tavo decode: $work: Is a directory" decode --file "$work"
 expect 1 'tavo decode: : No such file or directory' decode --file ''
 expect 2 'tavo encode: the JSON: $.a\[1\].$int64: an integer of 64 bits is wanted' encode '{"a": [1, {"$int64": "x"}]}'
@@ -134,7 +135,8 @@ tavo generate "$work/share"
 bash -n "$work/share/bash-completion/completions/tavo" || fail "the completion"
 (source "$work/share/bash-completion/completions/tavo"
   complete_line() { COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) && _tavo && echo "${COMPREPLY[*]}"; }
-  [[ $(complete_line tavo en) == encode && $(complete_line tavo decode --) == '--help --json --file' ]]) || fail "completes wrongly"
+  [[ $(complete_line tavo en) == encode && $(complete_line tavo decode --) == '--help --json --file' &&
+    $(complete_line tavo --v) == --version && -z $(complete_line tavo diagram -o '') ]]) || fail "completes wrongly"
 [[ ! -x /usr/bin/groff ]] || for page in "$work"/share/man/man1/tavo*.1; do
   [[ -z $(groff -man -ww -z "$page" 2>&1) ]] || fail "$page: $(groff -man -ww -z "$page" 2>&1)"
 done

@@ -91,6 +91,7 @@ grep -qE ' wrapper_task\[[0-9]+\] <- echo id[0-9_]+ .* "hey"$' seen || fail "mon
 # Wrong command lines; standard output that nobody can write.
 row 2 '' 'TASK is required' call
 row 2 '' '--timeout: "-1" is no number of seconds' call wrapper_task echo --timeout -1
+row 2 '' 'NAME: an empty text is no name' intent ''
 row 2 '' 'METHOD: an empty text is no name' notify wrapper_task ''
 row 2 '' 'tavo call: the JSON: line 1, column 2: syntax error' call wrapper_task echo '{'
 row 2 '' 'none: No such file or directory' call wrapper_task echo @none
@@ -126,23 +127,35 @@ stop() {
   wait $server && fail "SIGINT: 0" || [[ $? == 130 ]] || fail "SIGINT"
 }
 row 3 '' 'no application offers the intent "Count"' intent Count '{}'
-# Under user-mode emulation Qt's process class closes a descriptor of the event loop.
-if [[ ${#emulator[@]} -eq 0 ]]; then
-  serve Count -- python3 -c 'import json, sys; print(json.dumps({"n": len(json.load(sys.stdin)), "args": sys.argv[1:]}))' '[a,b]' --x '$HOME'
-  row 0 '{"args":["[a,b]","--x","$HOME"],"n":2}' '' intent Count '{"a": 1, "b": 2}'
-  row 2 '' 'a JSON object is wanted' intent Count '[]'
+serve Count -- python3 -c 'import json, sys; print(json.dumps({"n": len(json.load(sys.stdin)), "args": sys.argv[1:]}))' '[a,b]' --x '$HOME'
+row 0 '{"args":["[a,b]","--x","$HOME"],"n":2}' '' intent Count '{"a": 1, "b": 2}'
+row 2 '' 'a JSON object is wanted' intent Count '[]'
+stop
+serve Count -- cat  # More than a pipe holds, both ways.
+python3 -c 'print("{\"a\":\"" + "x" * 300000 + "\"}")' >params
+row 0 "$(<params)" '' intent Count @params
+stop
+for command in false 'echo hi' 'echo [1]' /nowhere/x 'head -c 34000000 /dev/zero'; do
+  # shellcheck disable=SC2086
+  serve Count -- $command
+  row 1 '' 'error 32: ' intent Count '{}'
+  grep -qF "tavo intent: \"Count\" fails: ${command%% *}: " served ||
+    grep -qF 'fails: there is no program "/nowhere/x"' served || fail "$command: $(<served)"
   stop
-  for command in false 'echo hi' 'echo [1]' /nowhere/x; do
-    # shellcheck disable=SC2086
-    serve Count -- $command
-    row 1 '' 'error 32: ' intent Count '{}'
-    grep -qF 'tavo intent: "Count" fails: ' served || fail "$command: $(<served)"
-    stop
-  done
-  serve Count -- sleep 1000
-  row 4 '' 'was not answered in time' intent Count --timeout 0.5
-  stop
-fi
+done
+# The time limit and the end of the tool end all processes of a command. A zombie has no command line.
+is_gone() { until [[ -z $(tr -d '\0' 2>/dev/null </proc/"$(<left)"/cmdline) ]]; do read -rt 0.01 <> <(:) || true; done; }
+serve Count --timeout 1 -- sh -c 'sleep 1000 & echo $! >left; wait'
+row 1 '' 'error 32: ' intent Count
+grep -qF 'fails: sh: it has not answered in time' served || fail "$(<served)"
+stop
+is_gone
+rm left
+serve Count -- sh -c 'sleep 1000 & echo $! >left; wait'
+row 4 '' 'was not answered in time' intent Count --timeout 0.5
+until [[ -s left ]]; do read -rt 0.01 <> <(:) || true; done
+stop
+is_gone
 TAVO_DESK_OPEN_URI=record TAVO_DESK_RECORD=$work/opened row 0 '' '' open https://example.org
 grep -qF '"uri":"https://example.org"' opened || fail "nothing was opened"
 TAVO_DESK_OPEN_URI=fail row 1 '' 'tavo open: x: was not opened' open x:
