@@ -90,7 +90,7 @@ CommandRun::CommandRun(const std::vector<std::string>& words, const std::string&
 }
 
 CommandRun::~CommandRun() {
-  if (process_) process_->Send(desk::Command::kKill);
+  if (process_) process_->Send(desk::Order::kKill);
 }
 
 void CommandRun::Start(const std::vector<std::string>& words, const std::string& input) {
@@ -131,7 +131,7 @@ ssize_t CommandRun::ReadSome() {
 
 void CommandRun::Kill(const std::string& fault) {
   if (outcome_.fault.empty()) outcome_.fault = fault;
-  process_->Send(desk::Command::kKill);
+  process_->Send(desk::Order::kKill);
 }
 
 void CommandRun::OnNews() {

@@ -249,11 +249,11 @@ SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
   return News::kLost;
 }
 
-void SupervisedProcess::Send(Command command) {
-  const size_t sent = MoveAll(sizeof command, [&](size_t, size_t left) {
-    return send(link_, &command, left, MSG_NOSIGNAL);
+void SupervisedProcess::Send(Order order) {
+  const size_t sent = MoveAll(sizeof order, [&](size_t, size_t left) {
+    return send(link_, &order, left, MSG_NOSIGNAL);
   });
-  if (sent < sizeof command) shutdown(link_, SHUT_WR);  // The end of the stream means kTerminate.
+  if (sent < sizeof order) shutdown(link_, SHUT_WR);  // The end of the stream means kTerminate.
 }
 
 }  // namespace desk

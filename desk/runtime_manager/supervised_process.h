@@ -51,7 +51,7 @@ class SupervisedProcess {
   // After kEnded: how the process ended, as waitpid tells it.
   int GetStatus() const { return status_; }
 
-  void Send(Command command);
+  void Send(Order order);
 
  private:
   SupervisedProcess(int link, const TaskSocket* socket);

@@ -214,19 +214,19 @@ class Watch {
     sigset_t all_but_child;
     sigfillset(&all_but_child);
     sigdelset(&all_but_child, SIGCHLD);
-    if (ppoll(&poll_link, 1, terminating_ ? &tick : nullptr, &all_but_child) > 0) ReadCommand();
+    if (ppoll(&poll_link, 1, terminating_ ? &tick : nullptr, &all_but_child) > 0) ReadOrder();
   }
 
-  void ReadCommand() {
-    char command = 0;
-    const ssize_t size = recv(link_, &command, 1, MSG_DONTWAIT);
+  void ReadOrder() {
+    char order = 0;
+    const ssize_t size = recv(link_, &order, 1, MSG_DONTWAIT);
     if (size < 0 && IsTransient(errno)) return;
     if (size <= 0) {  // The starter has ended, or asks to end the task.
       link_ = -1;     // ppoll skips it from now on. Other processes may hold the other end.
     }
-    if (size > 0 && command == static_cast<char>(Command::kKill)) {
+    if (size > 0 && order == static_cast<char>(Order::kKill)) {
       Kill();
-    } else if (size <= 0 || command == static_cast<char>(Command::kTerminate)) {
+    } else if (size <= 0 || order == static_cast<char>(Order::kTerminate)) {
       Terminate();
     }
   }

@@ -14,8 +14,8 @@
 
 namespace desk {
 
-// The commands of the starter over the link; the end of the stream means kTerminate.
-enum class Command : char { kTerminate = 'T', kKill = 'K' };
+// The orders of the starter over the link; the end of the stream means kTerminate.
+enum class Order : char { kTerminate = 'T', kKill = 'K' };
 
 // The supervisor's reports: first the outcome of the start, at the end that nothing is left.
 struct SupervisorReport {

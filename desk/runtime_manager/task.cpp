@@ -138,7 +138,7 @@ void Task::stop(StopFlags flags, Callback callback) {
     const std::lock_guard lock(d_->mutex);
     if (d_->process) {
       d_->is_stopped = true;
-      d_->process->Send(flags & Force ? desk::Command::kKill : desk::Command::kTerminate);
+      d_->process->Send(flags & Force ? desk::Order::kKill : desk::Order::kTerminate);
     }
   }
   d_->Post([d = d_.get(), callback = std::move(callback)] {
