@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   tools::AddIntent(app);
   tools::AddOpen(app);
   tools::AddTasks(app);
+  tools::AddCheck(app);
   tools::AddMonitor(app);
   tools::AddDiagram(app);
   tools::AddTop(app);

@@ -36,6 +36,7 @@ class ErrorAnswer : public CommandError {
 // Each adds its subcommand, which runs while the application parses the command line.
 void AddBind(CLI::App& app);
 void AddCall(CLI::App& app);
+void AddCheck(CLI::App& app);
 void AddDecode(CLI::App& app);
 void AddDiagram(CLI::App& app);
 void AddEmbed(CLI::App& app);

@@ -71,6 +71,10 @@ void AddOptions(CLI::App& app, Options& options) {
          "texture or messenger table")
       ->option_text("STRUCTURE=BYTES")
       ->allow_extra_args(false);
+  app.add_flag(
+      "--declare-sweep", options.declare_sweep,
+      "Run the plug-in with each size of each of these structures, two runs at a time, and "
+      "print at which sizes it crashes or hangs");
   app.add_flag("--offer", options.offer,
                "Print the description as it is then, and what is offered by it; no plug-in is "
                "needed");
