@@ -9,9 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include <QFile>
 
@@ -103,14 +105,15 @@ CheckedProcess::CheckedProcess(const std::string& task) {
 CheckedProcess::~CheckedProcess() {
   if (process_ && end_.empty()) process_->Send(desk::Command::kKill);
   AwaitEnd(Clock::now() + kKillTime);
-  process_.reset();
-  // A supervisor that the task has stopped is among them.
+  if (!std::exchange(process_, nullptr)) AwaitGone(Clock::now() + kKillTime);
+  // A supervisor that the task has stopped is among them; it leaves the socket.
   const auto deadline = Clock::now() + kKillTime;
   for (auto left = ReapChildren(); !left.empty() && Clock::now() < deadline;
        left = ReapChildren()) {
     for (const int pid : left) kill(pid, SIGKILL);
     poll(nullptr, 0, GetMilliseconds(kTick));
   }
+  unlink(socket_path_.constData());
 }
 
 void CheckedProcess::AwaitStart(const std::string& task) {
@@ -139,6 +142,7 @@ void CheckedProcess::ReadNews() {
       break;
     case News::kRunning:
       is_running_ = true;
+      group_ = process_->GetProcessId();
       break;
     case News::kFailed:
       failure_ = cause.toStdString();
@@ -172,13 +176,23 @@ void CheckedProcess::Terminate() {
 
 bool CheckedProcess::Abandon(Clock::time_point deadline) {
   process_.reset();
-  return FindLeftovers(deadline).empty();
+  return AwaitGone(deadline);
+}
+
+bool CheckedProcess::AwaitGone(Clock::time_point deadline) const {
+  const auto is_there = [this] {
+    return kill(-group_, 0) == 0 || errno != ESRCH || access(socket_path_.constData(), F_OK) == 0;
+  };
+  bool is_left = is_there();
+  for (; is_left && Clock::now() < deadline; is_left = is_there()) {
+    poll(nullptr, 0, GetMilliseconds(kTick));
+  }
+  return !is_left;
 }
 
 std::set<std::string> CheckedProcess::FindSockets() const {
   std::set<std::string> paths;
-  if (!process_) return paths;
-  const std::set<std::string> inodes = FindOpenSockets(process_->GetProcessId());
+  const std::set<std::string> inodes = FindOpenSockets(group_);
   std::ifstream file("/proc/net/unix");
   for (std::string line; std::getline(file, line);) {
     std::istringstream fields(line);

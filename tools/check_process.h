@@ -46,7 +46,8 @@ class CheckedProcess {
   // Asks the task to end, as its starter does.
   void Terminate();
 
-  // Does what the death of the starter does. Returns whether nothing is left by the deadline.
+  // Does what the death of the starter does. Returns whether the process group and the socket are
+  // gone by the deadline.
   bool Abandon(Clock::time_point deadline);
 
   // Returns the paths of the sockets that the task has bound.
@@ -59,11 +60,13 @@ class CheckedProcess {
  private:
   void ReadNews();
   void AwaitStart(const std::string& task);
+  bool AwaitGone(Clock::time_point deadline) const;
   std::set<int> ReapChildren() const;
 
   std::set<int> strangers_;                           // The children that this process had before.
   std::unique_ptr<desk::SupervisedProcess> process_;  // Null: the starter is gone.
   QByteArray socket_path_;
+  int group_ = 0;  // The task's process group, and its process.
   Clock::time_point start_;
   std::string failure_;  // Of the start.
   bool is_running_ = false;

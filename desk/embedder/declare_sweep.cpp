@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -31,7 +30,7 @@ constexpr size_t kMaxRuns = 2;  // At a time.
 // What a run may take beyond its timeout before it counts as hanging.
 constexpr std::chrono::seconds kGrace(5);
 constexpr std::chrono::milliseconds kTick(100);
-constexpr off_t kMaxErrors = off_t{1} << 16;  // Bytes of standard error that are kept of a run.
+constexpr size_t kMaxErrors = size_t{1} << 16;  // Bytes of standard error that are kept of a run.
 
 [[noreturn]] void Fail(const char* what) {
   throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
@@ -51,30 +50,32 @@ std::vector<Declared> ListSizes() {
 
 // ---- Processes ----
 
-// A file without a name, for the standard error of one run; what is beyond its size is lost.
-class ErrorFile {
+// The standard error of one run. What does not fit into the pipe is lost.
+class ErrorPipe {
  public:
-  ErrorFile() : descriptor_(memfd_create("errors", MFD_CLOEXEC | MFD_ALLOW_SEALING)) {
-    if (descriptor_ < 0 || ftruncate(descriptor_, kMaxErrors) != 0 ||
-        fcntl(descriptor_, F_ADD_SEALS, F_SEAL_GROW) != 0) {
-      Fail("a file for standard error");
+  ErrorPipe() {
+    if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0) Fail("a pipe for standard error");
+  }
+  ErrorPipe(ErrorPipe&& other) noexcept {
+    std::swap(ends_[0], other.ends_[0]);
+    std::swap(ends_[1], other.ends_[1]);
+  }
+  ~ErrorPipe() {
+    for (const int end : ends_) {
+      if (end >= 0) close(end);
     }
   }
-  ErrorFile(ErrorFile&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  ~ErrorFile() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  ErrorFile(const ErrorFile&) = delete;
-  ErrorFile& operator=(const ErrorFile&) = delete;
-  ErrorFile& operator=(ErrorFile&&) = delete;
+  ErrorPipe(const ErrorPipe&) = delete;
+  ErrorPipe& operator=(const ErrorPipe&) = delete;
+  ErrorPipe& operator=(ErrorPipe&&) = delete;
 
-  int Get() const { return descriptor_; }
+  int GetInput() const { return ends_[1]; }
 
   // The last line, without control characters.
   std::string ReadLastLine() const {
-    std::string text(static_cast<size_t>(kMaxErrors), '\0');
-    const ssize_t size = pread(descriptor_, text.data(), text.size(), 0);
-    text.resize(size > 0 ? std::min(text.find('\0'), static_cast<size_t>(size)) : 0);
+    std::string text(kMaxErrors, '\0');
+    const ssize_t size = read(ends_[0], text.data(), text.size());
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
     while (!text.empty() && text.back() == '\n') text.pop_back();
     text.erase(0, text.rfind('\n') + 1);
     const auto is_control = [](char character) {
@@ -86,7 +87,7 @@ class ErrorFile {
   }
 
  private:
-  int descriptor_;
+  int ends_[2] = {-1, -1};
 };
 
 // A run that has ended: the status of waitpid, and the last line on standard error.
@@ -136,7 +137,7 @@ class Runs {
     std::cout.flush();
     const pid_t pid = fork();
     if (pid < 0) Fail("a process");
-    if (pid == 0) Become(sweep_, declared, run.errors.Get(), mask_);
+    if (pid == 0) Become(sweep_, declared, run.errors.GetInput(), mask_);
     runs_.emplace(pid, std::move(run));
   }
 
@@ -160,7 +161,7 @@ class Runs {
     size_t number;
     Clock::time_point deadline;
     bool has_hung;
-    ErrorFile errors;
+    ErrorPipe errors;
   };
 
   void Wait() {
@@ -211,7 +212,7 @@ class Judge {
       Tell("FAILED  ", declared, fault, end);
     } else if (IsCode(end, sweep_.timed_out)) {
       ++ran_on_;
-      Tell("ran on  ", declared, std::to_string(sweep_.timeout) + " s", {});
+      Tell("ran on  ", declared, "no exit within " + std::to_string(sweep_.timeout) + " s", {});
     } else {
       ++(IsCode(end, sweep_.refused) ? refused_ : exited_);
     }

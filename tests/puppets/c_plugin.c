@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
@@ -53,7 +54,7 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   setvbuf(stdout, NULL, _IOLBF, 0);
   if (strcmp(arguments[0], "careless") == 0) {
     app.GetPath(self, 1, NULL, 0);
-    while (!app.HasPermission) continue;
+    while (!app.HasPermission) pause();
     ExitNow(&code);
   } else if (strcmp(arguments[0], "exit") == 0 && count > 1) {
     const FlutterOstrelSlot slot = {sizeof slot, ExitNow, NULL, &code};
