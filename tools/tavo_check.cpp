@@ -144,7 +144,8 @@ std::vector<Check> Choose(const Options& options) {
   for (const std::string& name : options.only) {
     const auto is_it = [&](const Check& check) { return check.name == name; };
     if (std::any_of(checks.begin(), checks.end(), is_it)) continue;
-    throw CommandError(kWrongUsage, "--only: there is no check \"" + name + "\", but " + names);
+    throw CommandError(kWrongUsage,
+                       std::string("--only: there is no check \"").append(name) + "\", but " + names);
   }
   const auto is_unwanted = [&](const Check& check) {
     return !options.only.empty() &&
