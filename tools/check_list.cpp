@@ -25,7 +25,6 @@ constexpr char kConnect[] = "flrpc.connected";
 constexpr char kUnknown[] = "tavo.check.unknown";
 constexpr int kHandshakes = 4;  // What a client tries.
 constexpr int kInFlight = 1000;
-constexpr int kUnread = 100;  // Requests that fit into the buffers of a socket.
 constexpr size_t kLargePayload = size_t{1} << 20;
 constexpr size_t kDepth = 100'000;
 constexpr size_t kShown = 60;  // Columns of what the task has answered.
@@ -177,7 +176,8 @@ std::string CheckMalformed(Wire& wire, const std::vector<std::string>& inputs) {
 std::vector<std::pair<const char*, std::vector<std::string>>> MakeMalformed() {
   return {
       {"no-json",
-       {"this is no JSON\n", "\n", "{\"data\":\n", "\xff\xfe\n", "{\"data\":\"\xff\"}\n"}},
+       {"this is no JSON\n", "\n", "{\"data\":\n", "\xff\xfe\n", "{\"data\":\"\xff\"}\n",
+        std::string(kDepth, '[') + '\n'}},
       {"no-object", {"[1,2]\n", "5\n", "null\n", "\"data\"\n"}},
       {"no-data", {"{}\n", "{\"other\":1}\n", "{\"data\":5}\n", "{\"data\":null}\n"}},
       {"no-base64", {MakeFrame("?!"), MakeFrame("AAA"), MakeFrame("AA=A"), MakeFrame("")}},
@@ -264,9 +264,10 @@ std::string CheckAbruptEnd(Wire& wire) {
   return CheckAfterEnd(wire);
 }
 
+// The answers do not fit into the buffers of the socket, so the task still writes at the end.
 std::string CheckUnreadAnswers(Wire& wire) {
   Shake(wire);
-  for (int i = 1; i <= kUnread; ++i) wire.Send(MakeRequest("check_" + std::to_string(i)));
+  for (int i = 1; i <= kInFlight; ++i) wire.Send(MakeRequest("check_" + std::to_string(i)));
   return CheckAfterEnd(wire);
 }
 

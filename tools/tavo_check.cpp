@@ -134,18 +134,20 @@ class Report {
   int skipped_ = 0;
 };
 
+[[noreturn]] void ThrowUnknown(const std::string& name, const std::vector<Check>& checks) {
+  std::string names;
+  for (const Check& check : checks) names += std::string(names.empty() ? "" : ", ") + check.name;
+  throw CommandError(kWrongUsage, "--only: there is no check \"" + name + "\", but " + names);
+}
+
 // The checks that were asked for.
 std::vector<Check> Choose(const Options& options) {
   const std::chrono::duration<double> limit(options.timeout > 0 ? options.timeout : kHandshakeTime);
   std::vector<Check> checks =
       MakeChecks(std::chrono::duration_cast<std::chrono::microseconds>(limit));
-  std::string names;
-  for (const Check& check : checks) names += std::string(names.empty() ? "" : ", ") + check.name;
   for (const std::string& name : options.only) {
     const auto is_it = [&](const Check& check) { return check.name == name; };
-    if (std::any_of(checks.begin(), checks.end(), is_it)) continue;
-    throw CommandError(kWrongUsage,
-                       std::string("--only: there is no check \"").append(name) + "\", but " + names);
+    if (std::none_of(checks.begin(), checks.end(), is_it)) ThrowUnknown(name, checks);
   }
   const auto is_unwanted = [&](const Check& check) {
     return !options.only.empty() &&

@@ -168,7 +168,7 @@ class Runs {
     sigset_t child;
     sigemptyset(&child);
     sigaddset(&child, SIGCHLD);
-    const timespec tick{0, std::chrono::nanoseconds(kTick).count()};
+    const timespec tick{0, static_cast<long>(std::chrono::nanoseconds(kTick).count())};
     sigtimedwait(&child, nullptr, &tick);
     for (auto& [pid, run] : runs_) {
       if (Clock::now() < run.deadline || std::exchange(run.has_hung, true)) continue;

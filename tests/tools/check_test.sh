@@ -72,6 +72,7 @@ sweep() {
   [[ $code == "$1" && $(cat out errors | grep -cE -- "$3") == "$2" ]] || fail "sweep $3: $code, $(<out), $(<errors)"
 }
 plugin=$build/test_plugins/c_plugin.so
+export ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}handle_segv=0  # The signal ends the process.
 sweep 0 1 '^73 sizes: 54 exited, 19 refused, 0 ran on, 0 failed$' "$plugin" --description "$puppets/serve.json"
 sweep 1 3 '^(FAILED  application=(56|28): killed by signal 11.*|FAILED  application=(64|32): it hangs.*|73 .*, 2 failed)$' \
   "$plugin" -- careless
