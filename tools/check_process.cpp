@@ -17,8 +17,10 @@
 
 #include <QFile>
 
+#include "desk/runtime_manager/application.h"
+#include "desk/runtime_manager/supervised_process.h"
+#include "desk/runtime_manager/task_socket.h"
 #include "tools/printable.h"
-#include "tools/tavo_commands.h"
 
 namespace tools {
 namespace {
@@ -39,7 +41,7 @@ int GetMilliseconds(CheckedProcess::Clock::duration time) {
 QString FindLibraryPath() {
   Dl_info library{};
   if (dladdr(reinterpret_cast<void*>(&desk::FindApplication), &library) == 0) {
-    throw CommandError(kNotStarted, "libtavo.so cannot be found");
+    throw NotStarted("libtavo.so cannot be found");
   }
   const auto path = std::filesystem::absolute(library.dli_fname).lexically_normal();
   return QFile::decodeName(path.parent_path().c_str());
@@ -98,8 +100,7 @@ CheckedProcess::CheckedProcess(const std::string& task) {
     error = QString::fromStdString(failure_);
   }
   if (is_running_) return;
-  throw CommandError(kNotStarted,
-                     "the task \"" + task + "\" could not be started: " + error.toStdString());
+  throw NotStarted("the task \"" + task + "\" could not be started: " + error.toStdString());
 }
 
 CheckedProcess::~CheckedProcess() {

@@ -3,19 +3,28 @@
 //
 // Threads: the main thread alone; one object at a time. The process becomes a subreaper, so that
 //          what a task leaves behind becomes its child.
-// Errors:  CommandError with kNotStarted.
+// Errors:  NotStarted.
 #pragma once
 
 #include <chrono>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 #include <QByteArray>
 
-#include "desk/runtime_manager/supervised_process.h"
+namespace desk {
+class SupervisedProcess;
+}
 
 namespace tools {
+
+// The task could not be started.
+class NotStarted : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 class CheckedProcess {
  public:

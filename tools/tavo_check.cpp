@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@
 #include "desk/common/transfer.h"
 #include "desk/runtime_manager/json_line.h"
 #include "tools/check_list.h"
+#include "tools/common_options.h"
 #include "tools/printable.h"
 #include "tools/records.h"
 #include "tools/tavo_commands.h"
@@ -140,11 +142,17 @@ class Report {
   throw CommandError(kWrongUsage, "--only: there is no check \"" + name + "\", but " + names);
 }
 
+// The time of --timeout, or the default.
+template <class Duration>
+Duration GetTime(const Options& options, double otherwise) {
+  const double seconds = options.timeout > 0 ? options.timeout : otherwise;
+  return std::chrono::duration_cast<Duration>(
+      std::chrono::duration<double>(std::min(seconds, kMaxPatience)));
+}
+
 // The checks that were asked for.
 std::vector<Check> Choose(const Options& options) {
-  const std::chrono::duration<double> limit(options.timeout > 0 ? options.timeout : kHandshakeTime);
-  std::vector<Check> checks =
-      MakeChecks(std::chrono::duration_cast<std::chrono::microseconds>(limit));
+  auto checks = MakeChecks(GetTime<std::chrono::microseconds>(options, kHandshakeTime));
   for (const std::string& name : options.only) {
     const auto is_it = [&](const Check& check) { return check.name == name; };
     if (std::none_of(checks.begin(), checks.end(), is_it)) ThrowUnknown(name, checks);
@@ -159,27 +167,26 @@ std::vector<Check> Choose(const Options& options) {
 
 // `has_handshake` becomes false when nothing else can be checked.
 Outcome RunCheck(const Check& check, const Options& options, bool* has_handshake) {
-  const std::chrono::duration<double> patience(options.timeout > 0 ? options.timeout : kPatience);
   Outcome outcome{check.name, Result::kFailed, {}, {}};
   const auto start = Clock::now();
   {
     CheckedProcess process(options.task);
-    Wire wire(process, std::chrono::duration_cast<Clock::duration>(patience));
+    Wire wire(process, GetTime<Clock::duration>(options, kPatience));
     try {
       outcome.seen = check.run(wire);
       outcome.result = Result::kOk;
     } catch (const NoHandshake& finding) {
       outcome.seen = finding.what();
       *has_handshake = false;
-    } catch (const Finding& finding) {
-      outcome.seen = finding.what();
+    } catch (const std::exception& fault) {
+      outcome.seen = fault.what();
     }
   }
   outcome.time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
   return outcome;
 }
 
-void Run(const Options& options) {
+void Run(const Options& options) try {
   const std::vector<Check> checks = Choose(options);
   Report report(options.json);
   bool has_handshake = true;
@@ -188,27 +195,23 @@ void Run(const Options& options) {
                    ? RunCheck(check, options, &has_handshake)
                    : Outcome{check.name, Result::kSkipped, "the handshake has failed", {}});
   }
-  if (!report.Finish()) throw CLI::RuntimeError(kFailed);
+  if (!report.Finish()) throw CommandError(kFailed, "");
+} catch (const NotStarted& error) {
+  throw CommandError(kNotStarted, error.what());
 }
 
 }  // namespace
 
-void AddCheck(CLI::App& app) {
+void AddCheck(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const check = app.add_subcommand("check", kAbout);
-  check->footer(kFooter);
-  check->add_option("TASK", options->task, "The name of the task")->required();
-  check->add_flag("--json", options->json, "Print an object for each check");
-  check
-      ->add_option(
-          "--timeout", options->timeout,
-          "How long the task may take for an answer; 5 unless said, and 1 for the handshake")
-      ->check(CLI::Range(0.01, kMaxPatience))
-      ->type_name("SECONDS");
-  check->add_option("--only", options->only, "Run this check; repeatable")
-      ->type_name("NAME")
-      ->allow_extra_args(false);
-  check->callback([options] { Run(*options); });
+  desk::Command check = program.AddCommand("check", kAbout, kFooter);
+  AddTask(check, &options->task);
+  check.AddFlag("--json", &options->json, "Print an object for each check");
+  check.AddSeconds(
+      "--timeout", &options->timeout,
+      "How long the task may take for an answer; 5 seconds unless said, and 1 for the handshake");
+  check.AddOption("--only", &options->only, "NAME", "Run this check; repeatable");
+  check.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools
