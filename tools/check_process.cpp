@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <utility>
 
 #include <QFile>
 
@@ -29,7 +28,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kTick(10);
-constexpr seconds kStartTime(30);
+constexpr seconds kStartTime(10);
 // The supervisor gives a process that is killed five seconds.
 constexpr seconds kKillTime(7);
 
@@ -82,7 +81,10 @@ std::set<std::string> FindOpenSockets(int pid) {
 
 }  // namespace
 
-CheckedProcess::CheckedProcess(const std::string& task) {
+CheckedProcess::CheckedProcess() = default;
+
+// After the other constructor the destructor runs also when this one throws.
+CheckedProcess::CheckedProcess(const std::string& task) : CheckedProcess() {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   strangers_ = FindChildren();
   const QString name = QFile::decodeName(task.c_str());
@@ -106,15 +108,15 @@ CheckedProcess::CheckedProcess(const std::string& task) {
 CheckedProcess::~CheckedProcess() {
   if (process_ && end_.empty()) process_->Send(desk::Command::kKill);
   AwaitEnd(Clock::now() + kKillTime);
-  if (!std::exchange(process_, nullptr)) AwaitGone(Clock::now() + kKillTime);
-  // A supervisor that the task has stopped is among them; it leaves the socket.
+  if (!process_ && group_ > 0) AwaitGone(Clock::now() + kKillTime);
+  // A supervisor that the task has stopped is among them. The news of its loss removes its files.
   const auto deadline = Clock::now() + kKillTime;
   for (auto left = ReapChildren(); !left.empty() && Clock::now() < deadline;
        left = ReapChildren()) {
     for (const int pid : left) kill(pid, SIGKILL);
     poll(nullptr, 0, GetMilliseconds(kTick));
   }
-  unlink(socket_path_.constData());
+  AwaitEnd(deadline);
 }
 
 void CheckedProcess::AwaitStart(const std::string& task) {

@@ -67,6 +67,8 @@ class CheckedProcess {
   std::string FindLeftovers(Clock::time_point deadline) const;
 
  private:
+  CheckedProcess();
+
   void ReadNews();
   void AwaitStart(const std::string& task);
   bool AwaitGone(Clock::time_point deadline) const;

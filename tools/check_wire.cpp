@@ -108,13 +108,15 @@ void Wire::Wait(Clock::time_point deadline, const std::string& missing, short ev
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   if (left <= 0) throw Finding(missing + " within " + ShowPatience());
   const short output = outgoing_.empty() ? short{0} : short{POLLOUT};
-  pollfd connection{descriptor_, static_cast<short>(events | output), 0};
-  if (poll(&connection, 1, static_cast<int>(std::min<int64_t>(left, INT32_MAX))) <= 0) return;
-  if ((connection.revents & POLLOUT) != 0) Write();
-  if ((connection.revents & POLLIN) != 0) {
+  const int end_news = process_.GetDescriptor();
+  pollfd polled[] = {{descriptor_, static_cast<short>(events | output), 0}, {end_news, POLLIN, 0}};
+  const auto time = static_cast<int>(std::min<int64_t>(left, INT32_MAX));
+  if (poll(polled, 2, end_news < 0 ? 0 : time) < 0) return;
+  if ((polled[0].revents & POLLOUT) != 0) Write();
+  if ((polled[0].revents & POLLIN) != 0) {
     Read();
-  } else if ((connection.revents & (POLLHUP | POLLERR)) != 0) {
-    ThrowLost();
+  } else if ((polled[0].revents & (POLLHUP | POLLERR)) != 0 || process_.AwaitEnd(Clock::now())) {
+    ThrowLost();  // Another process may hold the other end of a task that has ended.
   }
 }
 
