@@ -98,7 +98,8 @@ CheckedProcess::CheckedProcess(const std::string& task) : CheckedProcess() {
   if (socket) process_ = desk::SupervisedProcess::Start(*application, socket.get(), &error);
   if (process_) {
     socket_path_ = socket->GetPath();
-    AwaitStart(task);
+    private_directory_ = socket->GetPrivateDirectory();
+    AwaitStart();
     error = QString::fromStdString(failure_);
   }
   if (is_running_) return;
@@ -117,15 +118,18 @@ CheckedProcess::~CheckedProcess() {
     poll(nullptr, 0, GetMilliseconds(kTick));
   }
   AwaitEnd(deadline);
+  if (process_ || socket_path_.isEmpty()) return;
+  unlink(socket_path_.constData());
+  if (!private_directory_.isEmpty()) rmdir(private_directory_.constData());
 }
 
-void CheckedProcess::AwaitStart(const std::string& task) {
+void CheckedProcess::AwaitStart() {
   const auto deadline = Clock::now() + kStartTime;
   while (!is_running_ && failure_.empty()) {
     const auto left = deadline - Clock::now();
     pollfd news{process_->GetDescriptor(), POLLIN, 0};
     if (left <= Clock::duration::zero()) {
-      failure_ = "the start of \"" + task + "\" takes too long";
+      failure_ = "it takes too long";
     } else if (poll(&news, 1, GetMilliseconds(left)) > 0) {
       ReadNews();
     }

@@ -70,14 +70,15 @@ class CheckedProcess {
   CheckedProcess();
 
   void ReadNews();
-  void AwaitStart(const std::string& task);
+  void AwaitStart();
   bool AwaitGone(Clock::time_point deadline) const;
   std::set<int> ReapChildren() const;
 
   std::set<int> strangers_;                           // The children that this process had before.
   std::unique_ptr<desk::SupervisedProcess> process_;  // Null: the starter is gone.
   QByteArray socket_path_;
-  int group_ = 0;  // The task's process group, and its process.
+  QByteArray private_directory_;  // Of the socket; may be empty.
+  int group_ = 0;                 // The task's process group, and its process.
   Clock::time_point start_;
   std::string failure_;  // Of the start.
   bool is_running_ = false;
