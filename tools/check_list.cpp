@@ -25,6 +25,7 @@ constexpr char kConnect[] = "flrpc.connected";
 constexpr char kUnknown[] = "tavo.check.unknown";
 constexpr int kHandshakes = 4;  // What a client tries.
 constexpr int kInFlight = 1000;
+constexpr int kUnread = 100;  // Requests that fit into the buffers of a socket.
 constexpr size_t kLargePayload = size_t{1} << 20;
 constexpr size_t kDepth = 100'000;
 constexpr size_t kShown = 60;  // Columns of what the task has answered.
@@ -264,10 +265,10 @@ std::string CheckAbruptEnd(Wire& wire) {
   return CheckAfterEnd(wire);
 }
 
-// The answers do not fit into the buffers of the socket, so the task still writes at the end.
 std::string CheckUnreadAnswers(Wire& wire) {
   Shake(wire);
-  for (int i = 1; i <= kInFlight; ++i) wire.Send(MakeRequest("check_" + std::to_string(i)));
+  wire.RefuseAnswers();
+  for (int i = 1; i <= kUnread; ++i) wire.Send(MakeRequest("check_" + std::to_string(i)));
   return CheckAfterEnd(wire);
 }
 

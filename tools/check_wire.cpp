@@ -79,6 +79,8 @@ void Wire::Close() {
   line_start_ = searched_ = 0;
 }
 
+void Wire::RefuseAnswers() { shutdown(descriptor_, SHUT_RD); }
+
 void Wire::Flush() {
   const auto deadline = GetDeadline();
   while (!outgoing_.empty()) Wait(deadline, "it did not read what was sent", 0);

@@ -44,6 +44,9 @@ class Wire {
   // Closes the connection, with whatever has not been read.
   void Close();
 
+  // From now on each write of the task fails, as after a close, but what it is sent arrives.
+  void RefuseAnswers();
+
   // Queues the bytes. They leave while Receive waits.
   void Send(const std::string& bytes) { outgoing_ += bytes; }
   // Writes what is queued, and reads nothing meanwhile.
