@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
   tools::AddIntent(program);
   tools::AddOpen(program);
   tools::AddTasks(program);
+  tools::AddCheck(program);
   tools::AddMonitor(program);
   tools::AddDiagram(program);
   tools::AddTop(program);

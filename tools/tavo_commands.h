@@ -37,6 +37,7 @@ class ErrorAnswer : public CommandError {
 // Each adds its subcommand, which runs while the program parses the command line.
 void AddBind(desk::CommandLine& program);
 void AddCall(desk::CommandLine& program);
+void AddCheck(desk::CommandLine& program);
 void AddDecode(desk::CommandLine& program);
 void AddDiagram(desk::CommandLine& program);
 void AddEmbed(desk::CommandLine& program);

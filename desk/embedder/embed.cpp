@@ -24,6 +24,7 @@
 #include <QTimer>
 
 #include "desk/common/value_json.h"
+#include "desk/embedder/declare_sweep.h"
 #include "desk/embedder/description.h"
 #include "desk/embedder/embedder.h"
 #include "desk/embedder/options.h"
@@ -48,6 +49,12 @@ class Failure : public std::runtime_error {
 
  private:
   const int exit_code_;
+};
+
+// An exception of the plug-in's registration.
+class PluginException : public Failure {
+ public:
+  using Failure::Failure;
 };
 
 // ---- What the plug-in is shown ----
@@ -137,9 +144,9 @@ void RegisterPlugin(const std::string& plugin, Register plugin_register, Embedde
   try {
     answer = plugin_register(embedder.GetContext());
   } catch (const std::exception& error) {
-    throw Failure(kWrongPlugin, prefix + "threw an exception: " + error.what());
+    throw PluginException(kWrongPlugin, prefix + "threw an exception: " + error.what());
   } catch (...) {
-    throw Failure(kWrongPlugin, prefix + "threw an exception of unknown type");
+    throw PluginException(kWrongPlugin, prefix + "threw an exception of unknown type");
   }
   if (answer == 0) throw Failure(kWrongPlugin, prefix + "answered 0");
 }
@@ -193,7 +200,10 @@ int WithinRange(int exit_code, const std::string& program) {
   return kHighest;
 }
 
-int Run(const Options& options, const std::string& program) {
+int Run(const Options& options, char** argv, const std::string& program) {
+  // Qt takes words of the command line that it knows: it is shown the name only.
+  int count = 1;
+  const QCoreApplication application(count, argv);
   if (options.offer) {
     std::cout << ToText(MakeDescription(options)) << std::endl;
     if (!std::cout) throw Failure(kWrongUsage, "standard output cannot be written");
@@ -232,17 +242,43 @@ int Run(const Options& options, const std::string& program) {
   return WithinRange(exit_code, program);
 }
 
+// In a process of the sweep. An exception of the plug-in ends it by a signal.
+int RunOnce(const Options& options, char** argv, const std::string& program) {
+  try {
+    return Run(options, argv, program);
+  } catch (const std::exception& error) {
+    std::cerr << program << ": " << error.what() << std::endl;
+    if (dynamic_cast<const PluginException*>(&error)) std::abort();
+    const auto* failure = dynamic_cast<const Failure*>(&error);
+    return failure ? failure->GetExitCode() : kWrongUsage;
+  }
+}
+
+int Sweep(const Options& options, char** argv, const std::string& program) {
+  if (options.offer || options.report || options.description == "-") {
+    throw Failure(kWrongUsage,
+                  "--declare-sweep goes with neither --offer nor --report nor standard input");
+  }
+  ReadDescription(options.description);  // Throws for all of them.
+  constexpr uint32_t kDefaultTimeout = 3;
+  DeclareSweep sweep{options.timeout.value_or(kDefaultTimeout), kTimedOut, kWrongPlugin, {}};
+  sweep.run = [&](const Declared& declared) {
+    Options once = options;
+    once.timeout = sweep.timeout;
+    if (!declared.first.empty()) once.declared.push_back(declared);
+    return RunOnce(once, argv, program);
+  };
+  return RunDeclareSweep(sweep, program);
+}
+
 }  // namespace
 
 int RunEmbed(int argc, char** argv, const std::string& program) {
-  // Qt takes words of the command line that it knows: it is shown the name only.
-  int count = 1;
-  const QCoreApplication application(count, argv);
   try {
     const Options options = ParseOptions(argc, argv, program);
-    if (options.help.empty()) return Run(options, program);
     std::cout << options.help;
-    return 0;
+    if (!options.help.empty()) return 0;
+    return options.declare_sweep ? Sweep(options, argv, program) : Run(options, argv, program);
   } catch (const Failure& failure) {
     std::cerr << program << ": " << failure.what() << '\n';
     return failure.GetExitCode();

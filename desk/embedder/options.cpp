@@ -68,6 +68,9 @@ void AddOptions(Command& command, Options* options) {
       "STRUCTURE=BYTES",
       "The size that another embedder declares of the context, or of the application, view, "
       "texture or messenger table");
+  command.AddFlag("--declare-sweep", &options->declare_sweep,
+                  "Run the plug-in with each size of each of these structures, two runs at a time, "
+                  "and print at which sizes it crashes or hangs");
   command.AddFlag("--offer", &options->offer,
                   "Print the description as it is then, and what is offered by it; no plug-in is "
                   "needed");

@@ -22,6 +22,7 @@ struct Options {
   std::optional<uint32_t> timeout;    // In seconds.
   std::vector<std::pair<std::string, uint32_t>> declared;
   std::vector<std::string> arguments;  // The arguments behind "--".
+  bool declare_sweep = false;
   bool offer = false;
   bool render_thread = false;
   std::string help;  // The text to print instead, if help was asked for.

@@ -1,9 +1,11 @@
 /* A plug-in in C for the test of tavo-embed. Its first argument tells what it does: "exit N" exits
  * with N from a task; "refuse" answers 0 to the registration; "stay" does nothing; "serve" answers
- * on "echo", sends what "ask" brings to "dart" and prints the answer, and exits with 5 at "bye". */
+ * on "echo", sends what "ask" brings to "dart" and prints the answer, and exits with 5 at "bye";
+ * "careless" uses what an older embedder may lack, or waits for it, and exits with 5. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "platform/flutter_ostrel/flutter_ostrel.h"
 
@@ -50,7 +52,11 @@ uint32_t FlutterOstrelPluginRegister(FlutterOstrelPluginContext* context) {
   app.GetDartEntryPointArgs(self, &count, &arguments);
   if (count == 0 || arguments[count] || strcmp(arguments[0], "refuse") == 0) return 0;
   setvbuf(stdout, NULL, _IOLBF, 0);
-  if (strcmp(arguments[0], "exit") == 0 && count > 1) {
+  if (strcmp(arguments[0], "careless") == 0) {
+    app.GetPath(self, 1, NULL, 0);
+    while (!app.HasPermission) pause();
+    ExitNow(&code);
+  } else if (strcmp(arguments[0], "exit") == 0 && count > 1) {
     const FlutterOstrelSlot slot = {sizeof slot, ExitNow, NULL, &code};
     code = atoi(arguments[1]);
     app.EnqueueTask(self, &slot, 0);
