@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   tools::AddMonitor(app);
   tools::AddDiagram(app);
   tools::AddTop(app);
+  tools::AddProxy(app);
   tools::AddRun(app);
   tools::AddBind(app);
   tools::AddDecode(app);

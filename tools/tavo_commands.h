@@ -46,6 +46,7 @@ void AddListen(CLI::App& app);
 void AddMonitor(CLI::App& app);
 void AddNotify(CLI::App& app);
 void AddOpen(CLI::App& app);
+void AddProxy(CLI::App& app);
 void AddRun(CLI::App& app);
 void AddTasks(CLI::App& app);
 void AddTop(CLI::App& app);
