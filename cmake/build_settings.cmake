@@ -11,8 +11,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # Everything that runs lies in bin/, every library in lib/: one relative run path serves them all.
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 # The assertions of this system are part of its contract: they stay in every build type.
@@ -29,7 +29,7 @@ if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 # Log lines name the statement's file as the path below the root.
-add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 add_compile_definitions(QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII)
 add_compile_definitions(_FILE_OFFSET_BITS=64)  # On 32 bits large files and inodes fail without.
 # Nobody replaces our functions at run time: exported ones may be inlined and called directly.
@@ -48,7 +48,7 @@ if(TAVO_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # Coverage, which steers the search.
 endif()
 
-include_directories(${CMAKE_SOURCE_DIR})
+include_directories(${PROJECT_SOURCE_DIR})
 if(TAVO_RUNTIME_MANAGER_INCLUDE)  # The device's declarations hide ours.
   include_directories(BEFORE ${TAVO_RUNTIME_MANAGER_INCLUDE})
 endif()

@@ -18,13 +18,14 @@ endif()
 add_library(tavo SHARED)
 target_link_libraries(tavo PRIVATE tavo_objects ${runtime_manager})
 target_link_libraries(tavo INTERFACE flutter_ostrel)  # And with it the include path.
+target_compile_features(tavo INTERFACE cxx_std_17)
 add_library(tavo::tavo ALIAS tavo)
 set_target_properties(tavo PROPERTIES
   INSTALL_RPATH $ORIGIN  # Beside the runtime manager, in the tree as installed.
   BUILD_WITH_INSTALL_RPATH ON
-  LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/tavo.map)
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/tavo.map)
 target_link_options(tavo PRIVATE
-  -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/tavo.map
+  -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/tavo.map
   -Wl,-z,nodelete)  # Callbacks may be pending when the last table goes.
 if(NOT TAVO_SANITIZE)  # A sanitizer's own symbols come from the program.
   target_link_options(tavo PRIVATE -Wl,-z,defs)

@@ -59,6 +59,7 @@ set(TAVO_PUBLIC_HEADERS
   kit/values_inl.h
   platform/flutter_ostrel/flutter_ostrel.h
   src/tavo_capi.h
+  src/tavo_version.h
   wrapper/intent_manager.h
   wrapper/manager_wrapper.h)
 

@@ -3,7 +3,7 @@
 // Errors: CommandError with kWrongUsage, and what is wrong with the argument.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "cw/encodable_value.h"

@@ -79,12 +79,9 @@ std::string Match::Check(const std::string& expression) {
   return "";
 }
 
-CLI::Option* Match::AddOption(CLI::App* command, const std::string& name,
+desk::Option Match::AddOption(desk::Command& command, const std::string& name,
                               std::vector<std::string>* expressions, const std::string& about) {
-  return command->add_option(name, *expressions, about)
-      ->allow_extra_args(false)
-      ->check(Check)
-      ->type_name("EXPR");
+  return command.AddOption(name, expressions, "EXPR", about).Verify(Check);
 }
 
 }  // namespace tools

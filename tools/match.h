@@ -8,11 +8,11 @@
 // Threads: any.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "desk/common/command_line.h"
 #include "tools/records.h"
 
 namespace tools {
@@ -29,7 +29,7 @@ class Match {
   static std::string Check(const std::string& expression);
 
   // Adds an option that may be given several times, each time with one expression.
-  static CLI::Option* AddOption(CLI::App* command, const std::string& name,
+  static desk::Option AddOption(desk::Command& command, const std::string& name,
                                 std::vector<std::string>* expressions, const std::string& about);
 
  private:

@@ -51,12 +51,12 @@ double ParseAmount(Unit unit, const std::string& text) {
       std::find_if(std::begin(kSuffixes), std::end(kSuffixes),
                    [&](const Suffix& known) { return known.unit == unit && known.text == rest; });
   if (parsed.ec != std::errc() || suffix == std::end(kSuffixes)) {
-    throw std::runtime_error('"' + text + "\" is no amount such as " + range.example);
+    throw std::invalid_argument('"' + text + "\" is no amount such as " + range.example);
   }
   number *= suffix->factor;
   const bool is_within = number >= range.least && number <= range.most;  // A NaN is not.
   if (!is_within || (unit == Unit::kCount && std::trunc(number) != number)) {
-    throw std::runtime_error('"' + text + "\" is out of range");
+    throw std::invalid_argument('"' + text + "\" is out of range");
   }
   return number;
 }
@@ -89,7 +89,7 @@ ProxyRule ParseRule(const FaultOption& option, const std::string& text) {
     rest.erase(0, comma + 1);
   }
   const std::string fault = Match::Check(rest);
-  if (!fault.empty()) throw std::runtime_error(fault);
+  if (!fault.empty()) throw std::invalid_argument(fault);
   rule.terms = rest;
   return rule;
 }

@@ -50,7 +50,7 @@ struct ProxyRule {
   std::string terms;      // Empty: every message.
 };
 
-// Returns the rule that the text describes. Throws std::runtime_error with what is wrong.
+// Returns the rule that the text describes. Throws std::invalid_argument with what is wrong.
 ProxyRule ParseRule(const FaultOption& option, const std::string& text);
 
 // The rules of one command line.

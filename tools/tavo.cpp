@@ -1,22 +1,21 @@
 // tavo: what developers of plug-ins do on the command line, a subcommand each.
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <memory>
+#include <string>
 
 #include "desk/common/standard_descriptors.h"
 #include "desk/embedder/embed.h"
+#include "src/tavo_version.h"
 #include "tools/printable.h"
-#include "tools/summary.h"
 #include "tools/tavo_commands.h"
 
 namespace {
 
-int Report(const CLI::App& app, const char* text, int exit_code) {
-  std::cerr << "tavo";
-  for (const CLI::App* command : app.get_subcommands()) std::cerr << ' ' << command->get_name();
-  std::cerr << ": " << tools::Printable(text) << '\n';
+int Report(const std::string& command, const char* text, int exit_code) {
+  if (*text != '\0') std::cerr << command << ": " << tools::Printable(text) << '\n';
   return exit_code;
 }
 
@@ -29,40 +28,36 @@ int main(int argc, char** argv) {
   if (argc > 1 && std::strcmp(argv[1], "embed") == 0) {
     return desk::RunEmbed(argc - 1, argv + 1, "tavo embed");
   }
-  CLI::App app("Tools for developers of plug-ins.", "tavo");
-  app.footer("tavo COMMAND --help tells more of a command.");
-  app.set_version_flag("--version", "tavo " TAVO_VERSION, "Print the version and exit");
-  app.require_subcommand(1);
-  app.formatter(std::make_shared<tools::SummaryFormatter>());
-  tools::AddCall(app);
-  tools::AddNotify(app);
-  tools::AddListen(app);
-  tools::AddIntent(app);
-  tools::AddOpen(app);
-  tools::AddTasks(app);
-  tools::AddMonitor(app);
-  tools::AddDiagram(app);
-  tools::AddTop(app);
-  tools::AddProxy(app);
-  tools::AddRun(app);
-  tools::AddBind(app);
-  tools::AddDecode(app);
-  tools::AddEmbed(app);
-  tools::AddEncode(app);
-  tools::AddGenerate(app);
+  desk::CommandLine program("tavo", "Tools for developers of plug-ins.",
+                            "tavo COMMAND --help tells more of a command.", "tavo " TAVO_VERSION);
+  tools::AddCall(program);
+  tools::AddNotify(program);
+  tools::AddListen(program);
+  tools::AddIntent(program);
+  tools::AddOpen(program);
+  tools::AddTasks(program);
+  tools::AddMonitor(program);
+  tools::AddDiagram(program);
+  tools::AddTop(program);
+  tools::AddProxy(program);
+  tools::AddRun(program);
+  tools::AddBind(program);
+  tools::AddDecode(program);
+  tools::AddEmbed(program);
+  tools::AddEncode(program);
+  tools::AddGenerate(program);
   try {
-    app.parse(argc, argv);
+    std::cout << program.Parse({argv + std::min(argc, 1), argv + argc});
     return 0;
-  } catch (const CLI::RuntimeError& error) {
-    return error.get_exit_code();
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error, std::cout, std::cerr) == 0 ? 0 : tools::kWrongUsage;
+  } catch (const desk::UsageError& error) {
+    std::cerr << tools::Printable(error.what()) << "\nRun with --help for more information.\n";
+    return tools::kWrongUsage;
   } catch (const tools::ErrorAnswer& error) {
     std::cerr << error.what() << '\n';
     return error.GetExitCode();
   } catch (const tools::CommandError& error) {
-    return Report(app, error.what(), error.GetExitCode());
+    return Report(program.GetCommandName(), error.what(), error.GetExitCode());
   } catch (const std::exception& error) {
-    return Report(app, error.what(), tools::kFailed);
+    return Report(program.GetCommandName(), error.what(), tools::kFailed);
   }
 }

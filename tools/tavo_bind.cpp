@@ -78,19 +78,16 @@ std::string CheckNamespace(const std::string& text) {
 
 }  // namespace
 
-void AddBind(CLI::App& app) {
+void AddBind(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const bind = app.add_subcommand("bind", kAbout);
-  bind->footer(kFooter);
-  bind->add_option("DESCRIPTION", options->description, "The description, in JSON")->required();
-  bind->add_option("--header", options->header, "Write the C++ header to this file")
-      ->option_text("FILE");
-  bind->add_option("--page", options->page, "Write the page to this file")->option_text("FILE");
-  bind->add_option("--namespace", options->name_space,
-                   "The namespace of the code; the description's name if it is not given")
-      ->option_text("NAME")
-      ->check(CheckNamespace);
-  bind->callback([options] { Run(*options); });
+  desk::Command bind = program.AddCommand("bind", kAbout, kFooter);
+  bind.AddArgument("DESCRIPTION", &options->description, "The description, in JSON").Require();
+  bind.AddOption("--header", &options->header, "FILE", "Write the C++ header to this file");
+  bind.AddOption("--page", &options->page, "FILE", "Write the page to this file");
+  bind.AddOption("--namespace", &options->name_space, "NAME",
+                 "The namespace of the code; the description's name if it is not given")
+      .Verify(CheckNamespace);
+  bind.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -135,26 +135,23 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddCall(CLI::App& app) {
+void AddCall(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const call = app.add_subcommand("call", kAbout);
-  call->footer(kFooter);
-  AddTask(*call, &options->task);
-  AddMessage(*call, &options->method, &options->params);
-  AddTimeout(*call, &options->timeout, "How long to wait for the connection and for each answer");
-  call->add_flag("--notify-out", options->notify_out,
-                 "Print the notifications of the task on standard error, one JSON a line");
-  CLI::Option* const repeat =
-      call->add_option("--repeat", options->repeat,
-                       "Call so many times, and print how long that took in place of the results")
-          ->check(CLI::Range(1u, kMaxCalls))
-          ->type_name("N");
-  call->add_option("--in-flight", options->in_flight, "So many calls at a time")
-      ->check(CLI::Range(1u, kMaxInFlight))
-      ->type_name("N")
-      ->needs(repeat);
-  call->add_flag("--json", options->json, "Print the table of --repeat as JSON")->needs(repeat);
-  call->callback([options] { Run(*options); });
+  desk::Command call = program.AddCommand("call", kAbout, kFooter);
+  AddTask(call, &options->task);
+  AddMessage(call, &options->method, &options->params);
+  AddTimeout(call, &options->timeout, "How long to wait for the connection and for each answer");
+  call.AddFlag("--notify-out", &options->notify_out,
+               "Print the notifications of the task on standard error, one JSON a line");
+  const desk::Option repeat =
+      call.AddOption("--repeat", &options->repeat, "N",
+                     "Call so many times, and print how long that took in place of the results")
+          .LimitTo(1u, kMaxCalls);
+  call.AddOption("--in-flight", &options->in_flight, "N", "So many calls at a time")
+      .LimitTo(1u, kMaxInFlight)
+      .Need(repeat);
+  call.AddFlag("--json", &options->json, "Print the table of --repeat as JSON").Need(repeat);
+  call.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -1,12 +1,13 @@
 // The subcommands of the program `tavo`, one source file each: tools/tavo_NAME.cpp.
 //
 // Errors: a subcommand that fails throws CommandError. The program prints its text behind the name
-//         of the subcommand, and ends with its code. CLI::RuntimeError ends it without a text.
+//         of the subcommand, unless it is empty, and ends with its code.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <stdexcept>
 #include <string>
+
+#include "desk/common/command_line.h"
 
 namespace tools {
 
@@ -33,22 +34,22 @@ class ErrorAnswer : public CommandError {
   explicit ErrorAnswer(const std::string& text) : CommandError(kFailed, text) {}
 };
 
-// Each adds its subcommand, which runs while the application parses the command line.
-void AddBind(CLI::App& app);
-void AddCall(CLI::App& app);
-void AddDecode(CLI::App& app);
-void AddDiagram(CLI::App& app);
-void AddEmbed(CLI::App& app);
-void AddEncode(CLI::App& app);
-void AddGenerate(CLI::App& app);  // Of all subcommands that are added before or later.
-void AddIntent(CLI::App& app);
-void AddListen(CLI::App& app);
-void AddMonitor(CLI::App& app);
-void AddNotify(CLI::App& app);
-void AddOpen(CLI::App& app);
-void AddProxy(CLI::App& app);
-void AddRun(CLI::App& app);
-void AddTasks(CLI::App& app);
-void AddTop(CLI::App& app);
+// Each adds its subcommand, which runs while the program parses the command line.
+void AddBind(desk::CommandLine& program);
+void AddCall(desk::CommandLine& program);
+void AddDecode(desk::CommandLine& program);
+void AddDiagram(desk::CommandLine& program);
+void AddEmbed(desk::CommandLine& program);
+void AddEncode(desk::CommandLine& program);
+void AddGenerate(desk::CommandLine& program);  // Of all subcommands that are added before or later.
+void AddIntent(desk::CommandLine& program);
+void AddListen(desk::CommandLine& program);
+void AddMonitor(desk::CommandLine& program);
+void AddNotify(desk::CommandLine& program);
+void AddOpen(desk::CommandLine& program);
+void AddProxy(desk::CommandLine& program);
+void AddRun(desk::CommandLine& program);
+void AddTasks(desk::CommandLine& program);
+void AddTop(desk::CommandLine& program);
 
 }  // namespace tools

@@ -220,7 +220,7 @@ class Decoder {
   void Finish() {
     std::cout.flush();
     if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
-    if (has_failed_) throw CLI::RuntimeError(kFailed);  // What is wrong is told already.
+    if (has_failed_) throw CommandError(kFailed, "");  // What is wrong is told already.
   }
 
  private:
@@ -261,19 +261,16 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddDecode(CLI::App& app) {
+void AddDecode(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const decode = app.add_subcommand("decode", kAbout);
-  decode->footer(kFooter);
-  decode->add_flag("--json", options->as_json,
-                   "Print one JSON object a text; of what was recorded, time, task and direction "
-                   "come first. docs/tavo.md shows the JSON of values");
-  CLI::Option* const file =
-      decode
-          ->add_option("--file", options->file, "Read the lines of this file; -: of standard input")
-          ->option_text("FILE");
-  decode->add_option("TEXT", options->texts, "What is printed")->excludes(file);
-  decode->callback([options] { Run(*options); });
+  desk::Command decode = program.AddCommand("decode", kAbout, kFooter);
+  decode.AddFlag("--json", &options->as_json,
+                 "Print one JSON object a text; of what was recorded, time, task and direction "
+                 "come first. docs/tavo.md shows the JSON of values");
+  const desk::Option file = decode.AddOption("--file", &options->file, "FILE",
+                                             "Read the lines of this file; -: of standard input");
+  decode.AddArgument("TEXT", &options->texts, "What is printed").Exclude(file);
+  decode.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -87,18 +87,16 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddDiagram(CLI::App& app) {
+void AddDiagram(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("diagram", kAbout);
-  command->footer(kFooter);
-  command->add_option("FILE", options->file, "The record; - is standard input")->required();
-  command->add_option("-o,--output", options->output, "Write the diagram to this file")
-      ->check(CheckOutput);
-  Match::AddOption(command, "--match", &options->matches, "Draw only what matches");
-  command->add_option("--limit", options->limit, "Draw so many entries at most")
-      ->check(CLI::Range(size_t{1}, Diagram::kMaxRows).description(""))
-      ->type_name("N");
-  command->callback([options] { Run(*options); });
+  desk::Command diagram = program.AddCommand("diagram", kAbout, kFooter);
+  diagram.AddArgument("FILE", &options->file, "The record; - is standard input").Require();
+  diagram.AddOption("-o,--output", &options->output, "FILE", "Write the diagram to this file")
+      .Verify(CheckOutput);
+  Match::AddOption(diagram, "--match", &options->matches, "Draw only what matches");
+  diagram.AddOption("--limit", &options->limit, "N", "Draw so many entries at most")
+      .LimitTo(size_t{1}, Diagram::kMaxRows);
+  diagram.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -8,11 +8,11 @@
 
 namespace tools {
 
-void AddEmbed(CLI::App& app) {
+void AddEmbed(desk::CommandLine& program) {
   const auto options = std::make_shared<desk::Options>();
-  CLI::App* const embed = app.add_subcommand("embed");
-  desk::AddOptions(*embed, *options);
-  embed->callback([options] {});  // The options live as long as the command.
+  desk::Command embed = program.AddCommand("embed", desk::kEmbedAbout, desk::kEmbedFooter);
+  desk::AddOptions(embed, options.get());
+  embed.OnRun([options] {});  // The options live as long as the command.
 }
 
 }  // namespace tools

@@ -56,13 +56,12 @@ std::string Encode(const EncodableValue& value) {
 
 }  // namespace
 
-void AddEncode(CLI::App& app) {
+void AddEncode(desk::CommandLine& program) {
   const auto json = std::make_shared<std::string>();
-  CLI::App* const encode = app.add_subcommand("encode", kAbout);
-  encode->footer(kFooter);
-  encode->add_option("JSON", *json, "The value; @FILE: in this file; -: on standard input")
-      ->required();
-  encode->callback([json] {
+  desk::Command encode = program.AddCommand("encode", kAbout, kFooter);
+  encode.AddArgument("JSON", json.get(), "The value; @FILE: in this file; -: on standard input")
+      .Require();
+  encode.OnRun([json] {
     std::cout << Encode(ReadValueArgument(*json)) << std::endl;
     if (!std::cout) throw CommandError(kFailed, "standard output cannot be written");
   });

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <vector>
 
-#include "tools/summary.h"
+#include "src/tavo_version.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -16,24 +16,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Option {
-  std::vector<std::string> names;  // With their dashes. A positional has one, without.
-  std::string value;               // The word for its value; empty for a flag.
-  std::string about;
-  bool is_positional;
-  bool is_required;
-  bool is_repeated;
-};
-
-struct Command {
-  std::string name;
-  std::string summary;
-  std::string about;
-  std::string footer;
-  std::vector<Option> options;
-};
-
-// ---- The command line ----
+using Option = desk::OptionDescription;
+using Command = desk::CommandDescription;
 
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
   for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
@@ -42,46 +26,12 @@ std::string Replace(std::string text, const std::string& from, const std::string
   return text;
 }
 
-Option ReadOption(const CLI::Option& option) {
-  Option read{{},
-              {},
-              option.get_description(),
-              option.get_positional(),
-              option.get_required(),
-              option.get_items_expected_max() > 1};
-  for (const std::string& name : option.get_snames()) read.names.push_back('-' + name);
-  for (const std::string& name : option.get_lnames()) read.names.push_back("--" + name);
-  if (read.is_positional) read.names = {option.get_name(true)};
-  if (option.get_items_expected_max() == 0) return read;
-  read.value = option.get_option_text();
-  const std::string type = option.get_type_name();  // With what checks it behind a colon.
-  if (read.value.empty()) read.value = type.substr(0, type.find(':'));
-  return read;
-}
-
-Command ReadCommand(const CLI::App& app) {
-  Command command{app.get_name(), Summarize(app), app.get_description(), app.get_footer(), {}};
-  for (const CLI::Option* option : app.get_options()) {
-    if (!option->get_group().empty()) command.options.push_back(ReadOption(*option));
-  }
-  return command;
-}
-
-// The program first, then its subcommands.
-std::vector<Command> ReadCommands(const CLI::App& app) {
-  std::vector<Command> commands = {ReadCommand(app)};
-  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-    if (!command->get_group().empty()) commands.push_back(ReadCommand(*command));
-  }
-  return commands;
-}
-
 // ---- bash ----
 
 std::string OptionWords(const Command& command) {
   std::string words;
   for (const Option& option : command.options) {
-    if (option.is_positional) continue;
+    if (option.is_argument) continue;
     for (const std::string& name : option.names) words += (words.empty() ? "" : " ") + name;
   }
   return words;
@@ -120,7 +70,7 @@ std::string EscapeForZsh(std::string text) {
 
 void WriteZshOption(const Option& option, std::ostream& text) {
   const std::string value = EscapeForZsh(option.value);
-  if (option.is_positional) {
+  if (option.is_argument) {
     const char* const once = option.is_required ? ":" : "::";
     text << " '" << (option.is_repeated ? "*:" : once) << EscapeForZsh(option.names[0])
          << ":_files'";
@@ -180,18 +130,18 @@ void WriteManOption(const Option& option, std::ostream& page) {
   page << ".TP\n";
   const char* separator = "";
   for (const std::string& name : option.names) {
-    page << separator << (option.is_positional ? "\\fI" : "\\fB") << EscapeForMan(name) << "\\fR";
+    page << separator << (option.is_argument ? "\\fI" : "\\fB") << EscapeForMan(name) << "\\fR";
     separator = ", ";
   }
-  if (!option.is_positional && !option.value.empty()) {
+  if (!option.is_argument && !option.value.empty()) {
     page << " \\fI" << EscapeForMan(option.value) << "\\fR";
   }
   page << '\n' << EscapeForMan(option.about) << '\n';
 }
 
-std::string SynopsisOf(const Option& positional) {
-  const std::string name = "\\fI" + EscapeForMan(positional.names[0]) + "\\fR";
-  return (positional.is_required ? name : '[' + name + ']') + (positional.is_repeated ? "..." : "");
+std::string SynopsisOf(const Option& argument) {
+  const std::string name = "\\fI" + EscapeForMan(argument.names[0]) + "\\fR";
+  return (argument.is_required ? name : '[' + name + ']') + (argument.is_repeated ? "..." : "");
 }
 
 // `words` is the command as it is typed, `rest` the list of the program's commands.
@@ -203,7 +153,7 @@ std::string WritePage(const Command& command, const std::string& words, const st
        << EscapeForMan(name) << " \\- " << EscapeForMan(command.summary) << "\n.SH SYNOPSIS\n.B "
        << EscapeForMan(words) << "\n[\\fIOPTION\\fR]...";
   for (const Option& option : command.options) {
-    if (option.is_positional) page << ' ' << SynopsisOf(option);
+    if (option.is_argument) page << ' ' << SynopsisOf(option);
   }
   if (!rest.empty()) page << " \\fICOMMAND\\fR";
   page << "\n.SH DESCRIPTION\n" << Paragraphs(command.about) << ".SH OPTIONS\n";
@@ -233,8 +183,7 @@ void WriteFile(const fs::path& path, const std::string& text) {
   if (!file) throw CommandError(kFailed, path.string() + " cannot be written");
 }
 
-void Generate(const CLI::App& app, const fs::path& directory) {
-  const std::vector<Command> commands = ReadCommands(app);
+void Generate(const std::vector<Command>& commands, const fs::path& directory) {
   WriteFile(directory / "bash-completion/completions/tavo", WriteBash(commands));
   WriteFile(directory / "zsh/site-functions/_tavo", WriteZsh(commands));
   const fs::path pages = directory / "man/man1";
@@ -248,12 +197,13 @@ void Generate(const CLI::App& app, const fs::path& directory) {
 
 }  // namespace
 
-void AddGenerate(CLI::App& app) {
+void AddGenerate(desk::CommandLine& program) {
   const auto directory = std::make_shared<std::string>();
-  CLI::App* const generate = app.add_subcommand("generate", "Writes completions and manual pages.");
-  generate->group("");  // Not in the help.
-  generate->add_option("DIRECTORY", *directory, "Where to write, as below share/")->required();
-  generate->callback([directory, &app] { Generate(app, *directory); });
+  desk::Command generate = program.AddCommand("generate", "Writes completions and manual pages.",
+                                              "Example: tavo generate build/share");
+  generate.Hide();
+  generate.AddArgument("DIRECTORY", directory.get(), "Where to write, as below share/").Require();
+  generate.OnRun([directory, &program] { Generate(program.Describe(), *directory); });
 }
 
 }  // namespace tools

@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -244,7 +245,7 @@ void Serve(const Options& options) {
 }
 
 // `extras` is what follows the first word of PARAMS; a mark "--" in front of that word is a part of
-// it. CLI11 would split a list of words at brackets and commas.
+// it.
 void Run(Options options, std::vector<std::string> extras) {
   if (!options.serve) {
     const bool is_marked = !extras.empty() && extras.front() == "--";
@@ -264,17 +265,16 @@ void Run(Options options, std::vector<std::string> extras) {
 
 }  // namespace
 
-void AddIntent(CLI::App& app) {
+void AddIntent(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const intent = app.add_subcommand("intent", kAbout);
-  intent->footer(kFooter)->allow_extras();
-  intent->add_option("NAME", options->name, "The name of the intent")->required();
-  intent->add_option("PARAMS", options->params,
+  desk::Command intent = program.AddCommand("intent", kAbout, kFooter);
+  intent.AddArgument("NAME", &options->name, "The name of the intent").Require();
+  intent.AddArgument("PARAMS", &options->params,
                      std::string(kJsonHelp) + ". With --serve: the command, behind --");
-  intent->add_flag("--serve", options->serve, "Offer the intent, and answer by the command");
-  AddTimeout(*intent, &options->timeout,
+  intent.AddFlag("--serve", &options->serve, "Offer the intent, and answer by the command");
+  AddTimeout(intent, &options->timeout,
              "How long to wait for the answer, or for the command to answer");
-  intent->callback([options, intent] { Run(*options, intent->remaining()); });
+  intent.OnRunWithRest([options](auto rest) { Run(*options, std::move(rest)); });
 }
 
 }  // namespace tools

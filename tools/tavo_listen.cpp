@@ -70,16 +70,14 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddListen(CLI::App& app) {
+void AddListen(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const listen = app.add_subcommand("listen", kAbout);
-  listen->footer(kFooter);
-  AddTask(*listen, &options->task);
-  listen->add_option("METHOD", options->methods, "The methods of the notifications");
-  listen->add_option("--limit", options->limit, "End after so many notifications; 0: no limit")
-      ->type_name("N");
-  AddTimeout(*listen, &options->timeout, "How long to listen");
-  listen->callback([options] { Run(*options); });
+  desk::Command listen = program.AddCommand("listen", kAbout, kFooter);
+  AddTask(listen, &options->task);
+  listen.AddArgument("METHOD", &options->methods, "The methods of the notifications");
+  listen.AddOption("--limit", &options->limit, "N", "End after so many notifications; 0: no limit");
+  AddTimeout(listen, &options->timeout, "How long to listen");
+  listen.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "tools/conversation.h"
 #include "tools/live_source.h"
@@ -178,40 +177,38 @@ void Run(Options options) {
   Monitor(options, std::move(source)).Run();
 }
 
-// An option that takes seconds, with or without a unit.
-CLI::Option* AddSeconds(CLI::App* command, const std::string& name, double* seconds,
-                        const std::string& about) {
-  static const std::map<std::string, double> kUnits = {{"ms", 0.001}, {"s", 1}, {"min", 60}};
-  return command->add_option(name, *seconds, about)
-      ->transform(CLI::AsNumberWithUnit(kUnits))
-      ->check(CLI::Range(0.001, 1e6).description(""))
-      ->type_name("SECONDS");
-}
+// The limits of --late and --timeout.
+constexpr double kMinSeconds = 0.001;
+constexpr double kMaxSeconds = 1e6;
 
 }  // namespace
 
-void AddMonitor(CLI::App& app) {
+void AddMonitor(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const command = app.add_subcommand("monitor", kAbout);
-  command->footer(kFooter);
-  command->add_option("FILE", options->file,
+  desk::Command monitor = program.AddCommand("monitor", kAbout, kFooter);
+  monitor.AddArgument("FILE", &options->file,
                       "The record; - is standard input; without it the session, live");
-  command->add_flag("-f,--follow", options->follows,
-                    "Go on at the end of the file, until Ctrl-C; a file that is truncated or "
-                    "replaced is read again, and one that does not exist is waited for");
-  AddSeconds(command, "--late", &options->late,
-             "With -f: tell a request that has had no answer for so long (5s)");
-  auto* const match =
-      Match::AddOption(command, "--match", &options->matches, "Print only what matches");
-  auto* const limit = command->add_option("--limit", options->limit, "End after so many lines")
-                          ->check(CLI::Range(size_t{1}, size_t{1} << 31).description(""))
-                          ->type_name("N");
-  auto* const wait = Match::AddOption(command, "--wait", &options->waits,
-                                      "Follow the file until an entry matches, and print it");
-  wait->excludes(match)->excludes(limit);
-  AddSeconds(command, "--timeout", &options->timeout, "How long --wait waits")->needs(wait);
-  command->add_flag("--json", options->as_json, "One JSON object a line, with the whole payload");
-  command->callback([options] { Run(*options); });
+  monitor.AddFlag("-f,--follow", &options->follows,
+                  "Go on at the end of the file, until Ctrl-C; a file that is truncated or "
+                  "replaced is read again, and one that does not exist is waited for");
+  monitor
+      .AddSeconds("--late", &options->late,
+                  "With -f: tell a request that has had no answer for so long (5s)")
+      .LimitTo(kMinSeconds, kMaxSeconds);
+  const desk::Option match =
+      Match::AddOption(monitor, "--match", &options->matches, "Print only what matches");
+  const desk::Option limit =
+      monitor.AddOption("--limit", &options->limit, "N", "End after so many lines")
+          .LimitTo(size_t{1}, size_t{1} << 31);
+  const desk::Option wait = Match::AddOption(monitor, "--wait", &options->waits,
+                                             "Follow the file until an entry matches, and print it")
+                                .Exclude(match)
+                                .Exclude(limit);
+  monitor.AddSeconds("--timeout", &options->timeout, "How long --wait waits")
+      .LimitTo(kMinSeconds, kMaxSeconds)
+      .Need(wait);
+  monitor.AddFlag("--json", &options->as_json, "One JSON object a line, with the whole payload");
+  monitor.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

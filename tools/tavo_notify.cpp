@@ -51,14 +51,13 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddNotify(CLI::App& app) {
+void AddNotify(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const notify = app.add_subcommand("notify", kAbout);
-  notify->footer(kFooter);
-  AddTask(*notify, &options->task);
-  AddMessage(*notify, &options->method, &options->params);
-  AddTimeout(*notify, &options->timeout, "How long the task may take to read the notification");
-  notify->callback([options] { Run(*options); });
+  desk::Command notify = program.AddCommand("notify", kAbout, kFooter);
+  AddTask(notify, &options->task);
+  AddMessage(notify, &options->method, &options->params);
+  AddTimeout(notify, &options->timeout, "How long the task may take to read the notification");
+  notify.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -39,13 +39,12 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddOpen(CLI::App& app) {
+void AddOpen(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const open = app.add_subcommand("open", kAbout);
-  open->footer(kFooter);
-  open->add_option("URI", options->uri, "What is opened")->required();
-  AddTimeout(*open, &options->timeout, "How long to wait for the outcome");
-  open->callback([options] { Run(*options); });
+  desk::Command open = program.AddCommand("open", kAbout, kFooter);
+  open.AddArgument("URI", &options->uri, "What is opened").Require();
+  AddTimeout(open, &options->timeout, "How long to wait for the outcome");
+  open.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

@@ -48,8 +48,8 @@ constexpr char kFooter[] =
 constexpr int kHandedOver = 3;  // The listening socket that a task gets.
 
 struct Options {
-  std::vector<std::string> rules[std::size(kFaultOptions)];
-  std::optional<uint64_t> seed;
+  std::vector<ProxyRule> rules;
+  std::optional<uint32_t> seed;
   std::vector<std::string> command;
 };
 
@@ -57,14 +57,12 @@ struct Options {
   throw CommandError(kNotStarted, what + ": " + std::strerror(errno));
 }
 
-ProxyRules ReadRules(const Options& options) {
-  std::vector<ProxyRule> rules;
-  for (size_t i = 0; i < std::size(kFaultOptions); ++i) {
-    for (const std::string& text : options.rules[i]) {
-      rules.push_back(ParseRule(kFaultOptions[i], text));
-    }
-  }
+// The rules are applied in the order of their faults, whatever that of the command line is.
+ProxyRules MakeRules(std::vector<ProxyRule> rules) {
   if (rules.size() > ProxyRules::kMaxRules) throw CommandError(kWrongUsage, "more than 64 rules");
+  std::stable_sort(rules.begin(), rules.end(), [](const ProxyRule& left, const ProxyRule& right) {
+    return left.fault < right.fault;
+  });
   return ProxyRules(std::move(rules));
 }
 
@@ -162,13 +160,13 @@ void StartServer(const ProxyDescriptors& descriptors, const TaskListener& task,
 }
 
 [[noreturn]] void Run(const Options& options) {
-  ProxyRules rules = ReadRules(options);
+  ProxyRules rules = MakeRules(options.rules);
   if (!HasSocket()) {
     std::cerr << "tavo proxy: no listening socket was handed over as descriptor 3, so nothing is "
                  "disturbed\n";
     BecomeTask(options.command);
   }
-  const uint64_t seed = options.seed.value_or(std::random_device()());
+  const uint32_t seed = options.seed.value_or(std::random_device()());
   if (rules.AreRandom() && !options.seed) std::cerr << "tavo proxy: --seed " << seed << '\n';
   const TaskListener task;
   const auto self = static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0));
@@ -179,33 +177,22 @@ void StartServer(const ProxyDescriptors& descriptors, const TaskListener& task,
   BecomeTask(options.command);
 }
 
-std::string CheckRule(const FaultOption& option, const std::string& text) {
-  try {
-    ParseRule(option, text);
-    return "";
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-}
-
 }  // namespace
 
-void AddProxy(CLI::App& app) {
+void AddProxy(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const proxy = app.add_subcommand("proxy", kAbout);
-  proxy->footer(kFooter);
-  for (size_t i = 0; i < std::size(kFaultOptions); ++i) {
-    const FaultOption& option = kFaultOptions[i];
-    proxy->add_option(option.name, options->rules[i], option.about)
-        ->allow_extra_args(false)
-        ->check([&option](const std::string& text) { return CheckRule(option, text); })
-        ->type_name("RULE");
+  desk::Command proxy = program.AddCommand("proxy", kAbout, kFooter);
+  for (const FaultOption& option : kFaultOptions) {
+    const auto add = [options, &option](const std::string& text) {
+      options->rules.push_back(ParseRule(option, text));
+    };
+    proxy.AddOption(option.name, add, "RULE", option.about);
   }
-  proxy->add_option("--seed", options->seed, "Make the same random choices as with this number")
-      ->type_name("N");
-  proxy->add_option("TASK", options->command, "The task and its arguments, after --")->required();
-  proxy->positionals_at_end();
-  proxy->callback([options] { Run(*options); });
+  proxy.AddOption("--seed", &options->seed, "N",
+                  "Make the same random choices as with this number");
+  proxy.AddArgument("TASK", &options->command, "The task and its arguments, after --").Require();
+  proxy.StopAtArgument();
+  proxy.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

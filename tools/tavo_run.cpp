@@ -246,16 +246,15 @@ int Run(const Options& options) {
 
 }  // namespace
 
-void AddRun(CLI::App& app) {
+void AddRun(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const run = app.add_subcommand("run", kAbout);
-  run->footer(kFooter);
-  run->add_option("--record", options->record,
-                  "Record the conversations in this file, which is emptied first");
-  run->add_option("COMMAND", options->command, "The command and its arguments, after --")
-      ->required();
-  run->positionals_at_end();
-  run->callback([options] { std::exit(Run(*options)); });
+  desk::Command run = program.AddCommand("run", kAbout, kFooter);
+  run.AddOption("--record", &options->record, "FILE",
+                "Record the conversations in this file, which is emptied first");
+  run.AddArgument("COMMAND", &options->command, "The command and its arguments, after --")
+      .Require();
+  run.StopAtArgument();
+  run.OnRun([options] { std::exit(Run(*options)); });
 }
 
 }  // namespace tools

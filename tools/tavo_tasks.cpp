@@ -81,12 +81,11 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddTasks(CLI::App& app) {
+void AddTasks(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const tasks = app.add_subcommand("tasks", kAbout);
-  tasks->footer(kFooter);
-  tasks->add_flag("--json", options->json, "Print a JSON array");
-  tasks->callback([options] { Run(*options); });
+  desk::Command tasks = program.AddCommand("tasks", kAbout, kFooter);
+  tasks.AddFlag("--json", &options->json, "Print a JSON array");
+  tasks.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

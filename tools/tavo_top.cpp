@@ -248,16 +248,13 @@ void Run(const Options& options) {
 
 }  // namespace
 
-void AddTop(CLI::App& app) {
+void AddTop(desk::CommandLine& program) {
   const auto options = std::make_shared<Options>();
-  CLI::App* const top = app.add_subcommand("top", kAbout);
-  top->footer(kFooter);
-  top->add_flag("--once", options->once, "End after one interval");
-  top->add_flag("--json", options->as_json, "Print a JSON object for each interval");
-  top->add_option("--interval", options->interval, "Its length in seconds")
-      ->check(CLI::Range(0.1, 3600.0))
-      ->capture_default_str();
-  top->callback([options] { Run(*options); });
+  desk::Command top = program.AddCommand("top", kAbout, kFooter);
+  top.AddFlag("--once", &options->once, "End after one interval");
+  top.AddFlag("--json", &options->as_json, "Print a JSON object for each interval");
+  top.AddSeconds("--interval", &options->interval, "Its length").LimitTo(0.1, 3600.0).ShowDefault();
+  top.OnRun([options] { Run(*options); });
 }
 
 }  // namespace tools

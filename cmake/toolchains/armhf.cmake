@@ -1,7 +1,8 @@
 # Cross-builds for 32-bit hard-float ARM Linux and runs what it builds under user-mode emulation.
 #
-# Needs crossbuild-essential-armhf, qemu-user and a sysroot with Qt 5: script/sysroot makes one.
-# A sysroot of your own: -DTAVO_SYSROOT=DIRECTORY.
+# Needs crossbuild-essential-armhf, qemu-user, mmdebstrap and a sysroot with Qt 5: script/sysroot makes
+# one (installed as share/tavo/sysroot). A sysroot of your own: -DTAVO_SYSROOT=DIRECTORY. Packages are
+# found in the sysroot and in CMAKE_PREFIX_PATH.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
@@ -21,6 +22,8 @@ endif()
 set(CMAKE_SYSROOT ${TAVO_SYSROOT})
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${CMAKE_SYSROOT})
 
+# Where packages for the target are installed is as good a root as the sysroot.
+list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -16,6 +16,8 @@
 #include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
@@ -73,25 +75,28 @@ Description ReadDescription(const std::optional<std::string>& name) {
   }
 }
 
-// The directory of the libtavo.so that is loaded; none when none is.
-std::optional<std::string> FindLibsPath() {
-  std::optional<std::string> directory;
+// The files libtavo.so that are loaded. More than one is a mistake of who placed them.
+std::vector<std::filesystem::path> FindLibraries() {
+  std::vector<std::filesystem::path> libraries;
   const auto visit = [](dl_phdr_info* info, size_t, void* result) {
     const std::filesystem::path path(info->dlpi_name);
-    if (path.filename() != "libtavo.so") return 0;
-    *static_cast<std::optional<std::string>*>(result) =
-        std::filesystem::absolute(path).lexically_normal().parent_path();
-    return 1;
+    if (path.filename() == "libtavo.so") {
+      static_cast<std::vector<std::filesystem::path>*>(result)->push_back(
+          std::filesystem::absolute(path).lexically_normal());
+    }
+    return 0;
   };
-  dl_iterate_phdr(visit, &directory);
-  return directory;
+  dl_iterate_phdr(visit, &libraries);
+  return libraries;
 }
 
 Description MakeDescription(const Options& options) {
   Description description = ReadDescription(options.description);
-  const auto libs_path = options.libs_path || description.directories.count(kLibraries) != 0
-                             ? options.libs_path
-                             : FindLibsPath();
+  std::optional<std::string> libs_path = options.libs_path;
+  if (!libs_path && description.directories.count(kLibraries) == 0) {
+    const auto libraries = FindLibraries();
+    if (!libraries.empty()) libs_path = libraries.front().parent_path();
+  }
   if (libs_path) {
     description.directories[kLibraries] = *libs_path;
     description.arguments.insert(description.arguments.end(), {"--libs-path", *libs_path});
@@ -137,6 +142,15 @@ void RegisterPlugin(const std::string& plugin, Register plugin_register, Embedde
     throw Failure(kWrongPlugin, prefix + "threw an exception of unknown type");
   }
   if (answer == 0) throw Failure(kWrongPlugin, prefix + "answered 0");
+}
+
+// What is registered with one copy is unknown to the other.
+void WarnOfCopies(const std::string& plugin, const std::string& program) {
+  const auto libraries = FindLibraries();
+  if (libraries.size() < 2) return;
+  std::cerr << program << ": " << plugin << ": two copies of libtavo.so are loaded, which share "
+            << "nothing: " << libraries[0].string() << ", which the plug-in is linked with, and "
+            << libraries[1].string() << ", from the directory of --libs-path" << std::endl;
 }
 
 // ---- Signals, as events of the loop ----
@@ -210,6 +224,7 @@ int Run(const Options& options, const std::string& program) {
   if (options.timeout) timer.start(std::chrono::seconds(*options.timeout));
 
   RegisterPlugin(options.plugin, plugin_register, embedder);
+  WarnOfCopies(options.plugin, program);
   steps.Start();
   const int exit_code = embedder.Run();
   embedder.DestroyEngine();

@@ -7,11 +7,12 @@
 #include <utility>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "desk/common/command_line.h"
 
 namespace desk {
+
+extern const char kEmbedAbout[];
+extern const char kEmbedFooter[];
 
 struct Options {
   std::string plugin;
@@ -26,10 +27,10 @@ struct Options {
   std::string help;  // The text to print instead, if help was asked for.
 };
 
-// Gives the command its texts and options, which are kept in `options`.
-void AddOptions(CLI::App& app, Options& options);
+// Adds the options to the command; their values are kept in `options`.
+void AddOptions(Command& command, Options* options);
 
-// `program` is the name in the help. Throws std::runtime_error with what is wrong.
+// `program` is the name in the help. Throws UsageError.
 Options ParseOptions(int count, char** words, const std::string& program);
 
 }  // namespace desk

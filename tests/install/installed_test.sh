@@ -16,16 +16,15 @@ tests=$source/tests/install
 fail() { echo "FAILED: $*"; exit 1; }
 
 cmake --install "$build" --prefix "$prefix" >"$work/log" || fail "$(cat "$work/log")"
-package=$(dirname "$(find "$prefix" -name tavoConfig.cmake)")
 
 # Builds a project of its own; nothing of the source tree is on its include path.
 build_project() {
-  cmake -G Ninja -S "$1" -B "$2" -Dtavo_DIR="$package" -DCMAKE_CXX_COMPILER="$cxx" \
+  cmake -G Ninja -S "$1" -B "$2" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
     ${toolchain:+"-DCMAKE_TOOLCHAIN_FILE=$toolchain"} ${CXXFLAGS:+"-DCMAKE_CXX_FLAGS=$CXXFLAGS"} \
     >"$work/log" 2>&1 && cmake --build "$2" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
 }
 
-for file in man/man1/tavo-decode.1 bash-completion/completions/tavo zsh/site-functions/_tavo; do
+for file in man/man1/tavo-decode.1.gz bash-completion/completions/tavo zsh/site-functions/_tavo; do
   [[ -s $prefix/share/$file ]] || fail "no $file"
 done
 

@@ -24,7 +24,7 @@ expect() {
   [[ -z $(ls -A tmp) ]] || fail "left by: $*: $(find tmp)"
 }
 
-expect 7 -- sh -c 'exit 7'
+expect 7 -- sh -c '[ "$1" = "[a,b]" ] && exit 7' sh '[a,b]'
 expect 137 -- sh -c 'kill -9 $$'
 expect 3 -- "$work/missing"
 grep -qF "tavo run: $work/missing: No such file" errors || fail "$(cat errors)"

@@ -43,7 +43,7 @@ class RaceTest : public test::TestBase {
 // others send requests, and give the chunks back that the callbacks are lent. In every other round
 // the manager, its clients and its servers end meanwhile. Each request ends once, whoever wins.
 TEST_F(RaceTest, UseAndReleaseMeetCallbacks) {
-  for (int round = 50 * test::GetScale(); round > 0; --round) {
+  for (int round = 20 * test::GetScale(); round > 0; --round) {
     World world;
     world.Connect();
     world.hooked = 0;

@@ -46,7 +46,7 @@ row 3 '' ' ended with status 3' listen dies
 row 3 '' 'unusable Exec line' notify bad m
 row 4 '' 'tavo call: the task "mute" has not answered in time' call mute m --timeout 0.1
 row 4 '' 'has not read the notification in time' notify mute m --timeout 0.1
-row 4 '' 'the time is over' listen mute --timeout 0.1
+row 4 '' 'the time is over' listen mute --timeout 100ms
 "${program[@]}" call mute m &
 call=$!
 until [[ -n $(find run -name 'mute-*') ]]; do read -rt 0.01 <> <(:) || true; done

@@ -1,4 +1,4 @@
-# Writes the desktop entry ENTRY, which starts PROGRAM with ARGUMENT.
+# Writes the desktop entry ENTRY, which starts PROGRAM with ARGUMENT. TITLE and COMMENT are for people.
 #
 # A word of an Exec line is quoted as for a shell, a percent sign begins a field code, and a
 # backslash is one of the file format before it is one of the word.
@@ -11,10 +11,13 @@ endfunction()
 
 quote("${PROGRAM}" program)
 quote("${ARGUMENT}" argument)
+set(comment "")
+if(COMMENT)
+  set(comment "Comment=${COMMENT}\n")
+endif()
 file(WRITE "${ENTRY}" "[Desktop Entry]
 Type=Application
-Name=Digest
-Comment=Makes the SHA-256 digests of files for other applications
-NoDisplay=true
+Name=${TITLE}
+${comment}NoDisplay=true
 Exec=${program} ${argument}
 ")
