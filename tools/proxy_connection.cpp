@@ -16,17 +16,21 @@ int64_t GetPeerOf(int socket) {
   return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
 }
 
+// While nothing is to be read or written, only a hang-up is told; when that does not matter,
+// nothing.
 pollfd MakePoll(int socket, const ProxyPipe& incoming, const ProxyPipe& outgoing) {
   short events = 0;
   if (incoming.WantsToRead()) events |= POLLIN;
   if (outgoing.WantsToWrite()) events |= POLLOUT;
-  return {events == 0 ? -1 : socket, events, 0};  // An end that nobody waits for is not told.
+  return {events == 0 && outgoing.IsFinished() ? -1 : socket, events, 0};
 }
 
-// An end or a failure of the socket shows when it is used.
+// The end of what comes in shows when it is read. After a hang-up nobody reads what goes out.
 void Move(const pollfd& socket, ProxyPipe* incoming, ProxyPipe* outgoing, ProxyPipe::Time now) {
-  if (socket.revents != 0 && (socket.events & POLLIN) != 0) incoming->Read(now);
-  if (socket.revents != 0 && (socket.events & POLLOUT) != 0) outgoing->Write(now);
+  if (socket.revents == 0) return;
+  if ((socket.revents & (POLLHUP | POLLERR)) != 0) outgoing->Fail();
+  if ((socket.events & POLLIN) != 0) incoming->Read(now);
+  if ((socket.events & POLLOUT) != 0) outgoing->Write(now);
 }
 
 }  // namespace
