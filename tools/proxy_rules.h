@@ -24,22 +24,22 @@ enum class Unit { kShare, kCount, kSeconds, kBytesPerSecond };
 // The option of the command line for a fault.
 struct FaultOption {
   Fault fault;
-  const char* name;
   Unit unit;
+  const char* name;
   const char* about;
 };
 
 inline constexpr FaultOption kFaultOptions[] = {
-    {Fault::kDrop, "--drop", Unit::kShare, "Leave out a share of the messages"},
-    {Fault::kDuplicate, "--duplicate", Unit::kShare, "Pass a share of the messages on twice"},
-    {Fault::kCorrupt, "--corrupt", Unit::kShare, "Invert a bit in a share of the messages"},
-    {Fault::kReorder, "--reorder", Unit::kCount,
+    {Fault::kDrop, Unit::kShare, "--drop", "Leave out a share of the messages"},
+    {Fault::kDuplicate, Unit::kShare, "--duplicate", "Pass a share of the messages on twice"},
+    {Fault::kCorrupt, Unit::kShare, "--corrupt", "Invert a bit in a share of the messages"},
+    {Fault::kReorder, Unit::kCount, "--reorder",
      "Shuffle so many messages at a time, or as many as come within 100 ms"},
-    {Fault::kDelay, "--delay", Unit::kSeconds, "Pass messages on so much later"},
-    {Fault::kSlow, "--slow", Unit::kBytesPerSecond, "Pass on so many bytes a second"},
-    {Fault::kCutAfter, "--cut-after", Unit::kCount,
+    {Fault::kDelay, Unit::kSeconds, "--delay", "Pass messages on so much later"},
+    {Fault::kSlow, Unit::kBytesPerSecond, "--slow", "Pass on so many bytes a second"},
+    {Fault::kCutAfter, Unit::kCount, "--cut-after",
      "Close a connection when so many messages have gone through it"},
-    {Fault::kKillAfter, "--kill-after", Unit::kCount,
+    {Fault::kKillAfter, Unit::kCount, "--kill-after",
      "Kill the task when so many messages have gone through"},
 };
 

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The supervisor kills what is left of a task after five seconds.
+// So long the last messages of a task may take.
 constexpr auto kMaxFarewell = std::chrono::seconds(4);
 constexpr auto kAcceptPause = std::chrono::milliseconds(100);
 constexpr auto kMaxWait = std::chrono::hours(1);

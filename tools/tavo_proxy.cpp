@@ -110,10 +110,11 @@ struct TaskListener {
 
 // ---- The processes ----
 
-// It belongs to the task's process group, ends with the task, and so does not obey what asks the
-// group to end: the last messages of the task are still to be passed on.
+// It ends with the task and stands outside its process group: the group is empty when the task has
+// ended, and what ends the group does not keep the last messages of the task from being passed on.
 [[noreturn]] void RunServer(const ProxyDescriptors& descriptors, ProxyContext context) {
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) signal(number, SIG_IGN);
+  setsid();
+  signal(SIGPIPE, SIG_IGN);  // Standard error may be a pipe that nobody reads any more.
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;  // A connection takes two descriptors.

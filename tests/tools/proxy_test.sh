@@ -33,7 +33,7 @@ row() {
   fail "${*:4} leaves $(find run tmp -type s; processes)"
 }
 call=(call wrapper_task)
-limited=(--timeout "$([[ $# -eq 0 ]] && echo 1 || echo 10)")
+limited=(--timeout "$([[ $# -eq 0 ]] && echo 1 || echo 3)")
 late='*has not answered in time*'
 lost='*the connection to the task "wrapper_task" is lost'
 tick='{"method":"tick","params":1}'
