@@ -112,7 +112,7 @@ struct TaskListener {
 
 // It ends with the task and stands outside its process group: the group is empty when the task has
 // ended, and what ends the group does not keep the last messages of the task from being passed on.
-[[noreturn]] void RunServer(const ProxyDescriptors& descriptors, ProxyContext context) {
+[[noreturn]] void RunServer(const ProxyDescriptors& descriptors, const ProxyContext& context) {
   setsid();
   signal(SIGPIPE, SIG_IGN);  // Standard error may be a pipe that nobody reads any more.
   rlimit limit{};
@@ -124,7 +124,7 @@ struct TaskListener {
   dup2(null, STDIN_FILENO);
   dup2(null, STDOUT_FILENO);
   try {
-    ProxyServer(descriptors, std::move(context)).Run();
+    ProxyServer(descriptors, context).Run();
     _exit(0);
   } catch (const std::exception& error) {
     std::cerr << "tavo proxy: " << error.what() << '\n';
