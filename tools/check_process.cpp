@@ -107,7 +107,7 @@ CheckedProcess::CheckedProcess(const std::string& task) : CheckedProcess() {
 }
 
 CheckedProcess::~CheckedProcess() {
-  if (process_ && end_.empty()) process_->Send(desk::Command::kKill);
+  if (process_ && end_.empty()) process_->Send(desk::Order::kKill);
   AwaitEnd(Clock::now() + kKillTime);
   if (!process_ && group_ > 0) AwaitGone(Clock::now() + kKillTime);
   // A supervisor that the task has stopped is among them. The news of its loss removes its files.
@@ -178,7 +178,7 @@ bool CheckedProcess::AwaitEnd(Clock::time_point deadline) {
 }
 
 void CheckedProcess::Terminate() {
-  if (process_) process_->Send(desk::Command::kTerminate);
+  if (process_) process_->Send(desk::Order::kTerminate);
 }
 
 bool CheckedProcess::Abandon(Clock::time_point deadline) {

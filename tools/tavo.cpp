@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   tools::AddMonitor(program);
   tools::AddDiagram(program);
   tools::AddTop(program);
+  tools::AddProxy(program);
   tools::AddRun(program);
   tools::AddReplay(program);
   tools::AddMock(program);

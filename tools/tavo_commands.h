@@ -50,6 +50,7 @@ void AddMonitor(desk::CommandLine& program);
 void AddNew(desk::CommandLine& program);
 void AddNotify(desk::CommandLine& program);
 void AddOpen(desk::CommandLine& program);
+void AddProxy(desk::CommandLine& program);
 void AddReplay(desk::CommandLine& program);
 void AddRun(desk::CommandLine& program);
 void AddTasks(desk::CommandLine& program);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The subcommands that talk to tasks: what they print, their exit codes, and that nothing is left.
-# Usage: tavo_talk_test.sh BUILD_DIRECTORY [EMULATOR...]
+# Usage: talk_test.sh BUILD_DIRECTORY [EMULATOR...]
 set -euo pipefail
 
 build=$(realpath "$1")
