@@ -12,6 +12,7 @@ function(tavo_install_headers)
 endfunction()
 
 tavo_install_headers(${TAVO_PUBLIC_HEADERS})
+install(TARGETS tavo-trace)
 set(installed tavo flutter_ostrel tavo_kit tavo_kit_qt)
 if(TAVO_DESK)
   tavo_install_headers(${TAVO_DESK_HEADERS})
