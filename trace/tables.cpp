@@ -13,7 +13,7 @@ namespace {
 template <typename Table, typename Loader>
 Table LoadFull(Loader load) {
   Table table{};
-  if (load) load(&table, sizeof table);
+  load(&table, sizeof table);
   return table;
 }
 
