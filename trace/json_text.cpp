@@ -1,14 +1,32 @@
 #include "trace/json_text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "desk/common/utf8.h"
 
 namespace trace {
 namespace {
 
-bool IsPlainCharacter(char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; }
+bool IsPlainCharacter(char c) {
+  return static_cast<uint8_t>(c) < 0x80 && c >= ' ' && c != '"' && c != '\\';
+}
+
+constexpr uint64_t RepeatByte(uint8_t byte) { return byte * UINT64_C(0x0101010101010101); }
+
+constexpr uint64_t kHighBits = RepeatByte(0x80);
+
+// Sets the high bit of each byte that is a plain character. No sum carries into the next byte.
+uint64_t MarkPlain(uint64_t word) {
+  constexpr uint64_t kRest = ~kHighBits;
+  const uint64_t low = word & kRest;
+  const uint64_t no_control = low + RepeatByte(0x80 - ' ');
+  const uint64_t no_quote = (low ^ RepeatByte('"')) + kRest;
+  const uint64_t no_backslash = (low ^ RepeatByte('\\')) + kRest;
+  return no_control & no_quote & no_backslash & ~word & kHighBits;
+}
 
 void AppendEscaped(std::string* json, std::string_view text) {
   for (size_t at = 0; at < text.size();) {
@@ -31,17 +49,17 @@ void AppendEscaped(std::string* json, std::string_view text) {
 
 }  // namespace
 
-// A block has no exit within, so it takes few instructions for many characters.
 bool IsPlain(std::string_view text) {
-  constexpr size_t kBlock = 64;
-  while (!text.empty()) {
-    const std::string_view block = text.substr(0, kBlock);
-    unsigned others = 0;
-    for (const char c : block) others |= IsPlainCharacter(c) ? 0U : 1U;
-    if (others != 0) return false;
-    text.remove_prefix(block.size());
+  constexpr size_t kWords = 8;  // In a block, which has no exit within.
+  while (text.size() >= kWords * sizeof(uint64_t)) {
+    uint64_t words[kWords];
+    std::memcpy(words, text.data(), sizeof words);
+    uint64_t plain = kHighBits;
+    for (const uint64_t word : words) plain &= MarkPlain(word);
+    if (plain != kHighBits) return false;
+    text.remove_prefix(sizeof words);
   }
-  return true;
+  return std::all_of(text.begin(), text.end(), IsPlainCharacter);
 }
 
 void AppendJsonText(std::string* json, std::string_view text) {

@@ -9,7 +9,8 @@
 
 namespace trace {
 
-// Whether the text is printable ASCII without quotes and backslashes, as a Base64 text is.
+// Whether the text is ASCII without control characters, quotes and backslashes, as a Base64 text
+// is.
 bool IsPlain(std::string_view text);
 
 // Appends the text between quotes. Bytes that are no UTF-8 become U+FFFD.

@@ -39,16 +39,16 @@ void RemoveConversation(const void* handle) {
   all.by_handle.erase(handle);
 }
 
-// A task's end is recorded unless its starter records the conversation in the same file.
+// Null: the starter records the conversation in the same file.
 std::shared_ptr<Conversation> MakeServed(Record& record) {
-  if (record.IsHeldByStarter()) return nullptr;
+  if (!record.Begin(false)) return nullptr;
   return std::make_shared<Conversation>(record, Conversation::End::kTask,
                                         program_invocation_short_name);
 }
 
-// Before the task starts, which looks for the mark.
+// Before the task starts, which looks for the file, too.
 std::shared_ptr<Conversation> MakeStarted(Record& record, const char* task) {
-  record.HoldAsStarter();
+  record.Begin(true);
   return std::make_shared<Conversation>(record, Conversation::End::kStarter, task);
 }
 

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 #include "trace/json_text.h"
@@ -35,17 +35,30 @@ timespec GetTime(clockid_t clock) {
   return time;
 }
 
+// Returns the path with the number of this process in the place of "%p".
+std::string GetPath(std::string path) {
+  constexpr std::string_view kProcess = "%p";
+  const auto at = path.find(kProcess);
+  return at == std::string::npos ? path
+                                 : path.replace(at, kProcess.size(), std::to_string(getpid()));
+}
+
 }  // namespace
 
-Record::Record(const char* path) : ring_(std::in_place, path, GetLimit()) {}
+Record::Record(const char* path) : path_(path), limit_(GetLimit()) { OpenRing(); }
 
 Record* Record::Get() noexcept {
   static Record* const record = [] {
     Record* const opened = Open();
+    if (!opened) return opened;
     // A forked process must not inherit a lock that another thread holds.
-    if (opened)
-      pthread_atfork([] { Get()->mutex_.lock(); }, [] { Get()->mutex_.unlock(); },
-                     [] { Get()->mutex_.unlock(); });
+    pthread_atfork([] { Get()->mutex_.lock(); }, [] { Get()->mutex_.unlock(); },
+                   [] {
+                     Get()->is_forked_ = true;
+                     Get()->mutex_.unlock();
+                   });
+    // Later than what is made later: the real library's manager, which ends conversations.
+    std::atexit([] { Get()->Close(); });
     return opened;
   }();
   return record;
@@ -57,9 +70,11 @@ void Record::Guard(const Body& body) noexcept {
   {
     const std::lock_guard lock(mutex_);
     try {
-      if (ring_) body();
+      if (!is_over_ && is_forked_) OpenRing();
+      if (!is_over_) body();
     } catch (const std::exception& error) {
       Report("nothing more is recorded: TAVO_TRACE_FILE: ", error.what());
+      is_over_ = true;
       ring_.reset();
     }
     line_.clear();
@@ -68,9 +83,39 @@ void Record::Guard(const Body& body) noexcept {
   errno = error_before;
 }
 
+// A forked process does not write to the files of its parent.
+void Record::OpenRing() {
+  is_forked_ = false;
+  ring_.reset();
+  try {
+    ring_.emplace(GetPath(path_), limit_);
+  } catch (const FileInUse&) {
+  }
+}
+
+bool Record::Begin(bool must_be_told) noexcept {
+  bool is_recorded = false;
+  Guard([&] {
+    if (!ring_) OpenRing();
+    is_recorded = ring_.has_value();
+    if (is_recorded || !must_be_told || is_told_) return;
+    is_told_ = true;
+    Report("a conversation is not recorded: TAVO_TRACE_FILE: ", FileInUse().what());
+  });
+  return is_recorded;
+}
+
+void Record::Close() noexcept {
+  Guard([this] {
+    is_over_ = true;
+    ring_.reset();
+  });
+}
+
 void Record::AddMessage(const std::string& members, std::string_view direction,
                         std::string_view text) noexcept {
   Guard([&] {
+    if (!ring_) return;
     line_.append(members).append(",\"direction\":\"").append(direction).append("\",");
     AppendTime();
     AppendMessage(text);
@@ -80,6 +125,7 @@ void Record::AddMessage(const std::string& members, std::string_view direction,
 
 void Record::AddEvent(const char* event, const std::string& members, const char* cause) noexcept {
   Guard([&] {
+    if (!ring_) return;
     line_.append("{\"event\":\"").append(event).append("\",").append(members).push_back(',');
     if (cause) {
       line_.append("\"cause\":");
@@ -94,6 +140,7 @@ void Record::AddEvent(const char* event, const std::string& members, const char*
 
 void Record::AddIntent(std::string_view intent, const char* uri) noexcept {
   Guard([&] {
+    if (!ring_) return;
     line_.append("{\"intent\":");
     AppendJsonText(&line_, intent);
     if (uri) {
@@ -108,16 +155,6 @@ void Record::AddIntent(std::string_view intent, const char* uri) noexcept {
   });
 }
 
-void Record::HoldAsStarter() noexcept {
-  Guard([this] { ring_->HoldAsStarter(); });
-}
-
-bool Record::IsHeldByStarter() noexcept {
-  bool is_held = false;
-  Guard([&] { is_held = ring_->IsHeldByStarter(); });
-  return is_held;
-}
-
 void Record::AppendTime() {
   const timespec monotonic = GetTime(CLOCK_MONOTONIC);
   const timespec wall = GetTime(CLOCK_REALTIME);
@@ -127,12 +164,11 @@ void Record::AppendTime() {
     std::strftime(second_text_, sizeof second_text_, "%Y-%m-%dT%H:%M:%S", &parts);
     second_ = wall.tv_sec;
   }
-  char text[96];
-  const int size =
-      std::snprintf(text, sizeof text, "\"monotonic\":%lld,\"time\":\"%s.%03ldZ\"",
-                    static_cast<long long>(monotonic.tv_sec) * 1000000 + monotonic.tv_nsec / 1000,
-                    second_text_, static_cast<long>(wall.tv_nsec / 1000000));
-  line_.append(text, static_cast<size_t>(size));
+  const auto microseconds = int64_t{monotonic.tv_sec} * 1000000 + monotonic.tv_nsec / 1000;
+  const std::string milliseconds = std::to_string(1000 + wall.tv_nsec / 1000000);
+  line_.append("\"monotonic\":").append(std::to_string(microseconds));
+  line_.append(",\"time\":\"").append(second_text_).append(1, '.');
+  line_.append(milliseconds, 1).append("Z\"");
 }
 
 // Only an extraordinary name makes an entry longer than a file may be.
