@@ -1,11 +1,10 @@
 #include "trace/ring.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace trace {
@@ -23,33 +22,35 @@ Ring::Ring(std::string path, uint64_t limit)
       older_path_(path_ + ".1"),
       half_(limit / 2),
       max_line_(static_cast<size_t>(std::min<uint64_t>(half_, SIZE_MAX / 4))),
-      file_(std::make_unique<RingFile>(path_, half_)) {}
+      file_(Open(path_)),
+      older_(Open(older_path_)) {}
+
+std::unique_ptr<RingFile> Ring::Open(const std::string& path) const {
+  return std::make_unique<RingFile>(path, half_);
+}
+
+void Ring::Reopen(std::unique_ptr<RingFile>* file, const std::string& path) const {
+  file->reset();  // Ends its lock.
+  *file = Open(path);
+}
 
 void Ring::Append(const std::string& line) {
-  if (!file_->IsIntact()) {
-    file_.reset();
-    file_ = std::make_unique<RingFile>(path_, half_);
-  }
+  if (!file_->IsIntact()) Reopen(&file_, path_);
   if (!file_->HasRoomFor(line.size())) Turn();
+  if (!file_->HasRoomFor(line.size())) throw std::runtime_error("it is full");
   file_->Append(line);
 }
 
-// The names are exchanged. A reader may find no FILE for a moment.
+// The names are exchanged. A reader may find no FILE for a moment. What somebody has moved away is
+// left alone.
 void Ring::Turn() {
-  if (older_ && !older_->IsIntact()) older_.reset();
-  if (!older_ && access(older_path_.c_str(), F_OK) == 0) {
-    older_ = std::make_unique<RingFile>(older_path_, half_);
-  }
-  if (older_) {
-    const std::string between = path_ + ".2";
-    older_->Clear();
-    Rename(older_path_, between);
-    Rename(path_, older_path_);
-    Rename(between, path_);
-  } else {
-    Rename(path_, older_path_);
-    older_ = std::make_unique<RingFile>(path_, half_);
-  }
+  if (!file_->IsAt(path_)) return Reopen(&file_, path_);
+  if (!older_->IsIntact() || !older_->IsAt(older_path_)) Reopen(&older_, older_path_);
+  older_->Clear();
+  const std::string between = path_ + ".2";
+  Rename(older_path_, between);
+  Rename(path_, older_path_);
+  Rename(between, path_);
   std::swap(file_, older_);
 }
 

@@ -24,6 +24,8 @@ class Ring {
   void Append(const std::string& line);
 
  private:
+  std::unique_ptr<RingFile> Open(const std::string& path) const;
+  void Reopen(std::unique_ptr<RingFile>* file, const std::string& path) const;
   void Turn();
 
   const std::string path_;
@@ -31,7 +33,7 @@ class Ring {
   const uint64_t half_;
   const size_t max_line_;
   std::unique_ptr<RingFile> file_;
-  std::unique_ptr<RingFile> older_;  // Null: not used yet.
+  std::unique_ptr<RingFile> older_;  // From the start: a process keeps its number of descriptors.
 };
 
 }  // namespace trace

@@ -79,7 +79,7 @@ RingFile::~RingFile() {
   if (map_) munmap(map_, static_cast<size_t>(max_size_));
   struct stat status {};
   if (!Look(&status)) return;
-  if (process_ == getpid() && static_cast<uint64_t>(status.st_size) == size_) {
+  if (process_ == getpid() && static_cast<uint64_t>(status.st_size) >= end_) {
     [[maybe_unused]] const int is_cut = ftruncate(descriptor_, static_cast<off_t>(end_));
   }
   close(descriptor_);
@@ -88,6 +88,11 @@ RingFile::~RingFile() {
 bool RingFile::IsIntact() const {
   struct stat status {};
   return Look(&status) && static_cast<uint64_t>(status.st_size) == size_ && status.st_nlink > 0;
+}
+
+bool RingFile::IsAt(const std::string& path) const {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
 }
 
 // Returns whether the descriptor is still that of this file.
@@ -108,7 +113,7 @@ void RingFile::Clear() {
   }
   for (uint64_t at = 0; at < size_; at += kStep) {
     const auto size = static_cast<size_t>(std::min<uint64_t>(kStep, size_ - at));
-    Store(at, &GetBlank()[kStep - size], size);
+    Write(at, &GetBlank()[kStep - size], size);
   }
   end_ = 0;
 }
@@ -143,7 +148,7 @@ void RingFile::FindEnd() {
     break;
   }
   if (end_ == 0) return;
-  Store(end_++, "\n", 1);
+  Write(end_++, "\n", 1);
   size_ = std::max(size_, end_);
 }
 
@@ -154,29 +159,27 @@ void RingFile::Map() {
   if (map != MAP_FAILED) map_ = static_cast<char*>(map);
 }
 
-// New pages are written by the kernel, which reports a full disk.
 void RingFile::Grow(uint64_t size) {
   while (size_ < size) {
     const auto step = static_cast<size_t>(std::min<uint64_t>(kStep, max_size_ - size_));
-    size_t written = 0;
-    int error = lseek(descriptor_, static_cast<off_t>(size_), SEEK_SET) < 0 ? errno : 0;
-    if (error == 0) {
-      error = desk::WriteQuietly(descriptor_, &GetBlank()[kStep - step], step, 0, &written);
-    }
-    size_ += written;
-    if (error != 0) FailOn(error);
+    size_ += Write(size_, &GetBlank()[kStep - step], step);
   }
 }
 
 void RingFile::Store(uint64_t at, const char* data, size_t size) {
   if (map_) {
     std::memcpy(map_ + at, data, size);
-    return;
+  } else {
+    Write(at, data, size);
   }
+}
+
+// By the kernel, which reports a full disk and the like. Returns the size.
+size_t RingFile::Write(uint64_t at, const char* data, size_t size) {
+  if (lseek(descriptor_, static_cast<off_t>(at), SEEK_SET) < 0) FailOn(errno);
   size_t written = 0;
-  int error = lseek(descriptor_, static_cast<off_t>(at), SEEK_SET) < 0 ? errno : 0;
-  if (error == 0) error = desk::WriteQuietly(descriptor_, data, size, 0, &written);
-  if (error != 0) FailOn(error);
+  if (const int error = desk::WriteQuietly(descriptor_, data, size, 0, &written)) FailOn(error);
+  return size;
 }
 
 }  // namespace trace

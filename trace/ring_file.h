@@ -34,11 +34,12 @@ class RingFile {
   RingFile& operator=(const RingFile&) = delete;
 
   bool HasRoomFor(size_t size) const { return end_ + size <= max_size_; }
-  bool IsEmpty() const { return end_ == 0; }
 
   // Whether the open file is as this object has left it. If it is not, somebody has truncated or
   // removed it, or the host has closed the descriptor, and nothing may be written.
   bool IsIntact() const;
+  // Whether this is the name of the open file.
+  bool IsAt(const std::string& path) const;
 
   // Writes at the end; there must be room. The line is in the kernel then.
   void Append(const std::string& line);
@@ -53,6 +54,7 @@ class RingFile {
   void Grow(uint64_t size);
   void Map();
   void Store(uint64_t at, const char* data, size_t size);
+  size_t Write(uint64_t at, const char* data, size_t size);
 
   const uint64_t max_size_;
   const pid_t process_;  // A forked one leaves the file alone.
