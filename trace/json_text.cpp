@@ -14,19 +14,8 @@ bool IsPlainCharacter(char c) {
   return static_cast<uint8_t>(c) < 0x80 && c >= ' ' && c != '"' && c != '\\';
 }
 
-constexpr uint64_t RepeatByte(uint8_t byte) { return byte * UINT64_C(0x0101010101010101); }
-
-constexpr uint64_t kHighBits = RepeatByte(0x80);
-
-// Sets the high bit of each byte that is a plain character. No sum carries into the next byte.
-uint64_t MarkPlain(uint64_t word) {
-  constexpr uint64_t kRest = ~kHighBits;
-  const uint64_t low = word & kRest;
-  const uint64_t no_control = low + RepeatByte(0x80 - ' ');
-  const uint64_t no_quote = (low ^ RepeatByte('"')) + kRest;
-  const uint64_t no_backslash = (low ^ RepeatByte('\\')) + kRest;
-  return no_control & no_quote & no_backslash & ~word & kHighBits;
-}
+// As many characters as the processor compares at once, or as the compiler makes of that.
+using Characters [[gnu::vector_size(16)]] = signed char;
 
 void AppendEscaped(std::string* json, std::string_view text) {
   for (size_t at = 0; at < text.size();) {
@@ -50,14 +39,17 @@ void AppendEscaped(std::string* json, std::string_view text) {
 }  // namespace
 
 bool IsPlain(std::string_view text) {
-  constexpr size_t kWords = 8;  // In a block, which has no exit within.
-  while (text.size() >= kWords * sizeof(uint64_t)) {
-    uint64_t words[kWords];
-    std::memcpy(words, text.data(), sizeof words);
-    uint64_t plain = kHighBits;
-    for (const uint64_t word : words) plain &= MarkPlain(word);
-    if (plain != kHighBits) return false;
-    text.remove_prefix(sizeof words);
+  constexpr size_t kBlock = 4;  // Without an exit within.
+  Characters block[kBlock];
+  for (; text.size() >= sizeof block; text.remove_prefix(sizeof block)) {
+    std::memcpy(block, text.data(), sizeof block);
+    Characters others{};
+    for (const Characters& some : block) {  // Below a blank is also what is no ASCII.
+      others |= (some < ' ') | (some == '"') | (some == '\\');
+    }
+    uint64_t words[sizeof others / sizeof(uint64_t)];
+    std::memcpy(words, &others, sizeof words);
+    if ((words[0] | words[1]) != 0) return false;
   }
   return std::all_of(text.begin(), text.end(), IsPlainCharacter);
 }

@@ -119,7 +119,6 @@ void Record::AddMessage(const std::string& members, std::string_view direction,
     line_.append(members).append(",\"direction\":\"").append(direction).append("\",");
     AppendTime();
     AppendMessage(text);
-    AppendLine();
   });
 }
 
@@ -173,22 +172,32 @@ void Record::AppendTime() {
 
 // Only an extraordinary name makes an entry longer than a file may be.
 void Record::AppendLine() {
-  if (line_.size() <= ring_->GetMaxLine()) ring_->Append(line_);
+  if (line_.size() <= ring_->GetMaxLine()) ring_->Append({line_});
 }
 
-// A message that no file of the ring may hold is told by its size and the beginning of its text.
+// Without a copy of the text, if it need not be escaped.
 void Record::AppendMessage(std::string_view text) {
   constexpr std::string_view kBegin = ",\"message\":{\"data\":";
   constexpr std::string_view kEnd = "}}\n";
+  constexpr std::string_view kPlainEnd = "\"}}\n";
   const size_t before = line_.size();
   const size_t max = ring_->GetMaxLine();
-  if (text.size() < max) {
-    line_.append(kBegin);
+  line_.append(kBegin);
+  if (text.size() < max && IsPlain(text)) {
+    line_.push_back('"');
+    const size_t size = line_.size() + text.size() + kPlainEnd.size();
+    if (size <= max) return ring_->Append({line_, text, kPlainEnd});
+  } else if (text.size() < max) {
     AppendJsonText(&line_, text);
     line_.append(kEnd);
-    if (line_.size() <= max) return;
-    line_.resize(before);
+    if (line_.size() <= max) return ring_->Append({line_});
   }
+  line_.resize(before);
+  AppendShortMessage(text);
+}
+
+// A message that no file of the ring may hold is told by its size and the beginning of its text.
+void Record::AppendShortMessage(std::string_view text) {
   constexpr size_t kFrame = sizeof "{\"data\":\"\"}" - 1;
   line_.append(",\"message\":null,\"size\":").append(std::to_string(text.size() + kFrame));
   const std::string_view head = text.substr(0, kHead);
@@ -197,6 +206,7 @@ void Record::AppendMessage(std::string_view text) {
     AppendJsonText(&line_, head);
   }
   line_.append("}\n");
+  AppendLine();
 }
 
 }  // namespace trace

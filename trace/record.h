@@ -49,6 +49,7 @@ class Record {
   void OpenRing();
   void AppendTime();
   void AppendMessage(std::string_view text);
+  void AppendShortMessage(std::string_view text);
   void AppendLine();
 
   const std::string path_;

@@ -34,11 +34,13 @@ void Ring::Reopen(std::unique_ptr<RingFile>* file, const std::string& path) cons
   *file = Open(path);
 }
 
-void Ring::Append(const std::string& line) {
+void Ring::Append(std::initializer_list<std::string_view> line) {
+  size_t size = 0;
+  for (const std::string_view piece : line) size += piece.size();
   if (!file_->IsIntact()) Reopen(&file_, path_);
-  if (!file_->HasRoomFor(line.size())) Turn();
-  if (!file_->HasRoomFor(line.size())) throw std::runtime_error("it is full");
-  file_->Append(line);
+  if (!file_->HasRoomFor(size)) Turn();
+  if (!file_->HasRoomFor(size)) throw std::runtime_error("it is full");
+  file_->Append(line, size);
 }
 
 // The names are exchanged. A reader may find no FILE for a moment. What somebody has moved away is

@@ -6,8 +6,10 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "trace/ring_file.h"
 
@@ -20,8 +22,9 @@ class Ring {
   // The size of the longest line that a file may hold.
   size_t GetMaxLine() const { return max_line_; }
 
-  // Appends the line, which ends with a newline. A process that is killed then does not lose it.
-  void Append(const std::string& line);
+  // Appends the line, which is given in pieces and ends with a newline. A process that is killed
+  // then does not lose it.
+  void Append(std::initializer_list<std::string_view> line);
 
  private:
   std::unique_ptr<RingFile> Open(const std::string& path) const;

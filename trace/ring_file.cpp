@@ -100,10 +100,12 @@ bool RingFile::Look(struct stat* status) const {
   return fstat(descriptor_, status) == 0 && status->st_dev == device_ && status->st_ino == inode_;
 }
 
-void RingFile::Append(const std::string& line) {
-  Grow(end_ + line.size());
-  Store(end_, line.data(), line.size());
-  end_ += line.size();
+void RingFile::Append(std::initializer_list<std::string_view> line, size_t size) {
+  Grow(end_ + size);
+  for (const std::string_view piece : line) {
+    Store(end_, piece.data(), piece.size());
+    end_ += piece.size();
+  }
 }
 
 void RingFile::Clear() {

@@ -12,8 +12,10 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace trace {
 
@@ -41,8 +43,9 @@ class RingFile {
   // Whether this is the name of the open file.
   bool IsAt(const std::string& path) const;
 
-  // Writes at the end; there must be room. The line is in the kernel then.
-  void Append(const std::string& line);
+  // Writes the pieces, of `size` bytes, at the end; there must be room. They are in the kernel
+  // then.
+  void Append(std::initializer_list<std::string_view> line, size_t size);
 
   // Removes all lines. The pages stay.
   void Clear();
