@@ -16,9 +16,10 @@ using cw::EncodableValue;
 using flrpc::Message;
 
 tavo::ManagerWrapper& GetManager() {
-  static const auto manager = tavo::ManagerWrapper::Create(
-      forge::IDispatcher::CreateEmpty(),
-      QCoreApplication::applicationDirPath().toStdString() + "/../lib");
+  const QString libraries = qEnvironmentVariable(
+      "TAVO_BENCH_LIBS", QCoreApplication::applicationDirPath() + QStringLiteral("/../lib"));
+  static const auto manager =
+      tavo::ManagerWrapper::Create(forge::IDispatcher::CreateEmpty(), libraries.toStdString());
   if (!manager) GiveUp("there is no service");
   return *manager;
 }
