@@ -51,7 +51,8 @@ class Parser {
   std::string_view TakeWord() {
     const size_t end = std::min(text_.find_first_of(kNoWord, at_), text_.size());
     if (end == at_) Fail("a name is missing");
-    return text_.substr(std::exchange(at_, end), end - at_);
+    const size_t begin = std::exchange(at_, end);
+    return text_.substr(begin, end - begin);
   }
 
   PathStep TakeStep() {
