@@ -1,0 +1,95 @@
+"""Turns the plain comments of the public headers into those that Doxygen reads.
+
+The first comment of a header describes the file. A comment above a declaration describes that
+declaration, and one behind it does so as well. Code, diagrams and the fields "Threads:", "Errors:"
+and "Ownership:" of a comment keep their form; all other text is a paragraph.
+"""
+import re
+
+# A text with code in backticks, in which Doxygen reads no commands; what it would read is escaped.
+SPECIAL = re.compile(r"(`[^`]*`)|([\\@<>#&%*_~|])")
+FIELD = re.compile(r"(?P<name>[A-Z][a-z]+): +(?=\S)")
+TAG = re.compile(r" +(\[[a-z ]+\]) {2,}")
+TRAILING = re.compile(r"^(?P<code>\s*[^\s#}/].*[^\s{]) +(?P<open>//|/\*) (?P<text>.*)$")
+# Doxygen does not find their scope.
+STD_SPECIALIZATION = re.compile(r"^template <>\nstruct std::.*?^};\n", re.M | re.S)
+
+
+def escape(text):
+    return SPECIAL.sub(lambda found: found[1] or "\\" + found[2], text)
+
+
+def end_code(result):
+    while not result[-1].strip():
+        del result[-1]
+    result += ["\\endverbatim", ""]
+
+
+def format_block(lines):
+    """The lines of one comment, without their comment marks, for Doxygen."""
+    result, field, is_code = [], 0, False
+    for number, line in enumerate(lines):
+        indent = len(line) - len(line.lstrip())
+        is_after_blank = number == 0 or not lines[number - 1].strip()
+        if is_code and line.strip() and indent < 2:
+            end_code(result)
+            is_code = False
+        if result and result[-1].startswith(("- ", "  ")) and not indent:
+            result.append("")
+        if is_code:
+            result.append(line)
+        elif not line.strip():
+            result.append("")
+        elif (start := FIELD.match(line)) and (field or is_after_blank) and start.end() > 9:
+            field = start.end()
+            result += ["", f"**{start['name']}:** {escape(line[field:])}"]
+        elif field and indent >= field:
+            result.append(escape(line.strip()))
+        elif tag := TAG.match(line):
+            result.append(f"- **{tag[1]}** {escape(line[tag.end():])}")
+        elif indent >= 2 and is_after_blank:
+            is_code, field = True, 0
+            result += ["\\verbatim", line]
+        else:
+            result.append("  " * bool(indent) + escape(line.strip()))
+    if is_code:
+        end_code(result)
+    return result
+
+
+def convert(text):
+    """The header with comments for Doxygen."""
+    result, block, is_first, in_block = [], [], True, False
+
+    def flush(indent):
+        nonlocal block, is_first
+        lines = format_block(block)
+        while lines and not lines[0]:
+            del lines[0]
+        if lines and is_first:
+            lines = ["\\file", *lines]
+        result.extend(f"{indent}/// {line}".rstrip() for line in lines)
+        if lines and is_first:
+            result.append("")
+        is_first, block = False, []
+
+    for line in STD_SPECIALIZATION.sub("", text).splitlines():
+        stripped = line.strip()
+        indent = line[:len(line) - len(line.lstrip())]
+        if in_block or (stripped.startswith("/*") and not stripped.startswith("/* --")):
+            in_block = not stripped.endswith("*/")
+            block.append(re.sub(r"^\s*(/\*|\*(?!/))? ?|\s*\*/$", "", line))
+            if not in_block:
+                flush(indent)
+        elif stripped.startswith("// --") or stripped.startswith("/* --"):
+            result.append("")
+        elif stripped.startswith("//"):
+            block.append(re.sub(r"^\s*// ?", "", line))
+        else:
+            if block:
+                flush(indent)
+            trailing = TRAILING.match(line)
+            result.append(f"{trailing['code']}  ///< "
+                          f"{escape(re.sub(r' *[*]/$', '', trailing['text']))}"
+                          if trailing else line)
+    return "\n".join(result) + "\n"
