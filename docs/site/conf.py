@@ -23,4 +23,5 @@ primary_domain = "cpp"
 
 breathe_projects = {"tavo": str(ROOT / "build/docs/xml")}
 breathe_default_project = "tavo"
+breathe_show_include = False
 breathe_domain_by_extension = {"h": "cpp"}

@@ -9,8 +9,9 @@ import re
 # A text with code in backticks, in which Doxygen reads no commands; what it would read is escaped.
 SPECIAL = re.compile(r"(`[^`]*`)|([\\@<>#&%*_~|])")
 FIELD = re.compile(r"(?P<name>[A-Z][a-z]+): +(?=\S)")
+LEAD = re.compile(r"^(?:Errors|Ownership|Results|Sizes|Threads)\.")
 TAG = re.compile(r" +(\[[a-z ]+\]) {2,}")
-TRAILING = re.compile(r"^(?P<code>\s*[^\s#}/].*[^\s{]) +(?P<open>//|/\*) (?P<text>.*)$")
+TRAILING = re.compile(r"^(?P<code>\s*(?!class |struct )[^\s#}/].*[^\s{]) +(?P<open>//|/\*) (?P<text>.*)$")
 # Doxygen does not find their scope.
 STD_SPECIALIZATION = re.compile(r"^template <>\nstruct std::.*?^};\n", re.M | re.S)
 
@@ -34,7 +35,7 @@ def format_block(lines):
         if is_code and line.strip() and indent < 2:
             end_code(result)
             is_code = False
-        if result and result[-1].startswith(("- ", "  ")) and not indent:
+        if not is_code and result and result[-1].startswith(("- ", "  ")) and not indent:
             result.append("")
         if is_code:
             result.append(line)
@@ -42,16 +43,18 @@ def format_block(lines):
             result.append("")
         elif (start := FIELD.match(line)) and (field or is_after_blank) and start.end() > 9:
             field = start.end()
-            result += ["", f"**{start['name']}:** {escape(line[field:])}"]
+            result += ["", f"<b>{start['name']}:</b> {escape(line[field:])}"]
         elif field and indent >= field:
             result.append(escape(line.strip()))
         elif tag := TAG.match(line):
-            result.append(f"- **{tag[1]}** {escape(line[tag.end():])}")
+            result.append(f"- <b>{tag[1]}</b> {escape(line[tag.end():])}")
         elif indent >= 2 and is_after_blank:
             is_code, field = True, 0
             result += ["\\verbatim", line]
         else:
-            result.append("  " * bool(indent) + escape(line.strip()))
+            text = escape(line.strip())
+            result.append("  " * bool(indent) +
+                          (LEAD.sub(r"<b>\g<0></b>", text) if is_after_blank else text))
     if is_code:
         end_code(result)
     return result
@@ -61,33 +64,31 @@ def convert(text):
     """The header with comments for Doxygen."""
     result, block, is_first, in_block = [], [], True, False
 
-    def flush(indent):
+    def flush():
         nonlocal block, is_first
         lines = format_block(block)
         while lines and not lines[0]:
             del lines[0]
         if lines and is_first:
             lines = ["\\file", *lines]
-        result.extend(f"{indent}/// {line}".rstrip() for line in lines)
-        if lines and is_first:
-            result.append("")
+        if lines:  # In this form, since a block of verbatim text keeps the marks of each line.
+            result.extend(["/**", *(line.replace("*/", "* /") for line in lines), "*/"])
         is_first, block = False, []
 
     for line in STD_SPECIALIZATION.sub("", text).splitlines():
         stripped = line.strip()
-        indent = line[:len(line) - len(line.lstrip())]
         if in_block or (stripped.startswith("/*") and not stripped.startswith("/* --")):
             in_block = not stripped.endswith("*/")
             block.append(re.sub(r"^\s*(/\*|\*(?!/))? ?|\s*\*/$", "", line))
-            if not in_block:
-                flush(indent)
         elif stripped.startswith("// --") or stripped.startswith("/* --"):
             result.append("")
         elif stripped.startswith("//"):
             block.append(re.sub(r"^\s*// ?", "", line))
         else:
             if block:
-                flush(indent)
+                if line.startswith("#pragma GCC"):
+                    block = []  # It is not of a declaration.
+                flush()
             trailing = TRAILING.match(line)
             result.append(f"{trailing['code']}  ///< "
                           f"{escape(re.sub(r' *[*]/$', '', trailing['text']))}"

@@ -1,8 +1,10 @@
 """Adapts the documents of the tree to the site, where each is a page beside the others."""
 import re
 
-# Behind these a fenced block has commands and what they print.
-RUN = re.compile(r"^(<!-- run[^\n]*-->\n+)```$", re.M)
+# A block of commands and what they print.
+CONSOLE = re.compile(r"^```\n(?=\$ )", re.M)
+# The name of a document as the text of a link; the site shows the title in its place.
+NAME = re.compile(r"\[[\w/-]+\.md\](?=\()")
 LINK = re.compile(r"\]\((?P<path>[^)#:\s]+)")
 CONTENTS = re.compile(r"(?<=^```\{toctree\}\n).*?(?=^```$)", re.M | re.S)
 
@@ -33,5 +35,5 @@ def adapt(root, stage, source):
                  any((stage / (line + suffix)).exists() for suffix in (".md", ".rst"))]
         return "".join(line + "\n" for line in known)
 
-    text = RUN.sub(r"\1```console", source.read_text())
+    text = NAME.sub("[]", CONSOLE.sub("```console\n", source.read_text()))
     return CONTENTS.sub(contents, LINK.sub(link, text))
