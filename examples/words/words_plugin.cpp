@@ -45,7 +45,7 @@ class WordsPlugin final : public cw::Plugin {
   }
 
  private:
-  void Count(const cw::EncodableValue* arguments, Reply reply) {
+  void Count(const cw::EncodableValue* arguments, const Reply& reply) {
     const auto path = cw::Get<std::string>(arguments, "path");
     if (!path) return reply->Error("no-path", "A count needs the text \"path\".");
     caller_->Call<words_messages::Words>(
