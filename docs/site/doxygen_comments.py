@@ -8,12 +8,34 @@ import re
 
 # A text with code in backticks, in which Doxygen reads no commands; what it would read is escaped.
 SPECIAL = re.compile(r"(`[^`]*`)|([\\@<>#&%*_~|])")
-FIELD = re.compile(r"(?P<name>[A-Z][a-z]+): +(?=\S)")
+FIELD = re.compile(r"(?P<name>Errors|Ownership|Threads): +(?=\S)")
 LEAD = re.compile(r"^(?:Errors|Ownership|Results|Sizes|Threads)\.")
 TAG = re.compile(r" +(\[[a-z ]+\]) {2,}")
 TRAILING = re.compile(r"^(?P<code>\s*(?!class |struct )[^\s#}/].*[^\s{]) +(?P<open>//|/\*) (?P<text>.*)$")
 # Doxygen does not find their scope.
 STD_SPECIALIZATION = re.compile(r"^template <>\nstruct std::.*?^};\n", re.M | re.S)
+
+
+# The name of a document or a header, in escaped text.
+FILE = re.compile(r"(?<![\w/`\\])(?:docs/(?P<page>[\w-]+)\.md|"
+                  r"(?P<header>[a-z]\w*(?:/(?:\w|\\_)+)+\.h))(?![\w`])")
+
+
+def link_files(lines, header, headers):
+    """The lines for Doxygen, in which names of files lead to the pages of the site."""
+    root = "../" * (header.count("/") + 1)
+    is_verbatim = False
+
+    def link(found):
+        name = (found["header"] or "").replace("\\", "")
+        if name and name not in headers:
+            return found[0]
+        page = f"api/{name}.html" if name else f"{found['page']}.html"
+        return f"[{found[0]}]({root}{page})"
+
+    for line in lines:
+        is_verbatim = (is_verbatim or line == "\\verbatim") and line != "\\endverbatim"
+        yield line if is_verbatim else FILE.sub(link, line)
 
 
 def escape(text):
@@ -41,7 +63,7 @@ def format_block(lines):
             result.append(line)
         elif not line.strip():
             result.append("")
-        elif (start := FIELD.match(line)) and (field or is_after_blank) and start.end() > 9:
+        elif (start := FIELD.match(line)):
             field = start.end()
             result += ["", f"<b>{start['name']}:</b> {escape(line[field:])}"]
         elif field and indent >= field:
@@ -60,8 +82,8 @@ def format_block(lines):
     return result
 
 
-def convert(text):
-    """The header with comments for Doxygen."""
+def convert(text, header, headers):
+    """The text of a header with comments for Doxygen. `headers` have pages on the site."""
     result, block, is_first, in_block = [], [], True, False
 
     def flush():
@@ -72,7 +94,8 @@ def convert(text):
         if lines and is_first:
             lines = ["\\file", *lines]
         if lines:  # In this form, since a block of verbatim text keeps the marks of each line.
-            result.extend(["/**", *(line.replace("*/", "* /") for line in lines), "*/"])
+            result.extend(["/**", *(line.replace("*/", "* /")
+                                     for line in link_files(lines, header, headers)), "*/"])
         is_first, block = False, []
 
     for line in STD_SPECIALIZATION.sub("", text).splitlines():

@@ -6,6 +6,9 @@ CONSOLE = re.compile(r"^```\n(?=\$ )", re.M)
 # The name of a document as the text of a link; the site shows the title in its place.
 NAME = re.compile(r"\[[\w/-]+\.md\](?=\()")
 LINK = re.compile(r"\]\((?P<path>[^)#:\s]+)")
+# The name of a header or an example in a text; the site links it.
+FILE = re.compile(r"(?<!\[)`(?P<path>[\w/]+\.h|examples/\w+)`")
+FENCE = re.compile(r"(^```.*?^```$)", re.M | re.S)
 CONTENTS = re.compile(r"(?<=^```\{toctree\}\n).*?(?=^```$)", re.M | re.S)
 
 
@@ -28,6 +31,10 @@ def adapt(root, stage, source):
         path = site_path(root, stage, (source.parent / found["path"]).resolve())
         return f"]({path or found['path']}"
 
+    def file(found):
+        path = site_path(root, stage, root / found["path"])
+        return f"[{found[0]}]({path})" if path else found[0]
+
     def contents(found):
         """Without the pages that are not there (yet); Sphinx tells of pages that no list has."""
         lines = found[0].splitlines()
@@ -36,4 +43,6 @@ def adapt(root, stage, source):
         return "".join(line + "\n" for line in known)
 
     text = NAME.sub("[]", CONSOLE.sub("```console\n", source.read_text()))
-    return CONTENTS.sub(contents, LINK.sub(link, text))
+    parts = FENCE.split(LINK.sub(link, text))
+    parts[::2] = [FILE.sub(file, part) for part in parts[::2]]
+    return CONTENTS.sub(contents, "".join(parts))
