@@ -5,6 +5,8 @@ import urllib.parse
 
 # Attributes whose file a browser fetches by itself: they must not name another host.
 FETCHED = {("img", "src"), ("script", "src"), ("link", "href"), ("iframe", "src")}
+# What a style sheet takes from files.
+STYLE = re.compile(r"""url\((["']?)(?!data:)(?P<path>[^)"']+)\1\)""")
 
 
 class Page(html.parser.HTMLParser):
@@ -41,6 +43,11 @@ def check_site(output):
                 yield f"{place}: {link}: there is no such page or picture"
             elif anchor and target in pages and anchor not in pages[target].anchors:
                 yield f"{place}: {link}: there is no such anchor"
+    for style in output.rglob("*.css"):
+        for found in STYLE.finditer(style.read_text()):
+            path = found["path"]
+            if path.startswith("/") or not (style.parent / path).is_file():
+                yield f"{style.relative_to(output)}: {path}: there is no such file"
 
 
 def slugs(text):
