@@ -29,7 +29,7 @@ row() {
 # ---- A task without code ----
 cat >notes.json <<'END'
 {"echo": {"result": "$params"},
- "pick": {"result": {"path": "$params.path", "all": ["$params[\"a b\"][1]", "$$params", "$paramsx"]}},
+ "pick": {"result": {"path": "$params.path", "all": ["$params[\"a b\"][1]", "$$params", "$$$params", "$$paramsx"]}},
  "fail": {"error": {"code": 5, "message": "no", "data": ["$params"]}},
  "slow": {"after": "50ms", "result": {"$float32s": [0.5]}},
  "count": {"results": [1, 2, 3]},
@@ -40,7 +40,7 @@ END
 row 0 "$PWD/apps/notes.desktop" '' mock --install notes.json apps
 row 0 "$PWD/apps/notes.desktop" '' mock --install notes.json apps
 row 0 '{"x":[1,2.5]}' '' call notes echo '{"x": [1, 2.5]}'
-row 0 '{"all":[7,"$params","$paramsx"],"path":"/p"}' '' call notes pick '{"path": "/p", "a b": [6, 7]}'
+row 0 '{"all":[7,"$params","$$params","$$paramsx"],"path":"/p"}' '' call notes pick '{"path": "/p", "a b": [6, 7]}'
 row 1 '' 'error -32602: params["a b"][1] is missing' call notes pick 7
 row 1 '' $'error 5: no\n[null]' call notes fail
 row 0 '{"$float32s":[0.5]}' '' call notes slow
@@ -51,9 +51,16 @@ TAVO_DESK_RECORD=$PWD/count tavo call notes count --repeat 4 >/dev/null
 results=$(tavo decode --json --file count | grep -o '"result":.*' | tr -d '\n')
 [[ $results == '"result":null}"result":1}"result":2}"result":3}"result":3}' ]] || fail "$results"
 
+# A schedule that is always late holds up neither requests nor the end of the task.
+entry='{"method":"tick","every":"1ms"}'
+echo "{\"echo\":{\"result\":\"\$params\"},\"\$schedule\":[$entry$(printf ",$entry%.0s" {2..10})]}" >busy.json
+tavo mock --install busy.json apps >/dev/null
+row 0 7 '' call busy echo 7
+
 # Wrong descriptions are told with the place of the fault.
+large=$(printf '%020000d' 0)
 while IFS='|' read -r description fault; do
-  echo "$description" >wrong.json
+  echo "${description/LARGE/$large}" >wrong.json
   row 2 '' "wrong.json: $fault" mock --install wrong.json apps
 done <<'ROWS'
 {"a": 7}|$.a: an object is wanted
@@ -66,6 +73,7 @@ done <<'ROWS'
 {"a": {"result": 1, "after": "1h"}}|$.a.after: seconds, or a text such as "200ms"
 {"a": {"result": 1, "notify": [{}]}}|$.a.notify[0]: "method" is missing
 {"$schedule": [{"method": "m", "every": 0}]}|$.$schedule[0].every: 1 ms is the least
+{"$schedule": [{"method": "m", "every": "1ms", "params": "LARGE"}]}|$.$schedule: it sends more than
 {"a": {"result": 1, "b": 2}}|$.a.b: there is no such key
 {"a": {"result": 1}, "a": {"result": 2}}|
 [|line 2, column 1
@@ -75,6 +83,11 @@ row 2 '' '--install and DIR need each other' mock --install notes.json
 row 2 '' 'none.json: No such file' mock --install none.json apps
 touch apps/wrong.desktop && echo '{}' >wrong.json
 row 1 '' 'wrong.desktop: exists, and tavo has not written it' mock --install wrong.json apps
+ln -sf notes.desktop apps/wrong.desktop
+row 1 '' 'wrong.desktop: exists, and tavo has not written it' mock --install wrong.json apps
+rm apps/wrong.desktop && echo kept >kept && ln -s ../kept apps/wrong.desktop.new
+row 0 "$PWD/apps/wrong.desktop" '' mock --install wrong.json apps
+[[ $(<kept) == kept && $(ls apps) == $'busy.desktop\nnotes.desktop\nwrong.desktop\nwrong.desktop.new' ]] || fail "$(ls apps)"
 
 # ---- A conversation again ----
 # talk: a record of these calls, TASK METHOD PARAMS.
