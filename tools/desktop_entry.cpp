@@ -1,13 +1,20 @@
 #include "tools/desktop_entry.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
 
+#include "desk/common/quiet_write.h"
 #include "desk/common/utf8.h"
-#include "tools/printable.h"
+#include "tools/descriptor.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -16,6 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kFirstLine[] = "# Written by tavo.";
+constexpr mode_t kMode = 0644;  // Of an entry.
 
 [[noreturn]] void Fail(const std::string& file, const std::string& cause) {
   throw CommandError(kFailed, file + ": " + cause);
@@ -44,8 +52,11 @@ std::string QuoteWord(const std::string& word) {
   return quoted + '"';
 }
 
+// A symbolic link is none of tavo's, wherever it leads.
 bool IsReplaceable(const fs::path& file) {
-  if (!fs::exists(fs::symlink_status(file))) return true;
+  const fs::file_status status = fs::symlink_status(file);
+  if (!fs::exists(status)) return true;
+  if (!fs::is_regular_file(status)) return false;
   std::ifstream stream(file);
   std::string line;
   return std::getline(stream, line) && line == kFirstLine;
@@ -60,14 +71,26 @@ std::string MakeEntry(const std::string& name, const std::vector<std::string>& a
 
 // Whoever starts the task meanwhile sees the former entry or the new one.
 void Write(const fs::path& file, const std::string& text) {
-  const fs::path draft = file.string() + ".new";
-  std::ofstream stream(draft, std::ios::binary | std::ios::trunc);
-  stream << text << std::flush;
-  if (!stream) Fail(draft.string(), std::strerror(errno));
-  fs::rename(draft, file);
+  std::string draft = file.string() + ".XXXXXX";
+  const Descriptor descriptor(mkostemp(draft.data(), O_CLOEXEC));
+  if (descriptor.Get() < 0) Fail(file.string(), std::strerror(errno));
+  size_t written = 0;
+  int fault = desk::WriteQuietly(descriptor.Get(), text.data(), text.size(), 0, &written);
+  if (fault == 0 && fchmod(descriptor.Get(), kMode) != 0) fault = errno;
+  if (fault == 0 && rename(draft.c_str(), file.c_str()) != 0) fault = errno;
+  if (fault == 0) return;
+  unlink(draft.c_str());
+  Fail(file.string(), std::strerror(fault));
 }
 
 }  // namespace
+
+std::string MakeAbsolute(const std::string& file) {
+  std::error_code error;
+  const fs::path path = fs::absolute(file, error);
+  if (error) Fail(file, error.message());
+  return path.string();
+}
 
 std::string WriteDesktopEntry(const std::string& directory, const std::string& name,
                               const std::vector<std::string>& arguments) {

@@ -24,14 +24,14 @@ constexpr char kSchedule[] = "$schedule";
 constexpr std::string_view kParams = "$params";
 constexpr double kMaxSeconds = 1'000'000;
 
+// What repeated notifications bring in a second, all together. A starter should be able to read it.
+constexpr double kMaxRate = 10'000;
+constexpr double kMaxByteRate = 16 << 20;
+
 // ---- References to the parameters ----
 
-bool BeginsWith(std::string_view text, std::string_view beginning) {
-  return text.substr(0, beginning.size()) == beginning;
-}
-
 bool IsReference(std::string_view text) {
-  if (!BeginsWith(text, kParams)) return false;
+  if (text.substr(0, kParams.size()) != kParams) return false;
   return text.size() == kParams.size() || text[kParams.size()] == '.' ||
          text[kParams.size()] == '[';
 }
@@ -46,8 +46,14 @@ ValuePath ReadReference(std::string_view text) {
   return path;
 }
 
+// A reference behind further dollar signs stands for itself with one of them less.
+bool IsQuotedReference(const std::string& text) {
+  const size_t name = text.find_first_not_of('$');
+  return name != std::string::npos && name > 1 && IsReference(text.substr(name - 1));
+}
+
 EncodableValue FillInText(const std::string& text, const EncodableValue& params) {
-  if (BeginsWith(text, "$$params")) return text.substr(1);
+  if (IsQuotedReference(text)) return text.substr(1);
   if (!IsReference(text)) return text;
   const EncodableValue* part = FindPart(params, ReadReference(text), 1);
   if (!part) throw std::runtime_error(text.substr(1) + " is missing");
@@ -180,6 +186,22 @@ std::vector<MockNotification> ReadNotifications(const std::optional<Part>& part,
   return notifications;
 }
 
+std::vector<MockNotification> ReadSchedule(const Part& part) {
+  std::vector<MockNotification> schedule = ReadNotifications(part, true);
+  double rate = 0;
+  double byte_rate = 0;
+  for (const MockNotification& notification : schedule) {
+    if (!notification.every) continue;
+    const size_t size = notification.method.size() + notification.params.Serialize().GetSize();
+    const double own_rate = 1 / std::chrono::duration<double>(*notification.every).count();
+    rate += own_rate;
+    byte_rate += own_rate * static_cast<double>(size);
+  }
+  const bool is_too_much = rate > kMaxRate || byte_rate > kMaxByteRate;
+  if (is_too_much) part.Fail("it sends more than 10,000 messages or 16 MiB a second");
+  return schedule;
+}
+
 MockMethod::Error ReadError(const Part& part) {
   part.ExpectObject({"code", "message", "data"});
   MockMethod::Error error;
@@ -218,7 +240,7 @@ MockDescription ReadDescription(const Part& whole) {
     const auto* name = key.GetIf<std::string>();
     if (!name || name->empty()) part.Fail("this is no name of a method");
     if (*name == kSchedule) {
-      description.schedule = ReadNotifications(part, true);
+      description.schedule = ReadSchedule(part);
     } else {
       description.methods[*name] = ReadMethod(part);
     }

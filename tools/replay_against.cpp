@@ -19,13 +19,15 @@ using flrpc::Message;
 
 // A connected server answers this request as an unknown method, behind what it has sent before.
 constexpr char kFence[] = "flrpc.connected";
-constexpr double kFenceTime = 1;  // Seconds. Without an answer, nothing more is waited for.
+// Seconds. Without an answer, nothing more is waited for. The news of a lost task takes up to one.
+constexpr double kFenceTime = 3;
 
 class Replay {
  public:
   Replay(Session& session, const RecordedConversation& conversation, const ReplayPlan& plan,
          Differences& differences, ReplayCounts& counts)
       : session_(session),
+        conversation_(conversation),
         messages_(conversation.messages),
         plan_(plan),
         differences_(differences),
@@ -50,8 +52,10 @@ class Replay {
       if (messages_[i].is_to_task) {
         WaitUntil(begin_ + messages_[i].at);
         Send(i);
+        if (!plan_.is_fast) reached_ = messages_[i].at;
       } else if (!IsLeftOut(messages_[i])) {
         WaitFor(i);
+        reached_ = messages_[i].at;
       }
     }
     WaitForFence();
@@ -97,11 +101,14 @@ class Replay {
     });
   }
 
-  // What took long then may take long now.
+  // What took long then may take long now: an answer since its request, a notification since what
+  // was last waited for.
   double GetTimeout(size_t index) const {
-    if (plan_.timeout <= 0 || index == 0) return plan_.timeout;
-    const std::chrono::duration<double> then = messages_[index].at - messages_[index - 1].at;
-    return plan_.timeout + then.count();
+    if (plan_.timeout <= 0) return plan_.timeout;
+    const RecordedMessage& message = messages_[index];
+    const bool is_answer = message.type == Message::Type::kResponse;
+    const auto begin = is_answer ? messages_[message.partner].at : reached_;
+    return plan_.timeout + std::chrono::duration<double>(message.at - begin).count();
   }
 
   void Send(size_t index) {
@@ -154,8 +161,8 @@ class Replay {
     }
   }
 
-  // What the task has sent beyond the record comes before the answer. A task that has ended, as it
-  // may have done in the record, does not answer.
+  // What the task has sent beyond the record comes before the answer. A task may answer nothing,
+  // and may have ended when it did so in the record.
   void WaitForFence() {
     bool is_answered = false;
     try {
@@ -165,11 +172,15 @@ class Replay {
         TakeNews();
         return is_answered;
       });
-    } catch (const CommandError&) {
+    } catch (const CommandError& error) {
+      const bool is_late = error.GetExitCode() == kTimedOut;
+      const bool is_lost = error.GetExitCode() == kNotStarted;
+      if (!is_late && !(is_lost && conversation_.has_ended)) throw;
     }
   }
 
   Session& session_;
+  const RecordedConversation& conversation_;
   const std::vector<RecordedMessage>& messages_;
   const ReplayPlan& plan_;
   Differences& differences_;
@@ -179,6 +190,7 @@ class Replay {
   std::vector<std::pair<size_t, Message::Response>> answers_;         // That nobody has looked at.
   TaskClient* task_ = nullptr;                                        // While Run is running.
   Clock::time_point begin_;                                           // Of the connection.
+  std::chrono::microseconds reached_{0};                              // Since then, in the record.
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -23,6 +24,7 @@ using Got = ILineSource::Got;
 constexpr char kConnect[] = "flrpc.connected";
 constexpr size_t kMaxSize = size_t{256} << 20;  // Of all messages that are kept.
 constexpr size_t kMaxMessages = 1'000'000;
+constexpr int64_t kMaxTime = 1'000'000'000'000;  // Microseconds: eleven days.
 
 struct Line {
   std::string text;
@@ -54,6 +56,7 @@ class ConversationReader {
     SetBegin(first);
     conversation_.connection = first.connection;
     conversation_.task = first.task;
+    task_pid_ = first.task_pid;
   }
 
   // Returns false for a message that has no part in a replay.
@@ -86,7 +89,11 @@ class ConversationReader {
     return true;
   }
 
-  RecordedConversation Finish() { return std::move(conversation_); }
+  // `ended` are the tasks that have not been stopped.
+  RecordedConversation Finish(const std::set<int64_t>& ended) {
+    conversation_.has_ended = task_pid_ && ended.count(*task_pid_) > 0;
+    return std::move(conversation_);
+  }
 
  private:
   // A connecting request that gets an error is repeated.
@@ -107,11 +114,13 @@ class ConversationReader {
   }
 
   std::chrono::microseconds GetTime(const Entry& entry) {
-    const std::chrono::microseconds time(GetTimeBetween(begin_, entry).value_or(0));
+    const std::chrono::microseconds time(
+        std::min(GetTimeBetween(begin_, entry).value_or(0), kMaxTime));
     return last_ = std::max(last_, time);
   }
 
   RecordedConversation conversation_;
+  std::optional<int64_t> task_pid_;
   std::map<std::string, size_t> waiting_;  // Requests by their identifiers.
   std::map<std::string, size_t> calls_;    // The same by the tokens of their calls.
   std::set<std::string> handshakes_;       // Identifiers.
@@ -131,9 +140,13 @@ class Reader {
     Entry entry;
     for (Got got = Got::kNothing; got != Got::kEnd;) {
       got = reader_.Next(&entry, std::chrono::steady_clock::time_point::max());
-      if (got == Got::kLine && entry.IsFrame()) Take(entry);
+      if (got != Got::kLine) continue;
+      if (entry.IsFrame()) Take(entry);
+      if (entry.kind == Entry::Kind::kEvent) TakeEvent(entry);
     }
-    for (ConversationReader* reader : order_) record_.conversations.push_back(reader->Finish());
+    for (ConversationReader* reader : order_) {
+      record_.conversations.push_back(reader->Finish(ended_));
+    }
     try {
       reader_.ThrowIfDamaged();
     } catch (const CommandError& error) {
@@ -161,6 +174,14 @@ class Reader {
     if (!Find(entry).Take(entry, message, std::move(kept))) ++record_.left_out;
   }
 
+  void TakeEvent(const Entry& entry) {
+    if (entry.event != "end" && entry.event != "loss") return;
+    const auto members = nlohmann::json::parse(last_line_.text);
+    const auto stopped = members.find("stopped");
+    const bool is_stopped = stopped != members.end() && *stopped == true;
+    if (entry.task_pid && !is_stopped) ended_.insert(*entry.task_pid);
+  }
+
   ConversationReader& Find(const Entry& entry) {
     const auto [found, is_new] =
         readers_.try_emplace({entry.connection, entry.task}, ConversationReader(entry));
@@ -181,6 +202,7 @@ class Reader {
   RecordReader reader_;
   std::map<std::pair<std::string, std::string>, ConversationReader> readers_;
   std::vector<ConversationReader*> order_;
+  std::set<int64_t> ended_;  // Tasks by their processes.
   Record record_;
   size_t size_ = 0;
   size_t count_ = 0;

@@ -24,7 +24,7 @@ struct RecordedMessage {
   flrpc::Message::Type type{};
   std::string method;               // Of an answer, that of its request.
   size_t line = 0;                  // Of the record.
-  std::chrono::microseconds at{0};  // Since the connection. Times never decrease.
+  std::chrono::microseconds at{0};  // Since the connection, 1e12 at most. Times never decrease.
   size_t partner = kNoMessage;      // The answer of a request; else the request that it belongs to.
   std::string call;                 // Of a notification: see GetCall.
   std::string data;                 // Base64.
@@ -38,6 +38,7 @@ std::string GetCall(const cw::EncodableValue& params);
 struct RecordedConversation {
   std::string connection;  // Empty in records of older versions.
   std::string task;
+  bool has_ended = false;  // The task ended, or was lost, without having been stopped.
   std::vector<RecordedMessage> messages;
 };
 

@@ -20,6 +20,10 @@ using cw::EncodableValue;
 using flrpc::IReply;
 using flrpc::Message;
 
+// The turns are numbered. The first one is that of the connection.
+constexpr size_t kConnection = 0;
+constexpr size_t kNoTurn = ~size_t{0};
+
 // A message of the starter (null: its connection), and what the task sent until the next one. What
 // belongs to a request is at that request.
 struct Turn {
@@ -40,32 +44,36 @@ class Player {
   Player(Session& session, const std::vector<RecordedConversation>& conversations,
          const ReplayRole& role)
       : role_(role), turns_(1), task_(session) {
-    for (const RecordedConversation& conversation : conversations) AddTurns(conversation);
-    for (size_t i = 1; i < turns_.size(); ++i) {
+    size_t opening = kConnection;  // There is one connection, so the other openings have no turn.
+    for (const RecordedConversation& conversation : conversations) {
+      AddTurns(conversation, std::exchange(opening, kNoTurn));
+    }
+    for (size_t i = kConnection + 1; i < turns_.size(); ++i) {
       const Message message = turns_[i].message->Decode();
       equal_turns_[KeyOf(message)].turns.push_back(i);
     }
   }
 
   void Run() {
-    for (size_t i = 1; i < turns_.size(); ++i) Offer(*turns_[i].message);
-    task_.Get().OnConnected([this](const auto&) { Play(turns_[0], nullptr); });
+    for (size_t i = kConnection + 1; i < turns_.size(); ++i) Offer(*turns_[i].message);
+    task_.Get().OnConnected([this](const auto&) { Play(turns_[kConnection], nullptr); });
     task_.Serve();
   }
 
  private:
-  void AddTurns(const RecordedConversation& conversation) {
+  // What the task sent before the first message of its starter goes to the turn `opening`.
+  void AddTurns(const RecordedConversation& conversation, size_t opening) {
+    size_t last = opening;
     std::map<size_t, size_t> turn_of;  // By the index of a message.
     for (size_t i = 0; i < conversation.messages.size(); ++i) {
       const RecordedMessage& message = conversation.messages[i];
       if (message.is_to_task) {
-        turn_of[i] = turns_.size();
+        turn_of[i] = last = turns_.size();
         turns_.push_back({&message, {}});
-      } else {
-        const bool has_partner = message.partner != kNoMessage;
-        const size_t turn = has_partner ? turn_of.at(message.partner) : turns_.size() - 1;
-        turns_[turn].followers.push_back(&message);
+        continue;
       }
+      const size_t turn = message.partner != kNoMessage ? turn_of.at(message.partner) : last;
+      if (turn != kNoTurn) turns_[turn].followers.push_back(&message);
     }
   }
 
@@ -79,7 +87,7 @@ class Player {
   }
   std::string KeyOf(const std::string& method, const EncodableValue& params) const {
     EncodableValue content = EncodableMap{{"params", params}};
-    for (const ValuePath& pattern : role_.ignored) ClearParts(&content, pattern, 0);
+    for (const ValuePath& pattern : role_.ignored) RemoveParts(&content, pattern, 0);
     const forge::Buffer bytes = content.Serialize();
     std::string key = method + '\0';
     return key.append(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize());
@@ -112,14 +120,31 @@ class Player {
 
   // `reply` is null when nothing is to be answered.
   void Play(const Turn& turn, const std::shared_ptr<IReply>& reply) {
-    for (const RecordedMessage* follower : turn.followers) {
-      std::chrono::microseconds pause{0};
-      if (role_.has_pauses) pause = follower->at - (turn.message ? turn.message->at : pause);
-      const auto send = [this, follower, reply](const EncodableValue&) { Send(*follower, reply); };
-      if (!task_.SendLater(pause, {}, send)) {
-        Session::PrintError("tavo replay: a message is not sent: too many wait");
+    PlayFrom(0, turn, TaskServer::Clock::now(), reply);
+  }
+
+  // Sends the followers from this one on that are due. The first one that is not due waits alone,
+  // for all behind it.
+  void PlayFrom(size_t first, const Turn& turn, TaskServer::Clock::time_point begin,
+                const std::shared_ptr<IReply>& reply) {
+    for (size_t i = first; i < turn.followers.size(); ++i) {
+      const auto pause = begin + GetPause(turn, i) - TaskServer::Clock::now();
+      if (pause <= pause.zero()) {
+        Send(*turn.followers[i], reply);
+        continue;
       }
+      const auto go_on = [this, i, &turn, begin, reply](const EncodableValue&) {
+        PlayFrom(i, turn, begin, reply);
+      };
+      if (task_.SendLater(pause, {}, go_on)) return;
+      return Session::PrintError("tavo replay: messages are not sent: too many wait");
     }
+  }
+
+  std::chrono::microseconds GetPause(const Turn& turn, size_t follower) const {
+    constexpr std::chrono::microseconds kNone{0};
+    if (!role_.has_pauses) return kNone;
+    return turn.followers[follower]->at - (turn.message ? turn.message->at : kNone);
   }
 
   void Send(const RecordedMessage& recorded, const std::shared_ptr<IReply>& reply) const {
@@ -137,7 +162,7 @@ class Player {
   }
 
   const ReplayRole& role_;
-  std::vector<Turn> turns_;  // The first one is that of the connection.
+  std::vector<Turn> turns_;
   std::unordered_map<std::string, EqualTurns> equal_turns_;
   std::set<std::pair<bool, std::string>> offered_;  // Requests or not, and their methods.
   TaskServer task_;  // Its end drops the functions that refer to the others.

@@ -3,7 +3,8 @@
 // A request or a notification of the starter brings what followed it in the record: its answer, and
 // the notifications of the task up to the next message of the starter. It is recognised by method
 // and parameters. Equal messages bring what followed the first one in the record, the second one
-// and so on; when there are no more, the last one counts again.
+// and so on; when there are no more, the last one counts again. The connection brings what the task
+// sent at the beginning of the first conversation.
 //
 // Threads: the main thread alone.
 // Errors:  CommandError.

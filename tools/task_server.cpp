@@ -53,7 +53,8 @@ bool TaskServer::SendLater(Clock::duration delay, cw::EncodableValue value, Send
 }
 
 void TaskServer::SendDue() {
-  while (!waiting_.empty() && waiting_.begin()->first <= Clock::now()) {
+  const auto now = Clock::now();  // What is added meanwhile waits for the next turn of the loop.
+  while (!waiting_.empty() && waiting_.begin()->first <= now) {
     const auto due = waiting_.extract(waiting_.begin());
     waiting_size_ -= due.mapped().value.GetSize();
     due.mapped().send(cw::EncodableValue::Deserialize(due.mapped().value));

@@ -19,8 +19,6 @@
 namespace tools {
 namespace {
 
-namespace fs = std::filesystem;
-
 using cw::EncodableList;
 using cw::EncodableValue;
 using flrpc::IReply;
@@ -140,9 +138,9 @@ class Mock {
 };
 
 void Install(const Options& options) {
-  const fs::path file = fs::absolute(options.file).lexically_normal();
+  const std::string name = std::filesystem::path(options.file).stem().string();
   const std::string entry =
-      WriteDesktopEntry(options.directory, file.stem().string(), {"mock", file.string()});
+      WriteDesktopEntry(options.directory, name, {"mock", MakeAbsolute(options.file)});
   std::cout << entry << std::endl;
 }
 

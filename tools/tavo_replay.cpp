@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -23,8 +22,6 @@
 
 namespace tools {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr char kAbout[] = "Repeats a recorded conversation with a task, or plays its task";
 constexpr char kFooter[] =
@@ -54,10 +51,21 @@ struct Options {
   bool has_pauses = false;
 };
 
-std::vector<ValuePath> ReadPatterns(const Options& options) {
+// A pattern begins with what is compared. Only --against compares answers.
+void CheckBeginning(const std::string& text, const ValuePath& pattern, bool is_task) {
+  const std::string& name = pattern.front().name;
+  if (name == "params" || (!is_task && (name == "result" || name == "error"))) return;
+  const std::string words = is_task ? "\"params\"" : "\"params\", \"result\" or \"error\"";
+  throw std::runtime_error("the path \"" + text + "\" must begin with " + words);
+}
+
+std::vector<ValuePath> ReadPatterns(const Options& options, bool is_task) {
   std::vector<ValuePath> patterns;
   try {
-    for (const std::string& text : options.ignored) patterns.push_back(ParsePath(text));
+    for (const std::string& text : options.ignored) {
+      patterns.push_back(ParsePath(text));
+      CheckBeginning(text, patterns.back(), is_task);
+    }
   } catch (const std::runtime_error& error) {
     throw CommandError(kWrongUsage, std::string("--ignore: ") + error.what());
   }
@@ -102,8 +110,8 @@ void RunAgainst(const Options& options, const Record& record, std::vector<ValueP
 
 void Install(const Options& options) {
   if (options.selection.file == "-") throw CommandError(kWrongUsage, "a task needs a file to read");
-  std::vector<std::string> arguments{
-      "replay", fs::absolute(options.selection.file).lexically_normal(), "--as=" + options.as};
+  std::vector<std::string> arguments{"replay", MakeAbsolute(options.selection.file),
+                                     "--as=" + options.as};
   const std::string& connection = options.selection.connection;
   if (!connection.empty()) arguments.push_back("--connection=" + connection);
   for (const std::string& pattern : options.ignored) arguments.push_back("--ignore=" + pattern);
@@ -116,7 +124,7 @@ void Run(Options options) {
     throw CommandError(kWrongUsage, "--against TASK or --as TASK is wanted");
   }
   const bool is_task = options.against.empty();
-  std::vector<ValuePath> ignored = ReadPatterns(options);
+  std::vector<ValuePath> ignored = ReadPatterns(options, is_task);
   if (is_task && options.directory.empty()) ExpectStarter();
   options.selection.task = is_task ? options.as : options.against;
   const Record record = ReadRecord("tavo replay", options.selection);

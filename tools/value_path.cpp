@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -160,13 +161,22 @@ const EncodableValue* FindPart(const EncodableValue& value, const ValuePath& pat
   return part;
 }
 
-void ClearParts(EncodableValue* value, const ValuePath& pattern, size_t first) {
-  if (first == pattern.size()) {
-    *value = {};
-    return;
+void RemoveParts(EncodableValue* value, const ValuePath& pattern, size_t first) {
+  const PathStep& step = pattern[first];
+  const bool is_any = step.kind == Kind::kAny;
+  auto* const map = value->GetIf<EncodableMap>();
+  auto* const list = value->GetIf<EncodableList>();
+  if (first + 1 < pattern.size()) {
+    ForEachPart(*value, step, [&](auto& part) { RemoveParts(&part, pattern, first + 1); });
+  } else if (map) {
+    for (auto entry = map->begin(); entry != map->end();) {
+      entry = is_any || StepTo(entry->first) == step ? map->erase(entry) : std::next(entry);
+    }
+  } else if (list && is_any) {
+    list->clear();
+  } else {
+    ForEachPart(*value, step, [](EncodableValue& part) { part = {}; });
   }
-  ForEachPart(*value, pattern[first],
-              [&](EncodableValue& part) { ClearParts(&part, pattern, first + 1); });
 }
 
 }  // namespace tools

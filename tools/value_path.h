@@ -45,7 +45,8 @@ bool Matches(const ValuePath& pattern, const ValuePath& path);
 const cw::EncodableValue* FindPart(const cw::EncodableValue& value, const ValuePath& path,
                                    size_t first);
 
-// Replaces what the steps of the pattern from `first` on lead to by null.
-void ClearParts(cw::EncodableValue* value, const ValuePath& pattern, size_t first);
+// Removes what the steps of the pattern from `first` on lead to. A single element of a list becomes
+// null, so that the others keep their places.
+void RemoveParts(cw::EncodableValue* value, const ValuePath& pattern, size_t first);
 
 }  // namespace tools

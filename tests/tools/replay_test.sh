@@ -29,7 +29,7 @@ row() {
 # ---- A task without code ----
 cat >notes.json <<'END'
 {"echo": {"result": "$params"},
- "pick": {"result": {"path": "$params.path", "all": ["$params[\"a b\"][1]", "$$params", "$paramsx"]}},
+ "pick": {"result": {"path": "$params.path", "all": ["$params[\"a b\"][1]", "$$params", "$$$params", "$$paramsx"]}},
  "fail": {"error": {"code": 5, "message": "no", "data": ["$params"]}},
  "slow": {"after": "50ms", "result": {"$float32s": [0.5]}},
  "count": {"results": [1, 2, 3]},
@@ -40,7 +40,7 @@ END
 row 0 "$PWD/apps/notes.desktop" '' mock --install notes.json apps
 row 0 "$PWD/apps/notes.desktop" '' mock --install notes.json apps
 row 0 '{"x":[1,2.5]}' '' call notes echo '{"x": [1, 2.5]}'
-row 0 '{"all":[7,"$params","$paramsx"],"path":"/p"}' '' call notes pick '{"path": "/p", "a b": [6, 7]}'
+row 0 '{"all":[7,"$params","$$params","$$paramsx"],"path":"/p"}' '' call notes pick '{"path": "/p", "a b": [6, 7]}'
 row 1 '' 'error -32602: params["a b"][1] is missing' call notes pick 7
 row 1 '' $'error 5: no\n[null]' call notes fail
 row 0 '{"$float32s":[0.5]}' '' call notes slow
@@ -51,9 +51,16 @@ TAVO_DESK_RECORD=$PWD/count tavo call notes count --repeat 4 >/dev/null
 results=$(tavo decode --json --file count | grep -o '"result":.*' | tr -d '\n')
 [[ $results == '"result":null}"result":1}"result":2}"result":3}"result":3}' ]] || fail "$results"
 
+# A schedule that is always late holds up neither requests nor the end of the task.
+entry='{"method":"tick","every":"1ms"}'
+echo "{\"echo\":{\"result\":\"\$params\"},\"\$schedule\":[$entry$(printf ",$entry%.0s" {2..10})]}" >busy.json
+tavo mock --install busy.json apps >/dev/null
+row 0 7 '' call busy echo 7
+
 # Wrong descriptions are told with the place of the fault.
+large=$(printf '%020000d' 0)
 while IFS='|' read -r description fault; do
-  echo "$description" >wrong.json
+  echo "${description/LARGE/$large}" >wrong.json
   row 2 '' "wrong.json: $fault" mock --install wrong.json apps
 done <<'ROWS'
 {"a": 7}|$.a: an object is wanted
@@ -66,6 +73,7 @@ done <<'ROWS'
 {"a": {"result": 1, "after": "1h"}}|$.a.after: seconds, or a text such as "200ms"
 {"a": {"result": 1, "notify": [{}]}}|$.a.notify[0]: "method" is missing
 {"$schedule": [{"method": "m", "every": 0}]}|$.$schedule[0].every: 1 ms is the least
+{"$schedule": [{"method": "m", "every": "1ms", "params": "LARGE"}]}|$.$schedule: it sends more than
 {"a": {"result": 1, "b": 2}}|$.a.b: there is no such key
 {"a": {"result": 1}, "a": {"result": 2}}|
 [|line 2, column 1
@@ -75,6 +83,11 @@ row 2 '' '--install and DIR need each other' mock --install notes.json
 row 2 '' 'none.json: No such file' mock --install none.json apps
 touch apps/wrong.desktop && echo '{}' >wrong.json
 row 1 '' 'wrong.desktop: exists, and tavo has not written it' mock --install wrong.json apps
+ln -sf notes.desktop apps/wrong.desktop
+row 1 '' 'wrong.desktop: exists, and tavo has not written it' mock --install wrong.json apps
+rm apps/wrong.desktop && echo kept >kept && ln -s ../kept apps/wrong.desktop.new
+row 0 "$PWD/apps/wrong.desktop" '' mock --install wrong.json apps
+[[ $(<kept) == kept && $(ls apps) == $'busy.desktop\nnotes.desktop\nwrong.desktop\nwrong.desktop.new' ]] || fail "$(ls apps)"
 
 # ---- A conversation again ----
 # talk: a record of these calls, TASK METHOD PARAMS.
@@ -94,7 +107,16 @@ same='3 messages sent, 3 answers and 0 notifications compared: 0 differences'
 row 0 "$same" '' replay talk --against notes --answers-only
 row 0 "$same" '' replay talk --against notes --answers-only --fast
 connection=$(grep -om1 '"connection":"[^"]*"' talk | cut -d '"' -f 4)
-row 0 '1 message sent, 1 answer and 0 notifications compared: 0 differences' '' replay talk --against notes --answers-only --connection "$connection"
+again=(--against notes --answers-only --connection "$connection")
+same='1 message sent, 1 answer and 0 notifications compared: 0 differences'
+row 0 "$same" '' replay talk "${again[@]}"
+
+# A task that is lost behind the last answer, now alone and then too.
+export TAVO_DESK_WRAPPER="$* $build/bin/tavo proxy --kill-after 2,kind=response -- $*"
+row 3 '' 'was killed by signal 9' replay talk "${again[@]}"
+sed 's/"stopped":true/"stopped":false/' talk >died
+[[ $(tavo replay died "${again[@]}" 2>/dev/null) == "$same" ]] || fail "a task that has ended then, too"
+export TAVO_DESK_WRAPPER="$*"
 
 echo '{"list": {"result": {"n": 1, "items": [{"id": 1, "time": 5}, {"id": 2, "time": 6}]}},
  "set": {"result": null, "notify": [{"method": "seen", "params": 1}, {"method": "seen", "params": 2}]}}' >keeper.json
@@ -137,6 +159,7 @@ row 3 '' 'could not be started' replay talk --against none
 record <<'CALLS'
 notes count --repeat 3
 wrapper_task talk 1 --notify-out
+notes echo {"x":1,"time":2}
 CALLS
 row 1 '' 'talk: no conversation of "x"; it has those of notes, wrapper_task' replay talk --as x --install apps
 tavo replay talk --as wrapper_task --install apps >/dev/null
@@ -146,10 +169,11 @@ row 1 '' 'error -32602: the record has no request "talk" with these parameters' 
 row 1 '' "error -32601: Unknown method 'echo()'" call wrapper_task echo
 tavo replay talk --as wrapper_task --install apps --ignore params --pace >/dev/null
 row 0 1 '' call wrapper_task talk 2
-tavo replay talk --as notes --install apps >/dev/null && rm -f count
+tavo replay talk --as notes --install apps --ignore params.time >/dev/null && rm -f count
 TAVO_DESK_RECORD=$PWD/count tavo call notes count --repeat 4 >/dev/null
 results=$(tavo decode --json --file count | grep -o '"result":.*' | tr -d '\n')
 [[ $results == '"result":null}"result":1}"result":2}"result":3}"result":3}' ]] || fail "as notes: $results"
+row 0 '{"time":2,"x":1}' '' call notes echo '{"x": 1}'
 
 # What names a call of the kit belongs to that call, in whichever order it came; what has no answer
 # gets none.
@@ -170,6 +194,24 @@ row 4 '' 'has not answered in time' call kit work '{"$call": 3}' --timeout 0.2
 row 0 '3 messages sent, 2 answers and 2 notifications compared: 0 differences' '' \
   replay kit --against kit --fast
 
+# The beginning of a later conversation is not played, an answer may take as long as it did since its
+# request, and a time of 300,000 years is none.
+at() { frame "${@:3}" | sed "s/{/{\"connection\":\"$1\",\"monotonic\":$2,/"; }
+for connection in 1 2; do
+  at $connection 0 from '{"jsonrpc":"2.0","method":"hello","params":'$connection'}'
+  at $connection 0 to '{"jsonrpc":"2.0","id":"1","method":"list"}'
+  at $connection 1900000 from '{"jsonrpc":"2.0","method":"tick"}'
+  at $connection 2000000 from '{"jsonrpc":"2.0","id":"1","result":'$connection'}'
+  at $connection 9223372036854775807 from '{"jsonrpc":"2.0","method":"end"}'
+done >hello
+tavo replay hello --as kit --install apps >/dev/null
+row 0 '1 message sent, 1 answer and 3 notifications compared: 0 differences' '' \
+  replay hello --against kit --connection 1 --fast
+echo '{"list": {"after": "900ms", "result": 1}}' >kit.json
+tavo mock --install kit.json apps >/dev/null
+row 0 "$same" '' \
+  replay hello --against kit --connection 1 --fast --answers-only --timeout "$patience"
+
 # Damaged records, wrong command lines.
 { head -n 8 talk; echo '{"task":"notes","direction":"to","message":{"data":"?"}}'; echo '{'; } >damaged
 row 1 "$PWD/apps/notes.desktop" 'damaged:10: it is not JSON' replay damaged --as notes --install apps
@@ -179,6 +221,8 @@ row 1 '' 'empty: it holds no conversation' replay empty --as notes --install app
 row 1 '' 'none: No such file' replay none --against notes
 row 2 '' '--against TASK or --as TASK is wanted' replay talk
 row 2 '' '--ignore: the path "a..b": a name is missing' replay talk --against notes --ignore a..b
+row 2 '' 'the path "*.x" must begin with "params", "result" or "error"' replay talk --against notes --ignore '*.x'
+row 2 '' 'the path "result.x" must begin with "params"' replay talk --as notes --ignore result.x
 row 2 '' 'nobody has started it as one' replay talk --as notes
 row 2 '' '"../x" is no name of a task' replay talk --as ../x --connection "$(
   grep -om1 '"connection":"[^"]*"' talk | cut -d '"' -f 4)" --install apps
