@@ -47,14 +47,14 @@ sweep() {
 }
 
 # The sweep: a crash at one size, a hang at the next; exit codes that the program has, too; an
-# exception; a plug-in that is none.
+# exception, of which an emulator has the last word; a plug-in that is none.
 plugin=$build/test_plugins/c_plugin.so
 export ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}handle_segv=0  # The signal ends the process.
 spawn sweep 1 3 '^(FAILED  application=(56|28): killed by signal 11.*|FAILED  application=(64|32): it hangs.*|73 .*, 2 failed)$' \
   "$plugin" --timeout 1 -- careless
 spawn sweep 0 1 '^73 sizes: 54 exited, 19 refused, 0 ran on, 0 failed$' "$plugin" --description <(cat "$puppets/serve.json")
 for code in 3 124; do spawn sweep 0 1 '^73 sizes: 54 exited, 19 refused, 0 ran on, 0 failed$' "$plugin" -- exit "$code"; done
-spawn sweep 1 1 'with whole tables: killed by signal 6 .* threw an exception: on purpose' "$build/lib/libthrowing_plugin.so"
+spawn sweep 1 1 'with whole tables: killed by signal 6 .* (threw an exception: on purpose|uncaught target signal 6)' "$build/lib/libthrowing_plugin.so"
 spawn sweep 3 1 'with whole tables: it does not run: .*: there is no function' "$build/lib/libtest_empty_library.so"
 spawn sweep 2 1 '--declare-sweep goes with neither' "$plugin" --offer
 
