@@ -1,6 +1,5 @@
 #include "tools/check_process.h"
 
-#include <dlfcn.h>
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
@@ -10,8 +9,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include <QFile>
@@ -20,6 +21,8 @@
 #include "desk/runtime_manager/supervised_process.h"
 #include "desk/runtime_manager/task_socket.h"
 #include "tools/printable.h"
+#include "tools/processes.h"
+#include "tools/session.h"
 
 namespace tools {
 namespace {
@@ -27,30 +30,23 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds kTick(10);
 constexpr seconds kStartTime(10);
 // The supervisor gives a process that is killed five seconds.
 constexpr seconds kKillTime(7);
 
-int GetMilliseconds(CheckedProcess::Clock::duration time) {
-  return static_cast<int>(std::max<int64_t>(0, std::chrono::ceil<milliseconds>(time).count()));
-}
+volatile std::sig_atomic_t last_signal = 0;
 
-// The directory of libtavo.so, which each task is told: that of the runtime manager.
-QString FindLibraryPath() {
-  Dl_info library{};
-  if (dladdr(reinterpret_cast<void*>(&desk::FindApplication), &library) == 0) {
-    throw NotStarted("libtavo.so cannot be found");
+void OnSignal(int number) { last_signal = number; }
+
+// One that this process was started to ignore stays ignored.
+void Handle(void (*handler)(int number)) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    if (action.sa_handler == SIG_IGN) continue;
+    action.sa_handler = handler;
+    sigaction(number, &action, nullptr);
   }
-  const auto path = std::filesystem::absolute(library.dli_fname).lexically_normal();
-  return QFile::decodeName(path.parent_path().c_str());
-}
-
-std::set<int> FindChildren() {
-  std::set<int> children;
-  std::ifstream file("/proc/thread-self/children");
-  for (int pid = 0; file >> pid;) children.insert(pid);
-  return children;
 }
 
 std::string ShowProcess(int pid) {
@@ -79,7 +75,32 @@ std::set<std::string> FindOpenSockets(int pid) {
   return inodes;
 }
 
+// The paths of the bound sockets, by their inodes. They are as they were bound: a path may be
+// relative. One that begins with @ is no file.
+std::map<std::string, std::string> ListBoundSockets() {
+  std::map<std::string, std::string> paths;
+  std::ifstream file("/proc/net/unix");
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream fields(line);
+    std::string field;
+    std::string inode;
+    std::string path;
+    for (int i = 0; i < 6; ++i) fields >> field;
+    fields >> inode >> std::ws;
+    std::getline(fields, path);
+    if (!path.empty() && path[0] != '@') paths.emplace(inode, path);
+  }
+  return paths;
+}
+
 }  // namespace
+
+HeldSignals::HeldSignals() { Handle(OnSignal); }
+
+HeldSignals::~HeldSignals() {
+  Handle(SIG_DFL);
+  if (last_signal != 0) raise(last_signal);
+}
 
 CheckedProcess::CheckedProcess() = default;
 
@@ -92,7 +113,8 @@ CheckedProcess::CheckedProcess(const std::string& task) : CheckedProcess() {
   auto application = desk::FindApplication(name, &error);
   std::unique_ptr<desk::TaskSocket> socket;
   if (application) {
-    application->command << QStringLiteral("--libs-path") << FindLibraryPath();
+    application->command << QStringLiteral("--libs-path")
+                         << QFile::decodeName(FindLibraryPath().c_str());
     socket = desk::TaskSocket::Listen(name, &error);
   }
   if (socket) process_ = desk::SupervisedProcess::Start(*application, socket.get(), &error);
@@ -107,6 +129,7 @@ CheckedProcess::CheckedProcess(const std::string& task) : CheckedProcess() {
 }
 
 CheckedProcess::~CheckedProcess() {
+  is_ending_ = true;
   if (process_ && end_.empty()) process_->Send(desk::Order::kKill);
   AwaitEnd(Clock::now() + kKillTime);
   if (!process_ && group_ > 0) AwaitGone(Clock::now() + kKillTime);
@@ -115,7 +138,7 @@ CheckedProcess::~CheckedProcess() {
   for (auto left = ReapChildren(); !left.empty() && Clock::now() < deadline;
        left = ReapChildren()) {
     for (const int pid : left) kill(pid, SIGKILL);
-    poll(nullptr, 0, GetMilliseconds(kTick));
+    poll(nullptr, 0, kTick);
   }
   AwaitEnd(deadline);
   if (process_ || socket_path_.isEmpty()) return;
@@ -126,15 +149,19 @@ CheckedProcess::~CheckedProcess() {
 void CheckedProcess::AwaitStart() {
   const auto deadline = Clock::now() + kStartTime;
   while (!is_running_ && failure_.empty()) {
-    const auto left = deadline - Clock::now();
     pollfd news{process_->GetDescriptor(), POLLIN, 0};
-    if (left <= Clock::duration::zero()) {
+    if (IsOver(deadline)) {
       failure_ = "it takes too long";
-    } else if (poll(&news, 1, GetMilliseconds(left)) > 0) {
+    } else if (poll(&news, 1, kTick) > 0) {
       ReadNews();
     }
   }
   start_ = Clock::now();
+}
+
+bool CheckedProcess::IsOver(Clock::time_point deadline) const {
+  if (last_signal != 0 && !is_ending_) throw std::runtime_error("interrupted");
+  return Clock::now() >= deadline;
 }
 
 int CheckedProcess::GetDescriptor() const {
@@ -166,11 +193,11 @@ void CheckedProcess::ReadNews() {
 
 bool CheckedProcess::AwaitEnd(Clock::time_point deadline) {
   while (GetDescriptor() >= 0) {
-    const auto left = deadline - Clock::now();
+    const bool is_over = IsOver(deadline);
     pollfd news{GetDescriptor(), POLLIN, 0};
-    if (poll(&news, 1, GetMilliseconds(left)) > 0) {
+    if (poll(&news, 1, is_over ? 0 : kTick) > 0) {
       ReadNews();
-    } else if (left <= Clock::duration::zero()) {
+    } else if (is_over) {
       return false;
     }
   }
@@ -191,25 +218,21 @@ bool CheckedProcess::AwaitGone(Clock::time_point deadline) const {
     return kill(-group_, 0) == 0 || errno != ESRCH || access(socket_path_.constData(), F_OK) == 0;
   };
   bool is_left = is_there();
-  for (; is_left && Clock::now() < deadline; is_left = is_there()) {
-    poll(nullptr, 0, GetMilliseconds(kTick));
-  }
+  for (; is_left && !IsOver(deadline); is_left = is_there()) poll(nullptr, 0, kTick);
   return !is_left;
 }
 
 std::set<std::string> CheckedProcess::FindSockets() const {
   std::set<std::string> paths;
-  const std::set<std::string> inodes = FindOpenSockets(group_);
-  std::ifstream file("/proc/net/unix");
-  for (std::string line; std::getline(file, line);) {
-    std::istringstream fields(line);
-    std::string field;
-    std::string inode;
-    std::string path;
-    for (int i = 0; i < 6; ++i) fields >> field;
-    fields >> inode >> std::ws;
-    std::getline(fields, path);
-    if (!path.empty() && path[0] == '/' && inodes.count(inode) != 0) paths.insert(path);
+  const auto bound = ListBoundSockets();
+  for (const pid_t pid : FindGroup(group_)) {
+    std::error_code is_gone;
+    const auto directory =
+        std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/cwd", is_gone);
+    for (const std::string& inode : FindOpenSockets(pid)) {
+      const auto found = bound.find(inode);
+      if (found != bound.end()) paths.insert((directory / found->second).string());
+    }
   }
   return paths;
 }
@@ -225,8 +248,8 @@ std::set<int> CheckedProcess::ReapChildren() const {
 
 std::string CheckedProcess::FindLeftovers(Clock::time_point deadline) const {
   std::set<int> left = ReapChildren();
-  while (!left.empty() && Clock::now() < deadline) {
-    poll(nullptr, 0, GetMilliseconds(kTick));
+  while (!left.empty() && !IsOver(deadline)) {
+    poll(nullptr, 0, kTick);
     left = ReapChildren();
   }
   std::string names;

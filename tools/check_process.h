@@ -3,7 +3,9 @@
 //
 // Threads: the main thread alone; one object at a time. The process becomes a subreaper, so that
 //          what a task leaves behind becomes its child.
-// Errors:  NotStarted.
+// Errors:  NotStarted. At SIGINT and SIGTERM the waits throw std::runtime_error, whose handler is
+//          never reached: when the task and what it has left behind are gone, the process ends by
+//          that signal.
 #pragma once
 
 #include <chrono>
@@ -26,9 +28,19 @@ class NotStarted : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Holds SIGINT and SIGTERM back. One that has come takes effect at the end.
+class HeldSignals {
+ public:
+  HeldSignals();
+  ~HeldSignals();
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+};
+
 class CheckedProcess {
  public:
   using Clock = std::chrono::steady_clock;
+  static constexpr int kTick = 10;  // Milliseconds between two looks at whatever is waited for.
 
   // Starts the task, and returns when it runs.
   explicit CheckedProcess(const std::string& task);
@@ -40,6 +52,10 @@ class CheckedProcess {
   // The path of the socket at which the task listens.
   const QByteArray& GetSocketPath() const { return socket_path_; }
   Clock::time_point GetStart() const { return start_; }
+
+  // Returns whether the deadline has passed. Throws at SIGINT and SIGTERM. Whoever waits asks this
+  // every kTick at least.
+  bool IsOver(Clock::time_point deadline) const;
 
   // Readable when the task may have ended; -1: it has.
   int GetDescriptor() const;
@@ -59,7 +75,7 @@ class CheckedProcess {
   // gone by the deadline.
   bool Abandon(Clock::time_point deadline);
 
-  // Returns the paths of the sockets that the task has bound.
+  // Returns the paths of the bound sockets that the task, or a process of its group, has open.
   std::set<std::string> FindSockets() const;
 
   // After the end: names the processes that the task has left behind; nothing when none is left by
@@ -74,6 +90,8 @@ class CheckedProcess {
   bool AwaitGone(Clock::time_point deadline) const;
   std::set<int> ReapChildren() const;
 
+  const HeldSignals signals_;
+  bool is_ending_ = false;                            // The destructor waits whatever signals come.
   std::set<int> strangers_;                           // The children that this process had before.
   std::unique_ptr<desk::SupervisedProcess> process_;  // Null: the starter is gone.
   QByteArray socket_path_;

@@ -5,14 +5,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <utility>
 
 #include "cw/encodable_value.h"
+#include "cw/map_access.h"
 #include "desk/common/transfer.h"
 #include "desk/common/unix_socket.h"
 #include "desk/runtime_manager/json_line.h"
@@ -30,12 +29,17 @@ constexpr size_t kBlock = size_t{1} << 16;
 constexpr size_t kShown = 40;                // Columns of a text that the task has sent.
 constexpr std::chrono::seconds kEndNews(1);  // For the news of why the connection was closed.
 
-// Message takes what is no message as an error of its own making.
-bool HasError(const std::string& base64) {
-  const forge::Buffer bytes = forge::Buffer::FromBase64(base64);
-  const auto value = cw::EncodableValue::Deserialize(bytes);
-  const auto* map = value.GetIf<cw::EncodableMap>();
-  return map && map->count(cw::EncodableValue("error")) != 0;
+// The error of no request that was sent. Message takes what is no message as an error of its own
+// making; a null as the id is no message, but is what an error of no request may have.
+std::optional<Message::Error> FindError(const std::string& base64) {
+  const auto value = cw::EncodableValue::Deserialize(forge::Buffer::FromBase64(base64));
+  const auto* version = cw::Find(&value, "jsonrpc");
+  const auto* id = cw::Find(&value, "id");
+  const auto* error = cw::Find(&value, "error");
+  if (!error || !version || *version != "2.0" || (id && !id->IsNull())) return std::nullopt;
+  auto conversion = Message::Error::FromEncodable(*error);
+  if (!conversion.succeeded) return std::nullopt;
+  return std::move(conversion.error);
 }
 
 // Empty for a line of the task's own.
@@ -47,10 +51,10 @@ std::optional<Message> ReadMessage(const std::string& line) {
   if (!data.isString()) return std::nullopt;
   const std::string text = data.toString().toStdString();
   Message message = Message::FromBase64(text);
-  if (message.IsEmpty() || (message.IsError() && !HasError(text))) {
-    throw Finding("it sent a text that is no message: " + Fit(text, kShown));
-  }
-  return message;
+  if (!message.IsEmpty() && !message.IsError()) return message;
+  auto error = message.IsError() ? FindError(text) : std::nullopt;
+  if (error) return Message::CreateError(*std::move(error));
+  throw Finding("it sent a text that is no message: " + Fit(text, kShown));
 }
 
 }  // namespace
@@ -83,14 +87,28 @@ void Wire::RefuseAnswers() { shutdown(descriptor_, SHUT_RD); }
 
 void Wire::Flush() {
   const auto deadline = GetDeadline();
-  while (!outgoing_.empty()) Wait(deadline, "it did not read what was sent", 0);
+  while (!outgoing_.empty()) {
+    if (!Wait(deadline, 0)) ThrowMissing("it did not read what was sent");
+  }
+}
+
+std::optional<Message> Wire::Receive(Clock::time_point deadline) {
+  for (std::string line; !process_.IsOver(deadline);) {
+    while (!TakeLine(&line)) {
+      if (!Wait(deadline, POLLIN)) return std::nullopt;
+    }
+    if (auto message = ReadMessage(line)) return message;
+  }
+  return std::nullopt;
 }
 
 Message Wire::Receive(Clock::time_point deadline, const std::string& missing) {
-  for (std::string line; Clock::now() < deadline;) {
-    while (!TakeLine(&line)) Wait(deadline, missing, POLLIN);
-    if (auto message = ReadMessage(line)) return *std::move(message);
-  }
+  auto message = Receive(deadline);
+  if (!message) ThrowMissing(missing);
+  return *std::move(message);
+}
+
+void Wire::ThrowMissing(const std::string& missing) const {
   throw Finding(missing + " within " + ShowPatience());
 }
 
@@ -106,20 +124,20 @@ bool Wire::TakeLine(std::string* line) {
   return true;
 }
 
-void Wire::Wait(Clock::time_point deadline, const std::string& missing, short events) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  if (left <= 0) throw Finding(missing + " within " + ShowPatience());
+// Returns whether there was time left. It may return before anything has come.
+bool Wire::Wait(Clock::time_point deadline, short events) {
+  if (process_.IsOver(deadline)) return false;
   const short output = outgoing_.empty() ? short{0} : short{POLLOUT};
   const int end_news = process_.GetDescriptor();
   pollfd polled[] = {{descriptor_, static_cast<short>(events | output), 0}, {end_news, POLLIN, 0}};
-  const auto time = static_cast<int>(std::min<int64_t>(left, INT32_MAX));
-  if (poll(polled, 2, end_news < 0 ? 0 : time) < 0) return;
+  if (poll(polled, 2, end_news < 0 ? 0 : CheckedProcess::kTick) < 0) return true;
   if ((polled[0].revents & POLLOUT) != 0) Write();
   if ((polled[0].revents & POLLIN) != 0) {
     Read();
   } else if ((polled[0].revents & (POLLHUP | POLLERR)) != 0 || process_.AwaitEnd(Clock::now())) {
     ThrowLost();  // Another process may hold the other end of a task that has ended.
   }
+  return true;
 }
 
 void Wire::Read() {

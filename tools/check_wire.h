@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -52,13 +53,16 @@ class Wire {
   // Writes what is queued, and reads nothing meanwhile.
   void Flush();
 
-  // Returns the next message of the task. Lines with something else than messages are the task's
-  // own. Throws `missing`, and how long it was waited for, at the deadline.
+  // Returns the next message of the task; nothing at the deadline. Lines with something else than
+  // messages are the task's own.
+  std::optional<flrpc::Message> Receive(Clock::time_point deadline);
+  // The same, but throws `missing`, and how long it was waited for, at the deadline.
   flrpc::Message Receive(Clock::time_point deadline, const std::string& missing);
 
  private:
   bool TakeLine(std::string* line);
-  void Wait(Clock::time_point deadline, const std::string& missing, short events);
+  bool Wait(Clock::time_point deadline, short events);
+  [[noreturn]] void ThrowMissing(const std::string& missing) const;
   void Read();
   void Write();
   [[noreturn]] void ThrowLost();

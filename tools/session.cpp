@@ -168,15 +168,6 @@ int WriteLine(int descriptor, const std::string& line) {
 
 // ---- The service ----
 
-// libtavo.so is beside its runtime manager, a function of which is asked for its file.
-std::string FindLibraryPath() {
-  Dl_info library{};
-  if (dladdr(reinterpret_cast<void*>(&desk::TaskReport::Redirect), &library) == 0) {
-    throw CommandError(kNotStarted, "libtavo.so cannot be found");
-  }
-  return std::filesystem::absolute(library.dli_fname).lexically_normal().parent_path().string();
-}
-
 desk::Description MakeDescription() {
   const std::string libraries = FindLibraryPath();
   desk::Description description;
@@ -265,6 +256,15 @@ void Session::Print(const std::string& line) const {
 }
 
 void Session::PrintError(const std::string& line) { WriteLine(STDERR_FILENO, line); }
+
+// libtavo.so is beside its runtime manager, a function of which is asked for its file.
+std::string FindLibraryPath() {
+  Dl_info library{};
+  if (dladdr(reinterpret_cast<void*>(&desk::TaskReport::Redirect), &library) == 0) {
+    throw CommandError(kNotStarted, "libtavo.so cannot be found");
+  }
+  return std::filesystem::absolute(library.dli_fname).lexically_normal().parent_path().string();
+}
 
 void RunSession(const std::function<void(Session& session)>& talk) {
   try {

@@ -59,6 +59,9 @@ class Session {
   const std::unique_ptr<World> world_;
 };
 
+// The directory of libtavo.so, which each task is told. Throws kNotStarted.
+std::string FindLibraryPath();
+
 void RunSession(const std::function<void(Session& session)>& talk);
 
 }  // namespace tools

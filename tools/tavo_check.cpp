@@ -39,7 +39,7 @@ constexpr char kFooter[] =
     "  tavo check notes --only handshake --only in-flight\n\n"
     "Ends with 0; 1 when a check has failed; 2 for a wrong command line; 3 when the task cannot "
     "be\n"
-    "started.";
+    "started for the first check.";
 
 constexpr double kHandshakeTime = 1;  // In seconds, as the patience.
 constexpr double kPatience = 5;
@@ -165,22 +165,24 @@ std::vector<Check> Choose(const Options& options) {
   return checks;
 }
 
-// `has_handshake` becomes false when nothing else can be checked.
-Outcome RunCheck(const Check& check, const Options& options, bool* has_handshake) {
+// `has_handshake` becomes false when nothing else can be checked. Throws NotStarted for the first
+// check: a task that was started before may fail to start, which its author wants to see.
+Outcome RunCheck(const Check& check, bool is_first, const Options& options, bool* has_handshake) {
   Outcome outcome{check.name, Result::kFailed, {}, {}};
   const auto start = Clock::now();
-  {
+  try {
     CheckedProcess process(options.task);
     Wire wire(process, GetTime<Clock::duration>(options, kPatience));
-    try {
-      outcome.seen = check.run(wire);
-      outcome.result = Result::kOk;
-    } catch (const NoHandshake& finding) {
-      outcome.seen = finding.what();
-      *has_handshake = false;
-    } catch (const std::exception& fault) {
-      outcome.seen = fault.what();
-    }
+    outcome.seen = check.run(wire);
+    outcome.result = Result::kOk;
+  } catch (const NoHandshake& finding) {
+    outcome.seen = finding.what();
+    *has_handshake = false;
+  } catch (const NotStarted& error) {
+    if (is_first) throw;
+    outcome.seen = error.what();
+  } catch (const std::exception& fault) {
+    outcome.seen = fault.what();
   }
   outcome.time = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
   return outcome;
@@ -192,7 +194,7 @@ void Run(const Options& options) try {
   bool has_handshake = true;
   for (const Check& check : checks) {
     report.Add(has_handshake
-                   ? RunCheck(check, options, &has_handshake)
+                   ? RunCheck(check, &check == &checks.front(), options, &has_handshake)
                    : Outcome{check.name, Result::kSkipped, "the handshake has failed", {}});
   }
   if (!report.Finish()) throw CommandError(kFailed, "");

@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -21,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/processes.h"
 #include "tools/tavo_commands.h"
 
 namespace tools {
@@ -89,21 +89,6 @@ std::string PrepareRecord(const std::string& path) {
   if (file >= 0) close(file);
   if (!fault.empty()) throw CommandError(kFailed, path + ": " + fault);
   return std::filesystem::absolute(path).string();
-}
-
-// The processes whose parent this process is. Orphans of the session are among them.
-std::set<pid_t> FindChildren() {
-  std::set<pid_t> children;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
-    const int pid = std::atoi(entry.path().filename().c_str());
-    std::string stat;
-    if (pid <= 0 || !std::getline(std::ifstream(entry.path() / "stat"), stat, '\0')) continue;
-    const size_t name_end = stat.rfind(')');  // ") S PPID ..."
-    if (name_end == std::string::npos || name_end + 4 >= stat.size()) continue;
-    if (std::atoi(stat.c_str() + name_end + 4) == getpid()) children.insert(pid);
-  }
-  return children;
 }
 
 // The signals that this process waits for, instead of being ended by them.

@@ -50,39 +50,31 @@ std::vector<Declared> ListSizes() {
 
 // ---- Processes ----
 
-// The standard error of one run. What does not fit into the pipe is lost.
-class ErrorPipe {
+// From one run to this process. What does not fit into the pipe is lost.
+class Pipe {
  public:
-  ErrorPipe() {
-    if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0) Fail("a pipe for standard error");
+  Pipe() {
+    if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0) Fail("a pipe");
   }
-  ErrorPipe(ErrorPipe&& other) noexcept {
+  Pipe(Pipe&& other) noexcept {
     std::swap(ends_[0], other.ends_[0]);
     std::swap(ends_[1], other.ends_[1]);
   }
-  ~ErrorPipe() {
+  ~Pipe() {
     for (const int end : ends_) {
       if (end >= 0) close(end);
     }
   }
-  ErrorPipe(const ErrorPipe&) = delete;
-  ErrorPipe& operator=(const ErrorPipe&) = delete;
-  ErrorPipe& operator=(ErrorPipe&&) = delete;
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  Pipe& operator=(Pipe&&) = delete;
 
   int GetInput() const { return ends_[1]; }
 
-  // The last line, without control characters.
-  std::string ReadLastLine() const {
+  std::string Read() const {
     std::string text(kMaxErrors, '\0');
     const ssize_t size = read(ends_[0], text.data(), text.size());
     text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    text.erase(0, text.rfind('\n') + 1);
-    const auto is_control = [](char character) {
-      const auto code = static_cast<unsigned char>(character);
-      return code < 0x20 || code == 0x7f;
-    };
-    std::replace_if(text.begin(), text.end(), is_control, '?');
     return text;
   }
 
@@ -90,16 +82,29 @@ class ErrorPipe {
   int ends_[2] = {-1, -1};
 };
 
+// Without control characters.
+std::string LastLine(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  text.erase(0, text.rfind('\n') + 1);
+  const auto is_control = [](char character) {
+    const auto code = static_cast<unsigned char>(character);
+    return code < 0x20 || code == 0x7f;
+  };
+  std::replace_if(text.begin(), text.end(), is_control, '?');
+  return text;
+}
+
 // A run that has ended: the status of waitpid, and the last line on standard error.
 struct End {
   int status = 0;
   bool has_hung = false;
+  Outcome outcome = Outcome::kExited;
   std::string last_line;
 };
 
 // The new process. It leaves no core, ends with its parent, and prints nothing.
 [[noreturn]] void Become(const DeclareSweep& sweep, const Declared& declared, int errors,
-                         const sigset_t& mask) {
+                         int outcomes, const sigset_t& mask) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const rlimit none{0, 0};
   setrlimit(RLIMIT_CORE, &none);
@@ -108,13 +113,16 @@ struct End {
   dup2(null, STDIN_FILENO);
   dup2(null, STDOUT_FILENO);
   dup2(errors, STDERR_FILENO);
-  std::exit(sweep.run(declared));
+  auto outcome = Outcome::kExited;
+  const int exit_code = sweep.run(declared, &outcome);
+  std::exit(write(outcomes, &outcome, sizeof outcome) > 0 ? exit_code : EXIT_FAILURE);
 }
 
 // Runs that go on, by their processes.
 class Runs {
  public:
   explicit Runs(const DeclareSweep& sweep) : sweep_(sweep) {
+    signal(SIGCHLD, SIG_DFL);  // A process that inherits it ignored cannot wait for its children.
     sigset_t child;
     sigemptyset(&child);
     sigaddset(&child, SIGCHLD);
@@ -133,11 +141,13 @@ class Runs {
   size_t GetCount() const { return runs_.size(); }
 
   void Start(size_t number, const Declared& declared) {
-    Run run{number, Clock::now() + std::chrono::seconds(sweep_.timeout) + kGrace, false, {}};
+    Run run{number, Clock::now() + std::chrono::seconds(sweep_.timeout) + kGrace, false, {}, {}};
     std::cout.flush();
     const pid_t pid = fork();
     if (pid < 0) Fail("a process");
-    if (pid == 0) Become(sweep_, declared, run.errors.GetInput(), mask_);
+    if (pid == 0) {
+      Become(sweep_, declared, run.errors.GetInput(), run.outcomes.GetInput(), mask_);
+    }
     runs_.emplace(pid, std::move(run));
   }
 
@@ -145,12 +155,16 @@ class Runs {
   size_t AwaitOne(End* end) {
     for (;;) {
       for (auto run = runs_.begin(); run != runs_.end(); ++run) {
-        if (waitpid(run->first, &end->status, WNOHANG) <= 0) continue;
-        end->has_hung = run->second.has_hung;
-        end->last_line = run->second.errors.ReadLastLine();
-        const size_t number = run->second.number;
+        const pid_t ended = waitpid(run->first, &end->status, WNOHANG);
+        if (ended == 0 || (ended < 0 && errno == EINTR)) continue;
+        const Run over = std::move(run->second);
         runs_.erase(run);
-        return number;
+        if (ended < 0) throw std::runtime_error("the end of a run cannot be observed");
+        end->has_hung = over.has_hung;
+        end->last_line = LastLine(over.errors.Read());
+        const std::string outcome = over.outcomes.Read();
+        if (!outcome.empty()) end->outcome = static_cast<Outcome>(outcome.front());
+        return over.number;
       }
       Wait();
     }
@@ -161,7 +175,8 @@ class Runs {
     size_t number;
     Clock::time_point deadline;
     bool has_hung;
-    ErrorPipe errors;
+    Pipe errors;
+    Pipe outcomes;  // Gets an Outcome.
   };
 
   void Wait() {
@@ -183,10 +198,6 @@ class Runs {
 
 // ---- What the ends mean ----
 
-bool IsCode(const End& end, int code) {
-  return WIFEXITED(end.status) && WEXITSTATUS(end.status) == code;
-}
-
 // Returns what is wrong with the end; nothing when it is as it should be.
 std::string FindFault(const End& end) {
   if (end.has_hung) return "it hangs";
@@ -195,9 +206,17 @@ std::string FindFault(const End& end) {
   return "killed by signal " + std::to_string(number) + " (" + strsignal(number) + ')';
 }
 
-void Tell(const char* result, const Declared& declared, const std::string& what, const End& end) {
-  std::cout << result << declared.first << '=' << declared.second << ": " << what
-            << (end.last_line.empty() ? "" : ": " + end.last_line) << std::endl;
+std::string Show(const Declared& declared) {
+  return declared.first + '=' + std::to_string(declared.second);
+}
+
+std::string ShowLastLine(const End& end) {
+  return end.last_line.empty() ? "" : ": " + end.last_line;
+}
+
+void Print(const std::string& line) {
+  std::cout << line << std::endl;
+  if (!std::cout) throw std::runtime_error("standard output cannot be written");
 }
 
 class Judge {
@@ -209,20 +228,23 @@ class Judge {
     const std::string fault = FindFault(end);
     if (!fault.empty()) {
       ++failed_;
-      Tell("FAILED  ", declared, fault, end);
-    } else if (IsCode(end, sweep_.timed_out)) {
+      Print("FAILED  " + Show(declared) + ": " + fault + ShowLastLine(end));
+    } else if (end.outcome == Outcome::kNotRun) {
+      throw std::runtime_error("with " + Show(declared) + ": it does not run" + ShowLastLine(end));
+    } else if (end.outcome == Outcome::kRanOn) {
       ++ran_on_;
-      Tell("ran on  ", declared, "no exit within " + std::to_string(sweep_.timeout) + " s", {});
+      Print("ran on  " + Show(declared) + ": no exit within " + std::to_string(sweep_.timeout) +
+            " s");
     } else {
-      ++(IsCode(end, sweep_.refused) ? refused_ : exited_);
+      ++(end.outcome == Outcome::kRefused ? refused_ : exited_);
     }
   }
 
   // Returns whether none has failed.
   bool Finish() const {
-    std::cout << exited_ + refused_ + ran_on_ + failed_ << " sizes: " << exited_ << " exited, "
-              << refused_ << " refused, " << ran_on_ << " ran on, " << failed_ << " failed"
-              << std::endl;
+    Print(std::to_string(exited_ + refused_ + ran_on_ + failed_) + " sizes: " +
+          std::to_string(exited_) + " exited, " + std::to_string(refused_) + " refused, " +
+          std::to_string(ran_on_) + " ran on, " + std::to_string(failed_) + " failed");
     return failed_ == 0;
   }
 
@@ -261,14 +283,12 @@ int RunDeclareSweep(const DeclareSweep& sweep, const std::string& program) {
   runs.Start(0, {});
   runs.AwaitOne(&whole);
   const std::string fault = FindFault(whole);
-  if (!fault.empty() || IsCode(whole, sweep.refused)) {
+  if (!fault.empty() || whole.outcome == Outcome::kRefused || whole.outcome == Outcome::kNotRun) {
     std::cerr << program << ": with whole tables: " << (fault.empty() ? "it does not run" : fault)
-              << (whole.last_line.empty() ? "" : ": " + whole.last_line) << std::endl;
-    return fault.empty() ? sweep.refused : 1;
+              << ShowLastLine(whole) << std::endl;
+    return fault.empty() ? std::max(WEXITSTATUS(whole.status), 1) : 1;
   }
-  const bool is_good = RunAll(sweep, runs);
-  if (!std::cout) throw std::runtime_error("standard output cannot be written");
-  return is_good ? 0 : 1;
+  return RunAll(sweep, runs) ? 0 : 1;
 }
 
 }  // namespace desk

@@ -57,6 +57,12 @@ class PluginException : public Failure {
   using Failure::Failure;
 };
 
+// The plug-in's registration has answered 0.
+class Refusal : public Failure {
+ public:
+  using Failure::Failure;
+};
+
 // ---- What the plug-in is shown ----
 
 std::string NameOf(const std::string& file) { return file == "-" ? "standard input" : file; }
@@ -97,8 +103,8 @@ std::vector<std::filesystem::path> FindLibraries() {
   return libraries;
 }
 
-Description MakeDescription(const Options& options) {
-  Description description = ReadDescription(options.description);
+// Adds the options to the description that was read.
+Description MakeDescription(const Options& options, Description description) {
   std::optional<std::string> libs_path = options.libs_path;
   if (!libs_path && description.directories.count(kLibraries) == 0) {
     const auto libraries = FindLibraries();
@@ -148,7 +154,7 @@ void RegisterPlugin(const std::string& plugin, Register plugin_register, Embedde
   } catch (...) {
     throw PluginException(kWrongPlugin, prefix + "threw an exception of unknown type");
   }
-  if (answer == 0) throw Failure(kWrongPlugin, prefix + "answered 0");
+  if (answer == 0) throw Refusal(kWrongPlugin, prefix + "answered 0");
 }
 
 // What is registered with one copy is unknown to the other.
@@ -200,12 +206,13 @@ int WithinRange(int exit_code, const std::string& program) {
   return kHighest;
 }
 
-int Run(const Options& options, char** argv, const std::string& program) {
+int Run(const Options& options, const Description& described, char** argv,
+        const std::string& program, Outcome* outcome) {
   // Qt takes words of the command line that it knows: it is shown the name only.
   int count = 1;
   const QCoreApplication application(count, argv);
   if (options.offer) {
-    std::cout << ToText(MakeDescription(options)) << std::endl;
+    std::cout << ToText(MakeDescription(options, described)) << std::endl;
     if (!std::cout) throw Failure(kWrongUsage, "standard output cannot be written");
     return 0;
   }
@@ -213,7 +220,7 @@ int Run(const Options& options, char** argv, const std::string& program) {
   std::ostream* report = options.report ? &OpenReport(*options.report, &file) : nullptr;
   CatchSignals();
   const Register plugin_register = LoadPlugin(options.plugin);
-  const Description description = MakeDescription(options);
+  const Description description = MakeDescription(options, described);
   Embedder embedder(description);
   StepRunner steps(embedder, description.steps, std::cout);
   embedder.ObserveActions([report, &steps](const cw::EncodableValue& action) {
@@ -229,6 +236,7 @@ int Run(const Options& options, char** argv, const std::string& program) {
   QTimer timer;
   QObject::connect(&timer, &QTimer::timeout, &timer, [&] {
     std::cerr << program << ": the plug-in has not exited in time" << std::endl;
+    *outcome = Outcome::kRanOn;
     embedder.Exit(kTimedOut);
   });
   if (options.timeout) timer.start(std::chrono::seconds(*options.timeout));
@@ -243,30 +251,32 @@ int Run(const Options& options, char** argv, const std::string& program) {
 }
 
 // In a process of the sweep. An exception of the plug-in ends it by a signal.
-int RunOnce(const Options& options, char** argv, const std::string& program) {
+int RunOnce(const Options& options, const Description& described, char** argv,
+            const std::string& program, Outcome* outcome) {
   try {
-    return Run(options, argv, program);
+    return Run(options, described, argv, program, outcome);
   } catch (const std::exception& error) {
     std::cerr << program << ": " << error.what() << std::endl;
     if (dynamic_cast<const PluginException*>(&error)) std::abort();
+    const bool is_refusal = dynamic_cast<const Refusal*>(&error) != nullptr;
+    *outcome = is_refusal ? Outcome::kRefused : Outcome::kNotRun;
     const auto* failure = dynamic_cast<const Failure*>(&error);
     return failure ? failure->GetExitCode() : kWrongUsage;
   }
 }
 
 int Sweep(const Options& options, char** argv, const std::string& program) {
-  if (options.offer || options.report || options.description == "-") {
-    throw Failure(kWrongUsage,
-                  "--declare-sweep goes with neither --offer nor --report nor standard input");
+  if (options.offer || options.report) {
+    throw Failure(kWrongUsage, "--declare-sweep goes with neither --offer nor --report");
   }
-  ReadDescription(options.description);  // Throws for all of them.
+  const Description described = ReadDescription(options.description);  // A pipe is read once.
   constexpr uint32_t kDefaultTimeout = 3;
-  DeclareSweep sweep{options.timeout.value_or(kDefaultTimeout), kTimedOut, kWrongPlugin, {}};
-  sweep.run = [&](const Declared& declared) {
+  DeclareSweep sweep{options.timeout.value_or(kDefaultTimeout), {}};
+  sweep.run = [&](const Declared& declared, Outcome* outcome) {
     Options once = options;
     once.timeout = sweep.timeout;
     if (!declared.first.empty()) once.declared.push_back(declared);
-    return RunOnce(once, argv, program);
+    return RunOnce(once, described, argv, program, outcome);
   };
   return RunDeclareSweep(sweep, program);
 }
@@ -278,7 +288,9 @@ int RunEmbed(int argc, char** argv, const std::string& program) {
     const Options options = ParseOptions(argc, argv, program);
     std::cout << options.help;
     if (!options.help.empty()) return 0;
-    return options.declare_sweep ? Sweep(options, argv, program) : Run(options, argv, program);
+    if (options.declare_sweep) return Sweep(options, argv, program);
+    Outcome outcome{};
+    return Run(options, ReadDescription(options.description), argv, program, &outcome);
   } catch (const Failure& failure) {
     std::cerr << program << ": " << failure.what() << '\n';
     return failure.GetExitCode();

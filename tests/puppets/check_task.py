@@ -9,6 +9,7 @@ import signal
 import socket
 import subprocess
 import sys
+import threading
 
 FAULT = os.environ.get("TAVO_TEST_FAULT", "")
 KEYS = re.compile(rb"\x07\x02id\x07(?P<id>.)|\x07\x06method\x07(?P<method>.)", re.S)
@@ -23,6 +24,11 @@ def message(**members):
     body = b"".join(text(key.encode()) + value for key, value in members.items())
     frame = base64.b64encode(b"\x0d" + bytes([len(members)]) + body).decode()
     return json.dumps({"data": frame}).encode() + b"\n"
+
+
+def error(code):
+    fields = text(b"code") + b"\x03" + code.to_bytes(4, "little", signed=True)
+    return b"\x0d\x02" + fields + text(b"message") + text(b"no")
 
 
 def read(line):
@@ -41,15 +47,15 @@ def answer(line):
     except (ValueError, LookupError, TypeError, RecursionError):
         if FAULT == "dies":
             raise
-        return b""
+        if FAULT == "number":
+            return message(error=b"\x03\x05\0\0\0")
+        return message(id=b"\0", error=error(-32600 if FAULT == "code" else -32700))
     if not method or (ident is None and FAULT != "notified"):
         return b""
     if method == b"flrpc.connected" and ident:
         return b"" if FAULT == "mute" else message(id=text(ident), result=b"\0")
-    code = -32600 if FAULT == "code" else -32601
-    error = b"\x0d\x02" + text(b"code") + b"\x03" + code.to_bytes(4, "little", signed=True)
-    error += text(b"message") + text(b"no")
-    return message(id=text(ident or b"none"), error=error) * (2 if FAULT == "twice" else 1)
+    failure = error(-32600 if FAULT == "code" else -32601)
+    return message(id=text(ident or b"none"), error=failure) * (2 if FAULT == "twice" else 1)
 
 
 def serve(connection):
@@ -62,7 +68,10 @@ def serve(connection):
             connection.sendall(b'{"data":"CAIB/w=="}\n')
         while FAULT == "flood":
             connection.sendall(message(method=text(b"tick")))
-        connection.sendall(answer(line))
+        result = answer(line)
+        if FAULT == "late":
+            threading.Timer(0.05, connection.sendall, [result]).start()
+        connection.sendall(result)
 
 
 def main():
@@ -71,10 +80,18 @@ def main():
     if FAULT == "stays":
         signal.signal(signal.SIGTERM, signal.SIG_IGN)
     if FAULT == "spawns":
-        subprocess.Popen(["sleep", "1000"], start_new_session=True)
+        daemon = subprocess.Popen(["sleep", "1000"], start_new_session=True)
+        with open("daemon", "w") as file:
+            file.write(f"{daemon.pid}\n")
+    if FAULT == "vanishes":
+        os.unlink(__file__)
     if FAULT == "binds":
+        os.chdir("sockets")
         left = socket.socket(socket.AF_UNIX)
-        left.bind(os.environ["TAVO_TEST_SOCKET"])
+        left.bind("left")
+        if os.fork() == 0:
+            signal.pause()
+        left.close()
     listener = socket.socket(fileno=3)
     while True:
         connection = listener.accept()[0]
