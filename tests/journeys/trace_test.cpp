@@ -67,6 +67,15 @@ class TraceTest : public test::PluginTest {
     }));
   }
 
+  // Locks the file as a process that records there, until the descriptor is closed.
+  static int Lock(const QByteArray& path) {
+    const int file = open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    EXPECT_EQ(0, fcntl(file, F_OFD_SETLK, &lock));
+    return file;
+  }
+
   const QByteArray file_ = QFile::encodeName(directory_.filePath("trace"));
 };
 
@@ -155,13 +164,69 @@ TEST_F(TraceTest, RingIsBoundedAndTellsOfWhatDoesNotFit) {
     EXPECT_TRUE(size > 0 && size <= 32 << 10) << end << " has " << size;
   }
   EXPECT_LT(GetEntries().size(), size_t{kRequests});
-  EXPECT_EQ(0, Fork([this] { Talk(1, std::vector<uint8_t>(1 << 20, 7)); }));
+  qputenv("TAVO_DESK_OPEN_URI", "fail");
+  EXPECT_EQ(0, Fork([this] {
+              Talk(1, std::vector<uint8_t>(1 << 20, 7));
+              EXPECT_FALSE(test::Await<bool>([&](auto&& done) {
+                manager_->GetIntentManager()->OpenUri(std::string(1 << 20, '\1'), done);
+              }));
+            }));
   const auto entries = GetEntries();
   const auto is_short = [](const QJsonObject& entry) {
     return entry["message"].isNull() && entry["size"].toInt() > 1 << 20 &&
            entry["head"].toString().size() == 1 << 10;
   };
   EXPECT_EQ(2, std::count_if(entries.begin(), entries.end(), is_short));
+  EXPECT_EQ("OpenURI", entries.back()["intent"].toString());
+  EXPECT_EQ(1 << 20, entries.back()["size"].toInt());
+  EXPECT_EQ(4 << 10, entries.back()["parameters"].toObject()["uri"].toString().size());
+  qputenv("TAVO_TRACE_LIMIT", "1GiB");  // Too much for the addresses of 32 bits.
+  EXPECT_EQ(0, Fork([&] {
+              Talk(1, 1);
+              EXPECT_FALSE(test::Read("/proc/self/maps").contains(file_));
+              EXPECT_LT(entries.size(), GetEntries().size());
+            }));
+}
+
+TEST_F(TraceTest, FilesMayBeMovedRemovedAndTaken) {
+  const QString moved = directory_.filePath("moved");
+  EXPECT_EQ(0, Fork([&] {
+              manager_ = tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_TRACE);
+              const Client client = Connect();
+              EXPECT_TRUE(QFile::rename(QFile::decodeName(file_), moved));
+              std::ofstream(moved.toStdString(), std::ios::app) << "NOTE\n";
+              EXPECT_EQ(1, *Request(client, "echo", 1).GetResult());
+              EXPECT_TRUE(test::Read(moved).endsWith("NOTE\n"));
+              EXPECT_EQ(2u, GetEntries().size());
+              QFile::remove(QFile::decodeName(file_));
+              const int taken = Lock(file_);
+              testing::internal::CaptureStderr();
+              EXPECT_EQ(1, *Request(client, "echo", 1).GetResult());
+              EXPECT_NE(std::string::npos,
+                        testing::internal::GetCapturedStderr().find("another process records"));
+              close(taken);
+              Connect();
+              EXPECT_EQ("start", GetEntries().at(0)["event"].toString());
+            }));
+}
+
+// A helper that outlives its parent must not keep the lock.
+TEST_F(TraceTest, ForkedProcessLeavesTheFilesToTheNext) {
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  size_t before = 0;
+  EXPECT_EQ(0, Fork([&] {
+              Talk(1, 1);
+              if (fork() != 0) return;
+              close(ends[1]);
+              [[maybe_unused]] const auto end = read(ends[0], &before, sizeof before);
+              _exit(0);
+            }));
+  before = GetEntries().size();
+  EXPECT_EQ(0, Fork([this] { Talk(1, 1); }));
+  EXPECT_LT(before, GetEntries().size());
+  close(ends[0]);
+  close(ends[1]);
 }
 
 // A killed process loses nothing. A line that somebody could not finish stays one.
@@ -187,10 +252,7 @@ TEST_F(TraceTest, FileThatCannotBeUsedIsToldAndTheConversationGoesOn) {
   std::ofstream(open_file.constData()) << "";
   chmod(open_file, 0644);
   const QByteArray locked_file = file_ + ".locked";
-  const int locked = open(locked_file.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  EXPECT_EQ(0, fcntl(locked, F_OFD_SETLK, &lock));
+  const int locked = Lock(locked_file);
   const struct {
     QByteArray path;
     rlim_t max_size;
