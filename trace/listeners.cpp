@@ -66,8 +66,8 @@ ClientListener::ClientListener(Record& record, _TAVORpcClientRef* client, const 
 
 void ClientListener::On(Callback<&Slots::OnStarted>, int code, const char* text, unsigned int) {
   if (code != 0) return conversation_->Fail(text);
+  conversation_->Start();  // Before a message of another thread can be recorded.
   AddConversation(client_, conversation_);
-  conversation_->Start();
 }
 
 void ClientListener::On(Callback<&Slots::OnDisconnect>, int, const char*, unsigned int) {
@@ -98,8 +98,8 @@ ServerListener::ServerListener(Record& record, _TAVORpcServerRef* server)
 void ServerListener::On(Callback<&Slots::OnStarted>, int, const char*, unsigned int) {
   has_started_ = true;
   if (!conversation_) return;
-  AddConversation(server_, conversation_);
   conversation_->Start();
+  AddConversation(server_, conversation_);
 }
 
 void ServerListener::On(Callback<&Slots::OnMessage>, const char* text, unsigned int) {

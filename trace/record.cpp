@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 #include "trace/json_text.h"
 #include "trace/report.h"
@@ -51,10 +52,11 @@ Record* Record::Get() noexcept {
   static Record* const record = [] {
     Record* const opened = Open();
     if (!opened) return opened;
-    // A forked process must not inherit a lock that another thread holds.
+    // A forked process must not inherit a mutex that another thread holds, nor keep the files of
+    // its parent, whose lock would outlive the parent.
     pthread_atfork([] { Get()->mutex_.lock(); }, [] { Get()->mutex_.unlock(); },
                    [] {
-                     Get()->is_forked_ = true;
+                     Get()->ring_.reset();
                      Get()->mutex_.unlock();
                    });
     // Later than what is made later: the real library's manager, which ends conversations.
@@ -70,8 +72,10 @@ void Record::Guard(const Body& body) noexcept {
   {
     const std::lock_guard lock(mutex_);
     try {
-      if (!is_over_ && is_forked_) OpenRing();
       if (!is_over_) body();
+    } catch (const FileInUse&) {  // The files were removed, and another process has made new ones.
+      ring_.reset();
+      TellOfUse();
     } catch (const std::exception& error) {
       Report("nothing more is recorded: TAVO_TRACE_FILE: ", error.what());
       is_over_ = true;
@@ -83,24 +87,24 @@ void Record::Guard(const Body& body) noexcept {
   errno = error_before;
 }
 
-// A forked process does not write to the files of its parent.
 void Record::OpenRing() {
-  is_forked_ = false;
-  ring_.reset();
   try {
     ring_.emplace(GetPath(path_), limit_);
-  } catch (const FileInUse&) {
+  } catch (const FileInUse&) {  // Then there is no ring.
   }
+}
+
+void Record::TellOfUse() {
+  if (std::exchange(is_told_, true)) return;
+  Report("a conversation is not recorded: TAVO_TRACE_FILE: ", FileInUse().what());
 }
 
 bool Record::Begin(bool must_be_told) noexcept {
   bool is_recorded = false;
   Guard([&] {
-    if (!ring_) OpenRing();
+    if (!ring_ || !ring_->IsIntact()) OpenRing();
     is_recorded = ring_.has_value();
-    if (is_recorded || !must_be_told || is_told_) return;
-    is_told_ = true;
-    Report("a conversation is not recorded: TAVO_TRACE_FILE: ", FileInUse().what());
+    if (!is_recorded && must_be_told) TellOfUse();
   });
   return is_recorded;
 }
@@ -127,8 +131,9 @@ void Record::AddEvent(const char* event, const std::string& members, const char*
     if (!ring_) return;
     line_.append("{\"event\":\"").append(event).append("\",").append(members).push_back(',');
     if (cause) {
+      const std::string_view head = Cut(cause);
       line_.append("\"cause\":");
-      AppendJsonText(&line_, cause);
+      AppendJsonText(&line_, head);
       line_.push_back(',');
     }
     AppendTime();
@@ -142,12 +147,14 @@ void Record::AddIntent(std::string_view intent, const char* uri) noexcept {
     if (!ring_) return;
     line_.append("{\"intent\":");
     AppendJsonText(&line_, intent);
+    line_.push_back(',');
     if (uri) {
-      line_.append(",\"parameters\":{\"uri\":");
-      AppendJsonText(&line_, uri);
-      line_.push_back('}');
+      const std::string_view head = Cut(uri);
+      line_.append("\"parameters\":{\"uri\":");
+      AppendJsonText(&line_, head);
+      line_.append("},");
     }
-    line_.append(",\"pid\":").append(std::to_string(getpid())).push_back(',');
+    line_.append("\"pid\":").append(std::to_string(getpid())).push_back(',');
     AppendTime();
     line_.append("}\n");
     AppendLine();
@@ -168,6 +175,14 @@ void Record::AppendTime() {
   line_.append("\"monotonic\":").append(std::to_string(microseconds));
   line_.append(",\"time\":\"").append(second_text_).append(1, '.');
   line_.append(milliseconds, 1).append("Z\"");
+}
+
+// Returns as much of the text as is recorded, however it is escaped. The size of a longer one is
+// recorded before it.
+std::string_view Record::Cut(std::string_view text) {
+  const size_t max = ring_->GetMaxLine() / 8;  // An escaped byte takes six.
+  if (text.size() > max) line_.append("\"size\":").append(std::to_string(text.size()) + ',');
+  return text.substr(0, max);
 }
 
 // Only an extraordinary name makes an entry longer than a file may be.

@@ -3,8 +3,7 @@
 //
 // Threads: any.
 // Errors:  the first failure is a line on standard error and the end of the record. The
-// conversation
-//          goes on.
+//          conversation goes on.
 #pragma once
 
 #include <cstdint>
@@ -47,6 +46,8 @@ class Record {
   template <typename Body>
   void Guard(const Body& body) noexcept;
   void OpenRing();
+  void TellOfUse();
+  std::string_view Cut(std::string_view text);
   void AppendTime();
   void AppendMessage(std::string_view text);
   void AppendShortMessage(std::string_view text);
@@ -58,8 +59,7 @@ class Record {
   std::mutex mutex_;
   std::optional<Ring> ring_;  // Guarded by mutex_, like all below. Empty: nothing is recorded.
   bool is_over_ = false;      // The record has failed, or the process ends.
-  bool is_told_ = false;
-  bool is_forked_ = false;  // Since the ring was opened.
+  bool is_told_ = false;      // That another process has the files.
   std::string line_;
   time_t second_ = -1;
   char second_text_[sizeof "2026-11-22T14:52:04"]{};  // Of `second_`.

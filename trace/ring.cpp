@@ -1,5 +1,7 @@
 #include "trace/ring.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -8,14 +10,6 @@
 #include <utility>
 
 namespace trace {
-namespace {
-
-void Rename(const std::string& from, const std::string& to) {
-  if (std::rename(from.c_str(), to.c_str()) == 0) return;
-  throw std::runtime_error("it cannot be renamed: " + std::string(std::strerror(errno)));
-}
-
-}  // namespace
 
 Ring::Ring(std::string path, uint64_t limit)
     : path_(std::move(path)),
@@ -43,17 +37,23 @@ void Ring::Append(std::initializer_list<std::string_view> line) {
   file_->Append(line, size);
 }
 
-// The names are exchanged. A reader may find no FILE for a moment. What somebody has moved away is
-// left alone.
+// The names are exchanged, so both files keep their pages. Where the kernel or the file system
+// cannot do that the older file goes, and a reader may find no FILE for a moment. What somebody has
+// moved away is left alone.
 void Ring::Turn() {
   if (!file_->IsAt(path_)) return Reopen(&file_, path_);
   if (!older_->IsIntact() || !older_->IsAt(older_path_)) Reopen(&older_, older_path_);
   older_->Clear();
-  const std::string between = path_ + ".2";
-  Rename(older_path_, between);
-  Rename(path_, older_path_);
-  Rename(between, path_);
-  std::swap(file_, older_);
+  const char* const name = path_.c_str();
+  const char* const older_name = older_path_.c_str();
+  if (renameat2(AT_FDCWD, name, AT_FDCWD, older_name, RENAME_EXCHANGE) == 0) {
+    return std::swap(file_, older_);
+  }
+  if (std::rename(name, older_name) != 0) {
+    throw std::runtime_error("it cannot be renamed: " + std::string(std::strerror(errno)));
+  }
+  older_ = std::move(file_);
+  file_ = Open(path_);
 }
 
 }  // namespace trace

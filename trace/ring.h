@@ -2,7 +2,7 @@
 // the older one is begun anew as FILE. One process at a time writes to a ring.
 //
 // Threads: one at a time.
-// Errors:  those of RingFile.
+// Errors:  those of RingFile. After one the ring can only be destroyed.
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,9 @@ class Ring {
 
   // The size of the longest line that a file may hold.
   size_t GetMaxLine() const { return max_line_; }
+
+  // Whether the next line goes into FILE without opening it again: nobody has removed it.
+  bool IsIntact() const { return file_->IsIntact(); }
 
   // Appends the line, which is given in pieces and ends with a newline. A process that is killed
   // then does not lose it.

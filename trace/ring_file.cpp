@@ -15,7 +15,8 @@
 namespace trace {
 namespace {
 
-constexpr size_t kStep = 64 << 10;  // In bytes: how much a file grows at a time.
+constexpr size_t kStep = 64 << 10;      // In bytes: how much a file grows at a time.
+constexpr uint64_t kMaxMap = 32 << 20;  // In bytes: a process of 32 bits has few addresses.
 
 [[noreturn]] void FailOn(int error) { throw std::runtime_error(std::strerror(error)); }
 
@@ -46,7 +47,9 @@ bool IsLockedByAnother(int descriptor) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
-  return fcntl(descriptor, F_OFD_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES);
+  if (fcntl(descriptor, F_OFD_SETLK, &lock) == 0) return false;
+  if (errno == EAGAIN || errno == EACCES) return true;
+  FailOn(errno);
 }
 
 // Whether a page that is allocated can always be written. Elsewhere a full disk would end the
@@ -79,7 +82,8 @@ RingFile::~RingFile() {
   if (map_) munmap(map_, static_cast<size_t>(max_size_));
   struct stat status {};
   if (!Look(&status)) return;
-  if (process_ == getpid() && static_cast<uint64_t>(status.st_size) >= end_) {
+  // What somebody else has appended stays.
+  if (process_ == getpid() && static_cast<uint64_t>(status.st_size) == size_) {
     [[maybe_unused]] const int is_cut = ftruncate(descriptor_, static_cast<off_t>(end_));
   }
   close(descriptor_);
@@ -151,11 +155,10 @@ void RingFile::FindEnd() {
   }
   if (end_ == 0) return;
   Write(end_++, "\n", 1);
-  size_ = std::max(size_, end_);
 }
 
 void RingFile::Map() {
-  if (!KeepsItsPages(descriptor_) || max_size_ > SIZE_MAX) return;
+  if (max_size_ > kMaxMap || !KeepsItsPages(descriptor_)) return;
   void* const map = mmap(nullptr, static_cast<size_t>(max_size_), PROT_READ | PROT_WRITE,
                          MAP_SHARED, descriptor_, 0);
   if (map != MAP_FAILED) map_ = static_cast<char*>(map);
@@ -164,7 +167,7 @@ void RingFile::Map() {
 void RingFile::Grow(uint64_t size) {
   while (size_ < size) {
     const auto step = static_cast<size_t>(std::min<uint64_t>(kStep, max_size_ - size_));
-    size_ += Write(size_, &GetBlank()[kStep - step], step);
+    Write(size_, &GetBlank()[kStep - step], step);
   }
 }
 
@@ -176,12 +179,13 @@ void RingFile::Store(uint64_t at, const char* data, size_t size) {
   }
 }
 
-// By the kernel, which reports a full disk and the like. Returns the size.
-size_t RingFile::Write(uint64_t at, const char* data, size_t size) {
+// By the kernel, which reports a full disk and the like. A part may have been written then.
+void RingFile::Write(uint64_t at, const char* data, size_t size) {
   if (lseek(descriptor_, static_cast<off_t>(at), SEEK_SET) < 0) FailOn(errno);
   size_t written = 0;
-  if (const int error = desk::WriteQuietly(descriptor_, data, size, 0, &written)) FailOn(error);
-  return size;
+  const int error = desk::WriteQuietly(descriptor_, data, size, 0, &written);
+  size_ = std::max(size_, at + written);
+  if (error) FailOn(error);
 }
 
 }  // namespace trace

@@ -2,7 +2,8 @@
 // KiB, several times as much as the copy into a page that is there.
 //
 // What is not written yet is white space in lines, which readers of records skip. The unused end is
-// cut off when the object is destroyed; a process that is killed leaves it.
+// cut off when the object is destroyed, unless somebody else has changed the file's size; a process
+// that is killed leaves it.
 //
 // Threads: one at a time.
 // Errors:  std::runtime_error with the cause.
@@ -57,7 +58,7 @@ class RingFile {
   void Grow(uint64_t size);
   void Map();
   void Store(uint64_t at, const char* data, size_t size);
-  size_t Write(uint64_t at, const char* data, size_t size);
+  void Write(uint64_t at, const char* data, size_t size);
 
   const uint64_t max_size_;
   const pid_t process_;  // A forked one leaves the file alone.
@@ -66,7 +67,7 @@ class RingFile {
   ino_t inode_ = 0;
   uint64_t size_ = 0;    // Of the file.
   uint64_t end_ = 0;     // Of the lines.
-  char* map_ = nullptr;  // Null: the file system's pages may fail to be written.
+  char* map_ = nullptr;  // Null: the file is too large, or its pages may fail to be written.
 };
 
 }  // namespace trace

@@ -11,8 +11,8 @@
 // A listener has
 //   Slots, kCallbacks, kRelease    the structure, its callbacks, its release function
 //   On(Callback<kCallback>, args)  for each callback, called before the caller's
-//   Drop(args)                     for what the caller has no callback for: gives back what it
-//   holds OnRelease()                    called before the caller's release function
+//   Drop(args)                     gives back what the caller has no callback for
+//   OnRelease()                    called before the caller's release function
 // none of which may throw, and a constructor with the further arguments of the loan's.
 //
 // Threads: a loan is its thread's; callbacks come as the real library calls them.

@@ -67,6 +67,15 @@ class TraceTest : public test::PluginTest {
     }));
   }
 
+  // Locks the file as a process that records there, until the descriptor is closed.
+  static int Lock(const QByteArray& path) {
+    const int file = open(path.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    EXPECT_EQ(0, fcntl(file, F_OFD_SETLK, &lock));
+    return file;
+  }
+
   const QByteArray file_ = QFile::encodeName(directory_.filePath("trace"));
 };
 
@@ -155,28 +164,75 @@ TEST_F(TraceTest, RingIsBoundedAndTellsOfWhatDoesNotFit) {
     EXPECT_TRUE(size > 0 && size <= 32 << 10) << end << " has " << size;
   }
   EXPECT_LT(GetEntries().size(), size_t{kRequests});
-  EXPECT_EQ(0, Fork([this] { Talk(1, std::vector<uint8_t>(1 << 20, 7)); }));
+  qputenv("TAVO_DESK_OPEN_URI", "fail");
+  EXPECT_EQ(0, Fork([this] {
+              Talk(1, std::vector<uint8_t>(1 << 20, 7));
+              EXPECT_FALSE(test::Await<bool>([&](auto&& done) {
+                manager_->GetIntentManager()->OpenUri(std::string(6 << 10, '\1'), done);
+              }));
+            }));
   const auto entries = GetEntries();
   const auto is_short = [](const QJsonObject& entry) {
     return entry["message"].isNull() && entry["size"].toInt() > 1 << 20 &&
            entry["head"].toString().size() == 1 << 10;
   };
   EXPECT_EQ(2, std::count_if(entries.begin(), entries.end(), is_short));
+  EXPECT_EQ("OpenURI", entries.back()["intent"].toString());
+  EXPECT_EQ(6 << 10, entries.back()["size"].toInt());
+  EXPECT_EQ(4 << 10, entries.back()["parameters"].toObject()["uri"].toString().size());
+  qputenv("TAVO_TRACE_LIMIT", "1GiB");  // Too much for the addresses of 32 bits.
+  EXPECT_EQ(0, Fork([&] {
+              Talk(1, 1);
+              EXPECT_FALSE(test::Read("/proc/self/maps").contains(file_));
+              EXPECT_LT(entries.size(), GetEntries().size());
+            }));
 }
 
-// A killed process loses nothing. A line that somebody could not finish stays one.
+TEST_F(TraceTest, FilesMayBeMovedRemovedAndTaken) {
+  EXPECT_EQ(0, Fork([this] {
+              const QString moved = directory_.filePath("moved");
+              manager_ = tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_TRACE);
+              const Client client = Connect();
+              EXPECT_TRUE(QFile::rename(QFile::decodeName(file_), moved));
+              std::ofstream(moved.toStdString(), std::ios::app) << "NOTE\n";
+              EXPECT_EQ(1, *Request(client, "echo", 1).GetResult());
+              EXPECT_TRUE(test::Read(moved).endsWith("NOTE\n"));
+              QFile::remove(QFile::decodeName(file_));
+              const int taken = Lock(file_);
+              EXPECT_EQ(1, *Request(client, "echo", 1).GetResult());
+              EXPECT_EQ("", test::Read(QFile::decodeName(file_)));
+              close(taken);
+              Connect();
+              EXPECT_EQ(1, Count(GetEntries(), "event", "start"));
+            }));
+}
+
+// A killed process loses nothing. A line that somebody could not finish stays one. A helper that
+// outlives the process does not keep the file.
 TEST_F(TraceTest, KilledProcessHasRecordedEverything) {
   std::ofstream(file_.constData()) << "{\"event\":\"torn\"}\n{\"torn\":";
   chmod(file_, 0600);
-  const int status = Fork([this] {
+  int ends[2];  // The second is the helper's, which ends when the first is closed.
+  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
+  const int status = Fork([&] {
     Talk(kRequests, 1);
-    kill(getpid(), SIGKILL);
+    char byte = 0;
+    if (fork() != 0) {
+      recv(ends[0], &byte, 1, 0);  // The helper runs.
+      kill(getpid(), SIGKILL);
+    }
+    close(ends[0]);
+    send(ends[1], &byte, 1, 0);
+    recv(ends[1], &byte, 1, 0);
+    _exit(0);
   });
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  EXPECT_EQ(0, Fork([this] { Talk(1, 1); }));
+  for (const int end : ends) close(end);
   QFile file(QFile::decodeName(file_));
   ASSERT_TRUE(file.open(QIODevice::ReadOnly));
   const QByteArray text = file.readAll();
-  EXPECT_EQ(kRequests + 1, text.count("\"direction\":\"from\""));
+  EXPECT_EQ(kRequests + 3, text.count("\"direction\":\"from\""));
   EXPECT_TRUE(text.contains("{\"torn\":\n{\"event\":\"start\"") && text.trimmed().endsWith("}"));
 }
 
@@ -187,10 +243,7 @@ TEST_F(TraceTest, FileThatCannotBeUsedIsToldAndTheConversationGoesOn) {
   std::ofstream(open_file.constData()) << "";
   chmod(open_file, 0644);
   const QByteArray locked_file = file_ + ".locked";
-  const int locked = open(locked_file.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  struct flock lock {};
-  lock.l_type = F_WRLCK;
-  EXPECT_EQ(0, fcntl(locked, F_OFD_SETLK, &lock));
+  const int locked = Lock(locked_file);
   const struct {
     QByteArray path;
     rlim_t max_size;
