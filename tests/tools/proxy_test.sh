@@ -61,7 +61,7 @@ for seed in 1 2 3 4 5 6; do
 done
 for count in 1 2 3; do
   row 3 '' "$lost" "--cut-after $count" "${call[@]}" echo 1
-  row 3 '' '* was killed by signal 9*' "--kill-after $count" "${call[@]}" echo 1
+  row 3 '' '* was killed by signal 9*' "--kill-after $count" "${call[@]}" wait 1  # It has sent no answer.
 done
 row 0 1 '' '--cut-after 5 --kill-after 2,method=echo,kind=request' "${call[@]}" echo 1
 row 3 '' '* ended with status 7' '--delay 10ms' "${call[@]}" leave
