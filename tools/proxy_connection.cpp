@@ -101,7 +101,7 @@ ProxyRules::Set ProxyConnection::FindRules(const char* direction, const std::str
     entry.connection = std::to_string(number_);
   }
   entry.direction = direction;
-  if (context_.rules.HaveTerms()) context_.conversation.Take(0, {}, &entry);
+  if (context_.rules.HaveTerms()) methods_.Take(&entry);
   return context_.rules.Find(entry);
 }
 

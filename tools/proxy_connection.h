@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/conversation.h"
+#include "tools/proxy_methods.h"
 #include "tools/proxy_pipe.h"
 
 namespace tools {
@@ -24,7 +24,6 @@ struct ProxyContext {
   int64_t task_pid = 0;
   std::function<void()> kill_task;
 
-  Conversation conversation = {};          // Knows the methods of answers.
   std::vector<uint64_t> kill_counts = {};  // The messages that have gone through, by rule.
 };
 
@@ -62,6 +61,7 @@ class ProxyConnection {
   const int launcher_;
   const int task_;
   int64_t launcher_pid_ = 0;
+  RequestMethods methods_;            // So that rules know the methods of answers.
   std::vector<uint64_t> cut_counts_;  // The messages that have gone through, by rule.
   bool is_cut_ = false;
   ProxyPipe to_;

@@ -44,7 +44,6 @@ void ProxyPipe::TakeLines(Time now) {
   searched_ = received_.size();
   if (received_.empty() && received_.capacity() > kMaxKeptRoom) received_ = {};
   has_long_line_ = has_long_line_ || received_.size() > kMaxLine;
-  if (has_ended_ && !received_.empty()) Put(std::exchange(received_, {}), now);
 }
 
 void ProxyPipe::Put(std::string line, Time now) {
@@ -63,15 +62,18 @@ void ProxyPipe::Write(Time now) {
   if (has_ended_ && !WantsToWrite() && !stream_.GetDue()) Finish();
 }
 
-// Returns whether there is a line to write.
+// Returns whether there is a line to write. An unfinished one at the end of the stream is no
+// message: no rule is for it, and it comes last, since whatever followed would become a part of it.
 bool ProxyPipe::NextLine(Time now) {
   if (WantsToWrite()) return true;
   auto line = stream_.Take(now);
+  const bool is_at_end = !line && has_ended_ && !has_long_line_ && !stream_.GetDue();
+  if (is_at_end) line = ProxyLine{std::exchange(received_, {}), 0};
   if (!line) return false;
   text_ = std::move(line->text);
   rules_ = line->rules;
   written_ = 0;
-  return true;
+  return WantsToWrite();
 }
 
 // Returns whether the target may take more.

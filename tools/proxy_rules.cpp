@@ -82,7 +82,8 @@ ProxyRule ParseRule(const FaultOption& option, const std::string& text) {
     if (TakePrefix(direction + std::string("="), &rest)) rule.direction = direction;
   }
   const bool begins_with_digit = !rest.empty() && rest[0] >= '0' && rest[0] <= '9';
-  if (option.unit != Unit::kShare || !rule.direction.empty() || begins_with_digit) {
+  if (option.unit == Unit::kShare && rest.empty()) return rule;
+  if (option.unit != Unit::kShare || begins_with_digit) {
     const size_t comma = rest.find(',');
     rule.amount = ParseAmount(option.unit, rest.substr(0, comma));
     if (comma == std::string::npos) return rule;

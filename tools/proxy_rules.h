@@ -2,7 +2,8 @@
 //
 //   [from=|to=]AMOUNT[,TERM...]      such as 200ms, from=10%, 3,method=save
 //
-// The terms are those of tools/match.h. Where the amount is a share it may be missing: 100%.
+// The terms are those of tools/match.h. Where the amount is a share it may be missing, also alone:
+// 100%.
 //
 // Threads: any.
 #pragma once
@@ -59,6 +60,7 @@ class ProxyRules {
   // A set of rules: bit i stands for rule i.
   using Set = uint64_t;
   static constexpr size_t kMaxRules = 64;
+  static constexpr int kMaxDuplicates = 4;  // Each may double the lines again.
 
   // Takes at most kMaxRules rules, in the order of their faults.
   explicit ProxyRules(std::vector<ProxyRule> rules);

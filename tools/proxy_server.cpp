@@ -52,7 +52,7 @@ void ProxyServer::Run() {
       sockets += ProxyConnection::kSockets;
     }
     if (polls[kTask].revents != 0) OnTaskEnd(now);
-    if (polls[kListener].revents != 0) Accept(now);
+    if (!has_task_ended_ && polls[kListener].revents != 0) Accept(now);
     connections_.remove_if([](const ProxyConnection& connection) { return connection.IsOver(); });
   }
 }

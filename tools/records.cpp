@@ -29,15 +29,14 @@ constexpr size_t kMaxText = 4096;           // Of each text but the payload: man
 
 Members ParseJson(const std::string& text) {
   if (text.size() > kMaxLine) throw std::runtime_error("it is longer than 64 MiB");
-  const char* fault = nullptr;
   size_t values = 0;
-  const auto is_small = [&](int depth, Members::parse_event_t, Members&) {
-    if (depth > kMaxJsonDepth) fault = "it is nested too deeply";
-    if (++values > kMaxJsonValues) fault = "it holds too many values";
-    return fault == nullptr;
+  // A result of false would only leave the value out and read on.
+  const auto check = [&values](int depth, Members::parse_event_t, Members&) {
+    if (depth > kMaxJsonDepth) throw std::runtime_error("it is nested too deeply");
+    if (++values > kMaxJsonValues) throw std::runtime_error("it holds too many values");
+    return true;
   };
-  Members members = Members::parse(text, is_small, false);
-  if (fault != nullptr) throw std::runtime_error(fault);
+  Members members = Members::parse(text, check, false);
   if (members.is_discarded()) throw std::runtime_error("it is not JSON");
   return members;
 }

@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
     std::cout << program.Parse({argv + std::min(argc, 1), argv + argc});
     return 0;
   } catch (const desk::UsageError& error) {
-    std::cerr << tools::Printable(error.what()) << "\nRun with --help for more information.\n";
+    Report(program.GetCommandName(), error.what(), tools::kWrongUsage);
+    std::cerr << "Run with --help for more information.\n";
     return tools::kWrongUsage;
   } catch (const tools::ErrorAnswer& error) {
     std::cerr << error.what() << '\n';

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -37,7 +36,7 @@ constexpr char kAbout[] =
 constexpr char kFooter[] =
     "RULE is an amount, for one direction when it begins with from= or to=, and behind it terms\n"
     "that limit it to the messages for which all of them hold, such as method=save (see tavo\n"
-    "monitor --help). A share may be left out before terms: 100%. Each rule may be given several\n"
+    "monitor --help). A share may be left out: 100%. Each rule may be given several\n"
     "times. The handshake is two messages.\n\n"
     "Example:\n"
     "  export TAVO_DESK_WRAPPER='tavo proxy --delay from=200ms --drop method=progress --'\n"
@@ -60,6 +59,12 @@ struct Options {
 // The rules are applied in the order of their faults, whatever that of the command line is.
 ProxyRules MakeRules(std::vector<ProxyRule> rules) {
   if (rules.size() > ProxyRules::kMaxRules) throw CommandError(kWrongUsage, "more than 64 rules");
+  const auto duplicates = std::count_if(rules.begin(), rules.end(), [](const ProxyRule& rule) {
+    return rule.fault == Fault::kDuplicate;
+  });
+  if (duplicates > ProxyRules::kMaxDuplicates) {
+    throw CommandError(kWrongUsage, "more than 4 rules --duplicate");
+  }
   std::stable_sort(rules.begin(), rules.end(), [](const ProxyRule& left, const ProxyRule& right) {
     return left.fault < right.fault;
   });
@@ -77,25 +82,45 @@ bool HasSocket() {
          getsockopt(kHandedOver, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) == 0 && listens != 0;
 }
 
-std::string GetTaskName() {
+// The path of the socket that was handed over; empty: it has none.
+std::string GetSocketPath() {
   sockaddr_un address{};
   socklen_t size = sizeof address - 1;  // The path may have no NUL.
   if (getsockname(kHandedOver, reinterpret_cast<sockaddr*>(&address), &size) != 0) return "";
-  return desk::TaskSocket::GetTask(QString::fromLocal8Bit(address.sun_path)).toStdString();
+  return address.sun_path;
+}
+
+std::string GetTaskName(const std::string& socket_path) {
+  return desk::TaskSocket::GetTask(QString::fromLocal8Bit(socket_path.c_str()))
+      .toLocal8Bit()
+      .toStdString();
+}
+
+// Makes a directory beside the socket that was handed over. If that fails, or the path of a socket
+// with this name would be too long there, it makes one in /tmp.
+std::string MakeDirectory(const std::string& socket_path, const std::string& name) {
+  errno = ENAMETOOLONG;
+  for (const std::string& parent :
+       {socket_path.substr(0, socket_path.rfind('/') + 1), std::string("/tmp/")}) {
+    std::string directory = parent + "tavo-XXXXXX";
+    const size_t size = directory.size() + 1 + name.size();
+    if (parent.empty() || size >= sizeof sockaddr_un::sun_path) continue;
+    if (mkdtemp(directory.data())) return directory;
+  }
+  Fail("a directory for the socket " + name);
 }
 
 // A listening socket for the task alone. Its file is removed at once, so that nothing is left even
-// if the proxy is killed; the open path is enough to connect to it.
+// if the proxy is killed; the open path is enough to connect to it. The file has a name as the desk
+// gives it, since another proxy may have to find the task's name in it.
 struct TaskListener {
   int socket = -1;
   int path = -1;
 
-  TaskListener() {
-    std::error_code error;
-    const auto parent = std::filesystem::temp_directory_path(error);
-    std::string directory = ((error ? "/tmp" : parent) / "tavo-proxy-XXXXXX").string();
-    if (!mkdtemp(directory.data())) Fail(directory);
-    const std::string file = directory + "/task";
+  TaskListener(const std::string& socket_path, const std::string& task) {
+    const std::string name = task + "-0-0";
+    const std::string directory = MakeDirectory(socket_path, name);
+    const std::string file = directory + '/' + name;
     QString fault;
     socket = desk::ListenAt(QByteArray::fromStdString(file), &fault);
     if (socket >= 0) path = open(file.c_str(), O_PATH | O_CLOEXEC);
@@ -169,10 +194,12 @@ void StartServer(const ProxyDescriptors& descriptors, const TaskListener& task,
   }
   const uint32_t seed = options.seed.value_or(std::random_device()());
   if (rules.AreRandom() && !options.seed) std::cerr << "tavo proxy: --seed " << seed << '\n';
-  const TaskListener task;
+  const std::string socket_path = GetSocketPath();
+  const std::string name = GetTaskName(socket_path);
+  const TaskListener task(socket_path, name);
   const auto self = static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0));
   if (self < 0) Fail("pidfd_open");
-  const ProxyContext context{std::move(rules), seed, GetTaskName(), getpid(), {}};
+  const ProxyContext context{std::move(rules), seed, name, getpid(), {}};
   StartServer({kHandedOver, task.path, self}, task, context);
   if (dup2(task.socket, kHandedOver) < 0) Fail("descriptor 3");
   BecomeTask(options.command);
@@ -187,7 +214,8 @@ void AddProxy(desk::CommandLine& program) {
     const auto add = [options, &option](const std::string& text) {
       options->rules.push_back(ParseRule(option, text));
     };
-    proxy.AddOption(option.name, add, "RULE", option.about);
+    desk::Option rule = proxy.AddOption(option.name, add, "RULE", option.about);
+    if (option.unit == Unit::kShare) rule.AllowNoValue();
   }
   proxy.AddOption("--seed", &options->seed, "N",
                   "Make the same random choices as with this number");

@@ -101,7 +101,8 @@ OptionDescription DescribeOption(const CLI::Option& option) {
   description.about = option.get_description();
   description.is_argument = option.get_positional();
   description.is_required = option.get_required();
-  description.is_repeated = option.get_items_expected_max() > 1;
+  description.is_repeated = option.get_items_expected_max() > 1 ||
+                            option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
   for (const std::string& name : option.get_snames()) description.names.push_back('-' + name);
   for (const std::string& name : option.get_lnames()) description.names.push_back("--" + name);
   if (description.is_argument) description.names = {option.get_name(true)};
@@ -116,6 +117,35 @@ CommandDescription DescribeCommand(const CLI::App& app) {
     if (!option->get_group().empty()) command.options.push_back(DescribeOption(*option));
   }
   return command;
+}
+
+// ---- Faults ----
+
+// The words that nothing takes, in their order.
+std::vector<std::string> FindUnknown(const CLI::App& app) {
+  std::vector<std::string> unknown = app.remaining();
+  for (const CLI::App* command : app.get_subcommands()) {
+    if (command->get_allow_extras()) continue;
+    const std::vector<std::string> rest = command->remaining();
+    unknown.insert(unknown.end(), rest.begin(), rest.end());
+  }
+  unknown.erase(std::remove(unknown.begin(), unknown.end(), "--"), unknown.end());
+  return unknown;
+}
+
+// The parser's own text tells what is missing rather than which word is wrong.
+std::string Explain(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> unknown = FindUnknown(app);
+  const bool has_command = app.get_require_subcommand_min() == 0 || !app.get_subcommands().empty();
+  if (unknown.empty()) return has_command ? error.what() : "no command is given";
+  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const std::string& word) {
+    return word.size() > 1 && word[0] == '-';
+  });
+  if (option != unknown.end()) {
+    return "there is no option \"" + option->substr(0, option->find('=')) + '"';
+  }
+  if (!has_command) return "there is no command \"" + unknown.front() + '"';
+  return "not expected: " + CLI::detail::join(unknown, " ");
 }
 
 }  // namespace
@@ -153,6 +183,12 @@ Option& Option::Exclude(const Option& other) {
 
 Option& Option::ShowDefault() {
   option_->capture_default_str();
+  return *this;
+}
+
+Option& Option::AllowNoValue() {
+  option_->type_name('[' + option_->get_type_name() + ']');
+  option_->expected(0, 1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   return *this;
 }
 
@@ -256,7 +292,7 @@ std::string CommandLine::Parse(std::vector<std::string> words) {
   } catch (const CLI::CallForVersion& version) {
     return version.what() + std::string("\n");
   } catch (const CLI::ParseError& error) {
-    throw UsageError(UnshieldText(error.what()));
+    throw UsageError(UnshieldText(Explain(*owned_, error)));
   }
 }
 

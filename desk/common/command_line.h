@@ -46,6 +46,8 @@ class Option {
   Option& Need(const Option& other);
   Option& Exclude(const Option& other);
   Option& ShowDefault();  // The help shows what the value is now.
+  // Of an option with a Take, which gets an empty text then. What looks like an option is no value.
+  Option& AllowNoValue();
 
  private:
   CLI::Option* option_;

@@ -26,7 +26,7 @@ expect() {
 
 echo 'no library' >"$work/text.so"
 expect 2 "the plug-in's file is missing"
-expect 2 'not expected: --unknown' --unknown
+expect 2 'there is no option "--unknown"' --unknown
 expect 2 '--report: 1 required FILE missing' "$plugin" --report
 expect 2 "not expected: $plugin" "$plugin" "$plugin"
 expect 2 '--timeout: Value soon not in range 0 to' --timeout soon "$plugin"

@@ -97,7 +97,9 @@ expect() {
   [[ $code == "$1" && $(<"$work/errors") == $2 ]] || fail "${*:3}: ended with $code and said: $(<"$work/errors")"
 }
 expect 2 '*--unknown*' decode --unknown
-expect 2 '*subcommand is required*'
+expect 2 'tavo: no command is given*'
+expect 2 'tavo: there is no command "nonsense"*' nonsense x
+expect 2 'tavo encode: not expected: b c*' encode 1 b c
 expect 1 'tavo decode: text 1: Invalid read in StandardCodecByteStreamReader (2 faults)' decode "$(base64_of 0c0301)"
 expect 1 "tavo decode: $work: Is a directory" decode --file "$work"
 expect 1 'tavo decode: : No such file or directory' decode --file ''

@@ -18,6 +18,7 @@ unset TAVO_DESK_RECORD LISTEN_PID
 fail() { echo "FAILED: $*"; exit 1; }
 processes() { grep -lzs "^XDG_RUNTIME_DIR=$XDG_RUNTIME_DIR$" /proc/[0-9]*/environ | cut -d / -f 3 |
                 xargs -r ps -o pid=,args= -p | grep '[w]rapper_task' || true; }
+left() { find run tmp -type s -o -name 'tavo-*'; }
 # row CODE OUT ERRORS RULES ARGUMENT...: the exit code (a pattern), the standard output, and a pattern
 # for standard error, of `tavo ARGUMENT...` with a task behind these rules.
 row() {
@@ -27,12 +28,13 @@ row() {
   # shellcheck disable=SC2053
   [[ $code == $1 && $(<out) == $2 && $(<errors) == $3 ]] || fail "${*:4}: $code, $(<out), $(<errors)"
   for _ in $(seq 5000); do
-    [[ -z $(find run tmp -type s)$(processes) ]] && return
+    [[ -z $(left)$(processes) ]] && return
     read -rt 0.01 <> <(:) || true
   done
-  fail "${*:4} leaves $(find run tmp -type s; processes)"
+  fail "${*:4} leaves $(left; processes)"
 }
 call=(call wrapper_task)
+timed=(call wrapper_task echo 1 --repeat 1 --json)
 limited=(--timeout "$([[ $# -eq 0 ]] && echo 1 || echo 3)")
 late='*has not answered in time*'
 lost='*the connection to the task "wrapper_task" is lost'
@@ -41,26 +43,32 @@ tock='{"method":"tock","params":2}'
 last='{"method":"tick","params":3}'
 
 row 0 1 '' '' "${call[@]}" echo 1
-row 0 1 '' '--delay from=50ms --delay to=0.05,method=echo' "${call[@]}" echo 1
+row 0 '*"min_ms":[1-9][0-9][0-9]*' '' '--delay from=50ms --delay to=0.05,method=echo' "${timed[@]}"
 row 0 1 "$tock" '--delay 60min,method=tick' "${call[@]}" talk 1 --notify-out
-row 0 1 '' '--slow 100KiB/s --slow from=9MiB/s' "${call[@]}" echo 1
-row 0 1 "$tick"$'\n'"$last" '--drop task=wrapper_task,method=tock' "${call[@]}" talk 1 --notify-out
+row 0 '*"min_ms":[1-9][0-9]*' '' '--slow to=9MiB/s --slow from=1KiB/s' "${timed[@]}"
+row 4 '' "$late" '--slow from=1B/s' "${call[@]}" echo 1 "${limited[@]}"
+row 0 1 "$tick"$'\n'"$last" "--delay 1ms -- ${emulator[*]} $build/bin/tavo proxy --drop from=task=wrapper_task,method=tock" \
+  "${call[@]}" talk 1 --notify-out
 row 4 '' "$late" '--drop kind=response,method=echo' "${call[@]}" echo 1 "${limited[@]}"
 row 4 '' "$late" '--drop method=flrpc.connected' "${call[@]}" echo 1 "${limited[@]}"
 row 0 1 "$tick"$'\n'"$tock"$'\n'"$tock"$'\n'"$last" '--duplicate method=tock' "${call[@]}" talk 1 --notify-out
 row 0 1 '*Invalid server response' '--duplicate from=100%,method=flrpc*' "${call[@]}" echo 1
-row 0 1 '' '--reorder 2 --seed 1' "${call[@]}" echo 1
+row 4 '' "$late" '--duplicate kind=request,method=echo --drop kind=response,method=echo' "${call[@]}" echo 1 \
+  "${limited[@]}"
+row 0 1 '*Invalid server response*' '--duplicate --reorder 3 --seed 1' "${call[@]}" echo 1
 for seed in 1 2 3 4 5 6; do
   row '[014]' '*' '*' "--corrupt method=echo --seed $seed" "${call[@]}" echo 1 "${limited[@]}"
 done
 for count in 1 2 3; do
   row 3 '' "$lost" "--cut-after $count" "${call[@]}" echo 1
-  row 3 '' '* was killed by signal 9*' "--kill-after $count" "${call[@]}" echo 1
+  row 3 '' '* was killed by signal 9*' "--kill-after $count" "${call[@]}" wait 1  # It has sent no answer.
 done
 row 0 1 '' '--cut-after 5 --kill-after 2,method=echo,kind=request' "${call[@]}" echo 1
 row 3 '' '* ended with status 7' '--delay 10ms' "${call[@]}" leave
 row 3 '' '*--drop*"101%" is out of range*ended with status 2*' '--drop 101%' "${call[@]}" echo 1
 row 3 '' '*--delay*"soon" is no amount such as 200ms*' '--delay from=soon' "${call[@]}" echo 1
+row 3 '' '*more than 4 rules --duplicate*' '--duplicate --duplicate --duplicate --duplicate --duplicate' \
+  "${call[@]}" echo 1
 row 3 '' '*--corrupt*there is no term "x"*' '--corrupt 1%,x=1' "${call[@]}" echo 1
 code=0
 "${emulator[@]}" "$build/bin/tavo" proxy -- /nowhere/x 2>errors || code=$?
@@ -118,6 +126,8 @@ for rule, whole in (("--reorder 3", True), ("--drop 50%", False), ("--corrupt to
     first, again, other = (run(f"{rule} --seed {seed}", echo(LINES)) for seed in (1, 1, 2))
     assert first == again != other and first != LINES, rule
     assert not whole or sorted(first.split()) == sorted(LINES.split()), rule
+mixed = run("--reorder 7 --seed 1", echo(LINES + b"half"))
+assert mixed.endswith(b"\nhalf") and sorted(mixed.split()) == sorted((LINES + b"half").split()), mixed
 
 def flood(peer):
     """Sends until the proxy takes no more, or has taken too much."""

@@ -90,6 +90,7 @@ grep -qE ' wrapper_task\[[0-9]+\] <- echo id[0-9_]+ .* "hey"$' seen || fail "mon
 
 # Wrong command lines; standard output that nobody can write.
 row 2 '' 'TASK is required' call
+row 2 '' 'tavo call: there is no option "--bogus"' call --bogus=1
 row 2 '' '--timeout: "-1" is no number of seconds' call wrapper_task echo --timeout -1
 row 2 '' 'NAME: an empty text is no name' intent ''
 row 2 '' 'METHOD: an empty text is no name' notify wrapper_task ''
