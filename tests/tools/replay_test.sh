@@ -213,9 +213,10 @@ row 0 "$same" '' \
   replay hello --against kit --connection 1 --fast --answers-only --timeout "$patience"
 
 # Damaged records, wrong command lines.
-{ head -n 8 talk; echo '{"task":"notes","direction":"to","message":{"data":"?"}}'; echo '{'; } >damaged
-row 1 "$PWD/apps/notes.desktop" 'damaged:10: it is not JSON' replay damaged --as notes --install apps
-row 0 1 'damaged:9: it is not a Base64 text' call notes count
+good=$(wc -l <talk)
+{ cat talk; echo '{"task":"notes","direction":"to","message":{"data":"?"}}'; echo '{'; } >damaged
+row 1 "$PWD/apps/notes.desktop" "damaged:$((good + 2)): it is not JSON" replay damaged --as notes --install apps
+row 0 1 "damaged:$((good + 1)): it is not a Base64 text" call notes count
 echo '{"event":"start","task":"notes","pid":1}' >empty
 row 1 '' 'empty: it holds no conversation' replay empty --as notes --install apps
 row 1 '' 'none: No such file' replay none --against notes
