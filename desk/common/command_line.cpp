@@ -142,7 +142,8 @@ std::string Explain(const CLI::App& app, const CLI::ParseError& error) {
     return word.size() > 1 && word[0] == '-';
   });
   if (option != unknown.end()) {
-    return "there is no option \"" + option->substr(0, option->find('=')) + '"';
+    const std::string name = option->substr(0, option->find('='));
+    return "there is no option \"" + name + '"';
   }
   if (!has_command) return "there is no command \"" + unknown.front() + '"';
   return "not expected: " + CLI::detail::join(unknown, " ");
