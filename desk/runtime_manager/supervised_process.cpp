@@ -250,9 +250,8 @@ SupervisedProcess::News SupervisedProcess::OnLinkEnd(QString* error) {
 }
 
 void SupervisedProcess::Send(Order order) {
-  const size_t sent = MoveAll(sizeof order, [&](size_t, size_t left) {
-    return send(link_, &order, left, MSG_NOSIGNAL);
-  });
+  const size_t sent = MoveAll(
+      sizeof order, [&](size_t, size_t left) { return send(link_, &order, left, MSG_NOSIGNAL); });
   if (sent < sizeof order) shutdown(link_, SHUT_WR);  // The end of the stream means kTerminate.
 }
 

@@ -6,8 +6,8 @@
 // end of the stream. The thread that has started the task may end earlier.
 //
 // The supervisor is a separate program, so that it keeps none of its starter's memory and has a
-// name of its own. It gets the task's standard descriptors, the descriptors and texts below, the task's
-// environment, and every signal blocked.
+// name of its own. It gets the task's standard descriptors, the descriptors and texts below, the
+// task's environment, and every signal blocked.
 #pragma once
 
 #include <cstdint>
