@@ -12,11 +12,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-if(CMAKE_CROSSCOMPILING)
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-  list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
-    ${CMAKE_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE})
-endif()
+set(base_libraries "libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 11)")
 
 set(same_version "(= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtavo)
@@ -35,9 +31,11 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "headers and CMake package for native p
 What a plug-in for Ostrel OS is built with: the headers of libtavo.so, the
 kit of typed calls, the CMake package with tavo_add_plugin, the pkg-config
 file, and the toolchain file for 32-bit hard-float ARM.")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libtavo ${same_version}, tavo-desk ${same_version}")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "libtavo ${same_version}, tavo-desk ${same_version}, ${base_libraries}")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, ninja-build")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "qtbase5-dev")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)  # The trace needs libtavo.so.real.
 
 set(CPACK_DEBIAN_DESK_PACKAGE_NAME tavo-desk)
 set(CPACK_DEBIAN_DESK_PACKAGE_SECTION devel)
@@ -48,6 +46,15 @@ draws their conversations, replays and disturbs them.")
 set(CPACK_DEBIAN_DESK_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_DESK_PACKAGE_DEPENDS "libtavo ${same_version}")
 
+if(CMAKE_CROSSCOMPILING)  # dpkg-shlibdeps knows the packages of this machine only.
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  set(qt "libqt5core5a (>= 5.15.1)")
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${base_libraries}, ${qt}")
+  string(APPEND CPACK_DEBIAN_DESK_PACKAGE_DEPENDS
+    ", ${base_libraries}, ${qt}, libglib2.0-0 (>= 2.12.0)")
+endif()
+
 # Where the dynamic linker looks has changed.
 foreach(component RUNTIME DESK)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers)
@@ -55,6 +62,11 @@ endforeach()
 
 # What each package holds for people and for lintian.
 set(directory ${PROJECT_BINARY_DIR}/debian)
+string(REPLACE "." "\\." section ${PROJECT_VERSION})
+file(STRINGS CHANGELOG.md section REGEX "^## \\[${section}\\] - ")
+string(REGEX MATCH "[0-9-]+$" date "${section}")
+execute_process(COMMAND date --utc --rfc-email --date "${date}"
+  OUTPUT_VARIABLE TAVO_RELEASE_DATE OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 configure_file(cmake/debian/changelog.in ${directory}/changelog @ONLY)
 execute_process(COMMAND gzip -9nf ${directory}/changelog COMMAND_ERROR_IS_FATAL ANY)
 foreach(package libtavo=runtime libtavo-dev=development tavo-desk=desk)

@@ -1,7 +1,8 @@
 # tavo_add_plugin(NAME SOURCE... [TASK ID [TITLE TEXT] [COMMENT TEXT] [DESKTOP_ENTRY]])
 #
 # Adds a plug-in: a module that is linked with tavo::tavo. `cmake --install` puts it into lib/PROJECT,
-# beside the libtavo.so that it loads (on a desk also the runtime manager), with the run path $ORIGIN.
+# beside the libtavo.so that it loads, with the run path $ORIGIN; unless the build is for another machine
+# also beside the desk's runtime manager, which that one needs.
 # TAVO_PLUGIN_DESTINATION names another directory; TAVO_INSTALL_PLUGINS=OFF makes no rules.
 #
 #   TASK ID         The plug-in is the application that others start as the task ID. After each build
@@ -28,8 +29,8 @@ function(tavo_add_plugin name)
         -DENTRY=${CMAKE_BINARY_DIR}/apps/${arg_TASK}.desktop
         -DPROGRAM=$<TARGET_FILE:tavo::tavo-embed>
         -DARGUMENT=$<TARGET_FILE:${name}>
-        -DTITLE=${arg_TITLE}
-        -DCOMMENT=${arg_COMMENT}
+        "-DTITLE=${arg_TITLE}"
+        "-DCOMMENT=${arg_COMMENT}"
         -P ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/write_desktop_entry.cmake
       VERBATIM)
   endif()
@@ -47,16 +48,20 @@ function(_tavo_install_plugin name)
   endif()
   install(TARGETS ${name} LIBRARY DESTINATION ${directory})
   install(FILES $<TARGET_FILE:tavo::tavo> DESTINATION ${directory})
-  if(TARGET tavo::runtimemanager)
+  if(TARGET tavo::runtimemanager AND NOT CMAKE_CROSSCOMPILING)
     install(FILES $<TARGET_FILE:tavo::runtimemanager> DESTINATION ${directory})
     install(PROGRAMS $<TARGET_FILE_DIR:tavo::runtimemanager>/tavo-supervisor DESTINATION ${directory})
   endif()
-  if(arg_DESKTOP_ENTRY AND TARGET tavo::tavo-embed)
+  if(arg_DESKTOP_ENTRY AND TARGET tavo::tavo-embed AND NOT CMAKE_CROSSCOMPILING)
     install(CODE "
+      cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX OUTPUT_VARIABLE prefix)
+      set(directory [[${directory}]])
+      cmake_path(ABSOLUTE_PATH directory BASE_DIRECTORY \"\${prefix}\")
       set(ENTRY [[${CMAKE_INSTALL_DATADIR}/applications/${arg_TASK}.desktop]])
-      set(ENTRY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/\${ENTRY}\")
+      cmake_path(ABSOLUTE_PATH ENTRY BASE_DIRECTORY \"\${prefix}\")
+      set(ENTRY \"\$ENV{DESTDIR}\${ENTRY}\")
       set(PROGRAM [[$<TARGET_FILE:tavo::tavo-embed>]])
-      set(ARGUMENT \"\${CMAKE_INSTALL_PREFIX}/${directory}/$<TARGET_FILE_NAME:${name}>\")
+      set(ARGUMENT \"\${directory}/$<TARGET_FILE_NAME:${name}>\")
       set(TITLE [[${arg_TITLE}]])
       set(COMMENT [[${arg_COMMENT}]])
       include([[${CMAKE_CURRENT_FUNCTION_LIST_DIR}/write_desktop_entry.cmake]])

@@ -180,6 +180,9 @@ void ReadIntent(const Members& members, Entry* entry) {
   entry->starter_pid = IntegerOf(members, "pid");
   const auto parameters = members.find("parameters");
   if (parameters != members.end()) entry->payload = Dump(*parameters);
+  if (const auto size = IntegerOf(members, "size")) {
+    entry->words = "(cut; it had " + std::to_string(*size) + " bytes) " + entry->payload;
+  }
 }
 
 void ReadEvent(const Members& members, Entry* entry) {

@@ -179,7 +179,10 @@ class Reader {
     const auto members = nlohmann::json::parse(last_line_.text);
     const auto stopped = members.find("stopped");
     const bool is_stopped = stopped != members.end() && *stopped == true;
-    if (entry.task_pid && !is_stopped) ended_.insert(*entry.task_pid);
+    // A device's trace does not know how the task has ended.
+    const bool is_known =
+        entry.event == "loss" || members.contains("status") || members.contains("signal");
+    if (entry.task_pid && is_known && !is_stopped) ended_.insert(*entry.task_pid);
   }
 
   ConversationReader& Find(const Entry& entry) {

@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "cw/map_access.h"
 #include "kit/responder.h"
 #include "tools/session.h"
 #include "tools/task_server.h"
@@ -23,6 +24,7 @@ using flrpc::Message;
 // The turns are numbered. The first one is that of the connection.
 constexpr size_t kConnection = 0;
 constexpr size_t kNoTurn = ~size_t{0};
+constexpr char kCall[] = "$call";  // What names a call of the kit, in its parameters.
 
 // A message of the starter (null: its connection), and what the task sent until the next one. What
 // belongs to a request is at that request.
@@ -37,6 +39,12 @@ struct EqualTurns {
 
   std::vector<size_t> turns;
   size_t next = 0;
+};
+
+// Who is answered: nobody where the reply is null. `call` names the call of the kit, or is null.
+struct Asked {
+  std::shared_ptr<IReply> reply;
+  EncodableValue call;
 };
 
 class Player {
@@ -56,7 +64,7 @@ class Player {
 
   void Run() {
     for (size_t i = kConnection + 1; i < turns_.size(); ++i) Offer(*turns_[i].message);
-    task_.Get().OnConnected([this](const auto&) { Play(turns_[kConnection], nullptr); });
+    task_.Get().OnConnected([this](const auto&) { Play(turns_[kConnection], {}); });
     task_.Serve();
   }
 
@@ -88,6 +96,8 @@ class Player {
   std::string KeyOf(const std::string& method, const EncodableValue& params) const {
     EncodableValue content = EncodableMap{{"params", params}};
     for (const ValuePath& pattern : role_.ignored) RemoveParts(&content, pattern, 0);
+    RemoveParts(&content, {StepTo("params"), StepTo(kCall)},
+                0);  // It counts the calls of the starter's process.
     const forge::Buffer bytes = content.Serialize();
     std::string key = method + '\0';
     return key.append(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize());
@@ -105,7 +115,7 @@ class Player {
     } else {
       task_.Get().OnNotify(message.method, [this](const auto& notification) {
         const auto found = equal_turns_.find('n' + KeyOf(notification.method, notification.params));
-        if (found != equal_turns_.end()) Play(turns_[found->second.TakeNext()], nullptr);
+        if (found != equal_turns_.end()) Play(turns_[found->second.TakeNext()], {});
       });
     }
   }
@@ -113,28 +123,30 @@ class Player {
   void Answer(const std::string& method, const EncodableValue& params,
               const std::shared_ptr<IReply>& reply) {
     const auto found = equal_turns_.find('r' + KeyOf(method, params));
-    if (found != equal_turns_.end()) return Play(turns_[found->second.TakeNext()], reply);
+    if (found != equal_turns_.end()) {
+      const auto* const call = cw::Find(&params, kCall);
+      return Play(turns_[found->second.TakeNext()], {reply, call ? *call : EncodableValue()});
+    }
     reply->SendError(tavo::kit::kInvalidParams,
                      "the record has no request \"" + method + "\" with these parameters", {});
   }
 
-  // `reply` is null when nothing is to be answered.
-  void Play(const Turn& turn, const std::shared_ptr<IReply>& reply) {
-    PlayFrom(0, turn, TaskServer::Clock::now(), reply);
+  void Play(const Turn& turn, const Asked& asked) {
+    PlayFrom(0, turn, TaskServer::Clock::now(), asked);
   }
 
   // Sends the followers from this one on that are due. The first one that is not due waits alone,
   // for all behind it.
   void PlayFrom(size_t first, const Turn& turn, TaskServer::Clock::time_point begin,
-                const std::shared_ptr<IReply>& reply) {
+                const Asked& asked) {
     for (size_t i = first; i < turn.followers.size(); ++i) {
       const auto pause = begin + GetPause(turn, i) - TaskServer::Clock::now();
       if (pause <= pause.zero()) {
-        Send(*turn.followers[i], reply);
+        Send(*turn.followers[i], asked);
         continue;
       }
-      const auto go_on = [this, i, &turn, begin, reply](const EncodableValue&) {
-        PlayFrom(i, turn, begin, reply);
+      const auto go_on = [this, i, &turn, begin, asked](const EncodableValue&) {
+        PlayFrom(i, turn, begin, asked);
       };
       if (task_.SendLater(pause, {}, go_on)) return;
       return Session::PrintError("tavo replay: messages are not sent: too many wait");
@@ -147,18 +159,28 @@ class Player {
     return turn.followers[follower]->at - (turn.message ? turn.message->at : kNone);
   }
 
-  void Send(const RecordedMessage& recorded, const std::shared_ptr<IReply>& reply) const {
+  void Send(const RecordedMessage& recorded, const Asked& asked) const {
     const Message message = recorded.Decode();
     if (const auto* notification = message.GetNotification()) {
-      return task_.Get().SendNotify(notification->method, notification->params);
+      return Notify(recorded, *notification, asked);
     }
     const auto* response = message.GetResponse();
-    if (!response || !reply) return;
+    if (!response || !asked.reply) return;
     if (const auto* error = response->GetError()) {
-      reply->SendError(error->code, error->message, error->data);
+      asked.reply->SendError(error->code, error->message, error->data);
     } else {
-      reply->SendResult(*response->GetResult());
+      asked.reply->SendResult(*response->GetResult());
     }
+  }
+
+  // One that belongs to a call of the kit names the call that is asked now.
+  void Notify(const RecordedMessage& recorded, const Message::Notification& notification,
+              const Asked& asked) const {
+    EncodableValue params = notification.params;
+    if (recorded.partner != kNoMessage && !asked.call.IsNull()) {
+      if (auto* const map = params.GetIf<EncodableMap>()) (*map)[kCall] = asked.call;
+    }
+    task_.Get().SendNotify(notification.method, params);
   }
 
   const ReplayRole& role_;

@@ -133,13 +133,16 @@ std::vector<std::string> FindUnknown(const CLI::App& app) {
   return unknown;
 }
 
-// The parser's own text tells what is missing rather than which word is wrong.
-std::string Explain(const CLI::App& app, const CLI::ParseError& error) {
+// The parser's own text tells what is missing rather than which word is wrong. `words` are those in
+// front of "--", which may be options.
+std::string Explain(const CLI::App& app, const std::vector<std::string>& words,
+                    const CLI::ParseError& error) {
   const std::vector<std::string> unknown = FindUnknown(app);
   const bool has_command = app.get_require_subcommand_min() == 0 || !app.get_subcommands().empty();
   if (unknown.empty()) return has_command ? error.what() : "no command is given";
-  const auto option = std::find_if(unknown.begin(), unknown.end(), [](const std::string& word) {
-    return word.size() > 1 && word[0] == '-';
+  const auto option = std::find_if(unknown.begin(), unknown.end(), [&](const std::string& word) {
+    return word.size() > 1 && word[0] == '-' &&
+           std::find(words.begin(), words.end(), word) != words.end();
   });
   if (option != unknown.end()) {
     const std::string name = option->substr(0, option->find('='));
@@ -284,6 +287,7 @@ Command CommandLine::AddCommand(const std::string& name, const std::string& abou
 
 std::string CommandLine::Parse(std::vector<std::string> words) {
   for (std::string& word : words) Shield(&word);
+  const std::vector<std::string> own(words.begin(), std::find(words.begin(), words.end(), "--"));
   std::reverse(words.begin(), words.end());  // In the form that the parser expects.
   try {
     owned_->parse(std::move(words));
@@ -293,7 +297,7 @@ std::string CommandLine::Parse(std::vector<std::string> words) {
   } catch (const CLI::CallForVersion& version) {
     return version.what() + std::string("\n");
   } catch (const CLI::ParseError& error) {
-    throw UsageError(UnshieldText(Explain(*owned_, error)));
+    throw UsageError(UnshieldText(Explain(*owned_, own, error)));
   }
 }
 

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <QCoreApplication>
@@ -159,8 +160,9 @@ void RegisterPlugin(const std::string& plugin, Register plugin_register, Embedde
 
 // What is registered with one copy is unknown to the other.
 void WarnOfCopies(const std::string& plugin, const std::string& program) {
+  static bool has_warned = false;
   const auto libraries = FindLibraries();
-  if (libraries.size() < 2) return;
+  if (libraries.size() < 2 || std::exchange(has_warned, true)) return;
   std::cerr << program << ": " << plugin << ": two copies of libtavo.so are loaded, which share "
             << "nothing: " << libraries[0].string() << ", which the plug-in is linked with, and "
             << libraries[1].string() << ", from the directory of --libs-path" << std::endl;
@@ -241,10 +243,16 @@ int Run(const Options& options, const Description& described, char** argv,
   });
   if (options.timeout) timer.start(std::chrono::seconds(*options.timeout));
 
-  RegisterPlugin(options.plugin, plugin_register, embedder);
+  try {
+    RegisterPlugin(options.plugin, plugin_register, embedder);
+  } catch (...) {
+    WarnOfCopies(options.plugin, program);  // It may be why.
+    throw;
+  }
   WarnOfCopies(options.plugin, program);
   steps.Start();
   const int exit_code = embedder.Run();
+  WarnOfCopies(options.plugin, program);  // A plug-in may load the library later.
   embedder.DestroyEngine();
   if (report && !*report) throw Failure(kWrongUsage, *options.report + " cannot be written");
   return WithinRange(exit_code, program);

@@ -29,9 +29,15 @@ build armhf -G Ninja -DCMAKE_TOOLCHAIN_FILE="$source/cmake/toolchains/armhf.cmak
 readelf -h "$work/armhf/libfirst_plugin.so" | grep -q 'Machine: *ARM'
 
 for kind in plugin task app; do
-  (cd "$work" && "$native/bin/tavo" new $kind my_$kind && cd my_$kind && cmake --workflow --preset default) \
-    >"$work/log" 2>&1 || { echo "FAILED: tavo new $kind"; cat "$work/log"; exit 1; }
+  (cd "$work" && "$native/bin/tavo" new $kind my_$kind && cd my_$kind && cmake --workflow --preset default &&
+    cmake --install build --prefix "$work/installed") >"$work/log" 2>&1 ||
+    { echo "FAILED: tavo new $kind"; cat "$work/log"; exit 1; }
 done
+for file in my_task/libmy_task_task.so my_task/libtavo.so my_app/libmy_app_plugin.so; do
+  [[ -n $(find "$work/installed" -path "*/$file") ]] || { echo "FAILED: no $file is installed"; exit 1; }
+done
+TAVO_DESK_PATH=$work/installed/share/applications "$native/bin/tavo" call my_app greet '{"name": "Ostrel"}' \
+  2>/dev/null | grep -q 'Hello, Ostrel!'
 
 cat >"$work/plugin/CMakeLists.txt" <<CMAKE
 cmake_minimum_required(VERSION 3.25)

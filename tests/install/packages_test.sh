@@ -13,7 +13,7 @@ cat >"$work/inside" <<'INSIDE'
 #!/bin/sh
 set -eux
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
-apt-get install -y -qq --no-install-recommends cmake g++ make pkg-config qtbase5-dev >/dev/null
+apt-get install -y -qq --no-install-recommends cmake g++ make ninja-build pkg-config qtbase5-dev >/dev/null
 list() { find /etc /usr /opt /srv -xdev ! -name '*.pyc' ! -path '/etc/ld.so.cache' | sort; }
 list >/work/before
 apt-get install -y -qq --no-install-recommends /work/packages/*.deb >/dev/null
@@ -28,6 +28,7 @@ tavo call digest digest '{"path": "/work/name"}' >/work/answer
 grep -q "$(sha256sum </work/name | cut -d ' ' -f 1)" /work/answer
 tavo-embed /work/digest_plugin/libdigest_plugin.so -- /work/name >/work/digests
 grep -q "$(sha256sum </work/name | cut -d ' ' -f 1)" /work/digests
+(cd /work && tavo new app notes && cd notes && cmake --workflow --preset default) >/dev/null
 g++ -std=c++17 -shared -fPIC /work/examples/hello_plugin/hello_plugin.cpp -o /work/libhello.so \
   $(pkg-config --cflags --libs tavo)
 apt-get purge -y -qq libtavo libtavo-dev tavo-desk >/dev/null

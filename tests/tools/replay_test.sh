@@ -180,7 +180,7 @@ row 0 '{"time":2,"x":1}' '' call notes echo '{"x": 1}'
 frame() { echo "{\"task\":\"kit\",\"direction\":\"$1\",\"message\":{\"data\":\"$(tavo encode "$2")\"}}"; }
 {
   for id in 1 2 3; do
-    frame to '{"jsonrpc":"2.0","id":"'$id'","method":"work","params":{"$call":'$id'}}'
+    frame to '{"jsonrpc":"2.0","id":"'$id'","method":"work","params":{"$call":'$id',"of":'$id'}}'
   done
   for id in 2 1; do
     frame from '{"jsonrpc":"2.0","method":"part","params":{"$call":'$id'}}'
@@ -188,9 +188,9 @@ frame() { echo "{\"task\":\"kit\",\"direction\":\"$1\",\"message\":{\"data\":\"$
   done
 } >kit
 tavo replay kit --as kit --install apps >/dev/null
-row 0 1 '{"method":"part","params":{"$call":1}}' call kit work '{"$call": 1}' --notify-out
+row 0 1 '{"method":"part","params":{"$call":7}}' call kit work '{"$call": 7, "of": 1}' --notify-out
 [[ $(wc -l <errors) == 1 ]] || fail "of another call: $(<errors)"
-row 4 '' 'has not answered in time' call kit work '{"$call": 3}' --timeout 0.2
+row 4 '' 'has not answered in time' call kit work '{"$call": 3, "of": 3}' --timeout 0.2
 row 0 '3 messages sent, 2 answers and 2 notifications compared: 0 differences' '' \
   replay kit --against kit --fast
 
