@@ -43,6 +43,6 @@ mmdebstrap --quiet --variant=apt --format=null \
   --customize-hook='mkdir "$1/work" "$1/work/packages"' \
   --customize-hook="copy-in $source/examples $work/inside /work" \
   --customize-hook="cp $packages/*.deb \"\$1/work/packages\"" \
-  --customize-hook='chroot "$1" /work/inside' \
+  --customize-hook='chroot "$1" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root /work/inside' \
   bookworm - "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $archive bookworm main"
 echo "the packages install, work and leave nothing"
