@@ -59,7 +59,7 @@ def answer(line):
 
 
 def serve(connection):
-    for line in connection.makefile("rb"):
+    for number, line in enumerate(connection.makefile("rb")):
         if FAULT == "endless":
             connection.sendall(b"x" * (33 << 20))
         if FAULT == "talks":
@@ -69,7 +69,7 @@ def serve(connection):
         while FAULT == "flood":
             connection.sendall(message(method=text(b"tick")))
         result = answer(line)
-        if FAULT == "late":
+        if FAULT == "late" and number == 0:
             threading.Timer(0.05, connection.sendall, [result]).start()
         connection.sendall(result)
 
