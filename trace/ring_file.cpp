@@ -52,16 +52,15 @@ bool IsLockedByAnother(int descriptor) {
   FailOn(errno);
 }
 
-// Whether a page that is allocated can always be written. Elsewhere a full disk would end the
-// process by a signal.
+// Whether a page that is allocated can always be written. Where a copy of the file may share its
+// pages a store allocates new ones, and a full disk would end the process by a signal.
 bool KeepsItsPages(int descriptor) {
   constexpr long kExt = 0xEF53;
   constexpr long kTmpfs = 0x01021994;
-  constexpr long kXfs = 0x58465342;
   struct statfs status {};
   if (fstatfs(descriptor, &status) != 0) return false;
   const auto type = static_cast<long>(status.f_type);
-  return type == kExt || type == kTmpfs || type == kXfs;
+  return type == kExt || type == kTmpfs;
 }
 
 }  // namespace
@@ -105,17 +104,29 @@ bool RingFile::Look(struct stat* status) const {
 }
 
 void RingFile::Append(std::initializer_list<std::string_view> line, size_t size) {
+  if (!map_) return AppendWhole(line, size);
   Grow(end_ + size);
   for (const std::string_view piece : line) {
-    Store(end_, piece.data(), piece.size());
+    std::memcpy(map_ + end_, piece.data(), piece.size());
     end_ += piece.size();
   }
 }
 
+// By one call: further ones cost more than the copy, and a process that is killed between them
+// leaves a part of a line.
+void RingFile::AppendWhole(std::initializer_list<std::string_view> line, size_t size) {
+  std::string whole;
+  whole.reserve(size);
+  for (const std::string_view piece : line) whole.append(piece);
+  Write(end_, whole.data(), size);
+  end_ += size;
+}
+
 void RingFile::Clear() {
-  if (size_ > max_size_) {  // The limit was higher when the file was written.
-    if (ftruncate(descriptor_, static_cast<off_t>(max_size_)) != 0) FailOn(errno);
-    size_ = max_size_;
+  const uint64_t kept = map_ ? max_size_ : 0;
+  if (size_ > kept) {  // Of a mapped file: the limit was higher when it was written.
+    if (ftruncate(descriptor_, static_cast<off_t>(kept)) != 0) FailOn(errno);
+    size_ = kept;
   }
   for (uint64_t at = 0; at < size_; at += kStep) {
     const auto size = static_cast<size_t>(std::min<uint64_t>(kStep, size_ - at));
@@ -168,14 +179,6 @@ void RingFile::Grow(uint64_t size) {
   while (size_ < size) {
     const auto step = static_cast<size_t>(std::min<uint64_t>(kStep, max_size_ - size_));
     Write(size_, &GetBlank()[kStep - step], step);
-  }
-}
-
-void RingFile::Store(uint64_t at, const char* data, size_t size) {
-  if (map_) {
-    std::memcpy(map_ + at, data, size);
-  } else {
-    Write(at, data, size);
   }
 }
 

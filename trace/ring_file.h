@@ -3,7 +3,7 @@
 //
 // What is not written yet is white space in lines, which readers of records skip. The unused end is
 // cut off when the object is destroyed, unless somebody else has changed the file's size; a process
-// that is killed leaves it.
+// that is killed leaves it. A file that cannot be mapped has no such pages: it grows by each line.
 //
 // Threads: one at a time.
 // Errors:  std::runtime_error with the cause.
@@ -48,16 +48,16 @@ class RingFile {
   // then.
   void Append(std::initializer_list<std::string_view> line, size_t size);
 
-  // Removes all lines. The pages stay.
+  // Removes all lines. The pages of a mapped file stay.
   void Clear();
 
  private:
+  void AppendWhole(std::initializer_list<std::string_view> line, size_t size);
   bool Look(struct stat* status) const;
   void Open(const std::string& path);
   void FindEnd();
   void Grow(uint64_t size);
   void Map();
-  void Store(uint64_t at, const char* data, size_t size);
   void Write(uint64_t at, const char* data, size_t size);
 
   const uint64_t max_size_;

@@ -184,6 +184,7 @@ TEST_F(TraceTest, RingIsBoundedAndTellsOfWhatDoesNotFit) {
   EXPECT_EQ(0, Fork([&] {
               Talk(1, 1);
               EXPECT_FALSE(test::Read("/proc/self/maps").contains(file_));
+              EXPECT_TRUE(test::Read(QFile::decodeName(file_)).endsWith("}\n"));
               EXPECT_LT(entries.size(), GetEntries().size());
             }));
 }
