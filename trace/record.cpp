@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "trace/json_text.h"
@@ -36,6 +38,14 @@ timespec GetTime(clockid_t clock) {
   return time;
 }
 
+// The file is looked for again later, when the host may have changed its directory. Without a
+// directory the path stays as it is.
+std::string MakeAbsolute(const char* path) {
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(path, error);
+  return error ? path : absolute.string();
+}
+
 // Returns the path with the number of this process in the place of "%p".
 std::string GetPath(std::string path) {
   constexpr std::string_view kProcess = "%p";
@@ -46,7 +56,7 @@ std::string GetPath(std::string path) {
 
 }  // namespace
 
-Record::Record(const char* path) : path_(path), limit_(GetLimit()) { OpenRing(); }
+Record::Record(const char* path) : path_(MakeAbsolute(path)), limit_(GetLimit()) { OpenRing(); }
 
 Record* Record::Get() noexcept {
   static Record* const record = [] {

@@ -32,7 +32,8 @@ void Ring::Append(std::initializer_list<std::string_view> line) {
   size_t size = 0;
   for (const std::string_view piece : line) size += piece.size();
   if (!file_->IsIntact()) Reopen(&file_, path_);
-  if (!file_->HasRoomFor(size)) Turn();
+  // The first turn may find another file at the name, which is full, too.
+  for (int turns = 0; turns < 2 && !file_->HasRoomFor(size); ++turns) Turn();
   if (!file_->HasRoomFor(size)) throw std::runtime_error("it is full");
   file_->Append(line, size);
 }

@@ -158,7 +158,20 @@ TEST_F(TraceTest, ConversationIsRecordedOnceForTheMonitor) {
 
 TEST_F(TraceTest, RingIsBoundedAndTellsOfWhatDoesNotFit) {
   qputenv("TAVO_TRACE_LIMIT", "64KiB");
-  EXPECT_EQ(0, Fork([this] { Talk(kRequests, std::vector<uint8_t>(4096, 7)); }));
+  EXPECT_EQ(0, Fork([this] {
+              ASSERT_EQ(0, chdir(qPrintable(directory_.path())));
+              qputenv("TAVO_TRACE_FILE", "trace");
+              manager_ = tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_TRACE);
+              ASSERT_EQ(0, chdir("/proc"));  // Where no file can be made.
+              const Client client = Connect();
+              const QByteArray saved = file_ + ".saved";
+              const QByteArray copy =
+                  "mv " + file_ + ' ' + saved + " && cp -p " + saved + ' ' + file_;
+              for (int i = 0; i < kRequests; ++i) {
+                EXPECT_EQ(0, system(copy.constData()));  // The copy is as full as the open file.
+                Request(client, "echo", std::vector<uint8_t>(4096, 7)).GetResult();
+              }
+            }));
   for (const char* end : {"", ".1"}) {
     const auto size = QFileInfo(QFile::decodeName(file_ + end)).size();
     EXPECT_TRUE(size > 0 && size <= 32 << 10) << end << " has " << size;
