@@ -2,24 +2,32 @@
 
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+
 #include "trace/json_text.h"
 
 namespace trace {
 namespace {
 
+// The letter tells it from a connection that the desk has recorded. The time is there since a later
+// process with the same number may append to the file.
 std::string MakeConnection() {
+  using Clock = std::chrono::system_clock;
+  static const auto time = static_cast<uint32_t>(Clock::now().time_since_epoch().count());
   static std::atomic<unsigned> counter{0};
-  // The letter tells it from a connection that the desk has recorded.
-  return ",\"connection\":\"" + std::to_string(getpid()) + ".t" +
-         std::to_string(counter.fetch_add(1) + 1) + '"';
+  char text[64];
+  std::snprintf(text, sizeof text, "%d.t%08x.%u", getpid(), time, counter.fetch_add(1) + 1);
+  return text;
 }
 
 // Of the two processes only this one is known.
-std::string MakeMembers(const char* process, std::string_view task) {
+std::string MakeMembers(const char* process, std::string_view task, std::string_view connection) {
   std::string members = "\"" + std::string(process) + "\":" + std::to_string(getpid());
   members.append(",\"task\":");
   AppendJsonText(&members, task);
-  return members;
+  return members.append(",\"connection\":\"").append(connection).append(1, '"');
 }
 
 }  // namespace
@@ -27,8 +35,9 @@ std::string MakeMembers(const char* process, std::string_view task) {
 Conversation::Conversation(Record& record, End end, std::string_view task)
     : record_(record),
       is_starter_(end == End::kStarter),
-      messages_('{' + MakeMembers(is_starter_ ? "pid" : "peer", task) + MakeConnection()),
-      events_(MakeMembers(is_starter_ ? "starter" : "pid", task)) {}
+      connection_(MakeConnection()),
+      messages_('{' + MakeMembers(is_starter_ ? "pid" : "peer", task, connection_)),
+      events_(MakeMembers(is_starter_ ? "starter" : "pid", task, connection_)) {}
 
 void Conversation::Start() noexcept {
   if (!is_open_.exchange(true)) record_.AddEvent("start", events_, nullptr);

@@ -30,6 +30,7 @@ class Conversation {
 
   Record& record_;
   const bool is_starter_;
+  const std::string connection_;
   const std::string messages_;  // What the entries of messages begin with.
   const std::string events_;    // What those of events begin with.
   std::atomic<bool> is_open_{false};

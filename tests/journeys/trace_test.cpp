@@ -144,6 +144,7 @@ TEST_F(TraceTest, ConversationIsRecordedOnceForTheMonitor) {
   EXPECT_EQ("end", entries.back()["event"].toString());
   EXPECT_EQ(3, Count(entries, "direction", "to"));
   EXPECT_EQ(3, Count(entries, "direction", "from"));
+  EXPECT_EQ(8, Count(entries, "connection", qPrintable(entries[0]["connection"].toString())));
   FILE* const monitor = popen((TAVO_TEST_TOOL " monitor " + file_).constData(), "r");
   std::string lines(4096, '\0');
   lines.resize(fread(lines.data(), 1, lines.size(), monitor));
