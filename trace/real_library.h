@@ -8,7 +8,8 @@
 namespace trace {
 
 // Returns the entry of the real library: of the file that TAVO_TRACE_LIBRARY names, or else of
-// libtavo.so.real. Null, after one line on standard error, when there is none.
+// libtavo.so.real, without which this library is not even loaded. Null, after one line on standard
+// error, when the file cannot be loaded, has no such entry, or is the trace itself.
 decltype(&TAVOProcTableLoad) GetRealLoader();
 
 }  // namespace trace
