@@ -71,6 +71,7 @@ RingFile::RingFile(const std::string& path, uint64_t max_size)
     Open(path);
     FindEnd();
     Map();
+    if (!map_) Cut(end_);
   } catch (...) {
     if (descriptor_ >= 0) close(descriptor_);
     throw;
@@ -123,11 +124,7 @@ void RingFile::AppendWhole(std::initializer_list<std::string_view> line, size_t 
 }
 
 void RingFile::Clear() {
-  const uint64_t kept = map_ ? max_size_ : 0;
-  if (size_ > kept) {  // Of a mapped file: the limit was higher when it was written.
-    if (ftruncate(descriptor_, static_cast<off_t>(kept)) != 0) FailOn(errno);
-    size_ = kept;
-  }
+  Cut(map_ ? max_size_ : 0);  // The limit may have been higher when the file was written.
   for (uint64_t at = 0; at < size_; at += kStep) {
     const auto size = static_cast<size_t>(std::min<uint64_t>(kStep, size_ - at));
     Write(at, &GetBlank()[kStep - size], size);
@@ -173,6 +170,12 @@ void RingFile::Map() {
   void* const map = mmap(nullptr, static_cast<size_t>(max_size_), PROT_READ | PROT_WRITE,
                          MAP_SHARED, descriptor_, 0);
   if (map != MAP_FAILED) map_ = static_cast<char*>(map);
+}
+
+void RingFile::Cut(uint64_t size) {
+  if (size_ <= size) return;
+  if (ftruncate(descriptor_, static_cast<off_t>(size)) != 0) FailOn(errno);
+  size_ = size;
 }
 
 void RingFile::Grow(uint64_t size) {

@@ -53,6 +53,7 @@ class RingFile {
 
  private:
   void AppendWhole(std::initializer_list<std::string_view> line, size_t size);
+  void Cut(uint64_t size);
   bool Look(struct stat* status) const;
   void Open(const std::string& path);
   void FindEnd();

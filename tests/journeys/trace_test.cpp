@@ -164,6 +164,7 @@ TEST_F(TraceTest, RingIsBoundedAndTellsOfWhatDoesNotFit) {
               qputenv("TAVO_TRACE_FILE", "trace");
               manager_ = tavo::ManagerWrapper::Create(nullptr, TAVO_TEST_TRACE);
               ASSERT_EQ(0, chdir("/proc"));  // Where no file can be made.
+              qputenv("TAVO_TRACE_FILE", file_);
               const Client client = Connect();
               const QByteArray saved = file_ + ".saved";
               const QByteArray copy =
