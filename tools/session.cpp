@@ -223,10 +223,11 @@ const std::string& Session::GetLibraryPath() const { return world_->library_path
 void Session::LimitTime(double seconds, const std::string& fault) {
   World* const world = world_.get();
   world->limit.disconnect();
+  world->limit.stop();
+  if (!(seconds > 0)) return;
   QObject::connect(&world->limit, &QTimer::timeout, &world->limit,
                    [world, fault] { world->Fail(kTimedOut, fault); });
   constexpr double kMilliseconds = 1000;
-  if (!(seconds > 0)) return;
   world->limit.start(static_cast<int>(std::ceil(std::min(seconds, kMaxSeconds) * kMilliseconds)));
 }
 

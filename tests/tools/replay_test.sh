@@ -195,13 +195,13 @@ row 0 '3 messages sent, 2 answers and 2 notifications compared: 0 differences' '
   replay kit --against kit --fast
 
 # The beginning of a later conversation is not played, an answer may take as long as it did since its
-# request, and a time of 300,000 years is none.
+# request, no limit is for the pause before a request, and a time of 300,000 years is none.
 at() { frame "${@:3}" | sed "s/{/{\"connection\":\"$1\",\"monotonic\":$2,/"; }
 for connection in 1 2; do
   at $connection 0 from '{"jsonrpc":"2.0","method":"hello","params":'$connection'}'
-  at $connection 0 to '{"jsonrpc":"2.0","id":"1","method":"list"}'
-  at $connection 1900000 from '{"jsonrpc":"2.0","method":"tick"}'
-  at $connection 2000000 from '{"jsonrpc":"2.0","id":"1","result":'$connection'}'
+  at $connection 1000000 to '{"jsonrpc":"2.0","id":"1","method":"list"}'
+  at $connection 2900000 from '{"jsonrpc":"2.0","method":"tick"}'
+  at $connection 3000000 from '{"jsonrpc":"2.0","id":"1","result":'$connection'}'
   at $connection 9223372036854775807 from '{"jsonrpc":"2.0","method":"end"}'
 done >hello
 tavo replay hello --as kit --install apps >/dev/null
@@ -210,7 +210,7 @@ row 0 '1 message sent, 1 answer and 3 notifications compared: 0 differences' '' 
 echo '{"list": {"after": "900ms", "result": 1}}' >kit.json
 tavo mock --install kit.json apps >/dev/null
 row 0 "$same" '' \
-  replay hello --against kit --connection 1 --fast --answers-only --timeout "$patience"
+  replay hello --against kit --connection 1 --answers-only --timeout "$patience"
 
 # Damaged records, wrong command lines.
 good=$(wc -l <talk)
