@@ -160,7 +160,8 @@ class Reader {
     const bool is_message = entry.kind == Entry::Kind::kRequest ||
                             entry.kind == Entry::Kind::kResponse ||
                             entry.kind == Entry::Kind::kNotification;
-    if (!is_message) {
+    // A damaged frame may still look like a message, with values that nobody has sent.
+    if (!is_message || !entry.fault.empty()) {
       ++record_.left_out;
       return;
     }

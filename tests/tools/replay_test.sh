@@ -214,9 +214,15 @@ row 0 "$same" '' \
 
 # Damaged records, wrong command lines.
 good=$(wc -l <talk)
-{ cat talk; echo '{"task":"notes","direction":"to","message":{"data":"?"}}'; echo '{'; } >damaged
-row 1 "$PWD/apps/notes.desktop" "damaged:$((good + 2)): it is not JSON" replay damaged --as notes --install apps
+half=$(tavo encode '{"jsonrpc":"2.0","id":"1","method":"half","params":[1,2]}')
+{
+  cat talk
+  for data in '?' "${half:0:-4}"; do echo '{"task":"notes","direction":"to","message":{"data":"'"$data"'"}}'; done
+  echo '{'
+} >damaged
+row 1 "$PWD/apps/notes.desktop" "damaged:$((good + 3)): it is not JSON" replay damaged --as notes --install apps
 row 0 1 "damaged:$((good + 1)): it is not a Base64 text" call notes count
+row 1 '' "error -32601: Unknown method 'half()'" call notes half
 echo '{"event":"start","task":"notes","pid":1}' >empty
 row 1 '' 'empty: it holds no conversation' replay empty --as notes --install apps
 row 1 '' 'none: No such file' replay none --against notes
