@@ -57,7 +57,7 @@ ProxyPipe ProxyConnection::MakePipe(const char* direction, int source, int targe
           target,
           ProxyStream(context_.rules, Random(seed).Next()),
           {[this, direction](const std::string& line) { return FindRules(direction, line); },
-           [this](ProxyRules::Set rules) { return Count(rules); }}};
+           [this](ProxyRules::Set rules) { Count(rules); }}};
 }
 
 void ProxyConnection::AddTo(std::vector<pollfd>* sockets) const {
@@ -76,8 +76,8 @@ void ProxyConnection::Work(const pollfd* sockets, Time now) {
   Move(sockets[1], &from_, &to_, now);
   if (to_.GetDue()) to_.Write(now);
   if (from_.GetDue()) from_.Write(now);
-  if (is_cut_ || (!to_.HasLongLine() && !from_.HasLongLine())) return;
-  is_cut_ = true;
+  if (IsOver() || (!to_.HasLongLine() && !from_.HasLongLine())) return;
+  Cut();
   std::cerr << "tavo proxy: connection dropped: a line of more than " << ProxyPipe::kMaxLine
             << " bytes\n";
 }
@@ -105,18 +105,21 @@ ProxyRules::Set ProxyConnection::FindRules(const char* direction, const std::str
   return context_.rules.Find(entry);
 }
 
-// Returns whether the connection goes on.
-bool ProxyConnection::Count(ProxyRules::Set rules) {
+void ProxyConnection::Count(ProxyRules::Set rules) {
   for (size_t i = 0; rules != 0; ++i, rules >>= 1) {
     const ProxyRule& rule = context_.rules[i];
     const bool cuts = rule.fault == Fault::kCutAfter;
     if ((rules & 1) == 0 || (!cuts && rule.fault != Fault::kKillAfter)) continue;
     uint64_t& count = cuts ? cut_counts_[i] : context_.kill_counts[i];
     if (++count != static_cast<uint64_t>(rule.amount)) continue;
-    if (!cuts) context_.kill_task();
-    is_cut_ = is_cut_ || cuts;
+    cuts ? Cut() : context_.kill_task();
   }
-  return !is_cut_;
+}
+
+// Both directions at once: what is due in the other one does not go on either.
+void ProxyConnection::Cut() {
+  to_.Fail();
+  from_.Fail();
 }
 
 }  // namespace tools

@@ -48,13 +48,14 @@ class ProxyConnection {
   // The task has ended: what it has sent is still passed on.
   void OnTaskEnd() { to_.Fail(); }
 
-  bool IsOver() const { return is_cut_ || (to_.IsFinished() && from_.IsFinished()); }
+  bool IsOver() const { return to_.IsFinished() && from_.IsFinished(); }
 
  private:
   ProxyPipe MakePipe(const char* direction, int source, int target);
   Entry ReadEntryOf(const std::string& line) const;
   ProxyRules::Set FindRules(const char* direction, const std::string& line);
-  bool Count(ProxyRules::Set rules);
+  void Count(ProxyRules::Set rules);
+  void Cut();
 
   ProxyContext& context_;
   const uint64_t number_;
@@ -63,7 +64,6 @@ class ProxyConnection {
   int64_t launcher_pid_ = 0;
   RequestMethods methods_;            // So that rules know the methods of answers.
   std::vector<uint64_t> cut_counts_;  // The messages that have gone through, by rule.
-  bool is_cut_ = false;
   ProxyPipe to_;
   ProxyPipe from_;
 };

@@ -24,8 +24,9 @@ class ProxyPipe {
   struct Hooks {
     // Returns the rules that apply to the line.
     std::function<ProxyRules::Set(const std::string& line)> find_rules;
-    // A line to which these rules apply has been written whole. Returns whether more may follow.
-    std::function<bool(ProxyRules::Set rules)> on_passed;
+    // A line to which these rules apply has been written whole. This may call Fail, so that no more
+    // follows.
+    std::function<void(ProxyRules::Set rules)> on_passed;
   };
 
   // Borrows both sockets, which do not block.
