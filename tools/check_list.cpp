@@ -256,8 +256,8 @@ std::string CheckLargePayload(Wire& wire) {
 // The task exits after the end of its connection, or serves the next one.
 std::string CheckAfterEnd(Wire& wire) {
   CheckedProcess& process = wire.GetProcess();
-  wire.Flush();
   try {
+    wire.Flush();  // The task may exit before everything is written.
     wire.Connect();
     wire.Send(MakeRequest("next_1", kConnect) + MakeRequest("next_2"));
     AwaitAnswer(wire, "next_2", "it has not exited, and the next connection had no answer",
