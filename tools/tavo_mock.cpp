@@ -118,6 +118,8 @@ class Mock {
     SendAfter(notification.after, notification, std::move(params));
   }
 
+  // Only the first time of a repeated one may find no room: later it takes the place that it has
+  // just left.
   void SendAfter(MockTime delay, const MockNotification& notification, EncodableValue params) {
     const auto send = [this, &notification](EncodableValue filled) {
       task_.Get().SendNotify(notification.method, filled);
@@ -138,9 +140,10 @@ class Mock {
 };
 
 void Install(const Options& options) {
-  const std::string name = std::filesystem::path(options.file).stem().string();
+  const std::filesystem::path path(options.file);
+  const auto name = path.extension() == ".json" ? path.stem() : path.filename();
   const std::string entry =
-      WriteDesktopEntry(options.directory, name, {"mock", MakeAbsolute(options.file)});
+      WriteDesktopEntry(options.directory, name.string(), {"mock", MakeAbsolute(options.file)});
   std::cout << entry << std::endl;
 }
 

@@ -53,9 +53,9 @@ results=$(tavo decode --json --file count | grep -o '"result":.*' | tr -d '\n')
 
 # A schedule that is always late holds up neither requests nor the end of the task.
 entry='{"method":"tick","every":"1ms"}'
-echo "{\"echo\":{\"result\":\"\$params\"},\"\$schedule\":[$entry$(printf ",$entry%.0s" {2..10})]}" >busy.json
-tavo mock --install busy.json apps >/dev/null
-row 0 7 '' call busy echo 7
+echo "{\"echo\":{\"result\":\"\$params\"},\"\$schedule\":[$entry$(printf ",$entry%.0s" {2..10})]}" >org.busy
+tavo mock --install org.busy apps >/dev/null
+row 0 7 '' call org.busy echo 7
 
 # Wrong descriptions are told with the place of the fault.
 large=$(printf '%020000d' 0)
@@ -87,7 +87,7 @@ ln -sf notes.desktop apps/wrong.desktop
 row 1 '' 'wrong.desktop: exists, and tavo has not written it' mock --install wrong.json apps
 rm apps/wrong.desktop && echo kept >kept && ln -s ../kept apps/wrong.desktop.new
 row 0 "$PWD/apps/wrong.desktop" '' mock --install wrong.json apps
-[[ $(<kept) == kept && $(ls apps) == $'busy.desktop\nnotes.desktop\nwrong.desktop\nwrong.desktop.new' ]] || fail "$(ls apps)"
+[[ $(<kept) == kept && $(ls apps) == $'notes.desktop\norg.busy.desktop\nwrong.desktop\nwrong.desktop.new' ]] || fail "$(ls apps)"
 
 # ---- A conversation again ----
 # talk: a record of these calls, TASK METHOD PARAMS.
