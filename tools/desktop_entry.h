@@ -1,7 +1,7 @@
 // Desktop entries that the tool writes, so that its own subcommands are started as tasks.
 //
 // Threads: any.
-// Errors:  CommandError with kFailed.
+// Errors:  CommandError with kFailed; with kWrongUsage for what is no name of a task.
 #pragma once
 
 #include <string>

@@ -140,6 +140,7 @@ std::string ToText(const ValuePath& path) {
 PathStep StepTo(const EncodableValue& key) {
   if (const auto* name = key.GetIf<std::string>()) return Member(*name);
   if (const auto* number = key.GetIf<int32_t>()) return {Kind::kElement, {}, *number};
+  if (const auto* number = key.GetIf<int64_t>()) return {Kind::kElement, {}, *number};
   return Member(desk::ToText(key));
 }
 
