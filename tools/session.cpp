@@ -251,6 +251,7 @@ void Session::Settle(const std::function<bool()>& is_done) {
 void Session::Print(const std::string& line) const {
   const int fault = WriteLine(world_->output.Get(), line);
   if (fault == EINTR) throw Interrupted();
+  if (fault == EPIPE) throw CommandError(kFailed, "");  // A reader that has enough is no fault.
   if (fault != 0) {
     throw CommandError(kFailed, std::string("standard output: ") + std::strerror(fault));
   }

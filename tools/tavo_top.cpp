@@ -243,7 +243,9 @@ void Run(const Options& options) {
     if (is_interrupted) return;
     const Report report = TakeReport(&traffic, Seconds(Clock::now() - begin).count());
     options.as_json ? PrintJson(report) : PrintTable(report, !options.once);
-    if (!std::cout.flush()) throw CommandError(kFailed, "standard output cannot be written");
+    if (!std::cout.flush()) {  // A reader that has enough is no fault.
+      throw CommandError(kFailed, errno == EPIPE ? "" : "standard output cannot be written");
+    }
     if (options.once) return;
   }
 }

@@ -103,6 +103,8 @@ row 1 '' 'the message is too large' notify wrapper_task echo @params
 if [[ -w /dev/full ]]; then
   ! tavo call wrapper_task echo 2>errors >/dev/full && grep -qF 'standard output: No space' errors || fail "full"
 fi
+exec {closed}> >(:) && wait $!
+! tavo call wrapper_task echo 2>errors >&$closed && [[ ! -s errors ]] || fail "nobody reads: $(<errors)"
 
 # Notifications, both ways.
 TAVO_DESK_RECORD=$work/notified row 0 '' '' notify wrapper_task poke '"hey"'
