@@ -34,7 +34,8 @@ file, and the toolchain file for 32-bit hard-float ARM.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libtavo ${same_version}, tavo-desk ${same_version}, ${base_libraries}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++, ninja-build")
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "qtbase5-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
+  "qtbase5-dev, crossbuild-essential-armhf, mmdebstrap, qemu-user")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)  # The trace needs libtavo.so.real.
 
 set(CPACK_DEBIAN_DESK_PACKAGE_NAME tavo-desk)
@@ -45,6 +46,8 @@ embedder for plug-ins, and the command tavo, which calls tasks, watches and
 draws their conversations, replays and disturbs them.")
 set(CPACK_DEBIAN_DESK_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_DESK_PACKAGE_DEPENDS "libtavo ${same_version}")
+set(CPACK_DEBIAN_DESK_PACKAGE_RECOMMENDS "xdg-utils")  # Opens URIs.
+set(CPACK_DEBIAN_DESK_PACKAGE_SUGGESTS "libtavo-dev ${same_version}")  # What `tavo new` writes.
 
 if(CMAKE_CROSSCOMPILING)  # dpkg-shlibdeps knows the packages of this machine only.
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
@@ -52,7 +55,7 @@ if(CMAKE_CROSSCOMPILING)  # dpkg-shlibdeps knows the packages of this machine on
   set(qt "libqt5core5a (>= 5.15.1)")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${base_libraries}, ${qt}")
   string(APPEND CPACK_DEBIAN_DESK_PACKAGE_DEPENDS
-    ", ${base_libraries}, ${qt}, libglib2.0-0 (>= 2.12.0)")
+    ", libc6 (>= 2.34), libgcc-s1 (>= 3.5), libstdc++6 (>= 12), ${qt}, libglib2.0-0 (>= 2.12.0)")
 endif()
 
 # Where the dynamic linker looks has changed.
@@ -75,7 +78,10 @@ foreach(package libtavo=runtime libtavo-dev=development tavo-desk=desk)
   set(component ${CMAKE_MATCH_2})
   install(FILES ${directory}/changelog.gz cmake/debian/copyright
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} COMPONENT ${component})
-  install(FILES cmake/debian/${name}.overrides
+  file(STRINGS cmake/debian/overrides overrides REGEX "^${name}: ")
+  list(JOIN overrides "\n" overrides)
+  file(CONFIGURE OUTPUT ${directory}/${name}.overrides CONTENT "${overrides}\n")
+  install(FILES ${directory}/${name}.overrides
     DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${name} COMPONENT ${component})
 endforeach()
 include(CPack)
