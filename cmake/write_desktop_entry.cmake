@@ -12,7 +12,7 @@ endfunction()
 quote("${PROGRAM}" program)
 quote("${ARGUMENT}" argument)
 set(comment "")
-if(COMMENT)
+if(NOT "${COMMENT}" STREQUAL "")  # "No" is a text, too.
   set(comment "Comment=${COMMENT}\n")
 endif()
 file(WRITE "${ENTRY}" "[Desktop Entry]
