@@ -1,13 +1,19 @@
 # Cross-builds for 32-bit hard-float ARM Linux and runs what it builds under user-mode emulation.
 #
-# Needs crossbuild-essential-armhf, qemu-user, mmdebstrap and a sysroot with Qt 5: script/sysroot makes
+# With -DCMAKE_CXX_COMPILER=clang++ that one builds. Needs crossbuild-essential-armhf, qemu-user, mmdebstrap and a sysroot with Qt 5: script/sysroot makes
 # one (installed as share/tavo/sysroot). A sysroot of your own: -DTAVO_SYSROOT=DIRECTORY. Packages are
 # found in the sysroot and in CMAKE_PREFIX_PATH.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
-set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
-set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+set(CMAKE_C_COMPILER_TARGET ${CMAKE_LIBRARY_ARCHITECTURE})  # What clang asks for.
+set(CMAKE_CXX_COMPILER_TARGET ${CMAKE_LIBRARY_ARCHITECTURE})
+if(NOT CMAKE_C_COMPILER)
+  set(CMAKE_C_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-gcc)
+endif()
+if(NOT CMAKE_CXX_COMPILER)
+  set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
+endif()
 
 if(DEFINED ENV{XDG_CACHE_HOME})
   set(tavo_cache $ENV{XDG_CACHE_HOME}/tavo)

@@ -133,7 +133,7 @@ TEST_F(TraceTest, TablesAreThoseOfTheRealLibraryAtEverySize) {
   EXPECT_TRUE(GetEntries().empty());
 }
 
-TEST_F(TraceTest, ConversationIsRecordedOnceForTheMonitor) {
+TEST_F(TraceTest, ConversationIsRecordedOnceForTheTools) {
   EXPECT_EQ(0, Fork([this] {
               Talk(2, "hey");
               manager_.reset();
@@ -145,13 +145,21 @@ TEST_F(TraceTest, ConversationIsRecordedOnceForTheMonitor) {
   EXPECT_EQ(3, Count(entries, "direction", "to"));
   EXPECT_EQ(3, Count(entries, "direction", "from"));
   EXPECT_EQ(8, Count(entries, "connection", qPrintable(entries[0]["connection"].toString())));
-  FILE* const monitor = popen((TAVO_TEST_TOOL " monitor " + file_).constData(), "r");
-  std::string lines(4096, '\0');
-  lines.resize(fread(lines.data(), 1, lines.size(), monitor));
-  EXPECT_EQ(0, pclose(monitor));
-  for (const char* part : {" wrapper_task -- started\n", " wrapper_task -> echo ", " \"hey\"\n",
-                           " wrapper_task -- end\n", "6 messages, 3 answers", " 0 requests"}) {
-    EXPECT_NE(std::string::npos, lines.find(part)) << part << " is not in\n" << lines;
+  const std::pair<const char*, std::vector<const char*>> readers[] = {
+      {TAVO_TEST_TOOL " monitor ",
+       {" wrapper_task -- started\n", " wrapper_task -> echo ", " \"hey\"\n",
+        " wrapper_task -- end\n", "6 messages, 3 answers", " 0 requests"}},
+      {TAVO_TEST_TOOL " replay --against wrapper_task ",
+       {"2 messages sent, 2 answers and 0 notifications compared: 0 differences\n"}},
+  };
+  for (const auto& [command, parts] : readers) {
+    FILE* const reader = popen((command + file_).constData(), "r");
+    std::string lines(4096, '\0');
+    lines.resize(fread(lines.data(), 1, lines.size(), reader));
+    EXPECT_EQ(0, pclose(reader));
+    for (const char* part : parts) {
+      EXPECT_NE(std::string::npos, lines.find(part)) << part << " is not in\n" << lines;
+    }
   }
   EXPECT_EQ(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser,
             QFile::permissions(QFile::decodeName(file_)));
