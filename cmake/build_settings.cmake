@@ -44,6 +44,17 @@ if(TAVO_SANITIZE)
   # With sanitizers GCC's flow analysis sees ghosts (its manual says so); the other builds keep it.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
+
+# For the directories that are not the library: they are to be built quickly.
+macro(tavo_build_quickly)
+  if(TAVO_SANITIZE)
+    # A null pointer that is used ends the program by itself.
+    add_compile_options(-O0 -fno-sanitize=null,alignment)
+  elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    add_compile_options(-O1)
+  endif()
+endmacro()
+
 if(TAVO_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # Coverage, which steers the search.
 endif()
