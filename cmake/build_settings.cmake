@@ -48,7 +48,7 @@ endif()
 # For the directories that are not the library: they are to be built quickly.
 macro(tavo_build_quickly)
   if(TAVO_SANITIZE)
-    # A null pointer that is used ends the program by itself.
+    # A null pointer that is used ends the program by itself; bytes are decoded in the library.
     add_compile_options(-O0 -fno-sanitize=null,alignment)
   elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
     add_compile_options(-O1)

@@ -1,8 +1,8 @@
 # Cross-builds for 32-bit hard-float ARM Linux and runs what it builds under user-mode emulation.
 #
-# With -DCMAKE_CXX_COMPILER=clang++ that one builds. Needs crossbuild-essential-armhf, qemu-user, mmdebstrap and a sysroot with Qt 5: script/sysroot makes
+# Needs crossbuild-essential-armhf, qemu-user, mmdebstrap and a sysroot with Qt 5: script/sysroot makes
 # one (installed as share/tavo/sysroot). A sysroot of your own: -DTAVO_SYSROOT=DIRECTORY. Packages are
-# found in the sysroot and in CMAKE_PREFIX_PATH.
+# found in the sysroot and in CMAKE_PREFIX_PATH. -DCMAKE_CXX_COMPILER=clang++ builds with clang.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
